@@ -1,0 +1,177 @@
+#include "wire.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace ubus_wire {
+namespace {
+
+constexpr std::size_t first_room = 2048; // most messages fit
+static_assert(offsetof(inbox, body) == offsetof(inbox, hdr) + sizeof(ubus_msghdr), "a frame is contiguous");
+
+// Room for one descriptor beside the data.
+union fd_control {
+    char space[CMSG_SPACE(sizeof(int))];
+    cmsghdr align;
+};
+
+bool set_room(inbox *&in, std::size_t room) {
+    auto *grown = static_cast<inbox *>(std::realloc(in, offsetof(inbox, body) + room));
+    if (!grown) return false;
+    if (!in) {
+        grown->received = 0;
+        grown->fd = -1;
+    }
+    in = grown;
+    in->room = room;
+    return true;
+}
+
+// The descriptors that came with a message. We keep one at most.
+int take_control(msghdr &msg) {
+    int kept = -1;
+    for (cmsghdr *c = CMSG_FIRSTHDR(&msg); c; c = CMSG_NXTHDR(&msg, c)) {
+        if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_RIGHTS) continue;
+        const std::size_t n = (c->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (std::size_t i = 0; i < n; ++i) {
+            int fd;
+            std::memcpy(&fd, CMSG_DATA(c) + i * sizeof(int), sizeof fd);
+            if (kept < 0)
+                kept = fd;
+            else
+                close(fd);
+        }
+    }
+    return kept;
+}
+
+// Reads until `end` bytes of the frame are here.
+progress fill(inbox &in, int sock, std::size_t end) {
+    while (in.received < end) {
+        fd_control control;
+        iovec part{reinterpret_cast<char *>(&in.hdr) + in.received, end - in.received};
+        msghdr msg{};
+        msg.msg_iov = &part;
+        msg.msg_iovlen = 1;
+        msg.msg_control = control.space;
+        msg.msg_controllen = sizeof control.space;
+        const ssize_t n = recvmsg(sock, &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return progress::more;
+        if (n <= 0) return progress::closed;
+        if (const int fd = take_control(msg); fd >= 0) {
+            if (in.received == 0)
+                in.fd = fd;
+            else
+                close(fd); // descriptors belong to the first byte
+        }
+        in.received += static_cast<std::size_t>(n);
+    }
+    return progress::message;
+}
+
+} // namespace
+
+progress inbox_read(inbox *&in, int sock) {
+    if (!in && !set_room(in, first_room)) return progress::no_memory;
+    if (const progress p = fill(*in, sock, header_size); p != progress::message) return p;
+
+    const std::size_t root = blob_raw_len(&in->body);
+    if (root < sizeof(blob_attr) || blob_pad_len(&in->body) > UBUS_MSG_LIMIT) return progress::malformed;
+
+    const std::size_t padded = blob_pad_len(&in->body);
+    for (;;) {
+        const std::size_t have = std::min(root, in->room);
+        if (const progress p = fill(*in, sock, sizeof(ubus_msghdr) + have); p != progress::message) return p;
+        if (in->room >= padded) break;
+        if (!set_room(in, std::min(padded, std::max<std::size_t>(UBUS_MSG_CHUNK_SIZE, 2 * in->room))))
+            return progress::no_memory;
+    }
+    blob_fill_pad(&in->body);
+    return progress::message;
+}
+
+void inbox_next(inbox *&in) {
+    if (!in) return;
+    if (in->fd >= 0) close(in->fd);
+    in->fd = -1;
+    in->received = 0;
+    if (in->room > UBUS_MSG_CHUNK_SIZE) set_room(in, first_room);
+}
+
+void inbox_free(inbox *&in) {
+    if (in && in->fd >= 0) close(in->fd);
+    std::free(in);
+    in = nullptr;
+}
+
+int inbox_take_fd(inbox &in) {
+    const int fd = in.fd;
+    in.fd = -1;
+    return fd;
+}
+
+bool fits(const blob_attr *body) { return blob_pad_len(body) <= UBUS_MSG_LIMIT; }
+
+ssize_t send_some(int sock, const ubus_msghdr &hdr, const blob_attr *body, std::size_t sent, int fd) {
+    const std::size_t head = std::min(sent, sizeof hdr);
+    iovec parts[2] = {
+        {const_cast<char *>(reinterpret_cast<const char *>(&hdr)) + head, sizeof hdr - head},
+        {const_cast<char *>(reinterpret_cast<const char *>(body)) + (sent - head),
+         blob_raw_len(body) - (sent - head)},
+    };
+    msghdr msg{};
+    msg.msg_iov = parts;
+    msg.msg_iovlen = 2;
+
+    fd_control control{};
+    if (fd >= 0 && sent == 0) {
+        msg.msg_control = control.space;
+        msg.msg_controllen = sizeof control.space;
+        cmsghdr *c = CMSG_FIRSTHDR(&msg);
+        c->cmsg_level = SOL_SOCKET;
+        c->cmsg_type = SCM_RIGHTS;
+        c->cmsg_len = CMSG_LEN(sizeof fd);
+        std::memcpy(CMSG_DATA(c), &fd, sizeof fd);
+    }
+
+    ssize_t n;
+    do n = sendmsg(sock, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
+    while (n < 0 && errno == EINTR);
+    return n;
+}
+
+void parse(const blob_attr *body, blob_attr *(&found)[UBUS_ATTR_MAX]) {
+    static constexpr auto policy = [] {
+        std::array<blob_attr_info, UBUS_ATTR_MAX> p{};
+        for (const int id : {UBUS_ATTR_STATUS, UBUS_ATTR_OBJID, UBUS_ATTR_OBJTYPE, UBUS_ATTR_TARGET})
+            p[static_cast<std::size_t>(id)].type = BLOB_ATTR_INT32;
+        for (const int id : {UBUS_ATTR_OBJPATH, UBUS_ATTR_METHOD, UBUS_ATTR_USER, UBUS_ATTR_GROUP})
+            p[static_cast<std::size_t>(id)].type = BLOB_ATTR_STRING;
+        for (const int id : {UBUS_ATTR_ACTIVE, UBUS_ATTR_NO_REPLY})
+            p[static_cast<std::size_t>(id)].type = BLOB_ATTR_INT8;
+        for (const int id : {UBUS_ATTR_SIGNATURE, UBUS_ATTR_DATA, UBUS_ATTR_SUBSCRIBERS})
+            p[static_cast<std::size_t>(id)].type = BLOB_ATTR_NESTED;
+        return p;
+    }();
+    std::fill(std::begin(found), std::end(found), nullptr);
+    blob_parse_untrusted(const_cast<blob_attr *>(body), blob_raw_len(body), found, policy.data(),
+                         UBUS_ATTR_MAX);
+}
+
+ubus_msghdr make_header(ubus_msg_type type, std::uint16_t seq, std::uint32_t peer) {
+    ubus_msghdr hdr{};
+    hdr.type = static_cast<std::uint8_t>(type);
+    hdr.seq = cpu_to_be16(seq);
+    hdr.peer = cpu_to_be32(peer);
+    return hdr;
+}
+
+} // namespace ubus_wire

@@ -1,0 +1,111 @@
+// wire.h - messages on a stream socket, as the library and the broker both read and write them.
+//
+// Frame:  struct ubus_msghdr, then the root blob: at least its header of 4 bytes, at most UBUS_MSG_LIMIT
+// padded.
+//         The broker's copy of a frame is told from garbage by its length only; attributes are checked by
+//         parsing.
+// Errors: nothing here logs; errno is that of the failed call.
+#ifndef UBUS_WIRE_H
+#define UBUS_WIRE_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include <sys/types.h>
+
+#include <ubusmsg.h>
+
+namespace ubus_wire {
+
+inline constexpr const char *default_socket = "/var/run/ubus/ubus.sock";
+inline constexpr std::size_t header_size = sizeof(ubus_msghdr) + sizeof(blob_attr);
+
+// One frame under construction: what has been received so far. Allocated as one block, so that header and
+// root lie behind each other as they do on the wire.
+struct inbox {
+    std::size_t room;     // bytes for the root
+    std::size_t received; // bytes of the frame so far
+    int fd;               // descriptor that came with the first byte, or -1
+    ubus_msghdr hdr;      // in network order
+    blob_attr body;
+};
+
+enum class progress {
+    message,   // the frame is complete
+    more,      // the rest has not arrived yet
+    closed,    // end of file or a socket error
+    malformed, // a root shorter than its header or longer than the limit: the place in the stream is lost
+    no_memory,
+};
+
+// Reads what `sock` has of the current frame without waiting; never beyond its end. `in` may be null: it is
+// allocated and grows as data arrives, not as the sender announces it. After `message` the root's pad bytes
+// are zero.
+progress inbox_read(inbox *&in, int sock);
+
+// Forgets the current frame, closes its descriptor if nobody took it, and gives back memory that only a large
+// frame needed.
+void inbox_next(inbox *&in);
+
+void inbox_free(inbox *&in);
+
+// Takes the descriptor over; -1 if there is none.
+int inbox_take_fd(inbox &in);
+
+// True if a message with this root may be sent.
+bool fits(const blob_attr *body);
+
+// Sends bytes [sent, size of the frame) of a message without waiting, and `fd` with the first one (-1 = none;
+// it stays the caller's). Returns how many were sent, or -1 (errno EAGAIN: the socket is full).
+ssize_t send_some(int sock, const ubus_msghdr &hdr, const blob_attr *body, std::size_t sent, int fd);
+
+inline std::size_t frame_size(const blob_attr *body) { return sizeof(ubus_msghdr) + blob_raw_len(body); }
+
+// Finds the attributes of a message by id. Those of a wrong size, and strings without an end, count as
+// absent; of several with one id the last counts.
+void parse(const blob_attr *body, blob_attr *(&found)[UBUS_ATTR_MAX]);
+
+// Header for a message that we make; arguments in host order.
+ubus_msghdr make_header(ubus_msg_type type, std::uint16_t seq, std::uint32_t peer);
+
+// Makes the root of a message in a buffer that is used over and over: it is good until the next builder of
+// the same buffer. What could not be added shows in root() only.
+class builder {
+public:
+    explicit builder(blob_buf &buf) : buf_(buf) {
+        if (buf.buflen > UBUS_MSG_CHUNK_SIZE) blob_buf_free(&buf); // only a large message needed that much
+        good_ = blob_buf_init(&buf, 0) == 0;
+    }
+
+    builder &u32(int id, std::uint32_t value) { return add(blob_put_u32, id, value); }
+    builder &u8(int id, bool value) { return add(blob_put_u8, id, std::uint8_t{value}); }
+    builder &text(int id, const char *value) { return add(blob_put_string, id, value); }
+    // The content of another attribute; null = empty.
+    builder &content(int id, const blob_attr *from) {
+        return add(blob_put, id, from ? blob_data(from) : nullptr,
+                   from ? static_cast<unsigned>(blob_len(from)) : 0);
+    }
+    builder &bytes(int id, const void *data, std::size_t len) {
+        return add(blob_put, id, data, static_cast<unsigned>(len));
+    }
+
+    // For nested attributes and fields: those who add through it report failures by fail().
+    blob_buf *raw() { return &buf_; }
+    void fail() { good_ = false; }
+
+    // Null if memory ran out or the message is too large to be sent.
+    const blob_attr *root() const { return good_ && fits(buf_.head) ? buf_.head : nullptr; }
+
+private:
+    template <class Put, class... Value> builder &add(Put put, int id, Value... value) {
+        good_ = good_ && put(&buf_, id, value...);
+        return *this;
+    }
+
+    blob_buf &buf_;
+    bool good_;
+};
+
+} // namespace ubus_wire
+
+#endif

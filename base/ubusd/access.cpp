@@ -1,0 +1,165 @@
+#include "access.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "event.h"
+#include "pattern.h"
+#include "rule.h"
+
+namespace ubusd {
+namespace {
+
+bool concerns(const rule &r, const client &c) {
+    if (r.user) return !std::strcmp(r.user, c.who.user);
+    if (r.gid == c.who.gid) return true;
+    for (std::size_t i = 0; i < c.who.n_groups; ++i)
+        if (r.gid == c.who.groups[i]) return true;
+    return false;
+}
+
+bool granted(const client &c, grant what, std::string_view name, const char *method = "") {
+    if (access_everything(c)) return true;
+    const rule *r;
+    list_for_each_entry (r, &c.bus->rules, list) {
+        if (r->what == what && concerns(*r, c) && pattern_matches(r->name, name) &&
+            (!r->method || pattern_matches(r->method, method)))
+            return true;
+    }
+    return false;
+}
+
+constexpr std::size_t file_limit = 1 << 20; // bytes
+
+// Only root may have written the rules.
+bool is_trustworthy(const struct stat &st) {
+    return S_ISREG(st.st_mode) && st.st_uid == 0 && st.st_gid == 0 &&
+           !(st.st_mode & (S_IWGRP | S_IWOTH | S_IXOTH)) && st.st_size >= 0 &&
+           static_cast<std::size_t>(st.st_size) < file_limit;
+}
+
+// The text of a rule file, to be freed; null if it cannot be read or trusted.
+char *read_file(int dir, const char *name) {
+    const int fd = openat(dir, name, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) return nullptr;
+    struct stat st;
+    char *text = nullptr;
+    if (fstat(fd, &st) == 0 && is_trustworthy(st)) {
+        text = static_cast<char *>(std::calloc(1, static_cast<std::size_t>(st.st_size) + 1));
+        if (text && read(fd, text, static_cast<std::size_t>(st.st_size)) < 0) {
+            std::free(text);
+            text = nullptr;
+        }
+    }
+    close(fd);
+    return text;
+}
+
+int is_rule_file(const dirent *entry) {
+    constexpr std::string_view suffix = ".json";
+    const std::string_view name = entry->d_name;
+    return name.size() >= suffix.size() && name.substr(name.size() - suffix.size()) == suffix;
+}
+
+void load_file(broker &bus, int dir, const char *name) {
+    char *text = read_file(dir, name);
+    if (!text)
+        syslog(LOG_ERR, "%s/%s: not readable, or not only root's to write", bus.rule_dir, name);
+    else if (!rules_parse(bus.rules, text))
+        syslog(LOG_ERR, "%s/%s: no rules for a known user or group", bus.rule_dir, name);
+    std::free(text);
+}
+
+void add_section(builder &b, const object &o, const rule &r) {
+    void *table = blobmsg_open_table(b.raw(), nullptr);
+    if (!table) return b.fail();
+    int failed = blobmsg_add_string(b.raw(), "obj", o.path);
+    if (r.user) failed |= blobmsg_add_string(b.raw(), "user", r.user);
+    if (r.group) failed |= blobmsg_add_string(b.raw(), "group", r.group);
+    failed |= blobmsg_add_blob(b.raw(), r.acl);
+    if (failed) b.fail();
+    blobmsg_close_table(b.raw(), table);
+}
+
+} // namespace
+
+bool access_everything(const client &c) { return is_root(c); }
+
+bool access_publish(const client &c, const char *path) { return granted(c, grant::publish, path); }
+
+bool access_method(const client &c, const char *path, const char *method) {
+    return granted(c, grant::access, path, method);
+}
+
+bool access_subscribe(const client &c, const object &target) {
+    if (target.path) return granted(c, grant::subscribe, target.path);
+    const credentials &owner = target.owner->who;
+    return access_everything(c) || !std::strcmp(c.who.user, owner.user) ||
+           !std::strcmp(c.who.group, owner.group);
+}
+
+bool access_listen(const client &c, const char *pattern) {
+    std::string_view text = pattern;
+    if (!text.empty() && text.back() == '*') text.remove_suffix(1);
+    return granted(c, grant::listen, text);
+}
+
+bool access_send(const client &c, const char *event) { return granted(c, grant::send, event); }
+
+int access_query(request &req) {
+    builder b(req.bus.out);
+    b.u32(UBUS_ATTR_OBJID, UBUS_SYSTEM_OBJECT_ACL);
+    void *data = blob_nest_start(b.raw(), UBUS_ATTR_DATA);
+    if (!data || blobmsg_add_u32(b.raw(), "seq", req.bus.rule_sequence)) return UBUS_STATUS_NO_MEMORY;
+    void *sections = blobmsg_open_array(b.raw(), "acl");
+    if (!sections) return UBUS_STATUS_NO_MEMORY;
+    const object *o;
+    const rule *r;
+    list_for_each_entry (o, &req.from.objects, of_owner) {
+        if (!o->path) continue;
+        list_for_each_entry (r, &req.bus.rules, list) {
+            if (r->acl && pattern_matches(r->name, o->path)) add_section(b, *o, *r);
+        }
+    }
+    blobmsg_close_array(b.raw(), sections);
+    blob_nest_end(b.raw(), data);
+    if (!b.root()) return UBUS_STATUS_NO_MEMORY;
+    reply(req, b.root());
+    return UBUS_STATUS_OK;
+}
+
+void access_load(broker &bus) {
+    dirent **files;
+    const int n = scandir(bus.rule_dir, &files, is_rule_file, alphasort);
+    if (n <= 0) {
+        if (n == 0) std::free(files);
+        return;
+    }
+    access_forget(bus);
+    const int dir = open(bus.rule_dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (int i = 0; i < n; ++i) {
+        if (dir >= 0) load_file(bus, dir, files[i]->d_name);
+        std::free(files[i]);
+    }
+    std::free(files);
+    if (dir >= 0) close(dir);
+    ++bus.rule_sequence;
+    event_rules_loaded(bus);
+}
+
+void access_forget(broker &bus) {
+    while (!list_empty(&bus.rules)) {
+        rule *r = list_first_entry(&bus.rules, rule, list);
+        list_del(&r->list);
+        rule_free(r);
+    }
+}
+
+} // namespace ubusd

@@ -1,0 +1,78 @@
+#include "listener.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "client.h"
+
+namespace ubusd {
+namespace {
+
+int open_spare() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
+
+// Without a descriptor for it the client would stay in the queue and wake us up for ever.
+void turn_away(listener &l) {
+    if (l.spare >= 0) close(l.spare);
+    const int fd = accept4(l.sock.fd, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd >= 0) close(fd);
+    l.spare = open_spare();
+}
+
+void on_connect(uloop_fd *sock, unsigned) {
+    auto &l = *container_of(sock, listener, sock);
+    for (;;) {
+        const int fd = accept4(sock->fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (fd >= 0) {
+            client_accept(*l.bus, fd);
+        } else if (errno == EMFILE || errno == ENFILE) {
+            return turn_away(l);
+        } else if (errno != EINTR && errno != ECONNABORTED) {
+            return;
+        }
+    }
+}
+
+} // namespace
+
+int listener_open(listener &l, broker &bus, const char *path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (std::strlen(path) >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    std::strcpy(address.sun_path, path);
+
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) return -1;
+    unlink(path);
+    const mode_t old_mask = umask(0111);
+    const int failed = bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
+    umask(old_mask);
+    if (failed || listen(fd, SOMAXCONN)) {
+        const int error = errno;
+        close(fd);
+        errno = error;
+        return -1;
+    }
+    l = {};
+    l.bus = &bus;
+    l.spare = open_spare();
+    l.sock.fd = fd;
+    l.sock.cb = on_connect;
+    return uloop_fd_add(&l.sock, ULOOP_READ);
+}
+
+void listener_close(listener &l) {
+    uloop_fd_delete(&l.sock);
+    close(l.sock.fd);
+    if (l.spare >= 0) close(l.spare);
+}
+
+} // namespace ubusd

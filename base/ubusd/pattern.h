@@ -1,0 +1,21 @@
+// pattern.h - names that may end in a '*', which then stands for any rest.
+#ifndef UBUSD_PATTERN_H
+#define UBUSD_PATTERN_H
+
+#include <string_view>
+
+namespace ubusd {
+
+constexpr bool pattern_matches(std::string_view pattern, std::string_view name) {
+    if (!pattern.empty() && pattern.back() == '*') {
+        pattern.remove_suffix(1);
+        return name.substr(0, pattern.size()) == pattern;
+    }
+    return name == pattern;
+}
+static_assert(pattern_matches("*", "") && pattern_matches("ip_*", "ip_") && pattern_matches("a*b", "a*b"));
+static_assert(!pattern_matches("", "a") && !pattern_matches("a*b", "axb") && !pattern_matches("ip_*", "ip"));
+
+} // namespace ubusd
+
+#endif

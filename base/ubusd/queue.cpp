@@ -1,0 +1,91 @@
+#include "queue.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "lookup.h"
+
+namespace ubusd {
+namespace {
+
+struct queued_message {
+    list_head list;
+    std::size_t sent; // bytes
+    int fd;           // -1 = none
+    ubus_msghdr hdr;
+    blob_attr root;
+};
+
+bool would_block(ssize_t result) { return result < 0 && (errno == EAGAIN || errno == EWOULDBLOCK); }
+
+// Queues the bytes of a message from `sent` on.
+void append(client &to, const ubus_msghdr &hdr, const blob_attr *root, std::size_t sent, int fd) {
+    auto *m = static_cast<queued_message *>(std::malloc(offsetof(queued_message, root) + blob_raw_len(root)));
+    if (!m) return;
+    m->sent = sent;
+    m->fd = fd < 0 || sent > 0 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    m->hdr = hdr;
+    std::memcpy(static_cast<void *>(&m->root), root, blob_raw_len(root));
+
+    const bool first = list_empty(&to.queue);
+    list_add_tail(&m->list, &to.queue);
+    to.queued += ubus_wire::frame_size(root) - sent;
+    if (m->fd >= 0) ++to.n_fds;
+    if (first) client_watch(to);
+}
+
+void drop_first(client &c) {
+    auto *m = list_first_entry(&c.queue, queued_message, list);
+    list_del(&m->list);
+    c.queued -= ubus_wire::frame_size(&m->root) - m->sent;
+    if (m->fd >= 0) {
+        close(m->fd);
+        --c.n_fds;
+    }
+    std::free(m);
+}
+
+} // namespace
+
+void queue_send(client &to, const ubus_msghdr &hdr, const blob_attr *root, int fd) {
+    const std::size_t size = ubus_wire::frame_size(root);
+    if (list_empty(&to.queue)) {
+        // What fails for another reason than a full socket has nobody to go to: the end of the connection
+        // follows.
+        const ssize_t sent = ubus_wire::send_some(to.sock.fd, hdr, root, 0, fd);
+        if (would_block(sent))
+            append(to, hdr, root, 0, fd);
+        else if (sent >= 0 && static_cast<std::size_t>(sent) < size)
+            append(to, hdr, root, static_cast<std::size_t>(sent), fd);
+    } else if (to.queued + size <= queue_limit && (fd < 0 || to.n_fds < queued_fds_limit)) {
+        append(to, hdr, root, 0, fd);
+    }
+}
+
+void queue_flush(client &c) {
+    while (!list_empty(&c.queue)) {
+        auto *m = list_first_entry(&c.queue, queued_message, list);
+        const ssize_t n = ubus_wire::send_some(c.sock.fd, m->hdr, &m->root, m->sent, m->fd);
+        if (would_block(n)) return;
+        if (n < 0) {
+            queue_clear(c);
+            break;
+        }
+        m->sent += static_cast<std::size_t>(n);
+        c.queued -= static_cast<std::size_t>(n);
+        if (m->sent < ubus_wire::frame_size(&m->root)) return;
+        drop_first(c);
+    }
+    lookup_continue(c);
+    client_watch(c);
+}
+
+void queue_clear(client &c) {
+    while (!list_empty(&c.queue)) drop_first(c);
+}
+
+} // namespace ubusd

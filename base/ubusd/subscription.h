@@ -1,0 +1,17 @@
+// subscription.h - who watches which object.
+#ifndef UBUSD_SUBSCRIPTION_H
+#define UBUSD_SUBSCRIPTION_H
+
+#include "object.h"
+
+namespace ubusd {
+
+int handle_subscribe(request &req);
+int handle_unsubscribe(request &req);
+int handle_notify(request &req);
+// Ends what the object watches, then what watches it; all concerned are told.
+void subscription_remove_all(object &o);
+
+} // namespace ubusd
+
+#endif

@@ -1,0 +1,109 @@
+#include "print.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace cli {
+namespace {
+
+void print(const char *text) { (void)std::fputs(text, stdout); }
+
+void print_quoted(const char *text) {
+    print("'");
+    for (; *text; ++text) {
+        if (*text == '\'')
+            print("'\\''");
+        else
+            (void)std::fputc(*text, stdout);
+    }
+    print("'");
+}
+
+// Only where the item would else fall apart in a shell.
+void print_item(const char *text) {
+    if (std::strpbrk(text, " \t\r\n"))
+        print_quoted(text);
+    else
+        print(text);
+}
+
+template <class PrintItem> void print_items(const settings &set, uci_option *o, PrintItem print_one) {
+    const char *between = "";
+    uci_element *item;
+    uci_foreach_element (&o->v.list, item) {
+        print(between);
+        print_one(item->name);
+        between = set.delimiter;
+    }
+}
+
+// Place among the sections of its type, named ones included.
+int index_of(const uci_section *s) {
+    int index = 0;
+    uci_element *e;
+    uci_foreach_element (&s->package->sections, e) {
+        if (e == &s->e) break;
+        index += std::strcmp(uci_to_section(e)->type, s->type) == 0;
+    }
+    return index;
+}
+
+void print_change(const char *package, const uci_delta *d) {
+    if (d->cmd == UCI_CMD_REMOVE) print("-");
+    (void)std::printf("%s.%s", package, d->section);
+    if (d->e.name) (void)std::printf(".%s", d->e.name);
+    if (d->cmd != UCI_CMD_REMOVE && d->value) {
+        print(d->cmd == UCI_CMD_LIST_ADD ? "+=" : d->cmd == UCI_CMD_LIST_DEL ? "-=" : "=");
+        print_quoted(d->value);
+    }
+    print("\n");
+}
+
+} // namespace
+
+void print_value(const settings &set, uci_option *o) {
+    if (o->type == UCI_TYPE_STRING)
+        print(o->v.string);
+    else
+        print_items(set, o, print_item);
+    print("\n");
+}
+
+void print_option(const settings &set, const char *section, uci_option *o) {
+    (void)std::printf("%s.%s.%s=", o->section->package->e.name, section, o->e.name);
+    if (o->type == UCI_TYPE_STRING)
+        print_quoted(o->v.string);
+    else
+        print_items(set, o, print_quoted);
+    print("\n");
+}
+
+void print_section(const settings &set, const char *name, uci_section *s) {
+    (void)std::printf("%s.%s=%s\n", s->package->e.name, name, s->type);
+    uci_element *e;
+    uci_foreach_element (&s->options, e) print_option(set, name, uci_to_option(e));
+}
+
+void print_package(const settings &set, uci_package *p) {
+    uci_element *e;
+    uci_foreach_element (&p->sections, e) {
+        uci_section *s = uci_to_section(e);
+        if (!s->anonymous || set.real_names) {
+            print_section(set, s->e.name, s);
+            continue;
+        }
+        char *name = nullptr;
+        if (asprintf(&name, "@%s[%d]", s->type, index_of(s)) < 0) continue;
+        print_section(set, name, s);
+        std::free(name);
+    }
+}
+
+void print_changes(uci_package *p) {
+    uci_element *e;
+    uci_foreach_element (&p->saved_delta, e) print_change(p->e.name, uci_to_delta(e));
+    uci_foreach_element (&p->delta, e) print_change(p->e.name, uci_to_delta(e));
+}
+
+} // namespace cli

@@ -1,0 +1,122 @@
+# How every library, program and test of the project is built. One place for language level, warnings,
+# sanitizers and output folders, so that a folder's CMakeLists.txt says only what it consists of.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS ON) # the base headers use typeof and statement expressions
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+
+# wsmd_common: warnings as errors, sanitizers. For everything.
+add_library(wsmd_common INTERFACE)
+target_compile_options(wsmd_common INTERFACE
+  -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef -Wimplicit-fallthrough -Werror)
+# Texts are bounded and cut on purpose; the compiler's guess whether that will happen depends on its optimisation.
+target_compile_options(wsmd_common INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-format-truncation>)
+target_compile_definitions(wsmd_common INTERFACE _GNU_SOURCE)
+target_link_options(wsmd_common INTERFACE -Wl,--as-needed)
+if(WSMD_SANITIZE)
+  target_compile_options(wsmd_common INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
+    -O1 -g1 # half the time that the compiler takes otherwise, and as good a stack trace
+    # What GCC 12 says of the C++ library's own regular expressions when they are instrumented is not so.
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+  target_link_options(wsmd_common INTERFACE -fsanitize=address,undefined)
+else()
+  # Hardening that a device keeps; the sanitizers bring their own checks.
+  target_compile_options(wsmd_common INTERFACE -fstack-protector-strong
+    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE$<SEMICOLON>-D_FORTIFY_SOURCE=2>)
+  target_link_options(wsmd_common INTERFACE -Wl,-z,relro,-z,now)
+endif()
+
+# wsmd_device: what runs on the access point. No exceptions, no RTTI, no C++ runtime library.
+add_library(wsmd_device INTERFACE)
+target_link_libraries(wsmd_device INTERFACE wsmd_common)
+target_compile_options(wsmd_device INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+
+# wsmd_subdirectories(DIR...): each folder that has a CMakeLists.txt.
+function(wsmd_subdirectories)
+  foreach(dir IN LISTS ARGN)
+    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/CMakeLists.txt)
+      add_subdirectory(${dir})
+    endif()
+  endforeach()
+endfunction()
+
+# wsmd_library(NAME SOURCES ... [OUTPUT file-name] [LIBS ...] [INCLUDE dir]): a shared library of the device.
+function(wsmd_library name)
+  cmake_parse_arguments(A "" "OUTPUT;INCLUDE" "SOURCES;LIBS" ${ARGN})
+  add_library(${name} SHARED ${A_SOURCES})
+  if(A_OUTPUT)
+    set_target_properties(${name} PROPERTIES OUTPUT_NAME ${A_OUTPUT})
+  endif()
+  if(A_INCLUDE)
+    target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${A_INCLUDE}>)
+  endif()
+  target_compile_options(${name} PRIVATE -fvisibility=hidden) # what is exported says so
+  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:wsmd_device> PUBLIC ${A_LIBS})
+endfunction()
+
+# wsmd_program(NAME SOURCES ... [OUTPUT file-name] [LIBS ...]): a program of the device.
+function(wsmd_program name)
+  cmake_parse_arguments(A "" "OUTPUT" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${A_SOURCES})
+  if(A_OUTPUT)
+    set_target_properties(${name} PROPERTIES OUTPUT_NAME ${A_OUTPUT})
+  endif()
+  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_link_options(${name} PRIVATE -pie)
+  target_link_libraries(${name} PRIVATE wsmd_device ${A_LIBS})
+endfunction()
+
+# wsmd_tool(NAME SOURCES ... [LIBS ...]): a program of the lab; it may use the whole C++ library.
+function(wsmd_tool name)
+  cmake_parse_arguments(A "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${A_SOURCES})
+  target_link_libraries(${name} PRIVATE wsmd_common ${A_LIBS})
+endfunction()
+
+# wsmd_gtest(NAME SOURCES ... [LIBS ...] [DEFINES ...]): a GoogleTest program in build/tests/, collected by
+# tests/conftest.py. WSMD_GOLDEN_DIR names the folder of golden data.
+function(wsmd_gtest name)
+  cmake_parse_arguments(A "" "" "SOURCES;LIBS;DEFINES" ${ARGN})
+  add_executable(${name} ${A_SOURCES})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  target_compile_definitions(${name} PRIVATE WSMD_GOLDEN_DIR="${PROJECT_SOURCE_DIR}/tests/golden" ${A_DEFINES})
+  target_link_libraries(${name} PRIVATE wsmd_common ${A_LIBS} GTest::gmock GTest::gtest GTest::gtest_main)
+  add_test(NAME ${name} COMMAND ${name})
+endfunction()
+
+# wsmd_benchmark(NAME SOURCES ... [LIBS ...]): a Google Benchmark program in build/bench/.
+function(wsmd_benchmark name)
+  cmake_parse_arguments(A "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${A_SOURCES})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bench)
+  target_link_libraries(${name} PRIVATE wsmd_common ${A_LIBS} benchmark::benchmark)
+endfunction()
+
+# wsmd_fuzzer(NAME SOURCE file CORPUS folder [LIBS ...]): one fuzz target. With WSMD_FUZZ it is linked with
+# libFuzzer as build/fuzz/NAME; always it is linked with tests/fuzz/replay.cpp as build/fuzz/NAME-replay, which
+# runs every file of the folders it is given once, so that the tests need no fuzzing engine.
+function(wsmd_fuzzer name)
+  cmake_parse_arguments(A "" "SOURCE;CORPUS" "LIBS;SOURCES" ${ARGN})
+  add_executable(${name}-replay ${A_SOURCE} ${A_SOURCES} ${PROJECT_SOURCE_DIR}/tests/fuzz/replay.cpp)
+  set_target_properties(${name}-replay PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fuzz)
+  target_link_libraries(${name}-replay PRIVATE wsmd_common ${A_LIBS})
+  if(WSMD_FUZZ)
+    add_executable(${name} ${A_SOURCE} ${A_SOURCES})
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fuzz)
+    target_compile_options(${name} PRIVATE -fsanitize=fuzzer)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    target_link_libraries(${name} PRIVATE wsmd_common ${A_LIBS})
+  endif()
+endfunction()
+
+if(WSMD_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

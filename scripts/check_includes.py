@@ -1,0 +1,128 @@
+#!/usr/bin/python3
+"""Who may include whom: folders by the table below, no circles between rooms or headers, no C++ runtime library on the device.
+
+    scripts/check_includes.py [TREE]
+
+A room is a source with its header. Prints one line for each finding, "file:line: what"; exit status 1 if there is any.
+"""
+
+import pathlib
+import re
+import sys
+
+SRC = ["src/core/", "src/driver/", "src/fw/", "src/kernel/", "src/sta/", "src/tools/", "src/ubus/"]
+BELOW = ["base/include/", "platform/"]
+
+# Folder -> what its files may include besides the folder itself; a folder ends in a slash.
+MAY_INCLUDE = {
+    "src/core/": [*SRC, *BELOW],
+    "src/tools/": BELOW,
+    "src/fw/": ["src/tools/", *BELOW],
+    "src/kernel/": ["src/tools/", "src/sta/", "src/driver/", *BELOW],
+    "src/driver/": ["src/tools/", "src/sta/", "src/ubus/sta_ubus_notify.h", *BELOW],
+    "src/sta/": ["src/tools/", "src/driver/", "src/fw/", "src/ubus/sta_ubus_notify.h", *BELOW],
+    "src/ubus/": ["src/tools/", "src/sta/", "src/driver/", "src/core/sta_timers.h", *BELOW],
+    "platform/": ["base/include/", "src/tools/base.h", "src/tools/wire.h"],
+    "base/": [],
+    "lab/": ["base/include/", "src/tools/base.h", "src/tools/base_ubus.h", "src/tools/wire.h", "src/sta/sta_info.h",
+             "src/driver/driver_request.h", "src/driver/report_image.h", "src/kernel/station_event.h", "platform/was/was_wire.h", "platform/debug/escape.h"],
+}
+# A header of the daemon includes no more of the project than these: the record, and what only helps.
+HEADERS_MAY_INCLUDE = ["src/sta/sta_info.h", "src/tools/", *BELOW]
+# Where a quoted name is looked up, after the including file's own folder.
+ROOTS = ["src/", "platform/", "lab/", "base/include/", "base/libubus/", "base/ubusd/", "base/libuci/"]
+
+DEVICE = ("src/", "platform/", "base/")
+ROOMS = ("src/", "platform/")  # where rooms stand above each other; elsewhere only headers must
+NEEDS_RUNTIME = {"any", "deque", "exception", "format", "fstream", "future", "iostream", "istream", "list", "map",
+                 "mutex", "ostream", "regex", "set", "sstream", "stdexcept", "string", "thread", "unordered_map",
+                 "unordered_set", "vector"}
+
+INCLUDE = re.compile(r'^\s*#\s*include\s+(?:"([^"]+)"|<([^>]+)>)')
+
+
+def includes(path):
+    """The includes of a file: (line, quoted name or None, bracketed name or None)."""
+    for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+        if found := INCLUDE.match(line):
+            yield number, found[1], found[2]
+
+
+def resolve(tree, name, included):
+    """The file, relative to the tree, that a quoted include of the file `name` means; None if there is none."""
+    for folder in [f"{pathlib.PurePosixPath(name).parent}/", *ROOTS]:
+        if (tree / folder / included).is_file():
+            return str(pathlib.PurePosixPath(folder) / included)
+    return None
+
+
+def allowed(rules, name):
+    return any(name.startswith(rule) if rule.endswith("/") else name == rule for rule in rules)
+
+
+def check_file(tree, name, edges):
+    folder = next((known for known in MAY_INCLUDE if name.startswith(known)), None)
+    for line, quoted, bracketed in includes(tree / name):
+        where = f"{name}:{line}"
+        if bracketed:
+            if bracketed in NEEDS_RUNTIME and name.startswith(DEVICE):
+                yield f"{where}: <{bracketed}> needs the C++ runtime library"
+            continue
+        target = resolve(tree, name, quoted)
+        if target is None:
+            yield f'{where}: "{quoted}" is nowhere'
+            continue
+        if name.startswith(ROOMS):
+            edges.setdefault(room(name), {}).setdefault(room(target), where)
+        elif name.endswith(".h"):
+            edges.setdefault(name, {}).setdefault(target, where)
+        if folder is None:
+            yield f"{where}: the folder is not in the table"
+        elif not target.startswith(folder) and not allowed(MAY_INCLUDE[folder], target):
+            yield f"{where}: {folder} may not include {target}"
+        elif name.startswith("src/") and name.endswith(".h") and not allowed(HEADERS_MAY_INCLUDE, target):
+            yield f"{where}: a header may not include {target}"
+
+
+def room(name):
+    return name.rsplit(".", 1)[0]
+
+
+def circles(edges):
+    """One line for every include that closes a circle."""
+    done, road = set(), []
+
+    def walk(here):
+        road.append(here)
+        for there, where in sorted(edges.get(here, {}).items()):
+            if there in road and there != here:
+                yield f"{where}: closes the circle {' > '.join([*road[road.index(there):], there])}"
+            elif there not in done and there not in road:
+                yield from walk(there)
+        road.pop()
+        done.add(here)
+
+    for start in sorted(edges):
+        if start not in done:
+            yield from walk(start)
+
+
+def findings(tree):
+    """Every finding in the tree, as lines."""
+    edges = {}
+    for top in ("src", "platform", "base", "lab"):
+        for path in sorted((tree / top).rglob("*")):
+            if path.suffix in (".h", ".c", ".cpp"):
+                yield from check_file(tree, str(path.relative_to(tree)), edges)
+    yield from circles(edges)
+
+
+def main():
+    tree = pathlib.Path(sys.argv[1]) if len(sys.argv) > 1 else pathlib.Path(__file__).resolve().parent.parent
+    found = list(findings(tree))
+    print(*found, sep="\n", end="\n" if found else "")
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,36 @@
+// wsmd - station management daemon of a wireless access point. No arguments, no environment.
+
+#include "core/sta_init.h"
+#include "core/sta_lock.h"
+#include "tools/base.h"
+
+namespace {
+
+void hold_signals(int how) {
+    sigset_t stop;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGINT);
+    sigaddset(&stop, SIGTERM);
+    sigprocmask(how, &stop, nullptr);
+}
+
+// The loop forgets a stop that comes before it runs: such signals wait for its first turn.
+void release_signals(struct uloop_timeout * /*timer*/) { hold_signals(SIG_UNBLOCK); }
+
+struct uloop_timeout release_timer = {};
+
+} // namespace
+
+int main() {
+    std::signal(SIGPIPE, SIG_IGN);
+    if (!sta_file_lock()) return -1;
+    hold_signals(SIG_BLOCK);
+    uloop_init();
+    std::signal(SIGPIPE, SIG_IGN); // whatever the library's own set-up made of it
+    sta_init();
+    release_timer.cb = release_signals;
+    uloop_timeout_set(&release_timer, 0);
+    uloop_run();
+    uloop_done();
+    sta_deinit();
+}

@@ -1,0 +1,186 @@
+#include "driver/sta_ioctl.h"
+
+#include "driver/driver_request.h"
+#include "driver/sta_uci.h"
+#include "tools/sta_debug.h"
+#include "tools/sta_memory.h"
+#include "tools/sta_text.h"
+#include "was/was.h"
+
+#include <climits>
+#include <cstdlib>
+
+namespace {
+
+constexpr std::size_t driver_text_limit = 30; // of the table's texts; an event's have 31
+
+constexpr std::uint64_t table_size(unsigned mask, std::uint64_t count) {
+    const std::uint64_t entry =
+        ((mask & table_basic) ? table_basic_size : 0) + ((mask & table_extended) ? table_extended_size : 0);
+    return table_header_size + count * entry;
+}
+static_assert(table_size(3, 2) == 784 && table_size(1, 2) == 336);
+
+// The beginning of a MAC as its lower-case colon text gives it, in a form that is compared with the table's
+// bytes.
+struct mac_prefix {
+    std::uint8_t bytes[6] = {};
+    int digits = -1; // hexadecimal digits given; -1 when no lower-case MAC text begins like this
+};
+
+mac_prefix parse_prefix(const char *text) {
+    mac_prefix prefix;
+    int digits = 0;
+    for (std::size_t i = 0; text[i] != '\0'; ++i) {
+        const char c = text[i];
+        if (i >= 17) return prefix;
+        if (i % 3 == 2) {
+            if (c != ':') return prefix;
+            continue;
+        }
+        const int value = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+        if (value < 0) return prefix;
+        prefix.bytes[i / 3] =
+            static_cast<std::uint8_t>(prefix.bytes[i / 3] | (i % 3 == 0 ? value << 4 : value));
+        ++digits;
+    }
+    prefix.digits = digits > 0 ? digits : -1; // an empty text would match the first entry
+    return prefix;
+}
+
+bool begins_with(const std::uint8_t *mac, const mac_prefix &prefix) {
+    const auto whole = static_cast<std::size_t>(prefix.digits / 2);
+    if (std::memcmp(mac, prefix.bytes, whole) != 0) return false;
+    return prefix.digits % 2 == 0 || (mac[whole] & 0xf0) == prefix.bytes[whole];
+}
+
+void copy_basic(sta_info_t *sta, const driver_basic &from) {
+    sta->time_delay = from.tx_time / 1000;
+    sta->floornoise = from.floornoise;
+    sta->utilization = from.utilization; // Deliberate: unscaled, unlike the event's
+    sta->maxRate = from.maxRate;
+    sta->flow_rateup = static_cast<std::int32_t>(from.rx_rate * 1024U);
+    sta->flow_ratedown = static_cast<std::int32_t>(from.tx_rate * 1024U);
+    sta->wifi_up = from.rx_bytes;
+    sta->wifi_down = from.tx_bytes;
+    sta->channel = from.channel;
+    sta->is_reassoc = from.is_reassoc;
+    sta->rssi = from.rssi; // Deliberate: not clamped, unlike the event's
+}
+
+void copy_extended(sta_info_t *sta, const driver_extended &from) {
+    sta->txper = from.txper;
+    sta->rxper = from.rxper;
+    sta->supportSTBC = from.supportSTBC;
+    sta->supportSGI = from.supportSGI;
+    sta->maxMCS = from.maxMCS;
+    sta->maxBW = from.maxBW;
+    sta->FCAP = from.FCAP;
+    sta->fromDS = from.fromDS;
+    sta->toDS = from.toDS;
+    sta->cost_assoc_req = from.cost_assoc_req;
+    sta->cost_auth_req = from.cost_auth_req;
+    sta->cost_msg2 = from.cost_msg2;
+    sta->cost_msg4 = from.cost_msg4;
+    sta->onesecrxbyte = from.onesecrxbyte;
+    sta->onesectxbyte = from.onesectxbyte;
+    sta->txBcast = from.txBcast;
+    sta->txMcast = from.txMcast;
+    sta->txPkt = from.txPkt;
+    sta_put_expanded(sta->ap_auth_req, from.ap_auth_req, driver_text_limit);
+    sta_put_expanded(sta->ap_assoc_req, from.ap_assoc_req, driver_text_limit);
+    sta_put_expanded(sta->key_start, from.key_start, driver_text_limit);
+    sta_put_expanded(sta->key_msg2, from.key_msg2, driver_text_limit);
+    sta_put_expanded(sta->key_end, from.key_end, driver_text_limit);
+}
+
+} // namespace
+
+int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const char *ifname, unsigned mask) {
+    if (!sta || !table || !ifname) {
+        STA_LOG("param is null\n");
+        return 0;
+    }
+    *table = nullptr;
+    // One byte more than the driver is told of: its answer may fill all it was given.
+    void *buffer = sta_malloc(driver_count_size + 1);
+    if (!buffer || was_ext_ioctl_msg(buffer, driver_count_size, ifname, driver_station_count, 0) != 0) {
+        STA_LOG("ifname:%s get sta num fail \n", ifname);
+        sta_free(buffer);
+        return 0;
+    }
+    const int count = std::atoi(static_cast<const char *>(buffer)); // NOLINT(cert-err34-c): no number is 0
+    if (count <= 0) {
+        STA_LOG("get_sta_num=%d is invalid \n", count);
+        sta_free(buffer);
+        return count;
+    }
+    const std::uint64_t wanted = table_size(mask, static_cast<std::uint64_t>(count));
+    const auto size = static_cast<std::size_t>(wanted);
+    void *grown = wanted <= INT_MAX ? std::realloc(buffer, size) : nullptr; // still the one counted block
+    bool fetched = false;
+    if (grown) {
+        buffer = grown;
+        auto *bytes = static_cast<std::uint8_t *>(buffer);
+        std::memset(bytes, 0, size);
+        wire::put(bytes + table_num_offset, static_cast<std::uint32_t>(count));
+        wire::put(bytes + table_mask_offset, static_cast<std::uint32_t>(mask));
+        fetched = was_ext_ioctl_msg(buffer, static_cast<int>(size), ifname, driver_station_table, 0) == 0;
+    }
+    if (!fetched) {
+        STA_LOG("%s was ext ioctl get msg fail\n", ifname);
+        sta_free(buffer);
+        return count;
+    }
+    *table = static_cast<std::uint8_t *>(buffer);
+    return count;
+}
+
+int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count) {
+    if (!sta || !table) {
+        STA_LOG("param is null!!\n");
+        return 1;
+    }
+    const auto filled = static_cast<int>(wire::get<std::uint32_t>(table + table_num_offset));
+    if (filled != count) STA_LOG("pMactab->Num:%d != sta_num:%d\n", filled, count);
+
+    const mac_prefix prefix = parse_prefix(sta->mac);
+    if (prefix.digits < 0) return 1;
+    const std::uint8_t *basic = table + table_header_size;
+    const auto entries = static_cast<std::size_t>(count > 0 ? count : 0);
+    std::size_t index = 0;
+    while (index < entries && !begins_with(basic + index * table_basic_size + basic_mac_offset, prefix))
+        ++index;
+    if (index == entries) return 1;
+
+    const driver_basic found = driver_basic_decode(basic + index * table_basic_size);
+    copy_basic(sta, found);
+    if (mask & table_extended)
+        copy_extended(
+            sta, driver_extended_decode(basic + entries * table_basic_size + index * table_extended_size));
+    const std::int32_t vlanid = sta_sta_get_vlanid(sta);
+    sta->vlanid = vlanid <= 0 ? 1 : vlanid;
+    const int power = found.rssi + 95;
+    std::snprintf(sta->power, sizeof(sta->power), "%d", power > 0 ? power : 65);
+    STA_LOG("wifi_up = %llu flow_rateup = %ld channel = %d sta_power = %s txtime = %d\n",
+            static_cast<unsigned long long>(sta->wifi_up), static_cast<long>(sta->flow_rateup), sta->channel,
+            sta->power, sta->time_delay);
+    return 0;
+}
+
+sta_radio_tables::~sta_radio_tables() {
+    for (const slot &one : slots) sta_free(one.table);
+}
+
+bool sta_radio_tables::fetch_for(const sta_info_t *sta) noexcept {
+    if (!has_radio(sta) || slots[sta->radio_id].tried) return false;
+    slot &mine = slots[sta->radio_id];
+    mine.tried = true;
+    mine.count = sta_get_ioctl_stainfo(sta, &mine.table, sta->ifname, mask);
+    return true;
+}
+
+int sta_radio_tables::update(sta_info_t *sta) const noexcept {
+    if (!has_radio(sta)) return 1;
+    return sta_sta_get_ioctl(sta, table_of(sta), mask, count_of(sta));
+}

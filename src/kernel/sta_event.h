@@ -1,0 +1,23 @@
+// sta_event.h - what comes in on the netlink socket: the driver's station events and late announcements of
+// its family.
+//
+// Format: kernel/station_event.h.   Logs: level 7; malformed messages are dropped with a line, never
+//         answered.
+// Blocks: as reports and configuration look-ups do.
+#pragma once
+
+#include "tools/base.h"
+
+#include <span>
+
+extern "C" {
+
+// The event loop's callback: handles one message of the daemon's netlink socket (sta_nl.socket, whatever the
+// watcher says).
+void g_sta_recv_msg(struct uloop_fd *watcher, unsigned int events);
+}
+
+inline constexpr std::size_t sta_nl_message_max = 2068;
+
+// Handles a received message: `received` bytes of `message`, which is zero behind them.
+void sta_nl_handle(std::span<const std::uint8_t, sta_nl_message_max> message, long received);
