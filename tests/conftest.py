@@ -1,0 +1,100 @@
+"""One runner for all tests: pytest also collects the GoogleTest programs in BUILD/tests.
+
+Every GoogleTest case is an item of its own, run in a process of its own, so that the closing count of pytest is the
+count of all tests and no case can lean on what an earlier one left behind.
+"""
+
+import os
+import pathlib
+import shlex
+import signal
+import subprocess
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+
+# A shell's background job ignores them, and so would every program that a test starts and then interrupts.
+signal.signal(signal.SIGINT, signal.default_int_handler)
+signal.signal(signal.SIGQUIT, signal.SIG_DFL)
+
+
+def pytest_addoption(parser):
+    parser.addoption("--build-dir", default=str(ROOT / "build"), help="folder of the build under test")
+    parser.addoption("--wrapper", default="", help="words before every GoogleTest program, like those of a memory checker")
+
+
+@pytest.fixture(scope="session")
+def build_dir(request):
+    """The folder of the build under test, with bin/, lib/ and tests/ in it."""
+    return pathlib.Path(request.config.getoption("--build-dir")).resolve()
+
+
+def pytest_collect_file(parent, file_path):
+    # A CMakeLists.txt that calls wsmd_gtest() stands for the programs it builds.
+    if file_path.name == "CMakeLists.txt" and "wsmd_gtest(" in file_path.read_text(encoding="utf-8"):
+        return GTestFolder.from_parent(parent, path=file_path)
+    return None
+
+
+def emulator(build):
+    """The words before a program of a build for another architecture; none for this machine's own."""
+    for line in (build / "CMakeCache.txt").read_text(encoding="utf-8").splitlines():
+        if line.startswith("CMAKE_CROSSCOMPILING_EMULATOR:"):
+            return line.split("=", 1)[1].split()
+    return []
+
+
+class GTestFolder(pytest.File):
+    def collect(self):
+        build = pathlib.Path(self.config.getoption("--build-dir")).resolve()
+        for line in self.path.read_text(encoding="utf-8").splitlines():
+            if line.strip().startswith("wsmd_gtest("):
+                name = line.strip()[len("wsmd_gtest("):].split()[0].rstrip(")")
+                command = [*emulator(build), build / "tests" / name]
+                wrapper = shlex.split(self.config.getoption("--wrapper"))
+                yield GTestProgram.from_parent(self, name=name, command=command, wrapper=wrapper)
+
+
+class GTestProgram(pytest.Collector):
+    def __init__(self, *, command, wrapper, **kw):
+        super().__init__(**kw)
+        self.command, self.wrapper = command, wrapper
+
+    def collect(self):
+        listed = subprocess.run([*self.command, "--gtest_list_tests"], capture_output=True, text=True, check=True)
+        suite = ""
+        for line in listed.stdout.splitlines():
+            word = line.split("#")[0].strip()
+            if line.startswith(" "):
+                yield GTestCase.from_parent(self, name=suite + word, command=[*self.wrapper, *self.command])
+            elif word.endswith("."):
+                suite = word
+
+
+class GTestCase(pytest.Item):
+    def __init__(self, *, command, **kw):
+        super().__init__(**kw)
+        self.command = command
+
+    def runtest(self):
+        environment = dict(os.environ, GTEST_BRIEF="1", GTEST_COLOR="no")
+        done = subprocess.run([*self.command, f"--gtest_filter={self.name}"], capture_output=True, text=True,
+                              errors="replace", timeout=300, env=environment, check=False)
+        if "[  SKIPPED ]" in done.stdout and done.returncode == 0:
+            reason = [line for line in done.stdout.splitlines() if line and not line.startswith("[")]
+            pytest.skip(" ".join(reason[-1:]) or "skipped by the test itself")
+        if done.returncode != 0:
+            raise GTestFailure(f"exit status {done.returncode}\n{done.stdout}{done.stderr}")
+
+    def repr_failure(self, excinfo, style=None):
+        if isinstance(excinfo.value, GTestFailure):
+            return str(excinfo.value)
+        return super().repr_failure(excinfo, style)
+
+    def reportinfo(self):
+        return self.path, None, f"{self.command[-1].name}: {self.name}"
+
+
+class GTestFailure(Exception):
+    """A GoogleTest case that failed; its text is what the case printed."""
