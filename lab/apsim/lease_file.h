@@ -1,0 +1,28 @@
+// lease_file.h - the DHCP server's lease file: one line per client, "expiry mac address name client-id".
+// Written whole under a temporary name and renamed, so that a reader never sees half of it.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+class lease_file {
+public:
+    explicit lease_file(std::string path) : path_(std::move(path)) {}
+
+    // Gives `mac` the address and name (instead of what it had); nothing is written yet.
+    void set(const std::string &mac, const std::string &ip, const std::string &name) {
+        leases_[mac] = {ip, name};
+    }
+    void remove(const std::string &mac) { leases_.erase(mac); }
+    // Writes the file. Empty, or what went wrong.
+    std::string write() const;
+
+private:
+    struct lease {
+        std::string ip;
+        std::string name;
+    };
+    std::string path_;
+    std::map<std::string, lease> leases_; // by MAC
+};

@@ -1,0 +1,42 @@
+// simulator.h - the driver and its surroundings in one place: what the control socket, the driver requests
+// and the population do, they do through this.
+#pragma once
+
+#include "apsim/driver_requests.h"
+#include "apsim/lease_file.h"
+#include "apsim/netlink_channel.h"
+#include "apsim/station.h"
+
+struct simulator {
+    netlink_channel channel;
+    station_table stations;
+    driver_requests requests;
+    lease_file leases;
+
+    simulator(std::uint16_t family, std::uint64_t seed, const std::string &lease_path)
+        : channel(family), stations(seed), requests(*this), leases(lease_path) {}
+    simulator(simulator &&) = delete;
+
+    // Adds the station and sends `event` about it; returns how many listeners were told. So do the others.
+    std::size_t associate(const station &added, const station_event &event);
+    std::size_t associate(const station &added) { return associate(added, added.happening(1)); }
+    // Removes the station from its radio.
+    std::size_t disassociate(const station &gone, const station_event &event);
+    std::size_t disassociate(const station &gone, int reason);
+    // The client appears on another interface. Another radio that has it keeps it until it is told to drop
+    // it.
+    std::size_t roam(const station &from, std::string_view ifname, int radio);
+    // Every client associates once more where it is, as after a restart of the radios.
+    std::size_t again();
+};
+
+// Interface of a radio and radio of an interface, where nobody says otherwise: ath0 and ath01 belong to radio
+// 0, ath1 and ath11 to radio 1.
+std::string ifname_of(int radio);
+int radio_of(std::string_view ifname);
+
+// off_reason_code of an event
+inline constexpr int reason_disassociated_by_station = 308;
+inline constexpr int reason_deauthenticated_by_station = 307;
+inline constexpr int reason_dropped = 310;
+inline constexpr int reason_signal_too_low = 301;

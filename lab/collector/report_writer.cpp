@@ -1,0 +1,106 @@
+#include "collector/report_writer.h"
+
+#include "debug/escape.h"
+#include "driver/report_image.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <ctime>
+#include <json-c/json.h>
+
+namespace {
+
+std::string local_time(std::time_t seconds) {
+    struct tm parts {};
+    localtime_r(&seconds, &parts);
+    char text[32];
+    return {text, std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts)};
+}
+
+double seconds_of(const sta_clock &clock) { return clock.sec + clock.nsec / 1e9; }
+
+template <std::size_t N> json_object *as_json(const char (&text)[N]) {
+    return json_object_new_string(escaped({text, strnlen(text, N)}).c_str());
+}
+json_object *as_json(const sta_clock &clock) {
+    char text[32];
+    (void)std::snprintf(text, sizeof(text), "%.9f", seconds_of(clock));
+    return json_object_new_double_s(seconds_of(clock), text);
+}
+json_object *as_json(std::uint64_t number) { return json_object_new_uint64(number); }
+template <class Int> json_object *as_json(const Int &number) {
+    return json_object_new_int64(static_cast<std::int64_t>(number));
+}
+
+template <std::size_t N> std::string as_csv(const char (&text)[N]) {
+    std::string quoted = "\"";
+    for (const char c : escaped({text, strnlen(text, N)}))
+        quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return quoted + '"';
+}
+std::string as_csv(const sta_clock &clock) {
+    char text[32];
+    (void)std::snprintf(text, sizeof(text), "%.9f", seconds_of(clock));
+    return text;
+}
+template <class Int> std::string as_csv(const Int &number) { return std::to_string(number); }
+
+} // namespace
+
+std::string escaped(std::string_view text) {
+    std::string out(4 * text.size(), '\0'); // an escape has four characters at most
+    out.resize(escape::write(text, out));
+    return out;
+}
+
+std::string log_type_name(unsigned log_type) {
+    switch (log_type) {
+    case sta_log_online: return "online";
+    case sta_log_offline: return "offline";
+    case sta_log_update: return "update";
+    case sta_log_roamed: return "roamed";
+    default: return std::to_string(log_type);
+    }
+}
+
+std::string report_line(const sta_info_t &sta) {
+    const bool leaves = sta.log_type == sta_log_offline;
+    std::string line = local_time(std::time(nullptr));
+    char text[160];
+    const auto add = [&line, &text](int length) { line.append(text, static_cast<std::size_t>(length)); };
+    add(std::snprintf(text, sizeof(text), "  %-8s", log_type_name(sta.log_type).c_str()));
+    line += escaped(sta.mac) + "  " + escaped(sta.ifname) + "/radio " + std::to_string(sta.radio_id) +
+            "  \"" + escaped(sta.ssid) + '"';
+    if (sta.ip[0] != '\0') line += "  " + escaped(sta.ip);
+    add(std::snprintf(text, sizeof(text), "  %d dBm  channel %d  up %" PRIu64 " down %" PRIu64 " bytes  %d s",
+                      sta.rssi, sta.channel, sta.wifi_up, sta.wifi_down, sta.oltime));
+    if (leaves) line += "  " + escaped(sta.reason) + " (" + std::to_string(sta.reason_code) + ")";
+    return line;
+}
+
+std::string report_json(const sta_info_t &sta) {
+    json_object *object = json_object_new_object();
+#define ADD(field, off, len) json_object_object_add(object, #field, as_json(sta.field));
+    STA_REPORT_FIELDS(ADD)
+#undef ADD
+    std::string text =
+        json_object_to_json_string_ext(object, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
+    json_object_put(object);
+    return text;
+}
+
+std::string report_csv_heading() {
+    std::string row;
+#define ADD(field, off, len) row += row.empty() ? #field : "," #field;
+    STA_REPORT_FIELDS(ADD)
+#undef ADD
+    return row;
+}
+
+std::string report_csv(const sta_info_t &sta) {
+    std::string row;
+#define ADD(field, off, len) row += (row.empty() ? "" : ",") + as_csv(sta.field);
+    STA_REPORT_FIELDS(ADD)
+#undef ADD
+    return row;
+}

@@ -1,0 +1,20 @@
+// leases.h - the clients in the DHCP server's lease file, as the monitor knows them.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+struct lease {
+    std::string mac;
+    std::string ip;
+    std::string name;
+    bool operator==(const lease &) const = default;
+};
+
+// Lines "expiry mac address name client-id"; a line with fewer than four words is none. Empty when there is
+// no file.
+std::vector<lease> read_leases(const std::string &path);
+
+// {"count":N,"list":[{"mac":"..","ip":"..","hostName":".."},...]}
+std::string leases_json(const std::vector<lease> &leases);

@@ -1,0 +1,132 @@
+#include "record/recorder.h"
+
+#include "record/watched_files.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t parts_max = 6;
+
+struct {
+    int fd = -1; // -1: no recording
+    pid_t owner = 0;
+    std::uint64_t size = 0;  // bytes written
+    std::uint64_t limit = 0; // bytes
+    std::uint64_t last = 0;  // time of the last record
+    std::int64_t wall = 0;
+    std::int64_t monotonic = 0;
+} recording;
+
+std::int64_t clock_us(clockid_t id) {
+    timespec now{};
+    clock_gettime(id, &now);
+    return std::int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
+}
+
+// What was begun of a record is taken back, so that the file ends with a whole one.
+void stop(const char *why) {
+    (void)!ftruncate(recording.fd, static_cast<off_t>(recording.size));
+    close(recording.fd);
+    recording.fd = -1;
+    dprintf(STDERR_FILENO, "wsm-record: %s: the recording ends, the program goes on\n", why);
+}
+
+void put(const iovec *parts, std::size_t count) {
+    std::size_t whole = 0;
+    for (std::size_t i = 0; i < count; ++i) whole += parts[i].iov_len;
+    if (recording.size + whole > recording.limit) {
+        stop("the limit is reached");
+        return;
+    }
+    ssize_t written = 0;
+    do written = writev(recording.fd, parts, static_cast<int>(count));
+    while (written < 0 && errno == EINTR);
+    if (written < 0 || static_cast<std::size_t>(written) != whole) {
+        // A disk that fills up takes a part; the next write would say why.
+        const int reason = written < 0 ? errno : ENOSPC;
+        stop(reason == ENOSPC ? "no space left" : "the file cannot be written");
+        return;
+    }
+    recording.size += whole;
+}
+
+// The environment is the daemon's again: without the library, which is the last of those that are preloaded.
+void leave_environment() {
+    unsetenv("WSM_RECORD");
+    const char *preloaded = std::getenv("LD_PRELOAD");
+    const char *ours = preloaded ? std::strrchr(preloaded, ':') : nullptr;
+    char *others = ours ? strndup(preloaded, static_cast<std::size_t>(ours - preloaded)) : nullptr;
+    if (others)
+        setenv("LD_PRELOAD", others, 1);
+    else
+        unsetenv("LD_PRELOAD");
+    std::free(others);
+}
+
+__attribute__((constructor)) void start() {
+    const char *order = std::getenv("WSM_RECORD");
+    int fd = -1;
+    std::uint64_t limit = 0;
+    if (!order || std::sscanf(order, "%d %" SCNu64, &fd, &limit) != 2) return;
+    leave_environment();
+    if (fcntl(fd, F_SETFD, FD_CLOEXEC) != 0) return;
+    recording.owner = getpid();
+    recording.limit = limit;
+    recording.wall = clock_us(CLOCK_REALTIME);
+    recording.monotonic = clock_us(CLOCK_MONOTONIC);
+    recording.fd = fd;
+
+    std::uint8_t header[recording_header] = {};
+    std::memcpy(header, recording_magic, sizeof(recording_magic));
+    wire::put(header + recording_version_offset, recording_version);
+    std::memcpy(header + recording_order_offset, &recording_order, sizeof(recording_order));
+    wire::put(header + recording_wall_offset, recording.wall);
+    wire::put(header + recording_monotonic_offset, recording.monotonic);
+    wire::put(header + recording_uptime_offset, clock_us(CLOCK_BOOTTIME));
+    const iovec whole = recorder_part(header, sizeof(header));
+    put(&whole, 1);
+    watched_files_take_all();
+}
+
+__attribute__((destructor)) void finish() {
+    if (recorder_runs()) recorder_write(record_end, recorder_now(), {});
+}
+
+} // namespace
+
+bool recorder_runs() noexcept { return recording.fd >= 0 && recording.owner == getpid(); }
+
+std::uint64_t recorder_now() noexcept {
+    return static_cast<std::uint64_t>(clock_us(CLOCK_MONOTONIC) - recording.monotonic);
+}
+
+std::int64_t recorder_wall_start() noexcept { return recording.wall; }
+
+void recorder_write(record_kind kind, std::uint64_t time, std::initializer_list<iovec> parts) noexcept {
+    const int reason = errno;
+    if (recorder_runs() && parts.size() <= parts_max) {
+        std::uint8_t header[record_header] = {};
+        iovec all[1 + parts_max] = {recorder_part(header, sizeof(header))};
+        std::copy(parts.begin(), parts.end(), all + 1);
+        std::size_t size = 0;
+        for (const iovec &part : parts) size += part.iov_len;
+        recording.last = std::max(recording.last, time);
+        wire::put(header + record_size_offset, static_cast<std::uint32_t>(size));
+        wire::put(header + record_kind_offset, static_cast<std::uint16_t>(kind));
+        wire::put(header + record_time_offset, recording.last);
+        if (size <= record_size_max) put(all, 1 + parts.size());
+    }
+    errno = reason;
+}
+
+// So that wsm-record, which is linked with the library, can say where it is.
+extern "C" __attribute__((visibility("default"))) void wsm_recorder(void);
+extern "C" void wsm_recorder(void) {}

@@ -1,0 +1,29 @@
+// recorder.h - the recording, inside of the daemon that it is made of. The daemon must not notice: whatever goes wrong
+// ends the recording with one line on standard error, and nothing else.
+//
+// Start:  when the library is loaded, by "<descriptor> <limit>" in the environment's WSM_RECORD. Children of the daemon
+//         inherit neither that nor the library.
+// Thread: the daemon's one.   Blocks: while the file is written.   errno is left as it was.
+#pragma once
+
+#include "record/layout.h"
+
+#include <initializer_list>
+#include <sys/uio.h>
+
+// False before a recording starts, after it has ended, and in children of the daemon.
+bool recorder_runs() noexcept;
+
+// Microseconds since the start of the recording.
+std::uint64_t recorder_now() noexcept;
+
+// The wall clock at the start, microseconds.
+std::int64_t recorder_wall_start() noexcept;
+
+// Writes one record: `parts`, at most 6, one behind the other. A `time` before that of the last record counts as that.
+void recorder_write(record_kind kind, std::uint64_t time, std::initializer_list<iovec> parts) noexcept;
+
+// A part of a record; only read.
+inline iovec recorder_part(const void *data, std::size_t size) noexcept {
+    return {const_cast<void *>(data), size};
+}

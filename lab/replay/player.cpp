@@ -1,0 +1,149 @@
+#include "replay/player.h"
+
+#include "common/was_peer.h"
+#include "replay/places.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <limits>
+#include <unistd.h>
+
+namespace {
+
+constexpr int look_interval = 2;                 // ms: how exactly the beginning is seen
+constexpr int longest_wait = 1000;               // ms
+constexpr std::uint32_t answer_delay_min = 1000; // µs: below, the lab's own way takes as long
+constexpr std::uint32_t answer_delay_max = 30'000'000;
+
+std::int64_t monotonic_us() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
+}
+
+} // namespace
+
+player::player(const recording &whole, std::uint16_t family)
+    : whole_(whole), answers_(whole), families_(family), channel_(0),
+      server_([this](stream_server::peer &from) { answer(from); }), look_([this] { wait_for_daemon(); }),
+      due_([this] { play_due(); }) {}
+
+std::string player::open(const std::string &path, bool places_files) {
+    places_files_ = places_files;
+    bool speaks = false, notifies = false;
+    for (const recorded::record &one : whole_.records) {
+        if (const auto *message = std::get_if<recorded::bus_message>(&one.what)) {
+            speaks = true;
+            notifies = notifies || message->kind == record_notification;
+        }
+    }
+    if (speaks)
+        if (std::string why = bus_.open(notifies); !why.empty()) return why;
+    if (std::string why = channel_.open(); !why.empty()) return why;
+    // What the daemon found when it started.
+    for (;
+         next_ < whole_.records.size() && std::holds_alternative<recorded::file>(whole_.records[next_].what);
+         ++next_)
+        play(whole_.records[next_]);
+    if (std::string why = server_.listen(path); !why.empty()) return why;
+    look_.start(0);
+    return {};
+}
+
+void player::wait_for_daemon() {
+    if (has_begun_) return;
+    channel_.look();
+    if (channel_.ports().empty()) {
+        look_.start(look_interval);
+        return;
+    }
+    // The daemon's look-up of the family is the first that it has received; in the lab the kernel knows of none.
+    const auto first = std::ranges::find_if(whole_.records, [](const recorded::record &one) {
+        return std::holds_alternative<recorded::message>(one.what);
+    });
+    offset_ = monotonic_us() - static_cast<std::int64_t>(first != whole_.records.end() ? first->time : 0);
+    has_begun_ = true;
+    play_due();
+}
+
+std::uint64_t player::now() const {
+    if (!has_begun_) return 0;
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(monotonic_us() - offset_, 0));
+}
+
+void player::play_due() {
+    if (!has_begun_ || next_ > whole_.records.size()) return;
+    for (; next_ < whole_.records.size() && whole_.records[next_].time <= now(); ++next_)
+        play(whole_.records[next_]);
+    if (next_ < whole_.records.size()) {
+        const std::uint64_t left = (whole_.records[next_].time - now() + 999) / 1000;
+        due_.start(
+            static_cast<int>(std::clamp<std::int64_t>(static_cast<std::int64_t>(left), 0, longest_wait)));
+        return;
+    }
+    ++next_; // once
+    std::printf("end of the recording: %u messages sent, %u requests answered, %u with the answer before, %u "
+                "with none\n",
+                counts_.messages, counts_.answers, counts_.repeated, counts_.unanswered);
+    std::fflush(stdout);
+}
+
+void player::play(const recorded::record &one) {
+    std::visit([this](const auto &what) { play(what); }, one.what);
+}
+
+void player::play(const recorded::message &one) {
+    if (const auto message = families_.translate(one.content)) {
+        channel_.send(*message);
+        ++counts_.messages;
+    }
+}
+
+// What the daemon has not received it cannot be sent again, and it does no more than say so.
+void player::play(const recorded::receive_error &one) {
+    std::printf("%.6f s: not played: receiving failed, %s\n", static_cast<double>(now()) / 1e6,
+                std::strerror(one.number));
+    std::fflush(stdout);
+}
+
+void player::play(const recorded::file &one) {
+    if (!places_files_) return;
+    if (const std::string why = place_file(one); !why.empty()) {
+        std::printf("a recorded file has no place: %s\n", why.c_str());
+        std::fflush(stdout);
+    }
+}
+
+void player::answer(stream_server::peer &from) {
+    const std::optional<was_question> asked = take_question(from);
+    if (!asked) return;
+    // With stations from its backup the daemon asks as soon as its socket is open.
+    if (!has_begun_) wait_for_daemon();
+
+    const driver_question question{asked->command, asked->argument, asked->ifname, asked->bytes};
+    const auto found = answers_.find(question, now());
+    std::int32_t result = -1;
+    std::vector<std::uint8_t> bytes;
+    if (!found) {
+        ++counts_.unanswered;
+        std::printf("%.6f s: no answer was recorded to request %d of %u bytes\n",
+                    static_cast<double>(now()) / 1e6, question.cmd,
+                    static_cast<unsigned>(asked->bytes.size()));
+        std::fflush(stdout);
+    } else {
+        const recorded::request &recorded = *found->request;
+        ++(found->is_next ? counts_.answers : counts_.repeated);
+        if (found->is_next && has_begun_) offset_ = monotonic_us() - static_cast<std::int64_t>(found->time);
+        // The daemon waits for its driver, and does nothing else meanwhile: so can we.
+        if (recorded.took >= answer_delay_min) usleep(std::min(recorded.took, answer_delay_max));
+        result = recorded.result;
+        if (result == 0) {
+            bytes.assign(recorded.answer.begin(), recorded.answer.end());
+            bytes.resize(asked->bytes.size());
+        }
+    }
+    send_answer(from, result, bytes);
+    if (due_.running()) due_.start(0); // the clock may have moved
+}

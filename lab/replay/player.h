@@ -1,0 +1,59 @@
+// player.h - a recording, played to a daemon in real time.
+//
+// Time:   begins when the daemon has opened its netlink socket, and follows the daemon: each driver request that comes
+//         when its recorded one is due sets the clock, so that what was recorded between two passes of the daemon
+//         comes between the same two again.
+// Order:  as recorded. What is late is played at once.
+#pragma once
+
+#include "apsim/netlink_channel.h"
+#include "common/stream_server.h"
+#include "replay/answers.h"
+#include "replay/bus.h"
+#include "replay/families.h"
+
+class player {
+public:
+    struct counts {
+        unsigned messages = 0;   // sent
+        unsigned answers = 0;    // to driver requests, as recorded
+        unsigned repeated = 0;   // the answer before, for want of a next one
+        unsigned unanswered = 0; // never recorded
+    };
+
+    // The recording must outlive the player. `family`: of the lab's driver.
+    player(const recording &whole, std::uint16_t family);
+
+    // Answers at `path`. `places_files`: puts the recorded files in their places, those of the start at once.
+    // Empty, or what went wrong.
+    std::string open(const std::string &path, bool places_files);
+
+    const counts &done() const { return counts_; }
+
+private:
+    void wait_for_daemon();
+    void play_due();
+    void play(const recorded::record &one);
+    void play(const recorded::message &one);
+    void play(const recorded::receive_error &one);
+    void play(const recorded::file &one);
+    void play(const recorded::bus_message &one) { bus_.say(one); }
+    void play(const recorded::request &) {} // the daemon's to make
+    void play(const recorded::end &) {}
+    void answer(stream_server::peer &from);
+    std::uint64_t now() const; // in the recording's time
+
+    const recording &whole_;
+    recorded_answers answers_;
+    replayed_families families_;
+    replayed_bus bus_;
+    netlink_channel channel_;
+    stream_server server_;
+    timer look_;
+    timer due_;
+    std::size_t next_ = 0; // record
+    bool places_files_ = false;
+    bool has_begun_ = false;
+    std::int64_t offset_ = 0; // µs from the recording's time to CLOCK_MONOTONIC
+    counts counts_;
+};

@@ -1,0 +1,124 @@
+"""./demo: an access point with simulated clients, shown as it lives."""
+
+import argparse
+import collections
+import importlib.util
+import math
+import os
+import pathlib
+import signal
+import sys
+import time
+
+from . import Lab, LabError
+from .happenings import KINDS, Happenings
+
+PAUSE_S = 0.05
+
+
+def arguments(words):
+    parser = argparse.ArgumentParser(prog="./demo", description="Runs the daemon in the lab with simulated clients.")
+    parser.add_argument("--stations", type=int, default=12, metavar="N", help="clients that come and go (%(default)s)")
+    parser.add_argument("--seconds", type=float, metavar="S", help="end after so long; without it, on Ctrl-C")
+    parser.add_argument("--seed", type=int, default=1, metavar="K", help="of the clients' random numbers (%(default)s)")
+    parser.add_argument("--scenario", type=pathlib.Path, metavar="FILE", help="play this scenario instead")
+    parser.add_argument("--replay", type=pathlib.Path, metavar="FILE", help="play this recording of a daemon instead")
+    parser.add_argument("--plain", action="store_true", help="plain lines also on a terminal")
+    parser.add_argument("--build-dir", default="build", help=argparse.SUPPRESS)
+    return parser.parse_args(words)
+
+
+def run_plain(lab, begin, end, tell):
+    """One line per happening."""
+    happenings = Happenings(lab)
+    begin()
+    while time.monotonic() < end:
+        for happening in happenings.take():
+            print(happening, flush=True)
+            tell(happening)
+        time.sleep(PAUSE_S)
+
+
+def run_live(lab, begin, end, tell):
+    """The view, and what happens in it."""
+    from .view import View
+    from .watcher import Watcher
+    with Watcher(lab) as watcher:
+        begin()
+        View(watcher, end if math.isfinite(end) else None, tell).run()
+
+
+def wants_view(options):
+    """Whether there is a terminal that can show it. Plain lines need no terminal library."""
+    return (not options.plain and sys.stdin.isatty() and sys.stdout.isatty()
+            and os.environ.get("TERM", "") not in ("", "dumb", "unknown")
+            and importlib.util.find_spec("urwid") is not None)
+
+
+def show(options):
+    counts = collections.Counter()
+
+    def count(item):
+        if getattr(item, "source", None) == "report":
+            counts[KINDS.get(item.values["log_type"], "other")] += 1
+
+    with Lab(options.build_dir) as lab:
+        lab.start_all(dhcpmon=True)
+        print(f"access point up, firewall {lab.firewall}, {options.stations} clients, seed {options.seed}", flush=True)
+        end = time.monotonic() + options.seconds if options.seconds is not None else math.inf
+        run = run_live if wants_view(options) else run_plain
+        try:
+            run(lab, lambda: lab.apsim(f"population n={options.stations} seed={options.seed}"), end, count)
+        except KeyboardInterrupt:
+            pass
+        question = {"get_all_sta_status": "online", "get_sta_count": "all"}  # a list may be too long for the bus
+        online = lab.bus("call", "sta", "get", question)["count"]
+        status = lab.daemon.stop()
+    shown = ", ".join(f"{counts[kind]} {kind}" for kind in KINDS.values())
+    print(f"{sum(counts.values())} reports ({shown}); {online} stations at the end; "
+          f"the daemon ended with status {status}")
+
+
+def show_scenario(options):
+    """On a terminal; the exit status."""
+    from .scenario import Scenario
+    from .stage import Stage
+    from .view import View
+    from .watcher import Watcher
+    scenario = Scenario.read(options.scenario)
+    until = time.monotonic() + options.seconds if options.seconds is not None else None
+    with Lab(options.build_dir) as lab, Watcher(lab, follow=False) as watcher, Stage(scenario, lab, watcher) as stage:
+        View(watcher, until).run()
+    print(f"{scenario.title}\n{stage.outcome}")
+    return 1 if stage.failed else 0
+
+
+def interrupt(*_):
+    raise KeyboardInterrupt
+
+
+def main(words):
+    options = arguments(words)
+    signal.signal(signal.SIGTERM, interrupt)
+    try:
+        if options.replay:
+            from .replay import play_recording
+            play_recording(options.replay, options.build_dir,
+                           time.monotonic() + options.seconds if options.seconds is not None else math.inf)
+            return 0
+        if options.scenario and wants_view(options):
+            return show_scenario(options)
+        if options.scenario:
+            from .scenario import play_file
+            return play_file(options.scenario, options.build_dir)
+        show(options)
+    except KeyboardInterrupt:
+        return 130
+    except (LabError, OSError) as error:
+        print(f"./demo: {error}", file=sys.stderr)
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

@@ -1,0 +1,29 @@
+"""For ./demo: a recording, played again, and what comes of it."""
+
+import time
+
+from . import Lab
+from .happenings import Happenings
+
+PAUSE_S = 0.05
+
+
+def play_recording(path, build_dir, end):
+    """Prints one line per happening until the recording is over, or it is `end` o'clock. There is no view of it: that
+    one asks the daemon, the daemon then asks its driver, and the reports would not be the recorded ones."""
+    with Lab(build_dir) as lab:
+        player = lab.replay(path)
+        print("\n".join(player.lines()), flush=True)
+        happenings = Happenings(lab)
+        try:
+            over = False
+            while not over and time.monotonic() < end:
+                over = lab.replay_is_over(player)  # before the last look
+                for happening in happenings.take():
+                    print(happening, flush=True)
+                time.sleep(0 if over else PAUSE_S)
+        except KeyboardInterrupt:
+            pass
+        reports = len(lab.reports())
+        status = lab.daemon.stop()
+        print(f"{player.lines()[-1]}\n{reports} reports; the daemon ended with status {status}")

@@ -1,0 +1,339 @@
+"""Scenarios: what happens on an access point and what must come of it, one line each. docs/lab.md describes the format.
+
+    scenario = Scenario.read("lab/scenarios/roam.scn")
+    scenario.play(lab)          # raises Failed with file, line and what was missing
+"""
+
+import fnmatch
+import json
+import pathlib
+import re
+import shlex
+import time
+
+from .happenings import Happenings
+from .lab import Lab
+from .space import LabError, Timeout
+
+EXPECTATION = "->"
+NEVER = "never"
+AS_EXPECTED = "as expected"
+PROGRAMS = {"daemon": "wsmd", "collector": "wsm-collector", "broker": "ubusd", "driver": "apsim", "dhcpmon": "dhcpmon"}
+# A comparison of one member: mac=02:*, channel>5, oltime<60
+COMPARISON = re.compile(r"([A-Za-z_]\w*)(=|<|>)(.*)", re.DOTALL)
+
+
+class ScenarioError(LabError):
+    """A line that cannot be understood."""
+
+
+class Failed(LabError):
+    """An expectation that was not met in its time."""
+
+
+class Stopped(Exception):
+    """Whoever had it played wants no more of it."""
+
+
+class Line:
+    """One line: when, and the words of what is done or, with `expects`, of what must have come by then."""
+
+    def __init__(self, place, at, expects, words):
+        self.place, self.at, self.expects, self.words = place, at, expects, words
+
+    def __str__(self):
+        return f"{self.at:6.1f} s  {EXPECTATION + ' ' if self.expects else '   '}{shlex.join(self.words)}"
+
+
+class Scenario:
+    def __init__(self, title, options, lines):
+        self.title, self.options, self.lines = title, options, lines
+
+    @classmethod
+    def read(cls, path):
+        path = pathlib.Path(path)
+        return cls.parse(path.read_text(encoding="utf-8"), path.name)
+
+    @classmethod
+    def parse(cls, text, name="scenario"):
+        title, options, lines, names, now = "", {}, [], {}, 0.0
+        for number, line in enumerate(text.splitlines(), 1):
+            place = f"{name}:{number}"
+            if line.lstrip().startswith("#"):
+                title = title or line.lstrip("# ").strip()
+                continue
+            try:
+                words = shlex.split(line, comments=True)
+                words = [re.sub(r"\$(\w+)", lambda match: names[match[1]], word) for word in words]
+            except ValueError as error:
+                raise ScenarioError(f"{place}: {error}") from error
+            except KeyError as error:
+                raise ScenarioError(f"{place}: no name {error} was given with let") from error
+            if not words:
+                continue
+            if words[0] == "let" and len(words) == 3:
+                names[words[1]] = words[2]
+            elif words[0] == "lab" and len(words) >= 2:
+                options[words[1]] = words[2:]
+            else:
+                now = _time(words[0], now, place)
+                expects = words[1:2] == [EXPECTATION]
+                rest = words[2 if expects else 1:]
+                verbs = Player.EXPECTATIONS if expects else Player.ACTIONS
+                verb = rest[1:2] if expects and rest[:1] == [NEVER] else rest[:1]
+                if not verb or verb[0] not in verbs:
+                    raise ScenarioError(f"{place}: expected one of {', '.join(verbs)}, "
+                                        f"not {' '.join(rest) or 'nothing'}")
+                lines.append(Line(place, now, expects, rest))
+        unknown = set(options) - {"dhcpmon", "driver"}
+        if unknown:
+            raise ScenarioError(f"{name}: unknown option of the lab: {', '.join(unknown)}")
+        return cls(title or name, options, lines)
+
+    def play(self, lab, tell=lambda happening: None, stop=lambda: False):
+        """Starts everything in `lab`, which is open, and plays. `tell` is called with each line when it is done or
+        met, and with each happening in between; Stopped soon after `stop` gives true."""
+        lab.start_ubusd()
+        lab.start_apsim(*self.options.get("driver", []))
+        lab.start_collector()
+        if "dhcpmon" in self.options:
+            lab.start_dhcpmon()
+        lab.start_daemon()
+        lab.wait_for_family()
+        Player(lab, tell, stop).play(self.lines)
+
+
+def _time(word, now, place):
+    """Seconds since the beginning: 5s, 1m30s, or +2s after the line before."""
+    match = re.fullmatch(r"(\+?)(?:(\d{1,6})m)?(?:(\d{1,6}(?:\.\d{1,6})?)s)?", word)
+    if not match or not (match[2] or match[3]):
+        raise ScenarioError(f"{place}: a time like 5s, 1m30s or +2s is missing, not {word!r}")
+    seconds = 60 * int(match[2] or 0) + float(match[3] or 0)
+    if match[1]:
+        return now + seconds
+    if seconds < now:
+        raise ScenarioError(f"{place}: {word} is before the line above it")
+    return seconds
+
+
+def _comparisons(words):
+    compared = []
+    for word in words:
+        match = COMPARISON.fullmatch(word)
+        if not match:
+            raise ScenarioError(f"{word!r} is no comparison like name=value")
+        compared.append(match.groups())
+    return compared
+
+
+def matches(values, compared):
+    """Whether the members compare; a text may hold * and ?."""
+    for name, relation, wanted in compared:
+        if name not in values:
+            return False
+        value = values[name]
+        if relation == "=":
+            text = value if isinstance(value, str) else json.dumps(value)
+            if not fnmatch.fnmatchcase(text, wanted):
+                return False
+        elif not (float(value) < float(wanted) if relation == "<" else float(value) > float(wanted)):
+            return False
+    return True
+
+
+def _members(words):
+    """name=value words as a message: whole numbers are numbers."""
+    return {name: int(value) if re.fullmatch(r"-?\d+", value) else value for name, _, value in _comparisons(words)}
+
+
+def _count(words):
+    """A leading x3 asks for three; returns the number and the other words."""
+    if words and re.fullmatch(r"x\d+", words[0]):
+        return int(words[0][1:]), words[1:]
+    return 1, words
+
+
+class Player:
+    def __init__(self, lab, tell, stop):
+        self.lab, self.tell, self.stop = lab, tell, stop
+        self.happenings = Happenings(lab)
+        self.came = {"report": [], "notify": [], "event": []}
+        self.used = {source: set() for source in self.came}  # indexes that an expectation has taken
+        self.last = {}                                        # source and station -> last index taken
+
+    def play(self, lines):
+        start = time.monotonic()
+        for line in lines:
+            due = start + line.at
+            try:
+                if not line.expects or line.words[0] == NEVER:
+                    self._let_pass(due)
+                if line.expects:
+                    self._expect(line, due)
+                else:
+                    self.ACTIONS[line.words[0]](self, line.words[1:])
+            except (ScenarioError, Failed):
+                raise
+            except LabError as error:
+                raise Failed(f"{line.place}: {line}: {error}") from error
+            self.tell(line)
+
+    def _look(self):
+        if self.stop():
+            raise Stopped
+        for happening in self.happenings.take():
+            self.came[happening.source].append(happening.values)
+            self.tell(happening)
+
+    def _let_pass(self, due):
+        while True:
+            self._look()
+            left = due - time.monotonic()
+            if left <= 0:
+                return
+            time.sleep(min(left, 0.05))
+
+    def _expect(self, line, due):
+        if line.words[0] == NEVER:
+            if self.EXPECTATIONS[line.words[1]](self, line.words[2:]):
+                raise Failed(f"{line.place}: {line}: it did")
+            return
+
+        def met():
+            self._look()
+            return self.EXPECTATIONS[line.words[0]](self, line.words[1:])
+        # A slow machine gets more time; what is late by the clock alone is not wrong.
+        left = max(due - time.monotonic(), 1.0)
+        try:
+            self.lab.wait(met, left, str(line))
+        except Timeout as error:
+            raise Failed(f"{line.place}: {line}: not met\n{self._recent(line)}") from error
+
+    def _recent(self, line):
+        """The members that were looked at in what came last."""
+        names = [match[1] for match in map(COMPARISON.fullmatch, line.words) if match]
+        came = [values[1] if line.words[0] == "event" else values for values in self.came.get(line.words[0], [])]
+        return "\n".join("  came: " + " ".join(f"{name}={values.get(name)}" for name in names) for values in came[-5:])
+
+    # --- what can be done ---
+
+    def _driver(self, words):
+        # Quotes that the line's reader took off are put on again where the driver needs them.
+        self.lab.apsim(" ".join(re.sub(r"^(\w+)=(.*\s.*|)$", r'\1="\2"', word, flags=re.DOTALL) for word in words))
+
+    def _bus(self, words):
+        if words[0] == "send":
+            self.lab.bus("send", words[1], _members(words[2:]))
+        else:
+            self.lab.bus("call", words[0], words[1], _members(words[2:]))
+
+    def _run(self, words):
+        self.lab.run(["sh", "-c", " ".join(words)])
+
+    def _process(self, program):
+        name = PROGRAMS[program]
+        for process in reversed(self.lab.space.processes):
+            if process.name == name:
+                return process
+        raise LabError(f"{program} has not been started")
+
+    def _start(self, words):
+        starters = {"daemon": self.lab.start_daemon, "collector": self.lab.start_collector,
+                    "broker": self.lab.start_ubusd, "driver": self.lab.start_apsim, "dhcpmon": self.lab.start_dhcpmon}
+        self._look()
+        starters[self._program(words)](*words[1:])
+        self.happenings.restarted(words[0])
+
+    def _stop(self, words):
+        self._process(self._program(words)).stop()
+
+    def _kill(self, words):
+        self._process(self._program(words)).kill()
+
+    @staticmethod
+    def _program(words):
+        if not words or words[0] not in PROGRAMS:
+            raise ScenarioError(f"which program? One of {', '.join(PROGRAMS)}")
+        return words[0]
+
+    ACTIONS = {"driver": _driver, "bus": _bus, "run": _run, "start": _start, "stop": _stop, "kill": _kill,
+               "nothing": lambda self, words: None}
+
+    # --- what can be expected ---
+
+    def _came(self, source, values_of, words):
+        """`count` happenings that no expectation has taken yet; those of one station are taken in their order."""
+        count, words = _count(words)
+        compared = _comparisons(words)
+        station = (source, dict((name, wanted) for name, relation, wanted in compared if relation == "=").get("mac"))
+        first = self.last.get(station, -1) + 1 if station[1] else 0
+        found = [index for index, values in enumerate(self.came[source])
+                 if index >= first and index not in self.used[source] and matches(values_of(values), compared)][:count]
+        if len(found) < count:
+            return False
+        self.used[source].update(found)
+        self.last[station] = found[-1]
+        return True
+
+    def _report(self, words):
+        return self._came("report", lambda values: values, words)
+
+    def _notify(self, words):
+        return self._came("notify", lambda values: values, words)
+
+    def _event(self, words):
+        return self._came("event", lambda event: {"event": event[0], **event[1]}, ["event=" + words[0], *words[1:]])
+
+    def _bus_gives(self, words):
+        question, answer = words[:words.index("gives")], words[words.index("gives") + 1:]
+        reply = self.lab.bus("call", question[0], question[1], _members(question[2:]))
+        return matches(reply or {}, _comparisons(answer))
+
+    def _stations(self, words):
+        listed = self.lab.online().values()
+        compared = _comparisons(words[1:])
+        return len(listed) == int(words[0]) and all(matches(station, compared) for station in listed)
+
+    def _agree(self, _):
+        return {station["mac"] for station in self.lab.stations()} == set(self.lab.online())
+
+    def _log(self, words):
+        count, words = _count(words)
+        return self.lab.logged(" ".join(words)) >= count
+
+    def _file(self, words):
+        path = self.lab.root / words[0].lstrip("/")
+        if words[1:] == ["gone"]:
+            return not path.exists()
+        if not path.exists():
+            return False
+        text = path.read_text(errors="replace")
+        if words[1] == "has":
+            return " ".join(words[2:]) in text
+        return matches({"lines": text.count("\n"), "size": len(text)}, _comparisons(words[1:]))
+
+    def _runs(self, words):
+        return self._process(self._program(words)).running
+
+    def _ended(self, words):
+        process = self._process(self._program(words))
+        return not process.running and matches({"status": process.status}, _comparisons(words[1:]))
+
+    EXPECTATIONS = {"report": _report, "notify": _notify, "event": _event, "bus": _bus_gives, "stations": _stations,
+                    "agree": _agree, "log": _log, "file": _file, "runs": _runs, "ended": _ended}
+
+
+def play_file(path, build_dir):
+    """For ./demo: plays one file and prints what happens; the exit status."""
+    scenario = Scenario.read(path)
+    print(scenario.title, flush=True)
+    with Lab(build_dir) as lab:
+        try:
+            scenario.play(lab, tell=lambda happening: print(
+                f"  {'ok' if happening.expects else 'do'} {happening}" if isinstance(happening, Line)
+                else f"     {happening}", flush=True))
+        except Failed as failure:
+            print(f"FAILED {failure}", flush=True)
+            return 1
+    print(AS_EXPECTED, flush=True)
+    return 0

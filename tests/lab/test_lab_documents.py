@@ -1,0 +1,61 @@
+"""The lab's documents say what its programs do."""
+
+import pathlib
+import re
+import shutil
+import subprocess
+
+import pytest
+
+from programs import wait
+
+DOCS = pathlib.Path(__file__).resolve().parents[2] / "docs"
+PROGRAMS = ["apsim", "wsm-collector", "dhcpmon", "wsm-record", "wsm-replay"]
+
+
+def section(title):
+    """A section of docs/lab.md, with those below it."""
+    text = (DOCS / "lab.md").read_text(encoding="utf-8")
+    found = re.search(rf"^(#+) {re.escape(title)}\n(.*?)(?=^#{{1,2}} |\Z)", text, re.M | re.S)
+    assert found, title
+    return found[2]
+
+
+@pytest.mark.parametrize("program", PROGRAMS)
+def test_the_manual_page_has_the_options_and_statuses_of_the_program(build_dir, program):
+    usage = subprocess.run([build_dir / "bin" / program, "--help"], capture_output=True, text=True, timeout=30,
+                           check=True).stdout
+    page = (DOCS / "man" / f"{program}.1").read_text(encoding="utf-8").replace("\\-", "-")
+    options = page[page.index(".SH OPTIONS"):]
+    assert re.findall(r"^  (--[a-z]+)", usage, re.M) == re.findall(r"^\.BI? (--[a-z]+)", options, re.M)
+    statuses = usage[usage.index("Exit status:"):]
+    assert re.findall(r"(?:: |, |\n)(\d) ", statuses) == re.findall(r"^\.B (\d)$", page, re.M)
+
+
+@pytest.mark.skipif(not (shutil.which("man") and shutil.which("groff")), reason="man or groff is not installed")
+@pytest.mark.parametrize("program", PROGRAMS)
+def test_the_manual_page_is_well_formed(program):
+    done = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", DOCS / "man" / f"{program}.1"],
+                          capture_output=True, text=True, timeout=30, check=True)
+    assert done.stderr == ""
+
+
+def test_every_command_of_the_driver_simulator_is_documented(apsim):
+    rows = [line for line in section("Commands").splitlines() if line.startswith("| `")]
+    assert sorted(re.match(r"\| `(\w+)", row)[1] for row in rows) == sorted(apsim.ok("help").split())
+
+
+def test_the_example_of_a_conversation_is_what_is_answered(apsim):
+    example = re.search(r"\$ printf '(.*?)' .*\n((?:.+\n)+?)```", section("Commands"))
+    listener = apsim.listener()
+    commands = example[1].split("\\n")[:-1]
+    assert "".join(apsim(command) + "\n" for command in commands) == example[2]
+    listener.socket.close()
+
+
+def test_the_example_of_a_report_is_what_is_printed(start, build_dir, tmp_path):
+    from test_collector import Collector, image
+    example = section("The collector: wsm-collector").split("$ wsm-collector\n")[1].split("\n")[0]
+    one = Collector(start, build_dir, tmp_path, [])
+    one.send(image(mac="02:00:00:00:00:01", ifname="ath0", ssid="Lobby", rssi=-48, channel=6, log_type=1))
+    assert wait(one.lines, "the report")[0][19:] == example[19:]

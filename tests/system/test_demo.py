@@ -1,0 +1,93 @@
+"""./demo without a terminal, to its end and interrupted. On a terminal: test_view.py."""
+
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+
+import pytest
+
+from leftovers import processes_below, still_running
+
+LAB_FOLDER = pathlib.Path(__file__).resolve().parents[2] / "lab"
+
+
+@pytest.fixture
+def demo(build_dir, patience):
+    """Starts the demo with these options; the programs are built already."""
+    def start(*options, **popen):
+        argv = [sys.executable, "-m", "wsmlab.demo", "--build-dir", str(build_dir), *options]
+        environment = {**os.environ, "PYTHONPATH": str(LAB_FOLDER)}
+        return subprocess.Popen(argv, env=environment, text=True, **popen)
+    start.limit = 60 * patience
+    return start
+
+
+def test_without_a_terminal_there_is_one_line_per_happening_and_a_summary(demo):
+    with demo("--seconds", "8", "--stations", "4", stdout=subprocess.PIPE) as process:
+        lines = process.communicate(timeout=demo.limit)[0].splitlines()
+    assert process.returncode == 0
+    assert lines[0].startswith("access point up, firewall ")
+    for source in (" s  report  log on ", " s  report  log-up ", " s  notify  log on ", " s  event   ip_change mac="):
+        assert any(source in line for line in lines), source
+    assert "reports (" in lines[-1] and lines[-1].endswith("the daemon ended with status 1")
+
+
+def test_the_same_seed_brings_the_same_clients(demo):
+    def arrivals(seed):
+        with demo("--seconds", "4", "--stations", "6", "--seed", seed, stdout=subprocess.PIPE) as process:
+            lines = process.communicate(timeout=demo.limit)[0].splitlines()
+        return [line.split("report")[1] for line in lines if "report  log on" in line][:4]
+    first = arrivals("7")
+    assert len(first) == 4
+    assert arrivals("7") == first != arrivals("8")
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+def test_an_interrupted_demo_ends_in_order_and_leaves_nothing(demo, number):
+    with demo("--stations", "4", stdout=subprocess.PIPE) as process:
+        while "report" not in process.stdout.readline():
+            pass
+        inside = processes_below(process.pid)
+        assert inside
+        process.send_signal(number)
+        rest = process.communicate(timeout=demo.limit)[0]
+    assert process.returncode == 0
+    assert rest.splitlines()[-1].endswith("the daemon ended with status 1")
+    assert not still_running(inside)
+
+
+def test_more_stations_than_an_answer_of_the_bus_can_carry_are_counted(demo):
+    with demo("--seconds", "14", "--stations", "900", stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
+        last = process.communicate(timeout=demo.limit)[0].splitlines()[-1]
+    assert process.returncode == 0, last
+    assert int(re.search(r"(\d+) stations at the end", last)[1]) > 700
+
+
+def test_a_scenario_is_told_line_by_line(demo, tmp_path):
+    (tmp_path / "short.scn").write_text("# Short\n0s driver assoc mac=02:00:00:00:00:01\n1s -> report log_type=1\n"
+                                        "1s -> report log_type=7\n")
+    with demo("--scenario", str(tmp_path / "short.scn"), stdout=subprocess.PIPE) as process:
+        lines = process.communicate(timeout=demo.limit)[0].splitlines()
+    assert process.returncode == 1
+    assert lines[0] == "Short"
+    assert lines[1] == "  do    0.0 s     driver assoc mac=02:00:00:00:00:01"
+    assert any("report  log on   02:00:00:00:00:01" in line for line in lines)
+    assert "  ok    1.0 s  -> report log_type=1" in lines
+    assert any(line.startswith("FAILED short.scn:4: ") for line in lines)
+
+
+@pytest.mark.parametrize("scenario, complaint", [("/nowhere.scn", "No such file"), ("/dev/null/x", "Not a directory")])
+def test_a_scenario_that_cannot_be_read_is_named(demo, scenario, complaint):
+    with demo("--scenario", scenario, stderr=subprocess.PIPE) as process:
+        error = process.communicate(timeout=demo.limit)[1]
+    assert process.returncode == 1
+    assert error.startswith("./demo: ") and complaint in error and scenario in error
+
+
+def test_wrong_options_are_refused_with_the_usage(demo):
+    with demo("--stations", "many", stderr=subprocess.PIPE) as process:
+        assert "usage: ./demo" in process.communicate(timeout=demo.limit)[1]
+    assert process.returncode == 2

@@ -1,0 +1,92 @@
+"""Every scenario of the lab, and the reader of their format."""
+
+import pathlib
+import re
+
+import pytest
+
+from wsmlab.scenario import Failed, Player, Scenario, ScenarioError, matches
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+SCENARIOS = sorted((ROOT / "lab/scenarios").glob("*.scn"))
+
+
+def documentation(section):
+    """A section of docs/lab.md."""
+    text = (ROOT / "docs/lab.md").read_text(encoding="utf-8")
+    return text.split(f"\n## {section}\n")[1].split("\n## ")[0]
+
+
+@pytest.mark.parametrize("path", SCENARIOS, ids=lambda path: path.stem)
+def test_the_scenario_comes_out_as_expected(lab, path):
+    Scenario.read(path).play(lab)
+
+
+def test_an_expectation_that_is_not_met_fails_with_its_line_and_what_came_instead(lab):
+    scenario = Scenario.parse("""
+        0s driver assoc mac=02:00:00:00:00:01 ifname=ath0 radio=0
+        1s -> report log_type=2 mac=02:00:00:00:00:01
+    """, "wrong.scn")
+    with pytest.raises(Failed, match=r"(?s)wrong.scn:3: .*-> report log_type=2 .*came: log_type=1 mac=02:0"):
+        scenario.play(lab)
+
+
+def test_what_must_never_come_fails_when_it_did(lab):
+    scenario = Scenario.parse("""
+        0s driver assoc mac=02:00:00:00:00:01 ifname=ath0 radio=0
+        1s -> notify mac=02:00:00:00:00:01
+        1s -> never report log_type=1
+    """, "wrong.scn")
+    with pytest.raises(Failed, match="wrong.scn:4: .*it did"):
+        scenario.play(lab)
+
+
+def test_a_command_that_the_driver_refuses_fails_with_its_line(lab):
+    with pytest.raises(Failed, match="scenario:1: .*unknown command"):
+        Scenario.parse("0s driver dance").play(lab)
+
+
+@pytest.mark.parametrize("text, fault", [
+    ("driver assoc", "a time like 5s"), ("5 driver assoc", "a time like 5s"), ("s driver x", "a time like 5s"),
+    ("2s driver x\n1s driver y", "scenario:2: 1s is before"), ("0s dance", "expected one of driver, bus"),
+    ("0s -> dance", "expected one of report, notify"), ("0s", "not nothing"), ("0s driver mac=$who", "no name 'who'"),
+    ("0s driver 'x", "No closing quotation"), ("lab music on", "unknown option of the lab: music"),
+    ("0s -> never dance", "expected one of report")])
+def test_a_line_that_cannot_be_read_is_named(text, fault):
+    with pytest.raises(ScenarioError, match=fault):
+        Scenario.parse(text)
+
+
+def test_times_add_up_and_names_are_filled_in():
+    scenario = Scenario.parse("# A title\n# more\nlet who 02:01\n1m30s driver x mac=$who\n+0.5s -> log $who # remark\n")
+    assert scenario.title == "A title"
+    assert [(line.at, line.expects, line.words) for line in scenario.lines] == [
+        (90, False, ["driver", "x", "mac=02:01"]), (90.5, True, ["log", "02:01"])]
+
+
+@pytest.mark.parametrize("relation, wanted, fits", [("=", "5", True), ("=", "5*", True), ("=", "6", False),
+                                                    (">", "4", True), (">", "5", False), ("<", "5.5", True)])
+def test_members_are_compared(relation, wanted, fits):
+    assert matches({"n": 5}, [("n", relation, wanted)]) is fits
+    assert matches({}, [("n", relation, wanted)]) is False
+
+
+def test_the_documented_scenario_comes_out_as_expected(lab):
+    scenario = Scenario.parse(documentation("Scenarios").split("```")[1])
+    assert scenario.title == "A client comes and goes."
+    scenario.play(lab)
+
+
+def test_every_deed_and_expectation_is_documented_and_no_other():
+    deeds, expectations = documentation("Scenarios").split("| expectation |")
+    def verbs(rows):
+        return {verb for row in rows.splitlines() if row.startswith("| `")
+                for verb in re.findall(r"`(\w+)[^`]*`", row.split("|")[1])}
+    assert verbs(deeds) == set(Player.ACTIONS)
+    assert verbs(expectations) == set(Player.EXPECTATIONS)
+
+
+def test_the_documented_program_runs(build_dir, capsys):
+    program = documentation("Using it").split("```python\n")[1].split("```")[0]
+    exec(compile(program.replace('"build"', repr(str(build_dir))), "docs/lab.md", "exec"), {})
+    assert capsys.readouterr().out == "Lobby -48\n{'count': 1}\n-A POSTROUTING -j POSTROUTING-incoming\n"

@@ -1,0 +1,122 @@
+"""Hours of a crowd's coming and going with faults strewn in, in about a minute; and that its bookkeeping finds what is wrong.
+
+The long form is bench/soak."""
+
+from wsmlab.ledger import OFFLINE, ONLINE, PERIOD, ROAMED, Ledger
+from wsmlab.soak import Soak
+
+A, B = "02:00:00:00:00:0a", "02:00:00:00:00:0b"
+
+
+def test_hours_with_300_stations_and_every_fault_lose_nothing_and_leave_nothing_behind(open_lab, patience):
+    # Memory that sanitizers keep is no measure.
+    soak = Soak(open_lab(), stations=300, events=6000, minutes=240, seed=1, memory=patience == 1.0)
+    soak.run()
+    assert soak.complaints == [], soak.table()
+    assert soak.ledger.counts["events"] >= 6000
+    assert soak.ledger.counts["due"] > 5000
+    assert all(soak.faults.values())
+
+
+# --- the bookkeeping ---
+
+def coming(mac, radio=0):
+    return {"assoc": 1, "mac": mac, "ifname": f"ath{radio}", "radio": radio, "is_reassoc": 0}
+
+
+def leaving(mac, radio=0, is_reassoc=0):
+    return {**coming(mac, radio), "assoc": 0, "is_reassoc": is_reassoc}
+
+
+def settled(ledger):
+    """What it has to complain of, and its counts of what is wrong."""
+    ledger.settle()
+    counts = {name: count for name, count in ledger.counts.items()
+              if count and name in ("missing", "not due", "out of order")}
+    return bool(ledger.complaints), counts
+
+
+def test_coming_roaming_and_leaving_are_due_in_this_order():
+    ledger = Ledger()
+    for event in (coming(A), coming(A, 1), leaving(A, 0), leaving(A, 1)):
+        ledger.told(event)
+    assert ledger.table == {}
+    for log_type, radio in ((ONLINE, 0), (ROAMED, 0), (ONLINE, 1), (OFFLINE, 1)):
+        ledger.arrived(log_type, A, f"ath{radio}")
+    assert settled(ledger) == (False, {})
+    assert (ledger.counts["due"], ledger.counts["received"]) == (4, 4)
+
+
+def test_who_leaves_for_another_access_point_or_an_interface_it_is_not_on_stays():
+    ledger = Ledger()
+    for event in (coming(A), leaving(A, 1), leaving(A, 0, is_reassoc=2), leaving(B)):
+        ledger.told(event)
+    ledger.arrived(ONLINE, A, "ath0")
+    assert settled(ledger) == (False, {})
+    assert ledger.table == {A: ("ath0", 0)}
+
+
+def test_a_report_that_does_not_arrive_is_missing():
+    ledger = Ledger()
+    ledger.told(coming(A))
+    assert settled(ledger) == (True, {"missing": 1})
+
+
+def test_a_report_that_arrives_twice_is_not_due():
+    ledger = Ledger()
+    ledger.told(coming(A))
+    ledger.arrived(ONLINE, A, "ath0")
+    ledger.arrived(ONLINE, A, "ath0")
+    assert settled(ledger) == (True, {"not due": 1})
+
+
+def test_a_report_with_another_interface_is_one_missing_and_one_not_due():
+    ledger = Ledger()
+    ledger.told(coming(A))
+    ledger.arrived(ONLINE, A, "ath1")
+    assert settled(ledger) == (True, {"missing": 1, "not due": 1})
+
+
+def test_a_leave_before_its_coming_is_out_of_order():
+    ledger = Ledger()
+    ledger.told(coming(A))
+    ledger.told(leaving(A))
+    ledger.arrived(OFFLINE, A, "ath0")
+    ledger.arrived(ONLINE, A, "ath0")
+    assert settled(ledger) == (True, {"out of order": 1})
+
+
+def test_what_is_due_while_nobody_listens_is_nobodys_loss():
+    ledger = Ledger()
+    ledger.hearing = False
+    ledger.told(coming(A))
+    assert settled(ledger) == (False, {})
+    assert ledger.table == {A: ("ath0", 0)}
+
+
+def test_only_stations_that_nobody_confirmed_since_a_restart_are_swept():
+    ledger = Ledger()
+    for mac in (A, B):
+        ledger.told(coming(mac))
+        ledger.arrived(ONLINE, mac, "ath0")
+    ledger.restarted()
+    ledger.told(coming(B))
+    ledger.arrived(ONLINE, B, "ath0")
+    ledger.sweep()
+    ledger.arrived(OFFLINE, A, "ath0")
+    assert settled(ledger) == (False, {})
+    assert (set(ledger.table), ledger.dropped) == ({B}, {A})
+
+
+def test_in_a_whole_period_everybody_to_whom_nothing_happened_must_be_reported():
+    ledger = Ledger()
+    for mac in (A, B):
+        ledger.told(coming(mac))
+        ledger.arrived(ONLINE, mac, "ath0")
+    ledger.settle()
+    ledger.settle(period=True)  # a newcomer may have come too late for the first
+    assert ledger.complaints == []
+    ledger.arrived(PERIOD, A, "ath0")
+    ledger.settle(period=True)
+    assert ledger.complaints == [f"not reported in the period: {[B]}"]
+    assert (ledger.counts["period due"], ledger.counts["period missing"]) == (2, 1)
