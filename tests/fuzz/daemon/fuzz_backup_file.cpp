@@ -1,0 +1,22 @@
+// The input is the station backup file that a start finds. The restored stations go on line, are written again, and come
+// back in the next start; those that nobody confirms are swept.
+#include "life.h"
+
+#include "sta/sta_backup.h"
+#include "sta/sta_cycle.h"
+#include "sta/sta_restore.h"
+#include "sta/sta_sweep.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    life here;
+    write_file("/tmp/sta_sta.info", as_text(data, size));
+    write_file("/tmp/sta_devc.info", as_text(data, size));
+    sta_sta_load_users();
+    sta_sta_load_devc();
+    here.run_timers();
+    sta_sta_users_backup_del(life::online);
+    sta_sta_load_users();
+    sta_sta_flow_count_proc();
+    sta_sta_restored_sweep(nullptr);
+    return 0;
+}

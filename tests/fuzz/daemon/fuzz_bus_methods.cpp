@@ -1,0 +1,20 @@
+// The input is the arguments of a call, one a piece; the tag chooses the method.
+#include "life.h"
+
+#include "pieces.h"
+#include "ubus/sta_bus.h"
+#include "ubus/sta_ubus.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    static constexpr ubus_handler_t methods[] = {sta_ubus_get_info_methods, sta_ubus_set_info_methods,
+                                                 sta_ubus_delete_info_methods};
+    life here;
+    pieces calls(data, size);
+    for (piece one; calls.next(one);) {
+        ubus_request_data request{};
+        bus_message arguments(one.bytes);
+        methods[one.tag % std::size(methods)](sta_ubus_ctx, &sta_ubus_object, &request, "", arguments.head());
+        here.take_reports();
+    }
+    return 0;
+}

@@ -1,0 +1,256 @@
+#!/usr/bin/env python3
+"""Writes the seeds of the daemon's fuzz targets into corpus/, named after what they say.
+
+Inputs that once made a target fail stand beside them and are left alone.
+"""
+
+import json
+import pathlib
+import struct
+import sys
+
+FUZZ = pathlib.Path(__file__).resolve().parent
+GOLDEN = FUZZ.parent / "golden"
+sys.path[:0] = [str(FUZZ.parent / "system"), str(FUZZ.parent / "base/libubus")]
+
+from driver import ASSOCIATION  # noqa: E402
+from formats import REPORT, REPORT_SIZE, announcement, event_message  # noqa: E402
+from ubus_wire import int32, string, table  # noqa: E402
+
+FAMILY = 0x1C
+ONLINE, ADDED, REPEATER = "02:00:00:00:00:0a", "02:00:00:00:00:0b", "02:00:00:00:00:0c"
+
+
+def seed(target, name, data):
+    folder = FUZZ / "corpus" / target
+    folder.mkdir(parents=True, exist_ok=True)
+    (folder / name).write_bytes(data.encode() if isinstance(data, str) else data)
+
+
+def pieces(*several):
+    """(tag, bytes) or bytes alone, each behind its word."""
+    tagged = [one if isinstance(one, tuple) else (0, one) for one in several]
+    return b"".join(struct.pack("<H", tag << 12 | len(data)) + data for tag, data in tagged)
+
+
+def golden_hex(name):
+    words = (line.split("#")[0].split() for line in (GOLDEN / "driver" / name).read_text().splitlines())
+    data = bytearray()
+    for word in (word for line in words for word in line):
+        if word.endswith(":"):
+            continue
+        byte, _, times = word.partition("*")
+        data += bytes.fromhex(byte) * int(times or 1)
+    return bytes(data)
+
+
+def event(mac=ONLINE, **fields):
+    return event_message(FAMILY, **{**ASSOCIATION, "mac": mac, **fields})
+
+
+def netlink():
+    come, go = golden_hex("association.hex"), golden_hex("disassociation.hex")
+    name = "fuzz_netlink"
+    seed(name, "golden_association", pieces(come))
+    seed(name, "golden_visit", pieces((1, come), (3, go)))
+    seed(name, "roam_to_the_other_radio", pieces((1, event()), event(radio_id=1, ifname="ath1"), (1, event(assoc=0))))
+    seed(name, "roam_to_another_access_point", pieces(event(assoc=0, is_reassoc=2)))
+    seed(name, "repeater_by_flag", pieces((1, event(REPEATER, repeater=1))))
+    seed(name, "repeater_by_name", pieces((1, event("02:00:00:00:00:0d", ssid="@Talvik-Repeater"))))
+    seed(name, "late_leave_on_the_old_interface", pieces(event(ADDED, assoc=0, ifname="ath0")))
+    seed(name, "third_radio", pieces((1, event("02:00:00:00:00:0e", radio_id=2)), (3, b"")))
+    seed(name, "percent_signs", pieces(event(ap_auth_req="100%% %s %n %d", ifname="ath%d", key_end="%" * 31)))
+    seed(name, "texts_without_end", pieces(event(ssid="s" * 130, ifname="i" * 20, version="12345678",
+                                                 ap_auth_req="a" * 32, key_end="e" * 32)))
+    seed(name, "line_feeds", pieces((1, event(ssid="a\nb c", ifname="ath0\n"))))
+    seed(name, "extreme_numbers", pieces((1, event(rssi=-128, utilization=-2**31, time_stamp=2**32 - 1, radio_id=-2**31,
+                                                   channel=2**31 - 1))))
+    seed(name, "truncated_event", pieces(come[:100], come[:23]))
+    seed(name, "lying_length", pieces(struct.pack("<I", 9999) + come[4:]))
+    seed(name, "announcement", pieces(announcement(0x2A), event_message(0x2A, **ASSOCIATION)))
+    seed(name, "announcement_of_another_family", pieces(announcement(0x2B, name="nl80211")))
+    seed(name, "error_message", pieces(struct.pack("<IHHIIi", 36, 2, 0, 1, 0, -2) + bytes(16)))
+
+
+def driver_table():
+    def entry(mac, text=b"ssid", number=7):
+        basic = bytearray(struct.pack("<I", number) * 40)
+        basic[4:10] = bytes.fromhex(mac.replace(":", ""))
+        basic[16:72] = text.ljust(56, b"\0")[:56]
+        extended = struct.pack("<I", number) * 16 + text.ljust(32, b"\0")[:32] * 5
+        return bytes(basic), extended
+
+    def answer(*entries, num=None, mask=3):
+        header = struct.pack("<II8x", len(entries) if num is None else num, mask)
+        return header + b"".join(basic for basic, _ in entries) + b"".join(extended for _, extended in entries)
+
+    def walks(count, data, times=8):
+        return pieces(*[count, data] * times)
+
+    name = "fuzz_driver_table"
+    both = answer(entry(ONLINE), entry(ADDED))
+    seed(name, "two_stations", walks(b"2", both))
+    seed(name, "fewer_than_counted", walks(b"9", both, 5))
+    seed(name, "claims_more_than_there_are", walks(b"2", answer(entry(ONLINE), entry(ADDED), num=2**32 - 1), 5))
+    seed(name, "percent_signs", walks(b"1", answer(entry(ONLINE, b"%s%n%%%d" * 4)), 8))
+    seed(name, "texts_without_end", walks(b"1", answer(entry(ONLINE, b"\xff" * 56, 2**32 - 1)), 8))
+    seed(name, "no_count", pieces(b"", b"abc", b"-1", b"0"))
+    seed(name, "refuses_every_table", pieces(*[b"2", (15, b"")] * 8))
+    seed(name, "refuses_everything", pieces(*[(15, b"")] * 8))
+
+
+def bus_methods():
+    def get(**arguments):
+        return 0, b"".join(string(key, value) for key, value in arguments.items())
+
+    name = "fuzz_bus_methods"
+    seed(name, "get_the_list", pieces(get(get_all_sta_status="online")))
+    seed(name, "get_one_station", pieces(get(get_all_sta_status="online", get_sta_mac=ONLINE)))
+    seed(name, "get_the_drivers_entries", pieces(get(get_all_sta_status="online", get_wlan_sta_info="stainfo")))
+    seed(name, "get_counts", pieces(*[get(get_all_sta_status="", get_sta_count=kind)
+                                      for kind in ("normal_sta", "repeater_sta", "all")]))
+    seed(name, "get_with_numbers_for_texts", pieces((0, int32("get_all_sta_status", 1))))
+    seed(name, "get_a_nested_table", pieces((0, table("get_all_sta_status", string("x", "online")))))
+    seed(name, "get_nothing", pieces((0, b"")))
+    seed(name, "get_a_text_without_end", pieces((0, string("get_all_sta_status", "online")[:-4] + b"aaaa")))
+    seed(name, "set_the_period", pieces(*[(1, int32("set_update_log_period", value))
+                                          for value in (60, 0, -1, 2**31 - 1)]))
+    seed(name, "set_a_text", pieces((1, string("set_update_log_period", "60"))))
+    seed(name, "delete_a_station", pieces((2, string("mac", ONLINE) + int32("radio", 0))))
+    seed(name, "delete_on_another_radio", pieces((2, string("mac", ONLINE) + int32("radio", 1))))
+    seed(name, "delete_without_a_radio", pieces((2, string("mac", ONLINE))))
+
+
+CLIENTS = [{"mac": ONLINE, "ip": "192.168.10.7", "hostName": "tv"}, {"mac": ADDED, "ip": "192.168.10.8", "hostName": ""}]
+
+
+def bus_events():
+    def client(mac, ip, host):
+        return table("", string("mac", mac), string("ip", ip), string("hostName", host))
+
+    def told(tag, **members):
+        return tag, b"".join(string(key, value) for key, value in members.items())
+
+    name = "fuzz_bus_events"
+    seed(name, "ip_change", pieces(told(0, mac=ONLINE, before_ip="192.168.10.6", changed_ip="192.168.10.7")))
+    seed(name, "ip_change_from_nothing", pieces(told(0, mac=ONLINE, before_ip="0.0.0.0", changed_ip="192.168.10.7")))
+    seed(name, "ip_change_to_no_address", pieces(told(0, mac=ONLINE, before_ip="$(reboot)", changed_ip="; reboot")))
+    seed(name, "dhcp_update", pieces(told(1, mac=ADDED, ip="192.168.10.9", hostName="phone")))
+    seed(name, "dhcp_update_of_foreign_texts", pieces(told(1, mac=ONLINE, ip="1 2\n3 4 5 6", hostName="a b\n" * 30)))
+    seed(name, "dev_mode", pieces(told(2, forwardMode="AP"), told(2, forwardMode="ROUTER")))
+    seed(name, "client_list", pieces(told(3, data=json.dumps({"count": 2, "list": CLIENTS}))))
+    listed = int32("count", 1) + table("list", client(ONLINE, "192.168.10.7", "tv"))
+    seed(name, "answer_with_a_table_for_a_list", pieces((4, listed)))
+    array = bytearray(table("list", client(ONLINE, "192.168.10.7", "tv")))
+    array[0] = 0x81  # an array
+    seed(name, "answer", pieces((4, int32("count", 1) + bytes(array))))
+    seed(name, "answer_to_a_deletion", pieces(told(5, result="ok")))
+    seed(name, "without_members", pieces(*[(tag, b"") for tag in range(6)]))
+
+
+def dhcpmon_json():
+    name = "fuzz_dhcpmon_json"
+    seed(name, "two_clients", json.dumps({"count": 2, "list": CLIENTS}))
+    seed(name, "count_is_a_text", json.dumps({"count": "2", "list": CLIENTS}))
+    seed(name, "count_beyond_the_list", json.dumps({"count": 2**40, "list": CLIENTS}))
+    seed(name, "no_list", json.dumps({"count": 1, "list": {"mac": 1}}))
+    seed(name, "member_is_missing", json.dumps({"count": 1, "list": [{"mac": ONLINE, "ip": None}]}))
+    seed(name, "members_are_no_texts", json.dumps({"count": 3, "list": [{"mac": [], "ip": {}, "hostName": 1.5}, 7, None]}))
+    seed(name, "long_texts", json.dumps({"count": 1, "list": [{"mac": "m" * 99, "ip": "i" * 99, "hostName": "h" * 99}]}))
+    seed(name, "escapes", '{"count":1,"list":[{"mac":"%s","ip":"1.2.3.4","hostName":"a\\u0000b\\n\\ud800"}]}' % ADDED)
+
+
+def files():
+    leases = "fuzz_lease_file"
+    seed(leases, "three_clients", f"1700000000 {ONLINE} 192.168.10.5 phone 01:{ONLINE}\n"
+                                  f"1700000000 {ADDED} 192.168.10.6 tv *\n1700000000 {REPEATER} 192.168.10.7 * *\n")
+    seed(leases, "no_host_name", f"1700000000 {ONLINE} 192.168.10.5")
+    seed(leases, "mac_at_the_end", f"1 {ONLINE}")
+    seed(leases, "no_line_feed", f"1700000000 {ADDED} 192.168.10.5 phone *")
+    seed(leases, "long_line", "1" * 70 + f" {ONLINE} 192.168.10.5 " + "n" * 2000 + "\n")
+    seed(leases, "foreign_white_space", f"1 {ONLINE}\t1.2.3.4\tx\ty\r\n1 {ADDED} \x0b\x0c name\x0b \n")
+    seed(leases, "zero_bytes", f"1 {ONLINE} 1.2\0.3.4 a\0b *\n")
+
+    snoop = "fuzz_snoop_file"
+    seed(snoop, "two_clients", f"1 {ONLINE} 192.168.10.5 br-lan\n2 {REPEATER.upper()} 192.168.10.6 br-lan\n")
+    seed(snoop, "no_address", f"1 {ONLINE} $(reboot) br-lan\n")
+    seed(snoop, "words_are_missing", f"1 {ONLINE}\n\n1\n")
+    seed(snoop, "long_words", f"{'x' * 300} {ONLINE} {'1' * 300} br-lan\n1 {ONLINE} {'9' * 200} br-lan\n")
+    seed(snoop, "another_bridge", f"1 {ONLINE} 192.168.10.5 br-guest\n")
+
+    capability = "fuzz_capability_file"
+    seed(capability, "two_radios", '{"wireless":{"radiolist":[{"sta_limit_max":128},{"sta_limit_max":64}],'
+                                   '"wireless_path":"/etc/config"}}')
+    seed(capability, "limits_that_overflow", '{"wireless":{"radiolist":[{"sta_limit_max":2147483647},'
+                                             '{"sta_limit_max":2147483647}]}}')
+    seed(capability, "negative_limit", '{"wireless":{"radiolist":[{"sta_limit_max":-5}],"wireless_path":null}}')
+    seed(capability, "long_path", '{"wireless":{"radiolist":[],"wireless_path":"/%s"}}' % ("p" * 60))
+    seed(capability, "radios_are_no_objects", '{"wireless":{"radiolist":[1,null,"x",[],{}],"wireless_path":[1]}}')
+    seed(capability, "no_list", '{"wireless":{"radiolist":7}}')
+    seed(capability, "no_object", "[1,2,3]")
+    seed(capability, "cut", '{"wireless":{"radiolist":[{"sta_li')
+    seed(capability, "empty", "")
+
+    backup = "fuzz_backup_file"
+    line = "phone {} 192.168.10.5 1700000000 12 0 0 Lobby 0 {} 55 36 1 7 1000 2000 0 0 ath0 1 10 1 0 0\n"
+    seed(backup, "two_stations", line.format(ADDED, 1) + line.format("02:00:00:00:00:0d", 0))
+    seed(backup, "the_same_station_twice", line.format(ONLINE, 0) * 2)
+    seed(backup, "third_radio", line.format("02:00:00:00:00:0d", 2))
+    seed(backup, "empty_fields", line.format(ADDED, 1).replace("phone", "").replace("Lobby", ""))
+    seed(backup, "a_field_is_missing", line.format("02:00:00:00:00:0d", 0).replace(" Lobby", ""))
+    seed(backup, "no_number", line.format("02:00:00:00:00:0d", "x"))
+    seed(backup, "numbers_that_overflow", line.format("02:00:00:00:00:0d", 2**64).replace(" 1000 ", f" {2**64} "))
+    seed(backup, "long_line", line.format("02:00:00:00:00:0d", 0).replace("phone", "p" * 300))
+    seed(backup, "zero_bytes", line.format("02:00:00:00:00:0d", 0).replace("Lobby", "Lo\0by"))
+    seed(backup, "mac_of_other_letters", line.format("zz:zz:zz:zz:zz:$(", 0))
+    seed(backup, "cut_mac", "phone 02:00:0")
+    seed(backup, "empty_lines", "\n\n \n")
+    seed(backup, "repeater", line.format("02:00:00:00:00:0d", 0).replace(" 1 0 0\n", " 1 1 0\n"))
+    seed(backup, "device_counters", "1 2 3 4 5\n")
+
+
+def report_image():
+    name = "fuzz_report_image"
+    for report in ("log_on", "log_off"):
+        seed(name, f"golden_{report}", golden_hex(f"{report}.hex"))
+    seed(name, "every_byte_ff", b"\xff" * REPORT_SIZE)
+    seed(name, "every_byte_zero", bytes(REPORT_SIZE))
+    image = bytearray(REPORT_SIZE)
+    for offset, form in REPORT.values():
+        if form.endswith("s"):
+            size = struct.calcsize(form)
+            image[offset:offset + size] = (b'"\\,\n\x1b[2J\xc3\x28\xe2\x82' * 99)[:size]
+    seed(name, "foreign_texts", bytes(image))
+    seed(name, "too_short", bytes(REPORT_SIZE - 1))
+
+
+def recording():
+    name = "fuzz_recording"
+
+    def record(kind, time, body=b""):
+        return struct.pack("<IHHQ", len(body), kind, 0, time) + body
+
+    def request(cmd, size, asked, answer, result=0, ifname=b"ath0"):
+        return struct.pack("<iiiIII36s", cmd, 0, result, 120, size, len(asked), ifname) + asked + answer
+
+    def bus(event, message=b""):
+        return struct.pack("<H", len(event)) + event + message
+
+    header = struct.pack("<8sIIqqq", b"wsm-rec\n", 1, 0x01020304, 1_700_000_000_000_000, 5_000_000, 5_000_000)
+    files = b"".join(record(4, 0, struct.pack("<HH", number, state) + text) for number, state, text in (
+        (1, 1, b"1700000000 02:00:00:00:00:0a 192.168.10.50 phone *\n"), (2, 0, b""), (3, 1, b"{}"), (5, 2, b"config\n")))
+    life = (record(1, 90_000, announcement(FAMILY)) + record(1, 100_000, event())
+            + record(3, 1_000_000, request(5, 1024, b"", b"1")) + record(3, 1_000_200, request(1, 176, b"\1\0\0\0\1", b"\1"))
+            + record(3, 2_000_000, request(5, 1024, b"", b"2")))
+    seed(name, "a_life", header + files + life + record(8, 3_000_000))
+    seed(name, "torn", header + files + life[:-5])
+    seed(name, "bus", header + b"".join(record(kind, 5, bus(b"dhcp_client_update", b"\0\0\0\4")) for kind in (5, 6, 7)))
+    seed(name, "receive_error", header + record(2, 7, struct.pack("<i", 105)))
+    seed(name, "failed_request", header + record(3, 9, request(4, 24, ONLINE.encode(), b"", result=-5)))
+    seed(name, "another_version", b"wsm-rec\n" + struct.pack("<I", 2) + header[12:])
+    seed(name, "huge_length", header + struct.pack("<IHHQ", 0xffffffff, 1, 0, 0))
+
+
+if __name__ == "__main__":
+    for make in (netlink, driver_table, bus_methods, bus_events, dhcpmon_json, files, report_image, recording):
+        make()
