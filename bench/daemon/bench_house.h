@@ -1,0 +1,23 @@
+// bench_house.h - an access point for benchmarks: files of its own, a driver in the process, a collector
+// beside it.
+//
+// The driver answers from ready tables, the collector is a child process that takes every report and forgets
+// it: what is measured is the daemon. Its log library is the real one, at its default threshold.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Enters the namespaces, lays out the lab's configuration, starts the collector. Once, before the first
+// benchmark.
+void open_bench_house();
+
+// Empties the table and fills it with `count` stations on two radios, all on line, all listed by the driver.
+void populate(int count);
+
+std::string read_whole(const std::string &path);
+void write_whole(const std::string &path, const std::string &bytes);
+
+// One report as the daemon sends it, from ready bytes: socket, unlink, bind, connect, write, close.
+void send_ready_report(const std::uint8_t *image);
