@@ -1,0 +1,24 @@
+#!/bin/sh
+# Run on a device or in its image once a package is installed: test.sh PACKAGE VERSION
+
+case "$1" in
+wsmd)
+	[ -x /etc/init.d/wsmd ] && [ -f /etc/config/wsmd ] || exit 1
+	[ "$(uci -q get wsmd.main)" = wsmd ] || exit 1
+	# Without a capability file it starts, finds that out, says so and ends; all its libraries are there then.
+	[ -e /tmp/tk_device/tk_device.json ] && exit 0
+	rm -f /tmp/sta.log
+	/usr/sbin/wsmd
+	[ $? -eq 1 ] && grep -q 'cap table init failed' /tmp/sta.log
+	;;
+libdebug-open)
+	[ -f /usr/lib/libdebug.so ]
+	;;
+libwas-sim)
+	[ -f /usr/lib/libwas.so ]
+	;;
+wsmd-tools)
+	apsim --help | grep -q '^usage: apsim' && wsm-collector --help | grep -q '^usage: wsm-collector' &&
+		wsm-record --help | grep -q '^usage: wsm-record'
+	;;
+esac

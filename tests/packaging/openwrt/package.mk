@@ -1,0 +1,27 @@
+# BuildPackage: `make describe` prints the packages' variables, `make install-NAME` runs a package's recipe into DEST/NAME.
+PACKAGES :=
+
+define BuildPackage
+PACKAGES += $(1)
+$(eval $(call Package/$(1)))
+$(foreach name,TITLE SECTION CATEGORY DEPENDS PROVIDES USERID,$(eval $(1).$(name) := $($(name)))$(eval $(name) :=))
+install-$(1):
+$(call Package/$(1)/install,$(DEST)/$(1))
+endef
+
+define line
+
+endef
+
+describe:
+	@$(foreach name,NAME VERSION RELEASE MAINTAINER LICENSE LICENSE_FILES,echo '$(name)=$(PKG_$(name))';)
+	@echo 'CMAKE_OPTIONS=$(strip $(CMAKE_OPTIONS))'
+	@$(foreach package,$(PACKAGES),$(foreach name,TITLE SECTION CATEGORY DEPENDS PROVIDES USERID,\
+		echo '$(package).$(name)=$($(package).$(name))';))
+	@echo 'conffiles=$(strip $(Package/wsmd/conffiles))'
+
+prepare:
+	$(Build/Prepare)
+
+dev:
+	$(call Build/InstallDev,$(DEST)/dev)
