@@ -9,7 +9,10 @@
 
 namespace {
 
+// The file that was open is let go of first: without a name it would grow unseen and beyond every limit.
 void reopen(log_file &file) noexcept {
+    if (file.fd >= 0) close(file.fd);
+    file.fd = -1;
     // Not to block on a pipe, nor to take a terminal as the controlling one.
     const int fd = open(file.path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644);
     struct stat found {};
@@ -18,7 +21,6 @@ void reopen(log_file &file) noexcept {
         return;
     }
     if (fd < 0) return;
-    if (file.fd >= 0) close(file.fd);
     file.fd = fd;
     file.device = found.st_dev;
     file.inode = found.st_ino;
@@ -58,8 +60,6 @@ bool log_file_open(log_file &file, const char *path, std::int64_t limit) noexcep
     if (length == 0 || length >= sizeof(file.path)) return false;
     std::memcpy(file.path, path, length + 1);
     file.limit = limit;
-    if (file.fd >= 0) close(file.fd);
-    file.fd = -1;
     reopen(file);
     return file.fd >= 0;
 }

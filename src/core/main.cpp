@@ -31,6 +31,7 @@ int main() {
     release_timer.cb = release_signals;
     uloop_timeout_set(&release_timer, 0);
     uloop_run();
+    hold_signals(SIG_BLOCK); // a second one would find the defaults again, and kill before the clean-up
     uloop_done();
     sta_deinit();
 }

@@ -2,7 +2,7 @@
 //
 // Source: uci package "wsmd", section "main". The daemon's messages go through the log library
 //         (tools/sta_debug.h), which has its own thresholds; these settings are read, reported and used by
-//         sta_log_write.
+//         sta_log_write, which no flow of the daemon calls: it belongs to the module's interface.
 #pragma once
 
 struct sta_log_settings {
@@ -23,7 +23,7 @@ extern sta_log_settings sta_log;
 void sta_debug_cfg_read(void);
 
 // Writes one line to each sink that the settings name. `tag` may be null. The message is cut at 2047 bytes
-// with its prefix. Sinks that cannot be opened are skipped silently. One old generation of the file is kept:
+// with its prefix (on the console it is whole). Sinks that cannot be opened are skipped silently. One old generation of the file is kept:
 // "<name>.orig".
 void sta_log_write(const char *tag, int level, const char *format, ...) __attribute__((format(printf, 3, 4)));
 }

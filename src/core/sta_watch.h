@@ -1,8 +1,8 @@
 // sta_watch.h - file watchers: each polls one file's modification time every 10 seconds and runs a callback
 // on a change.
 //
-// Owns:   its three timers. A change within the second of the previous one, a deleted file and a time of 0
-//         are not seen.
+// Owns:   its three timers. A change within the second of the previous one and a deleted file are not seen, nor is
+//         a first time of 0.
 #pragma once
 
 extern "C" {

@@ -97,11 +97,11 @@ void copy_extended(sta_info_t *sta, const driver_extended &from) {
 } // namespace
 
 int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const char *ifname, unsigned mask) {
+    if (table) *table = nullptr;
     if (!sta || !table || !ifname) {
         STA_LOG("param is null\n");
         return 0;
     }
-    *table = nullptr;
     // One byte more than the driver is told of: its answer may fill all it was given.
     void *buffer = sta_malloc(driver_count_size + 1);
     if (!buffer || was_ext_ioctl_msg(buffer, driver_count_size, ifname, driver_station_count, 0) != 0) {
@@ -161,7 +161,7 @@ int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask,
     const std::int32_t vlanid = sta_sta_get_vlanid(sta);
     sta->vlanid = vlanid <= 0 ? 1 : vlanid;
     const int power = found.rssi + 95;
-    std::snprintf(sta->power, sizeof(sta->power), "%d", power > 0 ? power : 65);
+    sta_put_number(sta->power, power > 0 ? power : 65);
     STA_LOG("wifi_up = %llu flow_rateup = %ld channel = %d sta_power = %s txtime = %d\n",
             static_cast<unsigned long long>(sta->wifi_up), static_cast<long>(sta->flow_rateup), sta->channel,
             sta->power, sta->time_delay);

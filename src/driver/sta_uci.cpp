@@ -33,40 +33,42 @@ bool has_type(const uci_section *section, const char *type) {
     return std::string_view{section->type} == type;
 }
 
+// As strncpy, which compilers warn of: a longer text is left without a terminator, that is the zeroed buffer's.
 void copy_value(char *destination, const char *text, std::size_t size) {
-    std::memcpy(destination, text, strnlen(text, size)); // the terminator is the zeroed buffer's
+    const std::size_t length = strnlen(text, size);
+    std::memcpy(destination, text, length);
+    std::memset(destination + length, 0, size - length);
 }
 
 // One configuration file, as far as it could be loaded.
 class config_file {
 public:
-    // Loads `path` if nobody has yet. The package, or null with the reason logged in the name of `function`.
+    // Loads `path` if nobody has yet; a failure is not kept. The package, or null with the reason logged in the name of
+    // `function`.
     uci_package *load(const char *function, const char *path, const char *missing) {
-        if (now == state::untried) now = try_load(path);
-        switch (now) {
-        case state::missing: STA_LOG_AS(function, "%s\n", missing); break;
-        case state::no_context: STA_LOG_AS(function, "context no found!\n"); break;
+        if (package) return package;
+        switch (try_load(path)) {
+        case outcome::missing: STA_LOG_AS(function, "%s\n", missing); break;
+        case outcome::no_context: STA_LOG_AS(function, "context no found!\n"); break;
         // Deliberate: the same words for both files.
-        case state::unreadable: STA_LOG_AS(function, "wireless config no found!\n"); break;
-        case state::untried:
-        case state::loaded: break;
+        case outcome::unreadable: STA_LOG_AS(function, "wireless config no found!\n"); break;
+        case outcome::loaded: break;
         }
         return package;
     }
     uci_context *get() const noexcept { return context.get(); }
 
 private:
-    enum class state { untried, missing, no_context, unreadable, loaded };
+    enum class outcome { missing, no_context, unreadable, loaded };
 
-    state try_load(const char *path) {
-        if (access(path, F_OK) != 0) return state::missing;
+    outcome try_load(const char *path) {
+        if (access(path, F_OK) != 0) return outcome::missing;
         context.reset(uci_alloc_context());
-        if (!context) return state::no_context;
+        if (!context) return outcome::no_context;
         if (uci_load(context.get(), path, &package) != UCI_OK) package = nullptr;
-        return package ? state::loaded : state::unreadable;
+        return package ? outcome::loaded : outcome::unreadable;
     }
 
-    state now = state::untried;
     uci_guard context;
     uci_package *package = nullptr;
 };
@@ -75,7 +77,8 @@ private:
 
 // What the calls of one walk share, filled by the first of them.
 struct sta_uci_snapshot::files {
-    uci_guard parameters; // keeps the packages that were looked up in it
+    uci_guard parameters;       // keeps the packages that were looked up in it
+    char chip[value_size] = ""; // as soon as it is known
     config_file wireless;
     config_file sysinfo;
 };
@@ -110,8 +113,9 @@ int copy_option(uci_context *context, uci_section *section, const char *wanted, 
 // `function` speaks.
 int read_of_section(const char *function, const sta_info_t *sta, const char *wanted,
                     char (&value)[value_size]) {
-    char chip[value_size] = "";
-    sta_uci_get_param("wifiinfo.global.sdk", chip, sizeof(chip) - 1);
+    char own[value_size] = "";
+    char(&chip)[value_size] = sta_uci_snapshot::shared() ? sta_uci_snapshot::shared()->chip : own;
+    if (chip[0] == '\0') sta_uci_get_param("wifiinfo.global.sdk", chip, sizeof(chip) - 1);
     if (std::string_view{chip} == "mtk")
         return sta_uci_get_wireless_element(sta->ifname, "ifname", nullptr, wanted, value, sizeof(value) - 1);
     if (std::string_view{chip} == "qca") {

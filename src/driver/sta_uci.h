@@ -17,8 +17,8 @@
 
 extern "C" {
 
-// Copies the option that the extended path names, at most `size` characters and without a terminator of its
-// own: `destination` is zeroed and at least one byte longer. Untouched on any failure.
+// Copies the option that the extended path names, as strncpy does: a shorter text is followed by zeros, one of `size`
+// characters and more by nothing, so `destination` is zeroed and at least one byte longer. Untouched on any failure.
 void sta_uci_get_param(const char *path, char *destination, std::size_t size);
 
 // Copies option `wanted` of the first "wifi-iface" section whose option `match` equals `value` and, when
@@ -39,8 +39,8 @@ std::int32_t sta_sta_get_vlanid(const sta_info_t *sta);
 int sta_sta_get_brmode(const sta_info_t *sta);
 }
 
-// While one lives, all look-ups see each configuration file as the first of them found it. A walk over the table
-// holds one: it asks every station's question of the same configuration, and loads it once.
+// While one lives, all look-ups see each configuration file as the first that could load it found it. A walk over the
+// table holds one: it asks every station's question of the same configuration, and loads it once.
 class sta_uci_snapshot {
 public:
     struct files;

@@ -28,9 +28,9 @@ bool prints_something(const char *command) {
 std::uint64_t printed_number(const char *command) {
     char *line = sta_execute_buf("%s", command);
     sta_str_trim(line);
-    const std::uint64_t number = line ? std::strtoull(line, nullptr, 10) : 0;
+    const std::int64_t number = line ? std::strtoll(line, nullptr, 10) : 0;
     sta_free(line);
-    return number;
+    return static_cast<std::uint64_t>(number);
 }
 
 std::uint64_t host_bytes(const char *table, const char *chain, const char *ip) {

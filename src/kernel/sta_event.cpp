@@ -42,7 +42,7 @@ void take_signal(sta_info_t *sta, std::int8_t rssi) {
     constexpr std::int8_t instead = -65;
     sta->rssi = rssi < weakest ? instead : rssi;
     const int power = rssi + 95;
-    std::snprintf(sta->power, sizeof(sta->power), "%d", power < 1 ? 65 : power);
+    sta_put_number(sta->power, power < 1 ? 65 : power);
 }
 
 // Event value of 0 to 255 as per cent, cut toward zero.

@@ -6,6 +6,7 @@
 // Blocks: as reports and configuration look-ups do.
 #pragma once
 
+#include "kernel/sta_nl.h"
 #include "tools/base.h"
 
 #include <span>
@@ -16,8 +17,6 @@ extern "C" {
 // watcher says).
 void g_sta_recv_msg(struct uloop_fd *watcher, unsigned int events);
 }
-
-inline constexpr std::size_t sta_nl_message_max = 2068;
 
 // Handles a received message: `received` bytes of `message`, which is zero behind them.
 void sta_nl_handle(std::span<const std::uint8_t, sta_nl_message_max> message, long received);

@@ -81,9 +81,9 @@ int sta_nl_get_family_id(int socket, const char *name) {
     if (sta_nl_send_msg(socket, GENL_ID_CTRL, 0, CTRL_CMD_GETFAMILY, 1, CTRL_ATTR_FAMILY_NAME, name,
                         static_cast<int>(std::strlen(name) + 1)) != 0)
         return 0;
-    std::uint8_t answer[sta_nl_receive_size + 1] = {};
+    std::uint8_t answer[sta_nl_message_max + 1] = {};
     ssize_t got = 0;
-    do got = recv(socket, answer, sta_nl_receive_size, 0);
+    do got = recv(socket, answer, sta_nl_message_max, 0);
     while (got < 0 && errno == EINTR);
     if (sta_nl_is_broken(answer, got)) return 0;
     return sta_nl_family_in(answer, static_cast<std::size_t>(got), name);

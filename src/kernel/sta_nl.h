@@ -6,9 +6,10 @@
 // Logs:   level 7, failures of socket calls.   Blocks: the family look-up, until the controller answers.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
-inline constexpr int sta_nl_receive_size = 2068;
+inline constexpr std::size_t sta_nl_message_max = 2068; // bytes received at once
 
 // Channel state. `family` is set at start and by a late announcement.
 struct sta_nl_channel {

@@ -15,12 +15,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 inline constexpr std::size_t backup_line_max = 1023; // bytes read at once
 inline constexpr std::size_t backup_line_least = 36; // a shorter text is no station's line
 
-// What became of a line, told in file order. `text` is terminated and good during the call only.
-using backup_line_told = void (*)(const char *mac, const char *text, bool too_short);
+// What became of a line, told in file order. `text` is good during the call only.
+using backup_line_told = void (*)(const char *mac, std::string_view text, bool too_short);
 
 class backup_lines {
 public:
@@ -32,41 +33,47 @@ public:
     // whole one, or there was none.
     void remove(const char *mac, backup_line_told tell) noexcept;
 
-    // Appends a line of `length` bytes. False without memory.
+    // Appends a line of `length` bytes. False without memory: the lines are then as before.
     bool append(const char *line, std::size_t length) noexcept;
 
     // Writes what is left. False when not every byte was taken.
     bool write(std::FILE *file) const noexcept;
 
 private:
+    using number = std::uint32_t; // of a byte, a piece or a mention: half the memory of a pass
+
     struct piece {
-        std::size_t begin, length; // in `bytes`; each piece is followed by a NUL of its own
+        number begin;         // in `bytes`
+        std::uint16_t length; // at most backup_line_max
+        std::uint16_t text;   // length of its text
         bool gone;
+
+        bool is_short() const noexcept { return text < backup_line_least; }
     };
     struct mention { // of a MAC in a piece
-        std::size_t at;
-        std::size_t piece;
-        std::size_t next; // in the same bucket, later in the file
+        number at;   // in `bytes`
+        number piece;
+        number next; // in the same bucket, later in the file
     };
     struct bucket {
-        std::size_t first, last;
+        number first, last;
     };
-    static constexpr std::size_t none = SIZE_MAX;
+    static constexpr number none = UINT32_MAX;
 
-    bool add_piece(const char *text, std::size_t length) noexcept;
-    bool add_pieces(const char *text, std::size_t length) noexcept;
-    bool index_piece(std::size_t number) noexcept;
-    bool link_mention(std::size_t number) noexcept;
+    bool make_room(std::size_t length) noexcept;
+    bool add_piece(std::size_t begin, std::size_t length) noexcept;
+    bool add_pieces(std::size_t begin) noexcept; // of `bytes`, from there to their end
+    bool index_piece(number which) noexcept;
+    bool link_mention(number which) noexcept;
     bool rebuild_buckets() noexcept;
     piece *last_piece() noexcept; // the last one that is not gone, or null
     bool ends_torn() noexcept;    // the last line has no line feed
-    bool is_short(const piece &one) const noexcept;
-    void drop(piece &one, const char *mac, bool too_short, backup_line_told tell) noexcept;
-    const char *text_of(const piece &one) const noexcept { return bytes.data() + one.begin; }
+    void drop(piece &one, const char *mac, backup_line_told tell) noexcept;
+    std::string_view text_of(const piece &one) const noexcept { return {bytes.data() + one.begin, one.text}; }
 
     sta_array<char> bytes;
     sta_array<piece> pieces;
     sta_array<mention> mentions;
     sta_array<bucket> buckets; // a power of two
-    bool short_ones_gone = false;
+    bool short_ones_gone = true;
 };

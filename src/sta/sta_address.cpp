@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr std::size_t mac_length_min = 17;
-constexpr std::size_t ip_length_min = 7;
 constexpr std::size_t host_name_length_max = 128;
 
 bool is_at_least(const char *text, std::size_t length) { return text && std::strlen(text) >= length; }
@@ -88,15 +86,15 @@ void sta_sta_update_online_status_ip() { for_each_online(refresh_snooped_address
 void sta_sta_update_ip_by_ip_change_event(const char *mac, const char *before_ip, const char *changed_ip) {
     STA_LOG("mac=%s, before_ip=%s, changed_ip=%s\n", sta_or_null(mac), sta_or_null(before_ip),
             sta_or_null(changed_ip));
-    if (!is_at_least(mac, mac_length_min)) {
+    if (!is_at_least(mac, sta_mac_text_min)) {
         STA_ERROR("sta_sta", "The parameter mac error.\n");
         return;
     }
-    if (!is_at_least(before_ip, ip_length_min)) {
+    if (!is_at_least(before_ip, sta_ip_text_min)) {
         STA_ERROR("sta_sta", "The parameter before_ip error.\n");
         return;
     }
-    if (!is_at_least(changed_ip, ip_length_min)) {
+    if (!is_at_least(changed_ip, sta_ip_text_min)) {
         STA_ERROR("sta_sta", "The parameter changed_ip error.\n");
         return;
     }
@@ -106,7 +104,7 @@ void sta_sta_update_ip_by_ip_change_event(const char *mac, const char *before_ip
     }
     sta_info_t *sta = nullptr;
     list_for_each_entry (sta, &g_sta_sta_master.list, list) {
-        if (std::strlen(sta->mac) < mac_length_min) {
+        if (std::strlen(sta->mac) < sta_mac_text_min) {
             STA_LOG("Fail to get the sta.\n");
             continue;
         }
@@ -130,11 +128,11 @@ void sta_sta_update_ip_by_dhcp_update_event(const char *mac, const char *ip, con
     clock_gettime(CLOCK_REALTIME, &now);
     const std::int64_t time_us = static_cast<std::int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
     STA_LOG("sta_sta_update_ip_by_dhcp_update_event is running\n ");
-    if (!is_at_least(mac, mac_length_min)) {
+    if (!is_at_least(mac, sta_mac_text_min)) {
         STA_ERROR("sta_sta", "The parameter mac error.\n");
         return;
     }
-    if (!is_at_least(ip, ip_length_min)) {
+    if (!is_at_least(ip, sta_ip_text_min)) {
         STA_ERROR("sta_sta", "The parameter ip error.\n");
         return;
     }
@@ -144,7 +142,7 @@ void sta_sta_update_ip_by_dhcp_update_event(const char *mac, const char *ip, con
     }
     sta_info_t *sta = nullptr;
     list_for_each_entry (sta, &g_sta_sta_master.list, list) {
-        if (std::strlen(sta->mac) < mac_length_min) {
+        if (std::strlen(sta->mac) < sta_mac_text_min) {
             STA_LOG("Fail to get the sta.\n");
             continue;
         }

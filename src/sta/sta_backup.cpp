@@ -6,9 +6,12 @@
 #include "sta/sta_table.h"
 #include "tools/sta_debug.h"
 #include "tools/sta_file.h"
+#include "tools/sta_line.h"
 #include "tools/sta_memory.h"
 #include "tools/sta_text.h"
 
+#include <charconv>
+#include <concepts>
 #include <new>
 
 namespace {
@@ -16,22 +19,23 @@ namespace {
 constexpr const char *backup_file = "/tmp/sta_sta.info";
 constexpr const char *temporary_file = "/tmp/sta_sta_tmp.info";
 constexpr const char *counter_file = "/tmp/sta_devc.info";
-constexpr std::size_t line_size = 1024;
+constexpr std::size_t line_size = 1024; // more than all fields at their longest
+constexpr std::size_t name_max = 128;
 
 // The exported functions speak in the log, whoever does their work.
 constexpr const char *add_function = "sta_sta_users_backup_add";
 constexpr const char *del_function = "sta_sta_users_backup_del";
 
-// A field's text for the line: what a reader would take for the end of a field or line becomes `instead`.
-template <std::size_t N> struct field_text {
-    char text[N];
-    field_text(const char *from, char instead) {
-        sta_put_text(text, from);
-        for (char *at = text; *(at += std::strcspn(at, " \t\r\n\v\f")) != '\0';) *at = instead;
+std::uint32_t mega(std::int32_t rate) { return static_cast<std::uint32_t>(rate) >> 10; }
+
+// A rate with its unit, cut to the buffer: "866M".
+template <std::size_t N> struct rate_text {
+    char text[N] = {};
+    template <std::integral T> explicit rate_text(T rate) {
+        char *end = std::to_chars(text, text + N - 1, rate).ptr;
+        if (end < text + N - 1) *end = 'M';
     }
 };
-
-unsigned mega(std::int32_t rate) { return static_cast<std::uint32_t>(rate) >> 10; }
 
 // An empty name becomes "-" in the record. The block may be a single byte: it is replaced.
 void fill_empty_name(sta_info_t *sta) {
@@ -63,31 +67,44 @@ std::size_t make_line(sta_info_t *sta, char (&line)[line_size]) {
     sta_sta_ssid_escape(ssid);
     sta_space_to_middleline(sta->name);
     fill_empty_name(sta);
-    const field_text<129> name{sta->name && sta->name[0] != '\0' ? sta->name : "-", '-'};
 
-    char rx_rate[8], tx_rate[8], max_rate[16];
-    std::snprintf(rx_rate, sizeof(rx_rate), "%uM", mega(sta->flow_rateup));
-    std::snprintf(tx_rate, sizeof(tx_rate), "%uM", mega(sta->flow_ratedown));
-    std::snprintf(max_rate, sizeof(max_rate), "%dM", static_cast<std::int32_t>(sta->maxRate));
+    const rate_text<8> rx_rate{mega(sta->flow_rateup)}, tx_rate{mega(sta->flow_ratedown)};
+    const rate_text<16> max_rate{static_cast<std::int32_t>(sta->maxRate)};
     STA_LOG_AS(add_function, "load_users:\nflow_rateup %d flow_ratedown %d rxrate %s txrate %s maxrate %s\n",
-               sta->flow_rateup, sta->flow_ratedown, rx_rate, tx_rate, max_rate);
+               sta->flow_rateup, sta->flow_ratedown, rx_rate.text, tx_rate.text, max_rate.text);
 
-    const int length = std::snprintf(
-        line, sizeof(line),
-        "%s %s %s %ld %d %d %d %s %d %d %s %d %s %s %llu %llu %llu %llu %s %d %d %d %d %s\n", name.text,
-        field_text<20>{sta->mac, '-'}.text, field_text<17>{sta->ip, '-'}.text,
-        static_cast<long>(sta->online_ts.sec), sta->oltime, sta->flow_rateup, sta->flow_ratedown,
-        field_text<128>{ssid, '/'}.text, 0, sta->radio_id, field_text<11>{sta->power, '-'}.text,
-        sta->channel < 1 ? 11 : sta->channel, rx_rate, tx_rate, static_cast<ull>(sta->wifi_up),
-        static_cast<ull>(sta->wifi_down), up_rate, down_rate, field_text<20>{sta->ifname, '-'}.text,
-        sta->is_reassoc, sta->vlanid, sta->roam_enable, sta->repeater_type, max_rate);
-    return static_cast<std::size_t>(length);
+    sta_line out{line};
+    out.text(sta->name && sta->name[0] != '\0' ? sta->name : "-", '-', name_max);
+    out.text(sta->mac, '-');
+    out.text(sta->ip, '-');
+    out.number(sta->online_ts.sec);
+    out.number(sta->oltime);
+    out.number(sta->flow_rateup);
+    out.number(sta->flow_ratedown);
+    out.text(ssid, '/');
+    out.number(0);
+    out.number(sta->radio_id);
+    out.text(sta->power, '-');
+    out.number(sta->channel < 1 ? 11 : sta->channel);
+    out.text(rx_rate.text, '-');
+    out.text(tx_rate.text, '-');
+    out.number(sta->wifi_up);
+    out.number(sta->wifi_down);
+    out.number(up_rate);
+    out.number(down_rate);
+    out.text(sta->ifname, '-');
+    out.number(sta->is_reassoc);
+    out.number(sta->vlanid);
+    out.number(sta->roam_enable);
+    out.number(sta->repeater_type);
+    out.text(max_rate.text, '-');
+    return out.finish();
 }
 
 // Why a line was left out of the file. The reading after the last line counts as an empty one.
-void tell_dropped(const char *mac, const char *text, bool too_short) {
+void tell_dropped(const char *mac, std::string_view text, bool too_short) {
     if (too_short)
-        STA_LOG_AS(del_function, "The sta is error:%s", text);
+        STA_LOG_AS(del_function, "The sta is error:%.*s", static_cast<int>(text.size()), text.data());
     else
         STA_LOG_AS(del_function, "%s found!\n", mac);
 }
@@ -121,6 +138,7 @@ void sta_sta_users_backup_add(sta_info_t *sta) {
     char line[line_size];
     const std::size_t length = make_line(sta, line);
     (void)std::fwrite(line, 1, length, file.get()); // a full disk loses the line, not the station
+    if (!sta_flush(file.get())) STA_LOG("%s write error.\n", backup_file);
 }
 
 void sta_sta_users_backup_del(const char *mac) {
@@ -153,6 +171,12 @@ void sta_sta_users_backup_del(const char *mac) {
                 tell_dropped(mac, line, false);
             else
                 (void)std::fwrite(line, 1, length, to.get());
+        }
+        if (!sta_flush(to.get())) {
+            // Better a line too many than the other stations' lost.
+            STA_LOG("%s write error.\n", backup_file);
+            if (std::rename(temporary_file, backup_file) != 0) STA_LOG("%s rename error.\n", temporary_file);
+            return;
         }
     }
     if (std::remove(temporary_file) != 0) STA_LOG("%s remove error.\n", backup_file);
@@ -188,6 +212,7 @@ void sta_sta_save_devc() {
     const sta_file file{std::fopen(counter_file, "w+e")};
     if (!file) return;
     std::fprintf(file.get(), "%d %d %d %d %d\n", 0, 0, 0, 0, g_sta_sta_master.online);
+    if (!sta_flush(file.get())) STA_LOG("%s write error.\n", counter_file);
 }
 
 struct sta_backup_pass::state {
@@ -199,10 +224,12 @@ sta_backup_pass::~sta_backup_pass() {
     if (!now) return;
     bool written = false;
     if (now->exists) {
-        if (const sta_file file{std::fopen(temporary_file, "we")})
-            written = now->lines.write(file.get()) && std::fflush(file.get()) == 0;
-        else
+        if (const sta_file file{std::fopen(temporary_file, "we")}) {
+            written = now->lines.write(file.get()) && sta_flush(file.get());
+            if (!written) STA_LOG_AS(del_function, "%s write error.\n", backup_file);
+        } else {
             STA_LOG_AS(del_function, "%s open fail.\n", temporary_file);
+        }
         if (written && std::rename(temporary_file, backup_file) != 0)
             STA_LOG_AS(del_function, "%s rename error.\n", temporary_file);
         else if (!written)

@@ -2,10 +2,10 @@
 //
 // Owns:   `name` (from the counting allocator, may be null). Everything else is in the block.
 // Units:  clocks and *_ts seconds and nanoseconds, oltime seconds, maxRate Mbit/s, wifi_* and uplink_* bytes,
-//         rssi and floornoise dBm, cost_* milliseconds.
-// Texts:  always terminated, except `ap_mac`, whose last three bytes stay zero for the same reason. On 32-bit
-//         hosts with 8-byte alignment of 64-bit words the record lies in memory as the collector's image
-//         (driver/report_image.h proves it field by field); elsewhere the image is made by its encoder.
+//         rssi dBm; the other figures are the driver's own.
+// Texts:  always terminated. On 32-bit hosts with 8-byte alignment of 64-bit words the record lies in memory as
+//         the collector's image (driver/report_image.cpp proves it field by field); elsewhere the image is made by
+//         its encoder.
 #pragma once
 
 #include "tools/base.h"

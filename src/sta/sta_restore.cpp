@@ -10,6 +10,8 @@
 #include "tools/sta_memory.h"
 #include "tools/sta_text.h"
 
+#include <algorithm>
+#include <cctype>
 #include <limits>
 
 namespace {
@@ -112,6 +114,9 @@ void fill_record(sta_info_t *sta, const backup_fields &fields) {
     if (fields.mac[0] != '\0') {
         char mac[sizeof(sta->mac)] = "";
         std::memcpy(mac, fields.mac, sizeof(fields.mac)); // a match that broke off ends the text there
+        // As the station's line will hold it: its removal searches for this text.
+        std::ranges::replace_if(
+            mac, [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }, '-');
         sta_put_text(sta->mac, mac);
     }
     sta_put_text(sta->ip, fields.ip);

@@ -22,6 +22,12 @@ bool same_field(const char (&a)[20], const char (&b)[20]) {
     return ((words[0] ^ words[2]) | (words[1] ^ words[3]) | (last[0] ^ last[1])) == 0;
 }
 
+void put_repeater_name(const sta_info_t *sta, char *name) {
+    const bool whole = strnlen(sta->mac, sizeof(sta->mac)) >= 17;
+    const char *mac = whole ? sta->mac : "00:00:00:00:00:00"; // a restored MAC can be short
+    std::snprintf(name, sta_name_size, "wireless_repeater_%c%c%c%c", mac[12], mac[13], mac[15], mac[16]);
+}
+
 } // namespace
 
 void list_init(struct list_head *head) { INIT_LIST_HEAD(head); }
@@ -79,19 +85,13 @@ std::int32_t sta_uptime_seconds() noexcept {
     return static_cast<std::int32_t>(system.uptime);
 }
 
-void sta_repeater_name(const sta_info_t *sta, char *name) noexcept {
-    const bool whole = strnlen(sta->mac, sizeof(sta->mac)) >= 17;
-    const char *mac = whole ? sta->mac : "00:00:00:00:00:00"; // a restored MAC can be short
-    std::snprintf(name, sta_name_size, "wireless_repeater_%c%c%c%c", mac[12], mac[13], mac[15], mac[16]);
-}
-
 void sta_take_name(sta_info_t *sta, const char *host_name) noexcept {
     auto *name = static_cast<char *>(sta_malloc(sta_name_size));
     if (!name) return;
     sta_free(sta->name);
     sta->name = name;
     if (sta->repeater_type == 1)
-        sta_repeater_name(sta, name);
+        put_repeater_name(sta, name);
     else
         std::snprintf(name, sta_name_size, "%s", host_name);
 }

@@ -51,10 +51,6 @@ std::int32_t sta_uptime_seconds() noexcept;
 
 inline constexpr std::uint32_t sta_name_size = 32; // of a name buffer that is written into later
 
-// Writes "wireless_repeater_" and the last four hexadecimal digits of the record's MAC text into `name` of 32
-// bytes.
-void sta_repeater_name(const sta_info_t *sta, char *name) noexcept;
-
-// Replaces the record's name by a new 32-byte buffer with `host_name` (cut), or with the repeater's name for
-// a repeater. Without memory the old name stays.
+// Replaces the record's name by a new 32-byte buffer with `host_name` (cut); for a repeater with
+// "wireless_repeater_" and the last four hexadecimal digits of its MAC text. Without memory the old name stays.
 void sta_take_name(sta_info_t *sta, const char *host_name) noexcept;

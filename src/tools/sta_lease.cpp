@@ -90,7 +90,10 @@ int sta_get_ipaddr_by_snoop_mac(const char *mac, char *out) {
     char *line = sta_execute_buf("%s", command);
     sta_str_trim(line);
     const bool found = line && *line != '\0';
-    if (found) std::snprintf(out, 16, "%s", line);
+    if (found) {
+        std::strncpy(out, line, 16); // zeros behind a shorter one
+        out[15] = '\0';
+    }
     sta_free(line);
     return found ? 0 : -1;
 }

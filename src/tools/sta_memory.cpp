@@ -28,4 +28,4 @@ void sta_free(void *block) {
     --mem_total_cnt;
 }
 
-void sta_mem_dump() { STA_LOG("sta mem_total_cnt %u\n", mem_total_cnt); }
+void sta_mem_dump() { STA_LOG("sta mem_total_cnt %d\n", static_cast<int>(mem_total_cnt)); }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -65,11 +66,16 @@ void sta_put_text(char (&dst)[N], const char *src, std::size_t limit = N - 1) no
     std::memset(dst + used, 0, N - used);
 }
 
+// Fills the field with a decimal number, the rest zeroed likewise.
+template <std::size_t N> void sta_put_number(char (&dst)[N], int number) noexcept {
+    std::memset(dst, 0, N);
+    (void)std::to_chars(dst, dst + N - 1, number);
+}
+
 // Fills `dst` (of `size` bytes, always terminated, the rest zeroed) with `src` taken as a format text without
 // arguments, at most `limit` characters: "%%" becomes "%", a conversion that prints a number becomes "0", one
 // that prints a text (or nothing) vanishes, anything else is copied as it stands. Never reads or writes what
-// was not given. Deliberate: the driver's texts are documented as format texts; devices print "100%%" with
-// one per cent sign.
+// was not given. Deliberate: the driver means its texts as format texts, so that "100%%" has one per cent sign.
 void sta_expand_format(char *dst, std::size_t size, const char *src, std::size_t limit) noexcept;
 
 template <std::size_t N>

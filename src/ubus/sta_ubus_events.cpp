@@ -12,8 +12,6 @@
 namespace {
 
 constexpr int resubscribe_ms = 3000;
-constexpr std::size_t mac_length_min = 17;
-constexpr std::size_t ip_length_min = 7;
 constexpr const char *no_address = "0.0.0.0";
 
 struct ubus_event_handler ip_change_handler = {};
@@ -82,11 +80,11 @@ void sta_sta_ip_change_event_cb(struct ubus_context * /*ctx*/, struct ubus_event
         STA_ERROR("sta_ubus", "Parse sta_before_ip failed!\n");
     else if (!changed_ip)
         STA_ERROR("sta_ubus", "Parse sta_changed_ip failed!\n");
-    else if (std::strlen(mac) < mac_length_min)
+    else if (std::strlen(mac) < sta_mac_text_min)
         STA_ERROR("sta_ubus", "The parameter mac error.\n");
-    else if (std::strlen(before_ip) < ip_length_min)
+    else if (std::strlen(before_ip) < sta_ip_text_min)
         STA_ERROR("sta_ubus", "The parameter before_ip error.\n");
-    else if (std::strlen(changed_ip) < ip_length_min)
+    else if (std::strlen(changed_ip) < sta_ip_text_min)
         STA_ERROR("sta_ubus", "The parameter changed_ip error.\n");
     else if (std::strcmp(changed_ip, no_address) == 0)
         STA_LOG("changed_ip is 0.0.0.0.\n");
@@ -108,11 +106,11 @@ void sta_sta_dhcp_update_event_cb(struct ubus_context * /*ctx*/, struct ubus_eve
     // Deliberate: a missing address or name is reported in the words of a missing MAC.
     if (!mac)
         STA_ERROR("sta_ubus", "Parse sta_mac failed!\n");
-    else if (std::strlen(mac) < mac_length_min)
+    else if (std::strlen(mac) < sta_mac_text_min)
         STA_ERROR("sta_ubus", "The parameter mac error.\n");
     else if (!ip)
         STA_ERROR("sta_ubus", "Parse sta_mac failed!\n");
-    else if (std::strlen(ip) < ip_length_min)
+    else if (std::strlen(ip) < sta_ip_text_min)
         STA_ERROR("sta_ubus", "The parameter ip error.\n");
     else if (std::strcmp(ip, no_address) == 0)
         STA_LOG("sta_sta_dhcp_update_event_cb:ip is 0.0.0.0.\n");

@@ -102,6 +102,18 @@ TEST(log_file, a_missing_folder_loses_lines_until_it_is_there) {
     EXPECT_EQ(folder.text("sub/log"), "kept\n");
 }
 
+TEST(log_file, writes_nothing_to_a_file_that_has_lost_its_name) {
+    const temporary_folder folder;
+    open_log log(folder.file("log"), 100);
+    EXPECT_TRUE(log_file_append(log, "seen\n"));
+    std::filesystem::remove(folder.file("log"));
+    std::filesystem::create_directory(folder.file("log"));
+    EXPECT_FALSE(log_file_append(log, "lost\n")) << "a file without a name would grow beyond the limit";
+    std::filesystem::remove(folder.file("log"));
+    EXPECT_TRUE(log_file_append(log, "kept\n"));
+    EXPECT_EQ(folder.text("log"), "kept\n");
+}
+
 TEST(log_file, a_full_disk_loses_the_line_and_nothing_else) {
     open_log log("/dev/full", 10);
     EXPECT_TRUE(log.opened);

@@ -121,8 +121,13 @@ TEST_F(table_fetch, of_an_absurd_count_asks_for_nothing_and_gives_the_count) {
 
 TEST_F(table_fetch, without_arguments_is_refused) {
     count_is("2");
-    EXPECT_EQ(sta_get_ioctl_stainfo(nullptr, &table, "ath0", 3), 0);
-    EXPECT_EQ(sta_get_ioctl_stainfo(sta, &table, nullptr, 3), 0);
+    std::uint8_t unset = 0;
+    for (const auto &[record, ifname] :
+         {std::pair<sta_info_t *, const char *>{nullptr, "ath0"}, {sta, nullptr}}) {
+        std::uint8_t *none = &unset;
+        EXPECT_EQ(sta_get_ioctl_stainfo(record, &none, ifname, 3), 0);
+        EXPECT_EQ(none, nullptr);
+    }
     EXPECT_EQ(sta_get_ioctl_stainfo(sta, nullptr, "ath0", 3), 0);
     EXPECT_EQ(log_lines(), lines(3, "sta_get_ioctl_stainfo: param is null\n"));
     EXPECT_THAT(driver_commands(), ElementsAre());
@@ -257,6 +262,9 @@ TEST_F(table_reading, leaves_nothing_of_an_older_text_behind) {
     read(table_entry(first_mac).extended_text(192, "a long text of before"));
     read(table_entry(first_mac).extended_text(192, "new"));
     EXPECT_EQ(std::string(sta->key_end, 32), "new" + std::string(29, '\0'));
+    read(table_entry(first_mac).basic8(125, 10));
+    read(table_entry(first_mac).basic8(125, -94));
+    EXPECT_EQ(std::string(sta->power, 11), "1" + std::string(10, '\0')); // "105" before
 }
 
 TEST_F(table_reading, divides_the_transmit_time_towards_zero) {

@@ -243,14 +243,14 @@ TEST_F(configuration, forwarding_mode_without_a_section_is_a_success_that_change
     EXPECT_TRUE(logged("sta_uci_get_sysinfo_element", "param is NULL!\n"));
 }
 
-TEST_F(configuration, parameter_is_copied_without_a_terminator_up_to_the_size) {
+TEST_F(configuration, parameter_fills_the_size_with_text_or_with_zeros_behind_it) {
     chip("0123456789");
     std::memset(value, '.', sizeof(value));
     sta_uci_get_param("wifiinfo.global.sdk", value, 4);
     EXPECT_EQ(std::string(value, 6), "0123..");
     std::memset(value, '.', sizeof(value));
     sta_uci_get_param("wifiinfo.global.sdk", value, 63);
-    EXPECT_EQ(std::string(value, 12), "0123456789..");
+    EXPECT_EQ(std::string(value, 64), "0123456789" + std::string(53, '\0') + ".");
 }
 
 TEST_F(configuration, parameter_may_be_named_by_the_extended_path) {
@@ -355,6 +355,14 @@ TEST_F(snapshot, does_not_see_a_change_while_it_lives) {
         EXPECT_EQ(sta_sta_get_vlanid(on("ra0", "n")), 30);
     }
     EXPECT_EQ(sta_sta_get_vlanid(on("ra0", "n")), 31);
+}
+
+TEST_F(snapshot, keeps_no_failure) {
+    const sta_uci_snapshot walk;
+    wireless("config wifi-iface\n\toption ifname 'ra0\n"); // being written
+    EXPECT_EQ(sta_sta_get_vlanid(on("ra0", "n")), -1);
+    wireless(two_radios);
+    EXPECT_EQ(sta_sta_get_vlanid(on("ra0", "n")), 30);
 }
 
 TEST_F(snapshot, without_memory_leaves_every_look_to_itself) {

@@ -207,10 +207,10 @@ TEST_F(firewall, host_bytes_are_the_second_column_of_its_rule) {
     write_file("/tmp/outgoing",
                outgoing_rule("10.0.0.50", "AA:BB:CC:DD:EE:00", "1") + outgoing_rule("10.0.0.5", mac, "1234"));
     write_file("/tmp/incoming", incoming_rule("10.0.0.5", "5000000000"));
-    write_file("/tmp/nat", outgoing_rule("10.0.0.5", mac, "18446744073709551615"));
+    write_file("/tmp/nat", outgoing_rule("10.0.0.5", mac, "9223372036854775807"));
     EXPECT_EQ(sta_fw_host_up_bytes("10.0.0.5"), 1234U);
     EXPECT_EQ(sta_fw_host_down_bytes("10.0.0.5"), 5000000000U);
-    EXPECT_EQ(sta_fw_host_nat_bytes("10.0.0.5"), 18446744073709551615U);
+    EXPECT_EQ(sta_fw_host_nat_bytes("10.0.0.5"), 9223372036854775807U);
     EXPECT_THAT(calls(),
                 ElementsAre(list_outgoing, list_incoming, "iptables -t nat -nvxL prerouting_lan -w"));
 }

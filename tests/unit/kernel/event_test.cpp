@@ -99,6 +99,13 @@ TEST_F(event, very_weak_signals_count_as_minus_65) {
     }
 }
 
+TEST_F(event, a_shorter_power_leaves_nothing_of_the_one_before) {
+    const sta_info_t *sta = associate({{at::rssi, {0x0a}}});
+    EXPECT_STREQ(sta->power, "105");
+    handle(disassociation({{at::rssi, {0xa2}}, {at::is_reassoc, {2}}})); // it stays, with its final figures
+    EXPECT_EQ(std::string(sta->power, 11), "1" + std::string(10, '\0'));
+}
+
 TEST_F(event, utilization_becomes_per_cent_cut_toward_0) {
     const std::pair<byte_vector, int> rows[] = {
         {from_hex("ff000000"), 100}, {from_hex("80000000"), 50},        {from_hex("00000000"), 0},

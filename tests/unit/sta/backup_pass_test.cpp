@@ -258,6 +258,17 @@ TEST_F(backup_pass, leaves_the_old_file_whole_when_it_cannot_write_the_new_one) 
     EXPECT_TRUE(logged("sta_sta_users_backup_del", "/tmp/sta_sta_tmp.info open fail.\n"));
 }
 
+TEST_F(backup_pass, leaves_the_old_file_whole_when_the_disk_is_full) {
+    make_stations(2);
+    const std::string before = line_of(mac_of(1)) + line_of("02:00:00:00:77:01");
+    write_file(file, before);
+    const full_disk disk{100};
+    const outcome got = in_a_pass();
+    EXPECT_EQ(got.file, before);
+    EXPECT_TRUE(logged("sta_sta_users_backup_del", "/tmp/sta_sta.info write error.\n"));
+    EXPECT_FALSE(file_exists("/tmp/sta_sta_tmp.info"));
+}
+
 TEST_F(backup_pass, without_memory_for_the_file_works_line_by_line) {
     make_stations(5);
     const std::string before =
@@ -279,6 +290,19 @@ TEST_F(backup_pass, without_memory_for_the_file_works_line_by_line) {
         for (unsigned i = 0; i < 5; ++i) there += got.file.find(mac_of(i)) != std::string::npos ? 1 : 0;
         EXPECT_GE(there, 4) << "failed allocation " << nth;
         EXPECT_EQ(got.file.find("short"), std::string::npos) << nth;
+    }
+}
+
+TEST_F(backup_pass, without_memory_for_a_line_keeps_the_torn_one_that_it_would_have_joined) {
+    make_stations(5);
+    const std::string torn = "host 02:00:00:00:77:02 10.0.0.1 1700000000 5 0 0 net";
+    bool failed = true;
+    for (unsigned nth = 1; failed; ++nth) {
+        write_file(file, line_of("02:00:00:00:77:01") + torn);
+        fail_allocation(nth);
+        const outcome got = in_a_pass();
+        failed = allocation_failed();
+        EXPECT_NE(got.file.find(torn), std::string::npos) << "failed allocation " << nth;
     }
 }
 

@@ -177,6 +177,12 @@ TEST_F(backup_line, that_cannot_be_written_harms_nobody) {
     EXPECT_THAT(log_lines(), IsEmpty());
 }
 
+TEST_F(backup_line, that_finds_no_room_is_told_of) {
+    const full_disk disk;
+    sta_sta_users_backup_add(sta);
+    EXPECT_TRUE(logged("sta_sta_users_backup_add", "/tmp/sta_sta.info write error.\n"));
+}
+
 class bridged : public backup_line {
 protected:
     bridged() {
@@ -268,6 +274,16 @@ TEST_F(removal, of_a_folder_in_the_files_place_ends_with_a_file_there) {
     EXPECT_FALSE(file_exists("/tmp/sta_sta_tmp.info"));
 }
 
+TEST_F(removal, that_finds_no_room_for_the_others_leaves_the_file_as_it_was) {
+    const std::string before = kept_line + "- aa:bb:cc:dd:ee:ff 10.0.0.1 1 1 1 1 net 0 1\n" + kept_line;
+    write_file(file, before);
+    const full_disk disk{kept_line.size() + 5};
+    sta_sta_users_backup_del(mac);
+    EXPECT_EQ(read_file(file), before);
+    EXPECT_FALSE(file_exists("/tmp/sta_sta_tmp.info"));
+    EXPECT_TRUE(logged("sta_sta_users_backup_del", "/tmp/sta_sta.info write error.\n"));
+}
+
 TEST_F(removal, splits_a_line_longer_than_1023_bytes_and_drops_the_piece_with_the_mac) {
     write_file(file, times(1023, 'a') + times(40, 'b') + mac + "\n" + kept_line);
     sta_sta_users_backup_del(mac);
@@ -330,6 +346,12 @@ TEST_F(counters, are_saved_as_four_zeros_and_the_number_on_line) {
     g_sta_sta_master.device_count[0] = 77;
     sta_sta_save_devc();
     EXPECT_EQ(read_file("/tmp/sta_devc.info"), "0 0 0 0 3\n");
+}
+
+TEST_F(counters, that_find_no_room_are_told_of) {
+    const full_disk disk;
+    sta_sta_save_devc();
+    EXPECT_TRUE(logged("sta_sta_save_devc", "/tmp/sta_devc.info write error.\n"));
 }
 
 TEST_F(counters, that_cannot_be_saved_harm_nobody) {

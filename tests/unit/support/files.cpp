@@ -1,10 +1,12 @@
 #include "support/files.h"
 
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 void write_file(const std::string &path, std::string_view text) {
@@ -24,4 +26,20 @@ bool file_exists(const std::string &path) { return std::filesystem::exists(path)
 void set_file_time(const std::string &path, long seconds) {
     const timespec both[2] = {{seconds, 0}, {seconds, 0}};
     if (utimensat(AT_FDCWD, path.c_str(), both, 0) != 0) throw std::runtime_error("cannot date " + path);
+}
+
+full_disk::full_disk(unsigned long room) {
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    before = limit.rlim_cur;
+    limit.rlim_cur = room;
+    std::signal(SIGXFSZ, SIG_IGN);
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) throw std::runtime_error("no limit for files");
+}
+
+full_disk::~full_disk() {
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = before;
+    setrlimit(RLIMIT_FSIZE, &limit);
 }

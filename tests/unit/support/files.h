@@ -11,5 +11,16 @@ bool file_exists(const std::string &path);
 // Modification time in whole seconds.
 void set_file_time(const std::string &path, long seconds);
 
+// While it lives no file grows beyond `room` bytes: what writers see of a full disk.
+class full_disk {
+public:
+    explicit full_disk(unsigned long room = 0);
+    ~full_disk();
+    full_disk(full_disk &&) = delete;
+
+private:
+    unsigned long before;
+};
+
 // Text of `count` times `c`.
 inline std::string times(std::size_t count, char c) { return std::string(count, c); }

@@ -2,16 +2,16 @@
 //
 // A test is a TEST_F of a fixture that is a House. Before it runs, everything is as on a freshly started
 // access point:
-//   files     /tmp, /run, /etc/config and /proc/tk_sys are the test's own and empty (a mount namespace of the
-//   process),
-//             so the absolute paths of the daemon are used as they are; no console, and an empty network files.h
-//   log       the log library records; logged(), logged_error(), filed() say what was written log.h driver
-//   the driver's requests are recorded and refused, or answered by the test                     driver.h
-//   collector a listening socket that keeps what arrives collector.h commands  scripts that stand in for
-//   iptables and others, recorded; uci is the real one                commands.h memory    the n-th
-//   allocation can be made to fail                                                     memory.h bus       a
-//   real broker, when a test starts one; the loop runs until something holds, with a bound    bus.h child a
-//   function in a process of its own, for what ends the process                               child.h
+//   files.h     /tmp, /run, /etc/config and /proc/tk_sys are the test's own and empty (a mount namespace of the
+//               process), so the daemon's absolute paths are used as they are; no console, and an empty network
+//   log.h       the log library records; logged(), logged_error(), filed() say what was written
+//   driver.h    the driver's requests are recorded and refused, or answered by the test
+//   collector.h a listening socket that keeps what arrives
+//   commands.h  scripts that stand in for iptables and others, recorded; uci is the real one
+//   memory.h    the n-th allocation can be made to fail
+//   bus.h       a real broker, when a test starts one; the loop runs until something holds, with a bound
+//   child.h     a function in a process of its own, for what ends the process
+//
 // After it the fixture frees the table and the lease list and fails the test when blocks of the counting
 // allocator are left over or were freed too often.
 //

@@ -216,6 +216,7 @@ std::string snooped_address_of(const char *wanted) {
     std::memset(ip, 'z', sizeof(ip));
     if (sta_get_ipaddr_by_snoop_mac(wanted, ip) == 0) {
         EXPECT_EQ(ip[16], 'z') << "16 bytes at most";
+        EXPECT_EQ(std::string_view(ip, 16).find_first_not_of('\0', std::strlen(ip)), std::string_view::npos);
         return ip;
     }
     EXPECT_EQ(std::string_view(ip, 17), times(17, 'z'));

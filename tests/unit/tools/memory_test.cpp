@@ -83,6 +83,10 @@ TEST_F(memory, dump_logs_the_counter) {
     ASSERT_EQ(log_records().size(), 1U);
     EXPECT_EQ(log_records()[0].level, 7);
     EXPECT_TRUE(logged("sta_mem_dump", "sta mem_total_cnt 3\n"));
+    mem_total_cnt = 0xffffffffU; // more given back than counted
+    sta_mem_dump();
+    mem_total_cnt = 0;
+    EXPECT_TRUE(logged("sta_mem_dump", "sta mem_total_cnt -1\n"));
 }
 
 } // namespace
