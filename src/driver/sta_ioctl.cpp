@@ -21,38 +21,50 @@ constexpr std::uint64_t table_size(unsigned mask, std::uint64_t count) {
 }
 static_assert(table_size(3, 2) == 784 && table_size(1, 2) == 336);
 
-// The beginning of a MAC as its lower-case colon text gives it, in a form that is compared with the table's
-// bytes.
-struct mac_prefix {
-    std::uint8_t bytes[6] = {};
-    int digits = -1; // hexadecimal digits given; -1 when no lower-case MAC text begins like this
-};
+constexpr std::size_t mac_size = 6;
 
-mac_prefix parse_prefix(const char *text) {
-    mac_prefix prefix;
-    int digits = 0;
-    for (std::size_t i = 0; text[i] != '\0'; ++i) {
-        const char c = text[i];
-        if (i >= 17) return prefix;
-        if (i % 3 == 2) {
-            if (c != ':') return prefix;
-            continue;
+std::uint64_t as_word(const std::uint8_t (&bytes)[8]) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes, sizeof(word));
+    return word;
+}
+
+// The beginning of a MAC as its lower-case colon text gives it, to be found among a table's bytes: a word is compared
+// at once, since each station of a walk is searched from the table's beginning.
+class mac_prefix {
+public:
+    explicit mac_prefix(const char *text) {
+        std::uint8_t given[8] = {}, meant[8] = {};
+        for (std::size_t i = 0; text[i] != '\0'; ++i) {
+            const char c = text[i];
+            if (i >= 3 * mac_size - 1) return;
+            if (i % 3 == 2) {
+                if (c != ':') return;
+                continue;
+            }
+            const int value = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+            if (value < 0) return;
+            const int shift = i % 3 == 0 ? 4 : 0;
+            given[i / 3] = static_cast<std::uint8_t>(given[i / 3] | value << shift);
+            meant[i / 3] = static_cast<std::uint8_t>(meant[i / 3] | 0xf << shift);
         }
-        const int value = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-        if (value < 0) return prefix;
-        prefix.bytes[i / 3] =
-            static_cast<std::uint8_t>(prefix.bytes[i / 3] | (i % 3 == 0 ? value << 4 : value));
-        ++digits;
+        bytes_ = as_word(given);
+        mask_ = as_word(meant);
     }
-    prefix.digits = digits > 0 ? digits : -1; // an empty text would match the first entry
-    return prefix;
-}
 
-bool begins_with(const std::uint8_t *mac, const mac_prefix &prefix) {
-    const auto whole = static_cast<std::size_t>(prefix.digits / 2);
-    if (std::memcmp(mac, prefix.bytes, whole) != 0) return false;
-    return prefix.digits % 2 == 0 || (mac[whole] & 0xf0) == prefix.bytes[whole];
-}
+    // False for what is no beginning of a MAC, and for an empty text, which would be that of the first entry.
+    bool is_one() const { return mask_ != 0; }
+
+    bool begins(const std::uint8_t *mac) const {
+        std::uint8_t bytes[8] = {};
+        std::memcpy(bytes, mac, mac_size);
+        return (as_word(bytes) & mask_) == bytes_;
+    }
+
+private:
+    std::uint64_t bytes_ = 0;
+    std::uint64_t mask_ = 0;
+};
 
 void copy_basic(sta_info_t *sta, const driver_basic &from) {
     sta->time_delay = from.tx_time / 1000;
@@ -144,13 +156,12 @@ int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask,
     const auto filled = static_cast<int>(wire::get<std::uint32_t>(table + table_num_offset));
     if (filled != count) STA_LOG("pMactab->Num:%d != sta_num:%d\n", filled, count);
 
-    const mac_prefix prefix = parse_prefix(sta->mac);
-    if (prefix.digits < 0) return 1;
+    const mac_prefix prefix{sta->mac};
+    if (!prefix.is_one()) return 1;
     const std::uint8_t *basic = table + table_header_size;
     const auto entries = static_cast<std::size_t>(count > 0 ? count : 0);
     std::size_t index = 0;
-    while (index < entries && !begins_with(basic + index * table_basic_size + basic_mac_offset, prefix))
-        ++index;
+    while (index < entries && !prefix.begins(basic + index * table_basic_size + basic_mac_offset)) ++index;
     if (index == entries) return 1;
 
     const driver_basic found = driver_basic_decode(basic + index * table_basic_size);
