@@ -201,7 +201,7 @@ void watch(struct uloop_fd *watcher) { uloop_fd_add(watcher, ULOOP_READ | ULOOP_
 
 } // namespace
 
-void sta_nl_handle(std::span<const std::uint8_t, sta_nl_message_max> message, long received) {
+void sta_nl_handle(std::span<const std::uint8_t> message, long received) {
     if (sta_nl_is_broken(message.data(), received)) {
         EVENT_LOG("The message contains an error.\n");
         return;

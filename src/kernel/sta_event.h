@@ -6,7 +6,6 @@
 // Blocks: as reports and configuration look-ups do.
 #pragma once
 
-#include "kernel/sta_nl.h"
 #include "tools/base.h"
 
 #include <span>
@@ -18,5 +17,6 @@ extern "C" {
 void g_sta_recv_msg(struct uloop_fd *watcher, unsigned int events);
 }
 
-// Handles a received message: `received` bytes of `message`, which is zero behind them.
-void sta_nl_handle(std::span<const std::uint8_t, sta_nl_message_max> message, long received);
+// Handles a received message: `received` bytes of `message`, which has sta_nl_message_max of them and is zero
+// behind those.
+void sta_nl_handle(std::span<const std::uint8_t> message, long received);
