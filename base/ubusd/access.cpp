@@ -64,8 +64,10 @@ char *read_file(int dir, const char *name) {
 
 int is_rule_file(const dirent *entry) {
     constexpr std::string_view suffix = ".json";
-    const std::string_view name = entry->d_name;
-    return name.size() >= suffix.size() && name.substr(name.size() - suffix.size()) == suffix;
+    std::string_view name = entry->d_name;
+    if (name.size() < suffix.size()) return false;
+    name.remove_prefix(name.size() - suffix.size());
+    return name == suffix;
 }
 
 void load_file(broker &bus, int dir, const char *name) {

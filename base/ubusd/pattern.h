@@ -9,7 +9,8 @@ namespace ubusd {
 constexpr bool pattern_matches(std::string_view pattern, std::string_view name) {
     if (!pattern.empty() && pattern.back() == '*') {
         pattern.remove_suffix(1);
-        return name.substr(0, pattern.size()) == pattern;
+        if (name.size() < pattern.size()) return false;
+        name.remove_suffix(name.size() - pattern.size()); // substr would need the C++ runtime library
     }
     return name == pattern;
 }
