@@ -296,13 +296,18 @@ TEST_F(backup_pass, without_memory_for_the_file_works_line_by_line) {
 TEST_F(backup_pass, without_memory_for_a_line_keeps_the_torn_one_that_it_would_have_joined) {
     make_stations(5);
     const std::string torn = "host 02:00:00:00:77:02 10.0.0.1 1700000000 5 0 0 net";
+    std::string before;
+    for (unsigned i = 1; i < 256; ++i)
+        before += line_of(mac_of(0x7800 + i)); // the next MAC makes the index grow
     bool failed = true;
     for (unsigned nth = 1; failed; ++nth) {
-        write_file(file, line_of("02:00:00:00:77:01") + torn);
+        write_file(file, before + torn);
         fail_allocation(nth);
         const outcome got = in_a_pass();
         failed = allocation_failed();
-        EXPECT_NE(got.file.find(torn), std::string::npos) << "failed allocation " << nth;
+        const std::size_t first = got.file.find(torn);
+        ASSERT_NE(first, std::string::npos) << "failed allocation " << nth;
+        EXPECT_EQ(got.file.find(torn, first + 1), std::string::npos) << "twice, failed allocation " << nth;
     }
 }
 

@@ -1,5 +1,6 @@
 // Addresses and names: from the lease file, the snooping table, the DHCP monitor and events.
 #include <gmock/gmock.h>
+#include <malloc.h>
 
 #include "support/house.h"
 
@@ -11,8 +12,10 @@
 
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 using lines = std::vector<std::string>;
 
 constexpr const char *first_mac = "02:00:00:00:00:01";
@@ -100,6 +103,7 @@ TEST_F(filling, station_without_address_takes_those_of_the_first_entry_with_its_
     sta_sta_get_ip_hostname_by_dhcpmon_list(sta);
     EXPECT_STREQ(sta->ip, "10.0.0.7");
     EXPECT_STREQ(sta->name, "tv");
+    EXPECT_GE(malloc_usable_size(sta->name), 32U);
     EXPECT_EQ(log_lines(),
               (lines{"sta_sta_get_ip_hostname_by_dhcpmon_list: runing: ip=0.0.0.0, mac=02:00:00:00:00:01, "
                      "hostName=old\n",
@@ -170,6 +174,8 @@ TEST_F(refresh, changed_lease_changes_name_and_address_and_the_line) {
     EXPECT_TRUE(logged("sta_sta_update_online_status_ip_by_dhcp",
                        "ip change: mac 02:00:00:00:00:01, 10.0.0.1->10.0.0.2\n"));
     EXPECT_THAT(calls(), IsEmpty()); // no firewall rule
+    // An event would be refused here, where there is no bus, and say so.
+    EXPECT_THAT(log_lines(), Not(Contains("ERROR in sta_ubus: sta_ubus_ctx is NULL!\n")));
 }
 
 TEST_F(refresh, name_alone_can_change) {

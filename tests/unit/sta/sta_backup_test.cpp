@@ -1,6 +1,7 @@
 // The backup file's lines, one by one.
 #include <filesystem>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include "support/house.h"
 
@@ -272,6 +273,38 @@ TEST_F(removal, of_a_folder_in_the_files_place_ends_with_a_file_there) {
     sta_sta_users_backup_del(mac);
     EXPECT_TRUE(std::filesystem::is_regular_file(file));
     EXPECT_FALSE(file_exists("/tmp/sta_sta_tmp.info"));
+}
+
+TEST_F(removal, of_a_folder_that_is_not_empty_cannot_clear_up) {
+    write_file(std::string(file) + "/inside", "");
+    sta_sta_users_backup_del(mac);
+    EXPECT_TRUE(logged("sta_sta_users_backup_del", "/tmp/sta_sta.info remove error.\n"));
+    EXPECT_TRUE(file_exists("/tmp/sta_sta_tmp.info/inside"));
+}
+
+// The lowest descriptor that is free.
+int free_descriptor() {
+    const int fd = dup(STDERR_FILENO);
+    close(fd);
+    return fd;
+}
+
+TEST_F(removal, without_a_descriptor_for_either_file_leaves_the_lines_under_the_other_name) {
+    const std::string before = kept_line + "- aa:bb:cc:dd:ee:ff 10.0.0.1 1 1 1 1 net 0 1\n";
+    for (const auto &[descriptors, unopened] :
+         {std::pair{0, "/tmp/sta_sta_tmp.info"}, std::pair{1, "/tmp/sta_sta.info"}}) {
+        write_file(file, before);
+        forget_log();
+        rlimit limit{};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        const rlimit few{static_cast<rlim_t>(free_descriptor() + descriptors), limit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        sta_sta_users_backup_del(mac);
+        setrlimit(RLIMIT_NOFILE, &limit);
+        EXPECT_EQ(log_lines(), lines{"sta_sta_users_backup_del: " + std::string(unopened) + " open fail.\n"});
+        EXPECT_EQ(read_file("/tmp/sta_sta_tmp.info"), before) << unopened;
+        EXPECT_FALSE(file_exists(file)); // the next pass writes every station's line
+    }
 }
 
 TEST_F(removal, that_finds_no_room_for_the_others_leaves_the_file_as_it_was) {

@@ -1,5 +1,6 @@
 // The five-second pass, the sweep of unconfirmed stations, and the entry points of the report cycles.
 #include <gmock/gmock.h>
+#include <sys/inotify.h>
 
 #include "support/house.h"
 
@@ -261,6 +262,44 @@ TEST_F(cycle, every_station_is_timed_and_written_in_every_pass) {
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1);
     }
     EXPECT_EQ(g_sta_sta_master.online, 1); // counted once
+}
+
+// Names of the files in /tmp that were put in place, or closed by a writer, since the last call.
+class written_files {
+public:
+    written_files() : fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+        // Of equal events in a row only one is kept: the openings part them.
+        if (inotify_add_watch(fd, "/tmp", IN_OPEN | IN_CLOSE_WRITE | IN_MOVED_TO) < 0)
+            ADD_FAILURE() << "no watch";
+    }
+    ~written_files() { close(fd); }
+    written_files(written_files &&) = delete;
+
+    lines now() const {
+        lines names;
+        alignas(inotify_event) char buffer[16384];
+        for (ssize_t got = 0; (got = read(fd, buffer, sizeof(buffer))) > 0;) {
+            for (const char *at = buffer; at < buffer + got;) {
+                const auto *event = reinterpret_cast<const inotify_event *>(at);
+                if (event->mask & (IN_CLOSE_WRITE | IN_MOVED_TO)) names.emplace_back(event->name);
+                at += sizeof(inotify_event) + event->len;
+            }
+        }
+        return names;
+    }
+
+private:
+    int fd;
+};
+
+TEST_F(cycle, counters_are_written_once_behind_the_lines_of_all_stations) {
+    station_on(first_mac);
+    station_on(second_mac, 1, "ath1");
+    const written_files written;
+    for (int pass = 0; pass < 2; ++pass) {
+        sta_sta_flow_count_proc();
+        EXPECT_THAT(written.now(), ElementsAre("sta_sta_tmp.info", "sta_sta.info", "sta_devc.info"));
+    }
 }
 
 TEST_F(cycle, restored_station_is_timed_from_a_clock_of_zero) {

@@ -4,6 +4,8 @@
 
 #include "support/house.h"
 
+#include "sta/sta_cycle.h"
+#include "sta/sta_members.h"
 #include "sta/sta_restore.h"
 #include "sta/sta_sweep.h"
 #include "sta/sta_table.h"
@@ -203,6 +205,22 @@ TEST_F(restore, small_fields_do_not_write_over_their_neighbours) {
 
 TEST_F(restore, any_twelve_characters_around_colons_are_a_mac_and_nothing_else_is) {
     EXPECT_STREQ(of_line("n zz:;|:$(:id:)&:## 10.0.0.1 5\n").mac, "zz:;|:$(:id:)&:##");
+}
+
+TEST_F(restore, mac_with_white_space_has_one_line_which_goes_with_the_station) {
+    std::string with_tab = whole_line;
+    with_tab.replace(with_tab.find("bb:"), 2, "b\t");
+    for (const auto &[text, mac] :
+         {std::pair<std::string, const char *>{"n a :bb:cc:dd:ee:ff 10.0.0.1 5\n", "a-:bb:cc:dd:ee:ff"},
+          std::pair<std::string, const char *>{with_tab, "aa:b-:cc:dd:ee:ff"}}) {
+        of_line(text);
+        for (int pass = 0; pass < 2; ++pass) sta_sta_flow_count_proc();
+        const std::string written = read_file(file);
+        EXPECT_NE(written.find(" " + std::string(mac) + " "), std::string::npos) << written;
+        EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), 1) << written;
+        sta_sta_del_usr(stations().at(0));
+        EXPECT_EQ(read_file(file), "");
+    }
 }
 
 TEST_F(restore, mac_that_breaks_off_ends_there) {

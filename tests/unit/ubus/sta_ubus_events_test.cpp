@@ -371,6 +371,24 @@ TEST_F(subscription, is_tried_every_three_seconds_until_the_monitor_is_there) {
     EXPECT_TRUE(subscribed());
 }
 
+TEST_F(subscription, that_the_broker_refuses_fails) {
+    ubus_object_type type{};
+    type.name = monitor;
+    ubus_object own{}; // nobody may watch himself
+    own.name = monitor;
+    own.type = &type;
+    ASSERT_EQ(ubus_add_object(sta_ubus_ctx, &own), 0);
+    EXPECT_NE(sta_ubus_dhcpdump_subscribe(), 0);
+    EXPECT_EQ(log_lines(), lines{"ERROR in sta_ubus: Failed to subscribe: Invalid argument\n"});
+    EXPECT_EQ(ubus_remove_object(sta_ubus_ctx, &own), 0);
+}
+
+TEST_F(subscription, without_a_broker_is_refused) {
+    stop_bus();
+    EXPECT_NE(sta_ubus_dhcpdump_subscribe(), 0);
+    EXPECT_EQ(log_lines(), lines{"ERROR in sta_ubus: Failed to add watch handler: Invalid argument\n"});
+}
+
 TEST_F(subscription, is_made_again_when_the_monitor_comes_back) {
     other.publish(monitor);
     mode("AP");

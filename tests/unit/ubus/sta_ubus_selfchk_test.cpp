@@ -1,6 +1,7 @@
 // Asking the DHCP monitor for one client, and its answers.
 #include <csignal>
 #include <gmock/gmock.h>
+#include <malloc.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -11,6 +12,23 @@
 #include "tools/sta_memory.h"
 #include "tools/sta_text.h"
 #include "ubus/sta_ubus_selfchk.h"
+
+// The linker leads the program's calls here.
+extern "C" {
+char *__real_blobmsg_format_json_with_cb(blob_attr *attr, bool list, blobmsg_json_format_t cb, void *priv,
+                                         int indent);
+char *__wrap_blobmsg_format_json_with_cb(blob_attr *attr, bool list, blobmsg_json_format_t cb, void *priv,
+                                         int indent);
+}
+
+namespace {
+bool g_formats = true;
+}
+
+char *__wrap_blobmsg_format_json_with_cb(blob_attr *attr, bool list, blobmsg_json_format_t cb, void *priv,
+                                         int indent) {
+    return g_formats ? __real_blobmsg_format_json_with_cb(attr, list, cb, priv, indent) : nullptr;
+}
 
 namespace {
 
@@ -48,7 +66,7 @@ TEST_F(answer, whose_last_client_is_the_station_gives_it_address_and_name) {
            entry(mac, "10.0.0.7", "tv") + "]}");
     EXPECT_STREQ(sta->ip, "10.0.0.7");
     EXPECT_STREQ(sta->name, "tv");
-    sta->name[31] = 'x'; // the block has 32 bytes
+    EXPECT_GE(malloc_usable_size(sta->name), 32U);
     const lines said = lines_of("selfchk_dhcpmon_data_get_cb");
     ASSERT_EQ(said.size(), 3U);
     EXPECT_EQ(said[0], "count:2\n");
@@ -100,6 +118,21 @@ TEST_F(answer, without_a_list_changes_nothing) {
          {"{}", "{\"count\":1}", "{\"count\":1,\"list\":{}}", "{\"count\":1,\"list\":\"x\"}"})
         client(json);
     EXPECT_TRUE(logged_error("sta_ubus", "get jsondata 'list' error ...\n"));
+    EXPECT_STREQ(sta->ip, "10.0.0.1");
+}
+
+TEST_F(answer, whose_members_are_null_changes_nothing) {
+    client("{\"count\":null,\"list\":null}");
+    EXPECT_EQ(log_lines(), (lines{"selfchk_dhcpmon_data_get_cb: count node is null \n",
+                                  "selfchk_dhcpmon_data_get_cb: list node is null \n"}));
+    EXPECT_STREQ(sta->ip, "10.0.0.1");
+}
+
+TEST_F(answer, that_cannot_be_made_text_changes_nothing) {
+    g_formats = false;
+    client("{\"count\":1,\"list\":[" + entry(mac, "10.0.0.7", "tv") + "]}");
+    g_formats = true;
+    EXPECT_EQ(log_lines(), lines{"selfchk_dhcpmon_data_get_cb: Received Dhcpmon Null\n"});
     EXPECT_STREQ(sta->ip, "10.0.0.1");
 }
 
