@@ -1,5 +1,8 @@
 """What takes minutes and hours, with a clock that the test moves."""
 
+import os
+import time
+
 import pytest
 
 from test_stations import A, B, associate, backup_lines, wait_online
@@ -49,6 +52,65 @@ def test_restored_stations_that_nobody_confirms_are_swept_after_five_minutes(lab
     assert report["offline_ts"] > report["online_ts"] > 0
     lab.wait(lambda: set(lab.online()) == {B}, 10, "only the confirmed station")
     assert [line.split()[1] for line in backup_lines(lab)] == [B]
+
+
+def test_each_timer_keeps_its_pace(lab, clock):
+    associate(lab, A)
+
+    def passes():  # each asks once for the driver's table, and nobody else without its second section
+        return sum(request.get("sections") == 1 for request in lab.driver_requests())
+
+    def done_in(seconds, count):
+        """How many more there are after so many seconds, and how many seconds it really were."""
+        before, since = count(), time.monotonic()
+        clock.skip(seconds * 1000)
+        lab.wait(lambda: clock.idle, 60, f"{seconds} seconds to be over")
+        return count() - before, seconds + time.monotonic() - since
+
+    # One more than fits in when one is due right at the beginning. Work takes time of its own.
+    more, seconds = done_in(62, passes)
+    assert 12 <= more <= seconds / 5 + 1
+    more, seconds = done_in(182, lambda: lab.logged("update period:60 s"))
+    assert 3 <= more <= seconds / 60 + 1
+    since = time.monotonic()
+    lab.bus("call", "sta", "set", {"set_update_log_period": 10})
+    assert lab.logged("update time=10") == lab.logged("update period:10 s") == 1
+    more, _ = done_in(32, lambda: lab.logged("update period:10 s"))
+    assert 3 <= more <= (32 + time.monotonic() - since) / 10
+
+
+def replace(path, text, written):
+    """The whole file at once, with its time."""
+    new = path.with_name(f".{path.name}.new")
+    new.write_text(text)
+    os.utime(new, (written, written))
+    new.replace(path)
+
+
+def test_changed_settings_are_read_and_logged_once_within_ten_seconds(lab, clock):
+    path = lab.root / "etc/config/wsmd"
+    assert lab.logged("log_level: ") == 1
+    for count, level in enumerate((3, 4), 2):
+        replace(path, f"config wsmd 'main'\n\toption loglevel '{level}'\n", 1700000000 + count)
+        clock.skip(10000)
+        lab.wait_for_log(f"log_level: {level}", timeout=8)
+        clock.skip(35000)
+        lab.wait(lambda: clock.idle, 30, "three more looks at the file")
+        assert lab.logged("log_level: ") == lab.logged("log_file_name: ") == count
+        path.unlink()  # is no change, and the polls go on
+        clock.skip(15000)
+        lab.wait(lambda: clock.idle, 30, "a look at no file")
+        assert lab.logged("log_level: ") == count
+
+
+def test_a_changed_snooping_table_is_not_copied(lab, clock):
+    for written in (1700000001, 1700000002):
+        replace(lab.files / "snoop_ip", f"1 {A} 10.0.0.9 br-lan\n", written)
+        replace(lab.root / "etc/config/wsmd", "config wsmd 'main'\n", written)
+        clock.skip(15000)
+        lab.wait(lambda: clock.idle, 30, "a look at the watched files")
+    assert lab.logged("log_level: ") == 3, "the other watcher has looked twice"
+    assert not (lab.files / "snoop_ip_bak").exists()
 
 
 @pytest.mark.parametrize("hours", [7, -7])

@@ -21,16 +21,26 @@
 extern "C" {
 int __real_socket(int domain, int type, int protocol);
 int __wrap_socket(int domain, int type, int protocol);
+void __real_uloop_done();
+void __wrap_uloop_done();
 }
 
+int wsmd_main(); // the program's main()
+
 namespace {
-bool g_sockets = true; // netlink ones
-}
+bool g_sockets = true;           // netlink ones
+bool g_signal_behind_it = false; // a SIGTERM when the loop is closed
+} // namespace
 
 int __wrap_socket(int domain, int type, int protocol) {
     if (g_sockets || domain != AF_NETLINK) return __real_socket(domain, type, protocol);
     errno = EMFILE;
     return -1;
+}
+
+void __wrap_uloop_done() {
+    __real_uloop_done();
+    if (g_signal_behind_it) std::raise(SIGTERM);
 }
 
 namespace {
@@ -246,6 +256,27 @@ TEST_F(stop, further_signals_do_not_cut_the_clean_up_short) {
     EXPECT_TRUE(end.exited);
     EXPECT_EQ(end.status, 1);
     EXPECT_THAT(calls(), ElementsAreArray(chain_clean_up));
+}
+
+// The loop has given the signals their defaults back by then.
+TEST_F(stop, second_signal_between_the_loop_and_the_clean_up_does_not_prevent_it) {
+    const child_end end = run_in_child([] {
+        uloop_done(); // main() opens its own
+        g_signal_behind_it = true;
+        sigset_t held;
+        sigemptyset(&held);
+        sigaddset(&held, SIGTERM);
+        sigprocmask(SIG_BLOCK, &held, nullptr);
+        std::raise(SIGTERM); // the first, which main() takes when the loop runs
+        wsmd_main();
+    });
+    EXPECT_TRUE(end.exited) << "killed by signal " << end.status;
+    EXPECT_EQ(end.status, 1) << end.output;
+    EXPECT_TRUE(in_order({"sta_init: WSMD init finish..\n", "sta_deinit: MAIN"}));
+    std::vector<std::string> last = calls();
+    ASSERT_GE(last.size(), chain_clean_up.size());
+    last.erase(last.begin(), last.end() - static_cast<long>(chain_clean_up.size()));
+    EXPECT_THAT(last, ElementsAreArray(chain_clean_up));
 }
 
 } // namespace

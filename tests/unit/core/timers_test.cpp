@@ -33,6 +33,32 @@ TEST_F(timers, each_callback_arms_itself_again) {
     EXPECT_TRUE(due_in(sta_single_log_up_timeout, 1000));
 }
 
+TEST_F(timers, each_pass_that_the_loop_runs_arms_the_next) {
+    put_station("aa:bb:cc:dd:ee:ff");
+    struct row {
+        uloop_timeout_handler start;
+        uloop_timeout &timer;
+        int ms;
+        std::size_t (*passes)();
+    };
+    for (const row &one : {row{sta_flow_count_timer, sta_flow_count_timeout, 5000,
+                               [] { return driver_requests().size(); }}, // one that is refused in each pass
+                           row{sta_single_log_up_timer, sta_single_log_up_timeout, 1000,
+                               [] { return std::size_t(stations()[0]->single_log_up_cnt); }},
+                           row{sta_sta_log_up_timer, sta_log_up_timeout, 60000,
+                               [] { return lines_of("sta_sta_log_up_timer").size(); }}}) {
+        forget_driver();
+        one.start(&one.timer);
+        for (std::size_t passes = 1; passes <= 2; ++passes) {
+            EXPECT_EQ(one.passes(), passes);
+            EXPECT_TRUE(due_in(one.timer, one.ms));
+            uloop_timeout_set(&one.timer, 0);
+            EXPECT_TRUE(loop_until([&] { return one.passes() > passes; }));
+        }
+        uloop_timeout_cancel(&one.timer);
+    }
+}
+
 TEST_F(timers, a_driver_and_a_collector_that_fail_do_not_stop_them) {
     put_station("aa:bb:cc:dd:ee:ff", sta_status_online);
     sta_flow_count_timer(&sta_flow_count_timeout);

@@ -1,10 +1,26 @@
-// A poll is the watcher's timer: calling the start operation again polls at once.
+// Calling the start operation again polls at once, as the watcher's timer does.
 #include "support/house.h"
 
 #include "core/sta_watch.h"
+#include "tools/base.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>
+
+// The linker leads the program's calls here.
+extern "C" {
+int __real_uloop_timeout_set(uloop_timeout *timer, int ms);
+int __wrap_uloop_timeout_set(uloop_timeout *timer, int ms);
+}
+
+namespace {
+uloop_timeout *g_armed = nullptr; // the last one
+}
+
+int __wrap_uloop_timeout_set(uloop_timeout *timer, int ms) {
+    g_armed = timer;
+    return __real_uloop_timeout_set(timer, ms);
+}
 
 namespace {
 
@@ -127,6 +143,25 @@ TEST_P(watch, starting_again_leaves_one_timer) {
     poll();
     EXPECT_GT(next(), 9000);
     EXPECT_LE(next(), 10000);
+}
+
+TEST_P(watch, its_timer_polls_and_is_armed_again_whether_the_file_is_there_or_not) {
+    write(0);
+    poll();
+    uloop_timeout &timer = *g_armed;
+    const auto due_at_once = [&] {
+        uloop_timeout_set(&timer, 0);
+        return loop_until([&] { return uloop_timeout_remaining64(&timer) > 5000; });
+    };
+    write(5);
+    EXPECT_TRUE(due_at_once());
+    EXPECT_EQ(g_runs, 2);
+    std::filesystem::remove(GetParam().path);
+    EXPECT_TRUE(due_at_once());
+    EXPECT_EQ(g_runs, 2);
+    write(9);
+    EXPECT_TRUE(due_at_once());
+    EXPECT_EQ(g_runs, 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(files, watch,

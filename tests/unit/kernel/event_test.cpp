@@ -4,6 +4,7 @@
 #include "sta/sta_table.h"
 #include "tools/sta_device.h"
 #include "tools/sta_memory.h"
+#include "tools/sta_text.h"
 
 #include <gmock/gmock.h>
 
@@ -70,17 +71,18 @@ TEST_F(event, disassociation_is_logged_with_the_record_s_values) {
         "flow_ratedown=2048 vlanid=30 power=65 rssi=-65\n");
 }
 
-TEST_F(event, roaming_check_comes_before_the_report_and_that_before_the_table) {
+TEST_F(event, roaming_check_report_notification_and_table_come_in_this_order) {
     associate();
     std::vector<std::string> order;
     for (const std::string &line : log_lines())
         for (const char *step :
              {"sta_sta_roam_send_msg: sta_sta_roam_send_msg is running!!!\n", "sta_sta_log_on: sta log on.\n",
               "sta_domain_socket_send: sta domain socket send.\n",
+              "sta_ubus_log_info_notify: sta_ubus_log_info_notify\n",
               "sta_sta_add_usr: sta add user, mac=00:11:22:33:44:ab. ifname=ath12\n"})
             if (line == step) order.push_back(line.substr(0, line.find(':')));
     EXPECT_THAT(order, ElementsAre("sta_sta_roam_send_msg", "sta_sta_log_on", "sta_domain_socket_send",
-                                   "sta_sta_add_usr"));
+                                   "sta_ubus_log_info_notify", "sta_sta_add_usr"));
 }
 
 TEST_F(event, very_weak_signals_count_as_minus_65) {
@@ -320,6 +322,8 @@ TEST_F(event, interface_is_compared_with_the_event_s_raw_text) {
 
 TEST_F(event, station_that_roams_to_another_access_point_stays_with_its_final_figures) {
     sta_info_t *sta = associate();
+    sta_put_text(sta->ip, "10.0.0.5");
+    std::snprintf(sta->name, sta_name_size, "phone");
     collector box;
     forget_log();
     handle(disassociation({{at::is_reassoc, {2}}}));
@@ -328,6 +332,8 @@ TEST_F(event, station_that_roams_to_another_access_point_stays_with_its_final_fi
     EXPECT_EQ(sta->maxRate, 400U);
     EXPECT_EQ(sta->is_reassoc, 2);
     EXPECT_STREQ(sta->reason, "OW_STA_DUPLICATE_AUTH");
+    EXPECT_STREQ(sta->ip, "10.0.0.5") << "no final figure";
+    EXPECT_STREQ(sta->name, "phone") << "no final figure";
     EXPECT_THAT(box.reports(), IsEmpty());
     EXPECT_EQ(event_lines().back(), "sta mac:00:11:22:33:44:ab is ap roam status\n");
     EXPECT_THAT(lines_of("sta_sta_del_usr_by_mac"), IsEmpty());

@@ -3,6 +3,7 @@
 
 #include "ubus/bus_house.h"
 
+#include "driver/sta_logup.h"
 #include "driver/sta_report.h"
 #include "sta/sta_cycle.h"
 #include "sta/sta_table.h"
@@ -135,6 +136,19 @@ TEST_F(notification, of_log_on_and_log_off_goes_out_without_a_collector) {
     ASSERT_TRUE(soon([&] { return other.notifications.size() == 2; }));
     EXPECT_THAT(other.notifications[0], Contains("log_type INT32 1"));
     EXPECT_THAT(other.notifications[1], Contains("log_type INT32 2"));
+}
+
+TEST_F(notification, of_a_log_up_shows_the_previous_address_once) {
+    sta_info_t *sta = put_station(first_mac, sta_status_online);
+    sta->load_uptime = sta_uptime_seconds();
+    sta_put_text(sta->ip, "10.0.0.2");
+    sta_put_text(sta->before_ip, "10.0.0.1");
+    other.subscribe("sta");
+    sta_sta_log_byioctl_update();
+    sta_sta_log_byioctl_update();
+    ASSERT_TRUE(soon([&] { return other.notifications.size() == 2; }));
+    EXPECT_THAT(other.notifications[0], Contains("before_ip STRING 10.0.0.1"));
+    EXPECT_THAT(other.notifications[1], Contains("before_ip STRING 10.0.0.2"));
 }
 
 TEST_F(notification, report_to_the_collector_shows_the_rate_that_the_bus_does_not) {
