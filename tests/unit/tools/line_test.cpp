@@ -34,16 +34,19 @@ TEST(line, takes_no_more_of_a_text_than_it_may) {
     EXPECT_EQ(std::string(buffer, out.finish()), "abc abc\n");
 }
 
+// Apart: the compiler warns of writing where it sees that there is no room, and not that nobody writes.
+[[gnu::noinline]] void add_number(sta_line &out, int number) { out.number(number); }
+
 TEST(line, cuts_what_does_not_fit_and_leaves_out_such_a_number) {
     char buffer[9];
     std::memset(buffer, '.', sizeof(buffer));
     sta_line cut{*reinterpret_cast<char(*)[8]>(buffer)};
     cut.text("abcd", '-');
-    cut.number(123456);
+    add_number(cut, 123456);
     EXPECT_EQ(std::string(buffer, cut.finish()), "abcd \n");
     sta_line full{*reinterpret_cast<char(*)[8]>(buffer)};
     full.text("abcdefghij", '-');
-    full.number(1);
+    add_number(full, 1);
     EXPECT_EQ(std::string(buffer, full.finish()), "abcdefg\n");
     EXPECT_EQ(buffer[8], '.');
 }
