@@ -27,7 +27,7 @@ void __wrap_openlog(const char *identity, int options, int facility) {
 }
 
 namespace {
-void note_syslog(int level, const char *format, va_list arguments) {
+__attribute__((format(printf, 2, 0))) void note_syslog(int level, const char *format, va_list arguments) {
     char text[4096];
     std::vsnprintf(text, sizeof(text), format, arguments);
     g_syslog.push_back(std::to_string(level) + " " + text);
