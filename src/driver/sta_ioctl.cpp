@@ -29,8 +29,14 @@ std::uint64_t as_word(const std::uint8_t (&bytes)[8]) {
     return word;
 }
 
-// The beginning of a MAC as its lower-case colon text gives it, to be found among a table's bytes: a word is compared
-// at once, since each station of a walk is searched from the table's beginning.
+// The MAC of entry `index` of a table.
+std::uint64_t mac_of_entry(const std::uint8_t *table, std::size_t index) {
+    std::uint8_t bytes[8] = {};
+    std::memcpy(bytes, table + table_header_size + index * table_basic_size + basic_mac_offset, mac_size);
+    return as_word(bytes);
+}
+
+// The beginning of a MAC as its lower-case colon text gives it, to be found among a table's words.
 class mac_prefix {
 public:
     explicit mac_prefix(const char *text) {
@@ -55,11 +61,7 @@ public:
     // False for what is no beginning of a MAC, and for an empty text, which would be that of the first entry.
     bool is_one() const { return mask_ != 0; }
 
-    bool begins(const std::uint8_t *mac) const {
-        std::uint8_t bytes[8] = {};
-        std::memcpy(bytes, mac, mac_size);
-        return (as_word(bytes) & mask_) == bytes_;
-    }
+    bool begins(std::uint64_t mac) const { return (mac & mask_) == bytes_; }
 
 private:
     std::uint64_t bytes_ = 0;
@@ -106,6 +108,39 @@ void copy_extended(sta_info_t *sta, const driver_extended &from) {
     sta_put_expanded(sta->key_end, from.key_end, driver_text_limit);
 }
 
+// sta_sta_get_ioctl; `find` gives the first of so many entries that a prefix begins, or their number.
+template <class Find>
+int read_station(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count, Find find) {
+    constexpr const char *function = "sta_sta_get_ioctl";
+    if (!sta || !table) {
+        STA_LOG_AS(function, "param is null!!\n");
+        return 1;
+    }
+    const auto filled = static_cast<int>(wire::get<std::uint32_t>(table + table_num_offset));
+    if (filled != count) STA_LOG_AS(function, "pMactab->Num:%d != sta_num:%d\n", filled, count);
+
+    const mac_prefix prefix{sta->mac};
+    if (!prefix.is_one()) return 1;
+    const std::uint8_t *basic = table + table_header_size;
+    const auto entries = static_cast<std::size_t>(count > 0 ? count : 0);
+    const std::size_t index = find(prefix, entries);
+    if (index == entries) return 1;
+
+    const driver_basic found = driver_basic_decode(basic + index * table_basic_size);
+    copy_basic(sta, found);
+    if (mask & table_extended)
+        copy_extended(
+            sta, driver_extended_decode(basic + entries * table_basic_size + index * table_extended_size));
+    const std::int32_t vlanid = sta_sta_get_vlanid(sta);
+    sta->vlanid = vlanid <= 0 ? 1 : vlanid;
+    const int power = found.rssi + 95;
+    sta_put_number(sta->power, power > 0 ? power : 65);
+    STA_LOG_AS(function, "wifi_up = %llu flow_rateup = %ld channel = %d sta_power = %s txtime = %d\n",
+               static_cast<unsigned long long>(sta->wifi_up), static_cast<long>(sta->flow_rateup),
+               sta->channel, sta->power, sta->time_delay);
+    return 0;
+}
+
 } // namespace
 
 int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const char *ifname, unsigned mask) {
@@ -149,34 +184,11 @@ int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const cha
 }
 
 int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count) {
-    if (!sta || !table) {
-        STA_LOG("param is null!!\n");
-        return 1;
-    }
-    const auto filled = static_cast<int>(wire::get<std::uint32_t>(table + table_num_offset));
-    if (filled != count) STA_LOG("pMactab->Num:%d != sta_num:%d\n", filled, count);
-
-    const mac_prefix prefix{sta->mac};
-    if (!prefix.is_one()) return 1;
-    const std::uint8_t *basic = table + table_header_size;
-    const auto entries = static_cast<std::size_t>(count > 0 ? count : 0);
-    std::size_t index = 0;
-    while (index < entries && !prefix.begins(basic + index * table_basic_size + basic_mac_offset)) ++index;
-    if (index == entries) return 1;
-
-    const driver_basic found = driver_basic_decode(basic + index * table_basic_size);
-    copy_basic(sta, found);
-    if (mask & table_extended)
-        copy_extended(
-            sta, driver_extended_decode(basic + entries * table_basic_size + index * table_extended_size));
-    const std::int32_t vlanid = sta_sta_get_vlanid(sta);
-    sta->vlanid = vlanid <= 0 ? 1 : vlanid;
-    const int power = found.rssi + 95;
-    sta_put_number(sta->power, power > 0 ? power : 65);
-    STA_LOG("wifi_up = %llu flow_rateup = %ld channel = %d sta_power = %s txtime = %d\n",
-            static_cast<unsigned long long>(sta->wifi_up), static_cast<long>(sta->flow_rateup), sta->channel,
-            sta->power, sta->time_delay);
-    return 0;
+    return read_station(sta, table, mask, count, [=](const mac_prefix &prefix, std::size_t entries) {
+        std::size_t index = 0;
+        while (index < entries && !prefix.begins(mac_of_entry(table, index))) ++index;
+        return index;
+    });
 }
 
 sta_radio_tables::~sta_radio_tables() {
@@ -188,10 +200,20 @@ bool sta_radio_tables::fetch_for(const sta_info_t *sta) noexcept {
     slot &mine = slots[sta->radio_id];
     mine.tried = true;
     mine.count = sta_get_ioctl_stainfo(sta, &mine.table, sta->ifname, mask);
+    if (mine.table && mine.macs.reserve(static_cast<std::size_t>(mine.count)))
+        for (std::size_t i = 0; i < static_cast<std::size_t>(mine.count); ++i)
+            mine.macs.push(mac_of_entry(mine.table, i));
     return true;
 }
 
 int sta_radio_tables::update(sta_info_t *sta) const noexcept {
     if (!has_radio(sta)) return 1;
-    return sta_sta_get_ioctl(sta, table_of(sta), mask, count_of(sta));
+    const slot &mine = slots[sta->radio_id];
+    if (mine.macs.size() == 0) return sta_sta_get_ioctl(sta, mine.table, mask, mine.count);
+    return read_station(sta, mine.table, mask, mine.count,
+                        [&](const mac_prefix &prefix, std::size_t entries) {
+                            std::size_t index = 0;
+                            while (index < entries && !prefix.begins(mine.macs[index])) ++index;
+                            return index;
+                        });
 }

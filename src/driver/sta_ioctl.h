@@ -5,6 +5,7 @@
 #pragma once
 
 #include "sta/sta_info.h"
+#include "tools/sta_array.h"
 
 extern "C" {
 
@@ -45,10 +46,13 @@ public:
 
 private:
     struct slot {
-        bool tried;
-        std::uint8_t *table;
-        int count;
+        bool tried = false;
+        std::uint8_t *table = nullptr;
+        int count = 0;
+        // The MACs of the table's entries, side by side: each station of the walk is searched from the first one,
+        // and entries are far apart. Empty without memory.
+        sta_array<std::uint64_t> macs;
     };
     unsigned mask;
-    slot slots[radios] = {};
+    slot slots[radios];
 };

@@ -341,6 +341,27 @@ TEST_F(table_reading, takes_the_first_of_two_entries_with_the_mac) {
     EXPECT_EQ(sta->channel, 1);
 }
 
+TEST_F(table_reading, during_a_walk_finds_what_a_single_look_finds_with_and_without_memory_for_an_index) {
+    driver_lists({{"ath0",
+                   {table_entry(second_mac).basic32(120, 1), table_entry(first_mac).basic32(120, 2),
+                    table_entry(first_mac).basic32(120, 3)}}});
+    sta_put_text(sta->ifname, "ath0");
+    for (const unsigned failing : {0U, 3U}) { // behind the fetch's own two
+        if (failing > 0) fail_allocation(failing);
+        sta_radio_tables walk{3};
+        EXPECT_TRUE(walk.fetch_for(sta));
+        EXPECT_EQ(allocation_failed(), failing > 0);
+        for (const auto &[mac, channel] : std::vector<std::pair<const char *, int>>{
+                 {first_mac, 2}, {second_mac, 1}, {"02:00", 1}, {"02:00:00:00:00:03", 0}, {"", 0}}) {
+            sta_put_text(sta->mac, mac);
+            sta->channel = 0;
+            EXPECT_EQ(walk.update(sta), channel == 0 ? 1 : 0) << mac;
+            EXPECT_EQ(sta->channel, channel) << mac;
+        }
+        sta_put_text(sta->mac, first_mac);
+    }
+}
+
 TEST_F(table_reading, searches_all_entries_when_the_driver_says_it_filled_fewer) {
     fetch({table_entry(second_mac), table_entry(first_mac).basic32(120, 9)});
     table[0] = 1;
