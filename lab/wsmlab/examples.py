@@ -1,9 +1,11 @@
 """The examples in docs/: what the programs print, asked of a running access point.
 
-    PYTHONPATH=lab python3 -m wsmlab.examples BUILD      writes them into docs/*.md
+    PYTHONPATH=lab python3 -m wsmlab.examples [BUILD]      writes them into docs/*.md
 
-In a document an example is a comment that names the command, followed by a fenced block with what it printed. The tests
-compare the shape of each block - keys, order and kinds of values - with what the programs print now.
+In a document an example is a comment that names the command, followed by a fenced block with what it printed. When the
+comment says "conversation" the block is one: each line "$ COMMAND" is followed by what the command printed, and a line "..."
+stands for lines left out. The tests compare the shape of each block - of JSON the keys, their order and the kinds of
+their values, of other text all but the figures - with what the programs print now.
 """
 
 import json
@@ -17,6 +19,8 @@ from . import Lab
 DOCS = pathlib.Path(__file__).resolve().parents[2] / "docs"
 _EXAMPLE = re.compile(r"<!-- example: (?P<command>.*?) -->\n```[a-z]*\n(?P<text>.*?)```", re.DOTALL)
 _MAC = "02:00:00:00:00:01"
+_CONVERSATION, _LEFT_OUT = "conversation", "..."
+_RECORDING = "/tmp/fault.wsr"
 
 
 def in_documents():
@@ -25,17 +29,121 @@ def in_documents():
             for match in _EXAMPLE.finditer(path.read_text(encoding="utf-8"))]
 
 
-def produce(lab, commands):
-    """What each of the commands prints on a lab with one station on line: {command: text}."""
-    watch = lab.watch_bus().subscribe()
-    lab.apsim(f"lease mac={_MAC} ip=192.168.1.20 name=phone")
-    lab.apsim(f"assoc mac={_MAC} ifname=ath0 radio=0")
-    # The first line of what would run on and on.
-    lines = {"ubus subscribe sta": _line("notify", watch.wait_for_notification(mac=_MAC)),
-             "ubus listen ip_change": _line("ip_change", watch.wait_for_event("ip_change"))}
-    lab.wait_for_report(mac=_MAC, log_type=3)
-    return {command: lines[command] if command in lines else lab.run(shlex.split(command)).stdout
-            for command in commands}
+def produce(lab, examples):
+    """What is printed now in each example's place, on a lab on which nothing runs yet: a list of texts. A documented "..."
+    is kept where the lines around it are still there."""
+    life = _Life(lab)
+    return [_conversation(life, text) if command == _CONVERSATION else life.printed_by(command) for _, command, text in examples]
+
+
+class _Life:
+    """A lab with one station on line, whose daemon is recorded, and what must be waited for between the commands."""
+
+    def __init__(self, lab):
+        self._lab = lab
+        self._dhcpmon = None
+        lab.start_ubusd()
+        lab.start_apsim()
+        lab.apsim(f"lease mac={_MAC} ip=192.168.1.20 name=phone")
+        # The first line of what would run on and on.
+        self._lines = {"ubus subscribe sta # period": self._period_request(),
+                       "ubus subscribe dhcpmon.client.notify": self._client_list()}
+        lab.start_collector()
+        lab.start_daemon(record=_RECORDING)
+        lab.wait_for_family()
+        watch = lab.watch_bus().subscribe()
+        lab.apsim(f"assoc mac={_MAC} ifname=ath0 radio=0")
+        self._lines["ubus subscribe sta"] = _line("notify", watch.wait_for_notification(mac=_MAC))
+        self._lines["ubus listen ip_change"] = _line("ip_change", watch.wait_for_event("ip_change"))
+        lab.wait_for_report(mac=_MAC, log_type=3)
+        watch.stop()
+
+    def printed_by(self, command):
+        return self._lines[command] if command in self._lines else self._lab.run(shlex.split(command)).stdout
+
+    def _period_request(self):
+        """By the daemon's own function for it, which the daemon has no occasion to call."""
+        asker = self._lab.start("bus-asks", ["bus-asks"])
+        self._lab.run(["ubus", "-t", "10", "wait_for", "sta"])
+        line = self._first_line("sta")
+        asker.wait(10)
+        return line
+
+    def _client_list(self):
+        """The first subscriber is told at once."""
+        monitor = self._lab.start_dhcpmon()
+        line = self._first_line("dhcpmon.client.notify")
+        monitor.stop()
+        return line
+
+    def _first_line(self, name):
+        subscriber = self._lab.start("ubus subscribe", ["ubus", "subscribe", name])
+        line = self._lab.wait(lambda: subscriber.text() if subscriber.text().endswith("\n") else None, 10,
+                              f"a notification of {name}")
+        subscriber.stop()
+        return line
+
+    def before(self, command):
+        if command.startswith("ubus send dhcp_client_update"):
+            self._lab.apsim(f"assoc mac={_MAC} ifname=ath0 radio=0")
+            self._lab.wait_for_report(mac=_MAC, log_type=3)
+        elif command.startswith("ubus call dhcpmon"):
+            if not self._dhcpmon:
+                self._dhcpmon = self._lab.start_dhcpmon()
+        elif command.startswith("wsm-record --show"):
+            self._lab.daemon.stop()
+
+    def after(self, command):
+        if command.startswith("ubus call sta delete"):
+            self._lab.wait_for_report(mac=_MAC, log_type=2)
+        elif command.startswith("ubus send dhcp_client_update"):
+            self._lab.wait_for_report(mac=_MAC, log_type=1, ip="192.168.1.21")
+        elif command.startswith("ubus send dev_mode"):
+            self._lab.wait_for_log("Change Mode To AP!")
+
+    def run(self, command):
+        self.before(command)
+        printed = self._lab.run(["sh", "-c", command]).stdout
+        self.after(command)
+        return printed
+
+
+def _conversation(life, text):
+    result = ""
+    for command, documented in _turns(text):
+        printed = life.run(command)
+        result += f"$ {command}\n{_fitted(documented, printed) or printed}"
+    return result
+
+
+def _turns(text):
+    """A conversation's commands, each with what is printed: (command, text)."""
+    turns = []
+    for line in text.splitlines(keepends=True):
+        if line.startswith("$ "):
+            turns.append((line[2:].rstrip("\n"), ""))
+        else:
+            command, printed = turns.pop()
+            turns.append((command, printed + line))
+    return turns
+
+
+def _fitted(documented, printed):
+    """`printed` with the lines left out that `documented` leaves out; None when other lines would have to go, too."""
+    rest = printed.splitlines()
+    result, skipping = [], False
+    for line in documented.splitlines():
+        if line.strip() == _LEFT_OUT:
+            result.append(line)
+            skipping = True
+            continue
+        while skipping and rest and shape(rest[0]) != shape(line):
+            rest.pop(0)
+        if not rest or shape(rest[0]) != shape(line):
+            return None
+        result.append(rest.pop(0))
+        skipping = False
+    return "".join(line + "\n" for line in result) if skipping or not rest else None
 
 
 def _line(name, members):
@@ -43,11 +151,13 @@ def _line(name, members):
 
 
 def shape(text):
-    """What must not drift: JSON as its keys in order with the kinds of their values, other text with ids left out."""
+    """What must not drift: JSON as its keys in order with the kinds of their values, other text without its figures."""
     try:
         value = json.loads(text)
     except ValueError:
-        return re.sub(r"@[0-9a-f]{8}", "@ID", text)
+        if text.startswith("$ "):
+            return [(command, shape(printed)) for command, printed in _turns(text)]
+        return re.sub(r" *-?\b\d+", " N", re.sub(r"@[0-9a-f]{8}", "@ID", text))
     return _kinds(value)
 
 
@@ -61,14 +171,14 @@ def _kinds(value):
 
 def write(build_dir):
     with Lab(build_dir) as lab:
-        lab.start_all()
-        produced = produce(lab, [command for _, command, _ in in_documents()])
-    for path in {path for path, _, _ in in_documents()}:
-        text = _EXAMPLE.sub(
-            lambda match: f"<!-- example: {match['command']} -->\n```\n{produced[match['command']]}```",
-            path.read_text(encoding="utf-8"))
+        produced = iter(produce(lab, in_documents()))
+    for path in dict.fromkeys(path for path, _, _ in in_documents()):
+        text = _EXAMPLE.sub(lambda match: f"<!-- example: {match['command']} -->\n```\n{next(produced)}```",
+                            path.read_text(encoding="utf-8"))
         path.write_text(text, encoding="utf-8")
 
 
 if __name__ == "__main__":
-    write(sys.argv[1])
+    if len(sys.argv) > 2:
+        sys.exit("usage: python3 -m wsmlab.examples [BUILD]")
+    write(*(sys.argv[1:] or ["build"]))

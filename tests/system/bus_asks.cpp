@@ -1,0 +1,33 @@
+// bus_asks.cpp - the daemon's connection to the bus without the rest of it: sends the request for another period to the
+// first subscriber of its object, and ends.
+#include "ubus/sta_bus.h"
+#include "ubus/sta_ubus.h"
+#include "ubus/sta_ubus_notify.h"
+
+#include "tools/base.h"
+
+namespace {
+
+constexpr int look_ms = 20;
+
+void ask(struct uloop_timeout *timer) {
+    if (!sta_ubus_object.has_subscribers) {
+        uloop_timeout_set(timer, look_ms);
+        return;
+    }
+    sta_ubus_update_log_time_request();
+    uloop_end();
+}
+
+} // namespace
+
+int main() {
+    uloop_init();
+    if (sta_ubus_object_init() != 0) return 1;
+    struct uloop_timeout timer = {};
+    timer.cb = ask;
+    uloop_timeout_set(&timer, look_ms);
+    uloop_run();
+    uloop_done();
+    return 0;
+}
