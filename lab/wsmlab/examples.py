@@ -56,6 +56,9 @@ class _Life:
         self._lines["ubus subscribe sta"] = _line("notify", watch.wait_for_notification(mac=_MAC))
         self._lines["ubus listen ip_change"] = _line("ip_change", watch.wait_for_event("ip_change"))
         lab.wait_for_report(mac=_MAC, log_type=3)
+        backup = lab.files / "sta_sta.info"
+        self._lines[f"cat /tmp/{backup.name}"] = lab.wait(
+            lambda: backup.exists() and backup.read_text(), 10, "the station's line in the backup file")
         watch.stop()
 
     def printed_by(self, command):
@@ -157,7 +160,8 @@ def shape(text):
     except ValueError:
         if text.startswith("$ "):
             return [(command, shape(printed)) for command, printed in _turns(text)]
-        return re.sub(r" *-?\b\d+", " N", re.sub(r"@[0-9a-f]{8}", "@ID", text))
+        text = re.sub(r"^ +", "", re.sub(r"@[0-9a-f]{8}", "@ID", text), flags=re.MULTILINE)
+        return re.sub(r"-?\b\d+", "N", text)
     return _kinds(value)
 
 
