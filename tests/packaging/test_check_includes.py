@@ -1,5 +1,6 @@
 """scripts/check_includes.py: what it finds, and that the tree has nothing of it."""
 
+import re
 import subprocess
 
 import pytest
@@ -78,3 +79,29 @@ def test_what_the_cxx_runtime_library_is_needed_for_stays_in_the_lab(findings):
 
 def test_a_name_that_is_nowhere_is_found(findings):
     assert findings({"src/tools/a.cpp": '#include "tools/gone.h"\n'}) == ['src/tools/a.cpp:1: "tools/gone.h" is nowhere']
+
+
+def floors(tree):
+    """The table of docs/architecture.md: room -> floor. A room is a source with its header, without the ending."""
+    page = (tree / "docs/architecture.md").read_text(encoding="utf-8")
+    found = {}
+    for floor, rooms in re.findall(r"^\| (\d+) \| (.*) \|$", page, re.M):
+        for room in re.findall(r"`(\w+/\w+)(?:\.h)?`", rooms):
+            assert room not in found, room
+            found[room] = int(floor)
+        if others := re.search(r"`tools/` ([\w, ]+)", rooms):
+            found |= {f"tools/{'' if re.match('wire|base', name) else 'sta_'}{name}": int(floor)
+                      for name in re.split(r", ", others[1])}
+    return found
+
+
+def test_in_the_architecture_every_room_stands_above_all_that_it_includes(tree):
+    documented = floors(tree)
+    rooms = {str(path.relative_to(tree / "src").with_suffix(""))
+             for path in (tree / "src").glob("*/*") if path.suffix in (".h", ".cpp")}
+    assert documented.keys() == rooms
+    for path in sorted((tree / "src").glob("*/*.*")):
+        room = str(path.relative_to(tree / "src").with_suffix(""))
+        for included in re.findall(r'^#include "(\w+/\w+)\.h"', path.read_text(encoding="utf-8"), re.M):
+            if included != room and included in documented:
+                assert documented[room] > documented[included], f"{room} includes {included}"
