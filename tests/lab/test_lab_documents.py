@@ -45,6 +45,23 @@ def test_every_command_of_the_driver_simulator_is_documented(apsim):
     assert sorted(re.match(r"\| `(\w+)", row)[1] for row in rows) == sorted(apsim.ok("help").split())
 
 
+def test_the_manual_page_has_the_commands_of_the_driver_simulator_and_their_fields(apsim):
+    page = (DOCS / "man/apsim.1").read_text(encoding="utf-8")
+    commands = page[page.index(".SH COMMANDS"):page.index(".SH FIELDS")]
+    described = re.findall(r"^\.T[PQ]\n\.B (\w+)(.*)$", commands, re.M)
+    assert sorted({command for command, _ in described}) == sorted(apsim.ok("help").split())
+    rows = [row for row in section("Commands").splitlines() if row.startswith("| `")]
+    forms = [form for row in rows for form in re.findall(r"`(.*?)`", row.split(" | ")[0])]
+    assert [f"{command}{rest.replace(chr(92) + 'fR', '')}" for command, rest in described] == forms
+
+    fields = re.findall(r"\w+", page[page.index(".SH FIELDS"):page.index(".SH EXIT STATUS")].split(".PP\n")[1])
+    headers = "".join((DOCS.parent / "src" / name).read_text(encoding="utf-8")
+                      for name in ("kernel/station_event.h", "driver/driver_request.h"))
+    names = set(re.findall(r"^ +(?:NUM\([\w:]+, |TEXT\()(\w+), \d+", headers, re.M))
+    given_otherwise = {"assoc", "ssid", "ifname", "time_stamp", "radio_id"}
+    assert sorted(fields) == sorted(names - given_otherwise)
+
+
 def test_the_example_of_a_conversation_is_what_is_answered(apsim):
     example = re.search(r"\$ printf '(.*?)' .*\n((?:.+\n)+?)```", section("Commands"))
     listener = apsim.listener()

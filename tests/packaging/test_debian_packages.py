@@ -162,7 +162,7 @@ def test_in_a_fresh_root_they_install_run_and_leave_nothing_behind(fresh_root, p
     in_root(root, "dpkg", "--purge", *reversed(NAMES))
     left = set(belongings(root)) - set(before)
     ours = {f"etc/{name}" for name in files_below(feed / "files/etc")} | {
-        f"etc/config/{name}" for name in ("sysinfo", "system", "wifiinfo", "wireless")} | {  # what the checks laid out
+        f"etc/config/{name}" for name in ("debug", "sysinfo", "system", "wifiinfo", "wireless")} | {  # what the checks laid out
         "run/fresh_root.sh", "run/test.sh", "tmp/.sta_file_lockpath", "tmp/sta.log"}
     assert left - ours == set()
     assert groups(root) == groups_before
