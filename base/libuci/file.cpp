@@ -146,15 +146,22 @@ int write_package_file(uci_context *ctx, uci_package *p, const char *path) {
     return temporary.become(target.get(), exists ? &old : nullptr) ? UCI_OK : UCI_ERR_IO;
 }
 
-// Writes the package as it stands in memory.
+// Writes the package as it stands in memory. That has what was loaded from the savedir, and replaces what others
+// have written since; so the savedir's file ends empty, locked from before the package changes.
 int overwrite_package(uci_context *ctx, uci_package *p) {
     if (!p->path) p->path = join_path(ctx->confdir, p->e.name).release();
-    if (!p->path) return UCI_ERR_MEM;
-    file_ptr locked;
+    const text_ptr savedir_path = join_path(ctx->savedir, p->e.name);
+    if (!p->path || !savedir_path) return UCI_ERR_MEM;
+    file_ptr locked, savedir_file;
     int rc = open_locked(p->path, lock::exclusive, &locked);
+    if ((rc == UCI_OK || rc == UCI_ERR_NOTFOUND) && p->has_delta)
+        rc = open_locked(savedir_path.get(), lock::exclusive, &savedir_file);
     if (rc == UCI_OK || rc == UCI_ERR_NOTFOUND) rc = write_package_file(ctx, p, p->path);
-    if (rc == UCI_OK) free_deltas(p->delta);
-    return rc;
+    if (rc) return rc;
+    if (savedir_file && ftruncate(fileno(savedir_file.get()), 0) != 0) return UCI_ERR_IO;
+    free_deltas(p->delta);
+    free_deltas(p->saved_delta);
+    return UCI_OK;
 }
 
 // Brings package file and deltas together.

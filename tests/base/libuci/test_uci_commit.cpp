@@ -275,6 +275,51 @@ bool waits_for_a_lock(pid_t process) {
     return false;
 }
 
+TEST(uci_commit, overwriting_takes_the_saved_changes_along_and_out_of_savedir) {
+    configuration conf;
+    conf.write("early/net", "|net.lan.dns='c'\n");
+    ASSERT_EQ(uci_add_delta_path(conf.ctx(), conf.path("early").c_str()), UCI_OK);
+    conf.write("save/net", "|net.lan.dns='a'\n");
+    uci_package *p = conf.load("net", net);
+    set(conf, "net.lan.mtu=9000");
+    ASSERT_EQ(uci_commit(conf.ctx(), &p, true), UCI_OK);
+    const std::string committed = "\nconfig interface 'lan'\n\toption proto 'static'\n"
+                                  "\tlist dns 'c'\n\tlist dns 'a'\n\toption mtu '9000'\n\n";
+    EXPECT_EQ(conf.read("etc/net"), committed);
+    EXPECT_EQ(conf.read("save/net"), "") << "the next load would apply it again";
+    EXPECT_EQ(conf.read("early/net"), "|net.lan.dns='c'\n") << "not the savedir";
+    EXPECT_TRUE(uci_list_empty(&p->saved_delta));
+}
+
+TEST(uci_commit, overwriting_leaves_no_moment_at_which_a_change_counts_twice) {
+    configuration conf;
+    conf.write("save/net", "|net.lan.dns='a'\n");
+    uci_package *p = conf.load("net", net);
+    const int held = open(conf.path("save/net").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        close(held);
+        _exit(uci_commit(conf.ctx(), &p, true));
+    }
+    ASSERT_TRUE(waits_for_a_lock(child));
+    EXPECT_EQ(conf.read("etc/net"), net) << "written before the savedir was ours";
+    close(held);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(conf.read("save/net"), "");
+}
+
+TEST(uci_commit, overwriting_a_package_loaded_by_path_leaves_savedir_alone) {
+    configuration conf;
+    conf.write("save/net", "|net.lan.dns='a'\n");
+    conf.write("etc/net", net);
+    uci_package *p = conf.load(conf.path("etc/net").c_str());
+    ASSERT_EQ(uci_commit(conf.ctx(), &p, true), UCI_OK);
+    EXPECT_EQ(conf.read("save/net"), "|net.lan.dns='a'\n");
+}
+
 TEST(uci_commit, a_package_that_was_replaced_while_waiting_for_its_lock_is_read_again) {
     configuration conf;
     uci_package *p = conf.load("net", net);
