@@ -142,7 +142,8 @@ int rename(uci_ptr *ptr, bool record) {
     // Two of one name would be read back as one.
     const uci_element *self = option ? &ptr->o->e : &ptr->s->e;
     const uci_element *other = find(option ? ptr->s->options : ptr->p->sections, ptr->value);
-    if (other) return other == self ? UCI_OK : UCI_ERR_DUPLICATE;
+    if (other && other != self) return UCI_ERR_DUPLICATE;
+    if (other && (option || !ptr->s->anonymous)) return UCI_OK;
     note n(record, UCI_CMD_RENAME, ptr->s->e.name, option, ptr->value);
     if (n.failed()) return UCI_ERR_MEM;
     if (option) {

@@ -261,6 +261,12 @@ TEST_F(uci_edit, renaming_an_anonymous_section_names_it) {
     EXPECT_FALSE(uci_lookup_section(conf.ctx(), p, "first")->anonymous);
 }
 
+TEST_F(uci_edit, renaming_an_anonymous_section_to_its_generated_name_makes_that_its_own) {
+    EXPECT_EQ(apply(uci_rename, "net.@route[0]=cfg02c8b4"), UCI_OK);
+    EXPECT_FALSE(uci_lookup_section(conf.ctx(), p, "cfg02c8b4")->anonymous);
+    EXPECT_EQ(recorded(), texts{"@cfg02c8b4=cfg02c8b4"});
+}
+
 TEST_F(uci_edit, a_place_follows_a_renaming) {
     uci_ptr ptr = conf.at("net.lan.proto=protocol");
     ASSERT_EQ(uci_rename(conf.ctx(), &ptr), UCI_OK);
