@@ -38,7 +38,7 @@ blob_buf &out_buffer();
 // ---- io.cpp
 
 // Sends a message, waiting until all of it is written; closes `fd`. False if it could not be sent or `root`
-// is null.
+// is null; the connection is lost if it broke within the message.
 bool send(ubus_context *ctx, ubus_msg_type type, std::uint16_t seq, std::uint32_t peer, const blob_attr *root,
           int fd = -1);
 // Reads and dispatches one message if there is one. `closed` also for a stream that makes no sense.

@@ -97,6 +97,8 @@ bool send(ubus_context *ctx, ubus_msg_type type, std::uint16_t seq, std::uint32_
         }
     }
     if (fd >= 0) close(fd);
+    // The other side would take the next message for the rest of this one.
+    if (!good && sent > 0) lose_connection(ctx);
     return good;
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "lookup.h"
@@ -22,10 +23,10 @@ struct queued_message {
 
 bool would_block(ssize_t result) { return result < 0 && (errno == EAGAIN || errno == EWOULDBLOCK); }
 
-// Queues the bytes of a message from `sent` on.
-void append(client &to, const ubus_msghdr &hdr, const blob_attr *root, std::size_t sent, int fd) {
+// Queues the bytes of a message from `sent` on. False without memory.
+bool append(client &to, const ubus_msghdr &hdr, const blob_attr *root, std::size_t sent, int fd) {
     auto *m = static_cast<queued_message *>(std::malloc(offsetof(queued_message, root) + blob_raw_len(root)));
-    if (!m) return;
+    if (!m) return false;
     m->sent = sent;
     m->fd = fd < 0 || sent > 0 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
     m->hdr = hdr;
@@ -36,6 +37,7 @@ void append(client &to, const ubus_msghdr &hdr, const blob_attr *root, std::size
     to.queued += ubus_wire::frame_size(root) - sent;
     if (m->fd >= 0) ++to.n_fds;
     if (first) client_watch(to);
+    return true;
 }
 
 void drop_first(client &c) {
@@ -49,6 +51,12 @@ void drop_first(client &c) {
     std::free(m);
 }
 
+// What follows half a message would be taken for its rest. The client goes when its socket reports the end.
+void cut_off(client &c) {
+    queue_clear(c);
+    shutdown(c.sock.fd, SHUT_RDWR);
+}
+
 } // namespace
 
 void queue_send(client &to, const ubus_msghdr &hdr, const blob_attr *root, int fd) {
@@ -59,8 +67,9 @@ void queue_send(client &to, const ubus_msghdr &hdr, const blob_attr *root, int f
         const ssize_t sent = ubus_wire::send_some(to.sock.fd, hdr, root, 0, fd);
         if (would_block(sent))
             append(to, hdr, root, 0, fd);
-        else if (sent >= 0 && static_cast<std::size_t>(sent) < size)
-            append(to, hdr, root, static_cast<std::size_t>(sent), fd);
+        else if (sent >= 0 && static_cast<std::size_t>(sent) < size &&
+                 !append(to, hdr, root, static_cast<std::size_t>(sent), fd))
+            cut_off(to);
     } else if (to.queued + size <= queue_limit && (fd < 0 || to.n_fds < queued_fds_limit)) {
         append(to, hdr, root, 0, fd);
     }
@@ -72,7 +81,10 @@ void queue_flush(client &c) {
         const ssize_t n = ubus_wire::send_some(c.sock.fd, m->hdr, &m->root, m->sent, m->fd);
         if (would_block(n)) return;
         if (n < 0) {
-            queue_clear(c);
+            if (m->sent > 0)
+                cut_off(c);
+            else
+                queue_clear(c);
             break;
         }
         m->sent += static_cast<std::size_t>(n);

@@ -119,7 +119,7 @@ public:
     explicit fields(const std::string &json = "{}");
     ~fields() { blob_buf_free(&buf_); }
     fields(fields &&) = delete;
-    operator blob_attr *() { return buf_.head; }
+    operator blob_attr *() const { return buf_.head; }
 
 private:
     blob_buf buf_{};

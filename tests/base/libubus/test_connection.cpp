@@ -177,6 +177,23 @@ TEST_F(connection, lost_during_a_call_fails_the_call_and_ends_the_loop) {
     uloop_cancelled = false;
 }
 
+TEST_F(connection, that_breaks_within_a_message_is_lost_at_once) {
+    scripted_broker broker([](conversation &c) {
+        c.greet();
+        EXPECT_FALSE(c.is_left()) << "the message begins, and nobody reads on";
+    });
+    client one(broker.socket());
+    one->connection_lost = count_loss;
+    completion other;
+    other.req.complete_cb = on_complete;
+    ubus_complete_request_async(one, &other.req);
+    const fields large(R"({"text":")" + std::string(900000, 'x') + R"("})");
+    EXPECT_EQ(ubus_invoke(one, 1234, "m", large, nullptr, nullptr, 0), UBUS_STATUS_INVALID_ARGUMENT);
+    EXPECT_LT(one->sock.fd, 0) << "the next message would be taken for the rest of this one";
+    EXPECT_EQ(g_lost, 1);
+    EXPECT_EQ(other.status, UBUS_STATUS_TIMEOUT);
+}
+
 TEST_F(connection, that_is_dead_refuses_requests) {
     client one(bus());
     one->connection_lost = count_loss;

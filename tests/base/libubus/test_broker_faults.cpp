@@ -1,0 +1,129 @@
+// The broker when the system refuses it memory, buffers or descriptors. It runs within the test.
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <client.h>
+
+namespace {
+
+bool g_no_memory;
+int g_send_error; // of every sendmsg; 0 = none
+
+} // namespace
+
+extern "C" {
+void *__real_malloc(size_t size);
+ssize_t __real_sendmsg(int sock, const msghdr *msg, int flags);
+
+void *__wrap_malloc(size_t size) { return g_no_memory ? nullptr : __real_malloc(size); }
+ssize_t __wrap_sendmsg(int sock, const msghdr *msg, int flags) {
+    if (g_send_error == 0) return __real_sendmsg(sock, msg, flags);
+    errno = g_send_error;
+    return -1;
+}
+}
+
+namespace {
+
+constexpr std::size_t large = 900000; // more than a socket takes at once
+
+class broker_faults : public testing::Test {
+protected:
+    void SetUp() override {
+        g_no_memory = false;
+        g_send_error = 0;
+        uloop_init();
+        ubusd::broker_init(bus_, "/nonexistent");
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        peer_ = ends[0];
+        client_ = ubusd::client_add(bus_, ends[1], {0, 0, strdup("root"), strdup("root"), nullptr, 0});
+        ASSERT_NE(client_, nullptr);
+    }
+    void TearDown() override {
+        ubusd::broker_done(bus_);
+        uloop_done();
+        close(peer_);
+    }
+    // A message that its peer will know by its number.
+    void send(std::uint16_t seq, std::size_t size, int fd = -1) {
+        const std::vector<char> content(size);
+        ubusd::builder b(bus_.out);
+        b.bytes(UBUS_ATTR_DATA, content.data(), content.size());
+        const blob_attr *root = b.root();
+        ASSERT_NE(root, nullptr);
+        g_no_memory = memory_fails_;
+        ubusd::client_send(*client_, UBUS_MSG_DATA, seq, 0, root, fd);
+        g_no_memory = false;
+    }
+    // Reads and runs the broker until there is no more. True if the connection has ended.
+    bool read_all() {
+        std::vector<char> some(65536);
+        for (;;) {
+            const ssize_t n = recv(peer_, some.data(), some.size(), MSG_DONTWAIT);
+            if (n == 0) return true;
+            if (n > 0) got_.insert(got_.end(), some.begin(), some.begin() + n);
+            for (int turn = 0; turn < 5; ++turn) uloop_run_timeout(0);
+            if (n < 0 && recv(peer_, some.data(), 1, MSG_DONTWAIT | MSG_PEEK) < 0) return false;
+        }
+    }
+    // The numbers of the messages that were read.
+    std::vector<int> numbers() const {
+        std::vector<int> seqs;
+        for (std::size_t at = 0; at + ubus_wire::header_size <= got_.size();) {
+            ubus_msghdr hdr;
+            blob_attr root;
+            std::memcpy(&hdr, &got_[at], sizeof hdr);
+            std::memcpy(&root, &got_[at + sizeof hdr], sizeof root);
+            seqs.push_back(be16_to_cpu(hdr.seq));
+            at += sizeof hdr + blob_raw_len(&root);
+        }
+        return seqs;
+    }
+    bool memory_fails_ = false;
+    std::vector<char> got_;
+
+private:
+    ubusd::broker bus_;
+    ubusd::client *client_;
+    int peer_;
+};
+
+} // namespace
+
+TEST_F(broker_faults, a_message_whose_rest_cannot_be_kept_ends_the_connection) {
+    memory_fails_ = true;
+    send(1, large);
+    EXPECT_TRUE(read_all()) << "the next message would be taken for the rest of this one";
+    EXPECT_GT(got_.size(), 0u);
+    EXPECT_LT(got_.size(), large);
+}
+
+TEST_F(broker_faults, a_message_whose_rest_cannot_be_sent_ends_the_connection) {
+    send(1, large);
+    send(2, 4);
+    g_send_error = ENOBUFS;
+    EXPECT_TRUE(read_all());
+    EXPECT_GT(got_.size(), 0u);
+    EXPECT_LT(got_.size(), large);
+}
+
+TEST_F(broker_faults, a_message_that_cannot_be_kept_at_all_is_lost_alone) {
+    send(1, large);
+    memory_fails_ = true;
+    send(2, 4);
+    memory_fails_ = false;
+    send(3, 4);
+    EXPECT_FALSE(read_all());
+    EXPECT_EQ(numbers(), (std::vector<int>{1, 3}));
+}
