@@ -339,7 +339,8 @@ void ubus_flush_requests(struct ubus_context *ctx);
 // Registers an object; without name and type it is anonymous. 2 if the path is taken, not permitted, or the
 // object is registered already (nothing is changed then); 5 if the broker gave no id.
 int ubus_add_object(struct ubus_context *ctx, struct ubus_object *obj);
-// 4 if it is not registered.
+// 4 if it is not registered. While the connection is lost it fails, but the object will not come back and may be
+// freed.
 int ubus_remove_object(struct ubus_context *ctx, struct ubus_object *obj);
 
 // Sends a reply at once; any number of times per call. `msg` NULL = empty. 0, or 5 if it could not be sent.

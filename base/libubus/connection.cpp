@@ -134,6 +134,7 @@ int ubus_reconnect(ubus_context *ctx, const char *path) {
     ctx->local_id = id;
     ctx->sock.fd = fd;
     ctx->sock.eof = ctx->sock.error = false;
+    const handlers_wait until_back(ctx);
     renew_objects(ctx);
     renew_automatic(ctx);
     return 0;

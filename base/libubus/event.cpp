@@ -36,6 +36,7 @@ int ubus_send_event(ubus_context *ctx, const char *id, blob_attr *data) {
 int ubus_register_event_handler(ubus_context *ctx, ubus_event_handler *ev, const char *pattern) {
     ubus_object *obj = &ev->obj;
     if (ubus_context_is_channel(ctx) || !obj->name != !obj->type) return UBUS_STATUS_INVALID_ARGUMENT;
+    const ubus_client::handlers_wait until_listening(ctx);
     if (!is_registered(ctx, obj)) {
         obj->methods = &event_method;
         obj->n_methods = 1;

@@ -45,6 +45,20 @@ bool send(ubus_context *ctx, ubus_msg_type type, std::uint16_t seq, std::uint32_
 ubus_wire::progress read_one(ubus_context *ctx);
 // Delivers what came in during synchronous calls, if none is running.
 void deliver_pending(ubus_context *ctx);
+// While it lives, what others send to our objects waits: their handlers may remove and free any object, also the
+// one that is being worked on.
+class handlers_wait {
+public:
+    explicit handlers_wait(ubus_context *ctx) : ctx_(ctx) { ++ctx->stack_depth; }
+    handlers_wait(handlers_wait &&) = delete;
+    ~handlers_wait() {
+        --ctx_->stack_depth;
+        if (!ctx_->sock.registered) deliver_pending(ctx_);
+    }
+
+private:
+    ubus_context *ctx_;
+};
 // Closes the socket and tells everybody who waits. From then on ctx->sock.fd is -1.
 void lose_connection(ubus_context *ctx);
 // The connection_lost of a context whose program sets none of its own.

@@ -148,6 +148,7 @@ using namespace ubus_client;
 int ubus_add_object(ubus_context *ctx, ubus_object *obj) {
     if (is_registered(ctx, obj)) return UBUS_STATUS_INVALID_ARGUMENT;
 
+    const handlers_wait until_added(ctx);
     builder b(out_buffer());
     if (obj->name && obj->type) {
         b.text(UBUS_ATTR_OBJPATH, obj->name);
@@ -173,14 +174,15 @@ int ubus_add_object(ubus_context *ctx, ubus_object *obj) {
 }
 
 int ubus_remove_object(ubus_context *ctx, ubus_object *obj) {
-    const bool registered = is_registered(ctx, obj);
     builder b(out_buffer());
     b.u32(UBUS_ATTR_OBJID, obj->id);
     const int status = ask(ctx, UBUS_MSG_REMOVE_OBJECT, b.root(), on_removed, obj);
-    if (status) return status;
-    if (registered) avl_delete(&ctx->objects, &obj->avl);
+    const bool lost = ctx->sock.fd < 0; // then the broker has no more of it than we
+    if (status && !lost) return status;
+    if (is_registered(ctx, obj)) avl_delete(&ctx->objects, &obj->avl);
+    if (lost && obj->type) obj->type->id = 0;
     obj->id = 0;
-    return UBUS_STATUS_OK;
+    return status;
 }
 
 int ubus_send_reply(ubus_context *ctx, ubus_request_data *req, blob_attr *msg) {

@@ -83,6 +83,7 @@ using namespace ubus_client;
 int ubus_register_subscriber(ubus_context *ctx, ubus_subscriber *s) {
     if (is_registered(ctx, &s->obj)) return UBUS_STATUS_OK;
 
+    const handlers_wait until_subscribed(ctx);
     s->obj.methods = &watch_method;
     s->obj.n_methods = 1;
     const int status = ubus_add_object(ctx, &s->obj);

@@ -253,6 +253,52 @@ TEST_F(connection, comes_back_with_its_objects_but_not_its_patterns) {
     EXPECT_EQ(ubus_register_event_handler(one, &events, "*"), 0);
 }
 
+TEST_F(connection, comes_back_without_what_was_removed_meanwhile) {
+    client one(bus());
+    one->connection_lost = count_loss;
+    ubus_object obj = named("obj");
+    ubus_event_handler events{};
+    ubus_subscriber automatic{};
+    automatic.new_obj_cb = [](ubus_context *, ubus_subscriber *, const char *) { return false; };
+    ASSERT_EQ(ubus_add_object(one, &obj), 0);
+    ASSERT_EQ(ubus_register_event_handler(one, &events, "*"), 0);
+    ASSERT_EQ(ubus_register_subscriber(one, &automatic), 0);
+    kill_broker();
+    EXPECT_TRUE(run_until([] { return g_lost == 1; }));
+
+    EXPECT_EQ(ubus_remove_object(one, &obj), UBUS_STATUS_INVALID_ARGUMENT)
+        << "the broker does not hear of it";
+    EXPECT_EQ(ubus_unregister_event_handler(one, &events), UBUS_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(ubus_unregister_subscriber(one, &automatic), UBUS_STATUS_INVALID_ARGUMENT);
+    ASSERT_EQ(one->objects.count, 1u) << "the context's own handler of new objects";
+    EXPECT_TRUE(list_empty(&one->auto_subscribers));
+    EXPECT_EQ(obj.id, 0u);
+
+    start_broker();
+    EXPECT_EQ(ubus_reconnect(one, bus().c_str()), 0);
+    std::uint32_t id = 0;
+    EXPECT_EQ(ubus_lookup_id(one, "obj", &id), UBUS_STATUS_NOT_FOUND);
+    EXPECT_EQ(ubus_add_object(one, &obj), 0);
+    EXPECT_EQ(ubus_lookup_id(one, "obj", &id), 0);
+    EXPECT_EQ(id, obj.id) << "nobody sees an object with a type of the old broker";
+}
+
+TEST_F(connection, lost_while_an_object_is_removed_does_not_bring_it_back) {
+    scripted_broker broker([](conversation &c) {
+        c.greet();
+        const bytes request = c.hear();
+        c.answer(request, {0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 12, 3, 0, 0, 8, 0, 0, 0, 101});
+        c.confirm(request);
+        c.hear();
+    });
+    client one(broker.socket());
+    one->connection_lost = count_loss;
+    ubus_object obj = named("obj");
+    ASSERT_EQ(ubus_add_object(one, &obj), 0);
+    EXPECT_EQ(ubus_remove_object(one, &obj), UBUS_STATUS_CONNECTION_FAILED);
+    EXPECT_EQ(one->objects.count, 0u);
+}
+
 TEST_F(connection, lost_again_while_coming_back_keeps_all_objects_for_the_next_time) {
     ubus_object a = named("a"), b = named("b");
     client one(bus());

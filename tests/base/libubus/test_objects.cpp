@@ -1,4 +1,6 @@
 // Objects, events, access rules.
+#include <cstring>
+
 #include "bus_objects.h"
 
 extern "C" {
@@ -45,6 +47,53 @@ protected:
     }
 };
 class events : public objects_test {};
+
+// A broker that gives its objects the ids 101, 102 ... and calls 101 before it confirms a later one.
+void call_while_adding(conversation &c) {
+    c.greet();
+    for (std::uint8_t id = 101;;) {
+        const bytes request = c.hear();
+        if (request[1] == UBUS_MSG_STATUS) break; // the call is answered
+        if (request[1] == UBUS_MSG_ADD_OBJECT) {
+            c.answer(request, {0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 12, 3, 0, 0, 8, 0, 0, 0, id});
+            if (id++ == 102)
+                c.say({0, 5, 0, 9,   0, 0, 0, 77, 0,   0, 0, 24, 3, 0, 0, 8,
+                       0, 0, 0, 101, 4, 0, 0, 6,  'm', 0, 0, 0,  7, 0, 0, 4});
+        }
+        c.confirm(request);
+    }
+    EXPECT_TRUE(c.is_left());
+}
+
+// An object within a program's own struct.
+struct owned {
+    ubus_object *obj;
+    void *memory;
+    std::size_t size;
+    template <class T> owned(ubus_object &o, T &whole) : obj(&o), memory(&whole), size(sizeof whole) {}
+    void free() const { std::memset(memory, 0xee, size); }
+    bool is_untouched() const {
+        const auto *bytes = static_cast<const std::uint8_t *>(memory);
+        return std::all_of(bytes, bytes + size, [](std::uint8_t byte) { return byte == 0xee; });
+    }
+};
+
+// An object that removes and frees others when it is called.
+struct remover : named {
+    vector<owned> others;
+    remover() : named("remover") {
+        static const ubus_method remove = {"m", remove_others, 0, 0, nullptr, 0};
+        methods = &remove;
+    }
+    static int remove_others(ubus_context *ctx, ubus_object *obj, ubus_request_data *, const char *,
+                             blob_attr *) {
+        for (const owned &other : static_cast<remover *>(obj)->others) {
+            EXPECT_EQ(ubus_remove_object(ctx, other.obj), 0);
+            other.free();
+        }
+        return 0;
+    }
+};
 
 } // namespace
 
@@ -110,6 +159,59 @@ TEST_F(objects, whose_id_does_not_come_are_not_registered) {
     named obj("obj");
     EXPECT_EQ(ubus_add_object(one, &obj), UBUS_STATUS_NO_DATA);
     EXPECT_EQ(one->objects.count, 0u);
+}
+
+TEST_F(objects, may_be_removed_by_a_handler_as_soon_as_they_are_added) {
+    remover first;
+    named object("other");
+    ubus_subscriber subscriber{};
+    ubus_event_handler handler{};
+    const struct {
+        owned memory;
+        std::function<int(ubus_context *)> add;
+    } others[] = {
+        {{object, object}, [&](ubus_context *ctx) { return ubus_add_object(ctx, &object); }},
+        {{subscriber.obj, subscriber},
+         [&](ubus_context *ctx) { return ubus_register_subscriber(ctx, &subscriber); }},
+        {{handler.obj, handler},
+         [&](ubus_context *ctx) { return ubus_register_event_handler(ctx, &handler, "*"); }},
+    };
+    for (const auto &other : others) {
+        scripted_broker broker(call_while_adding);
+        ubus_context *ctx = ubus_connect(broker.socket().c_str());
+        ASSERT_NE(ctx, nullptr);
+        first.others = {other.memory};
+        ASSERT_EQ(ubus_add_object(ctx, &first), 0);
+        EXPECT_EQ(other.add(ctx), 0);
+        EXPECT_TRUE(other.memory.is_untouched());
+        EXPECT_EQ(ctx->objects.count, 1u);
+        ubus_free(ctx);
+    }
+}
+
+TEST_F(objects, may_be_removed_by_a_handler_while_they_come_back) {
+    scripted_broker before([](conversation &c) {
+        c.greet();
+        for (const std::uint8_t id : bytes{1, 2, 3}) {
+            const bytes request = c.hear();
+            c.answer(request, {0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 12, 3, 0, 0, 8, 0, 0, 0, id});
+            c.confirm(request);
+        }
+        EXPECT_TRUE(c.is_left());
+    });
+    scripted_broker after(call_while_adding);
+    ubus_context *ctx = ubus_connect(before.socket().c_str());
+    ASSERT_NE(ctx, nullptr);
+    remover first;
+    named second("second"), third("third");
+    for (ubus_object *obj : {static_cast<ubus_object *>(&first), static_cast<ubus_object *>(&second),
+                             static_cast<ubus_object *>(&third)})
+        ASSERT_EQ(ubus_add_object(ctx, obj), 0);
+    first.others = {owned(second, second), owned(third, third)};
+    EXPECT_EQ(ubus_reconnect(ctx, after.socket().c_str()), 0);
+    for (const owned &other : first.others) EXPECT_TRUE(other.is_untouched());
+    EXPECT_EQ(ctx->objects.count, 1u);
+    ubus_free(ctx);
 }
 
 TEST_F(objects, are_told_of_their_first_and_last_subscriber) {
