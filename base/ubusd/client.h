@@ -34,12 +34,15 @@ struct client {
 
     list_head objects; // newest first
     std::size_t n_objects, n_patterns, n_subscriptions;
-    bool deaf; // it sends no more; it gets what waits for it, then it goes
-    bool dead; // being freed
+    std::size_t type_bytes; // of the types of its objects, each counted once; not counted for root
+    bool deaf;              // it sends no more; it gets what waits for it, then it goes
+    bool dead;              // being freed
 };
 
-// Objects, patterns and subscriptions, each, of a client that is not root.
+// What the broker keeps for a client that is not root: objects, patterns and subscriptions, each.
 inline constexpr std::size_t records_limit = 4096;
+// The same: bytes of the types of its objects, together.
+inline constexpr std::size_t type_bytes_limit = 1 << 20;
 
 // Takes over a connected socket and greets the peer. A peer whose user or group has no name is turned away.
 void client_accept(broker &bus, int fd);

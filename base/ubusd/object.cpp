@@ -48,6 +48,17 @@ void type_drop_unused(broker &bus, object_type *type) {
     std::free(type);
 }
 
+// The bytes that a type adds to those that the broker keeps for a client: none if an object of the client has it
+// already.
+std::size_t type_cost(const client &c, const object_type *type) {
+    if (!type || is_root(c)) return 0;
+    const object *o;
+    list_for_each_entry (o, &c.objects, of_owner) {
+        if (o->type == type) return 0;
+    }
+    return blob_pad_len(type->signature);
+}
+
 // The type that a new object asks for, if any.
 object_type *wanted_type(const request &req) {
     if (req.has(UBUS_ATTR_OBJTYPE)) return type_find(req.bus, req.number(UBUS_ATTR_OBJTYPE));
@@ -62,6 +73,7 @@ object *object_add(client &owner, const char *path, object_type *type) {
         std::free(o);
         return nullptr;
     }
+    owner.type_bytes += type_cost(owner, type);
     o->owner = &owner;
     o->type = type;
     if (type) ++type->users;
@@ -85,6 +97,7 @@ void object_remove(object *o) {
 
     list_del(&o->of_owner);
     --o->owner->n_objects;
+    o->owner->type_bytes -= type_cost(*o->owner, o->type);
     avl_delete(&bus.objects, &o->number.node);
     if (o->path) {
         avl_delete(&bus.paths, &o->by_path);
@@ -120,10 +133,12 @@ int handle_add_object(request &req) {
 
     object_type *type = wanted_type(req);
     const std::size_t size = (path ? std::strlen(path) : 0) + (type ? blob_pad_len(type->signature) : 0);
-    object *o = size + about_object <= UBUS_MSG_LIMIT ? object_add(req.from, path, type) : nullptr;
+    const bool permitted = req.from.type_bytes + type_cost(req.from, type) <= type_bytes_limit;
+    const bool sendable = size + about_object <= UBUS_MSG_LIMIT;
+    object *o = permitted && sendable ? object_add(req.from, path, type) : nullptr;
     if (!o) {
         type_drop_unused(req.bus, type);
-        return UBUS_STATUS_INVALID_ARGUMENT;
+        return permitted ? UBUS_STATUS_INVALID_ARGUMENT : UBUS_STATUS_PERMISSION_DENIED;
     }
     if (path) event_object_changed(req.bus, "ubus.object.add", *o);
 

@@ -9,7 +9,7 @@ import socket
 import tempfile
 
 import pytest
-from ubus_wire import (A_DATA, A_METHOD, A_OBJID, A_OBJPATH, A_SIGNATURE, A_STATUS, ADD_OBJECT, INVOKE, LOOKUP,
+from ubus_wire import (A_DATA, A_METHOD, A_OBJID, A_OBJPATH, A_OBJTYPE, A_SIGNATURE, A_STATUS, ADD_OBJECT, INVOKE, LOOKUP,
                        REMOVE_OBJECT, STATUS, Broker, Connection, attr, i32, int32, message, string, table, text)
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="only root can be somebody else")
@@ -287,3 +287,28 @@ def test_user_has_a_limit_of_records_and_root_has_not(bus):
     assert status_of(one, ADD_OBJECT) == 0
     for _ in range(limit + 1):
         bus.root.add_object()
+
+
+def test_user_has_a_limit_of_bytes_of_types_and_root_has_not(bus):
+    third = attr(A_SIGNATURE, table("m", bytes(300000)))
+    one = bus.connect_as()
+    ids = [one.ask(ADD_OBJECT, third)[0][0] for _ in range(3)]
+    assert status_of(one, ADD_OBJECT, third) == 6
+    assert status_of(one, ADD_OBJECT, attr(A_SIGNATURE, table("small"))) == 0
+    kept = ids[0].number(A_OBJTYPE)
+    assert [status_of(one, ADD_OBJECT, i32(A_OBJTYPE, kept)) for _ in range(4)] == [0] * 4  # one type, kept once
+    assert status_of(one, REMOVE_OBJECT, i32(A_OBJID, ids[0].number(A_OBJID))) == 0
+    assert status_of(one, ADD_OBJECT, third) == 6  # others have that type still
+    assert status_of(one, REMOVE_OBJECT, i32(A_OBJID, ids[1].number(A_OBJID))) == 0
+    assert [status_of(one, ADD_OBJECT, third) for _ in range(2)] == [0, 6]
+    assert [status_of(bus.root, ADD_OBJECT, third) for _ in range(5)] == [0] * 5
+
+
+def test_user_pays_for_a_type_whoever_made_it(bus):
+    user = bus.connect_as()
+    third = attr(A_SIGNATURE, table("m", bytes(300000)))
+    for status in (0, 0, 0, 6):
+        maker = bus.connect_as()
+        made = maker.ask(ADD_OBJECT, third)[0][0].number(A_OBJTYPE)
+        assert status_of(user, ADD_OBJECT, i32(A_OBJTYPE, made)) == status
+        maker.close()
