@@ -138,20 +138,19 @@ int access_query(request &req) {
 }
 
 void access_load(broker &bus) {
-    dirent **files;
-    const int n = scandir(bus.rule_dir, &files, is_rule_file, alphasort);
-    if (n <= 0) {
-        if (n == 0) std::free(files);
-        return;
-    }
-    access_forget(bus);
+    // Open before the listing, which needs a descriptor of its own and gives it back: so there is one for the files.
     const int dir = open(bus.rule_dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir < 0) return;
+    dirent **files = nullptr;
+    const int n = scandir(bus.rule_dir, &files, is_rule_file, alphasort);
+    if (n > 0) access_forget(bus);
     for (int i = 0; i < n; ++i) {
-        if (dir >= 0) load_file(bus, dir, files[i]->d_name);
+        load_file(bus, dir, files[i]->d_name);
         std::free(files[i]);
     }
     std::free(files);
-    if (dir >= 0) close(dir);
+    close(dir);
+    if (n <= 0) return;
     ++bus.rule_sequence;
     event_rules_loaded(bus);
 }

@@ -18,7 +18,7 @@ bool access_send(const client &c, const char *event);
 int access_query(request &req);
 
 // Replaces the rules by those of the files in bus.rule_dir and tells those who listen. Nothing happens if
-// there are no files.
+// there are no files or the folder cannot be read.
 void access_load(broker &bus);
 void access_forget(broker &bus);
 

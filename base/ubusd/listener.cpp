@@ -16,11 +16,24 @@ namespace {
 
 int open_spare() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
 
-// Without a descriptor for it the client would stay in the queue and wake us up for ever.
+constexpr int retry_ms = 100;
+
+// A client that stays in the queue would wake us up without end.
+void retry_later(listener &l) {
+    uloop_fd_delete(&l.sock);
+    uloop_timeout_set(&l.retry, retry_ms);
+}
+
+void on_retry(uloop_timeout *timer) { uloop_fd_add(&container_of(timer, listener, retry)->sock, ULOOP_READ); }
+
+// There is no descriptor for the client: it is told so by the end of its connection.
 void turn_away(listener &l) {
     if (l.spare >= 0) close(l.spare);
     const int fd = accept4(l.sock.fd, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd >= 0) close(fd);
+    if (fd >= 0)
+        close(fd);
+    else
+        retry_later(l);
     l.spare = open_spare();
 }
 
@@ -32,8 +45,10 @@ void on_connect(uloop_fd *sock, unsigned) {
             client_accept(*l.bus, fd);
         } else if (errno == EMFILE || errno == ENFILE) {
             return turn_away(l);
-        } else if (errno != EINTR && errno != ECONNABORTED) {
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
             return;
+        } else if (errno != EINTR && errno != ECONNABORTED) {
+            return retry_later(l);
         }
     }
 }
@@ -66,10 +81,12 @@ int listener_open(listener &l, broker &bus, const char *path) {
     l.spare = open_spare();
     l.sock.fd = fd;
     l.sock.cb = on_connect;
+    l.retry.cb = on_retry;
     return uloop_fd_add(&l.sock, ULOOP_READ);
 }
 
 void listener_close(listener &l) {
+    uloop_timeout_cancel(&l.retry);
     uloop_fd_delete(&l.sock);
     close(l.sock.fd);
     if (l.spare >= 0) close(l.spare);

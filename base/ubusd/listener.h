@@ -9,7 +9,8 @@ namespace ubusd {
 struct listener {
     uloop_fd sock;
     broker *bus;
-    int spare; // an open descriptor, given up to turn a client away when there are no others left
+    int spare;           // an open descriptor, given up to turn a client away when there are no others left
+    uloop_timeout retry; // runs while the system lets no client in
 };
 
 // Listens at `path`, in place of whatever is there, for every user. 0 or -1 (errno).

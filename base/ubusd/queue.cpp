@@ -23,12 +23,17 @@ struct queued_message {
 
 bool would_block(ssize_t result) { return result < 0 && (errno == EAGAIN || errno == EWOULDBLOCK); }
 
-// Queues the bytes of a message from `sent` on. False without memory.
+// Queues the bytes of a message from `sent` on. False, and nothing is queued, without memory or a descriptor.
 bool append(client &to, const ubus_msghdr &hdr, const blob_attr *root, std::size_t sent, int fd) {
     auto *m = static_cast<queued_message *>(std::malloc(offsetof(queued_message, root) + blob_raw_len(root)));
     if (!m) return false;
+    const bool with_fd = fd >= 0 && sent == 0;
     m->sent = sent;
-    m->fd = fd < 0 || sent > 0 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    m->fd = with_fd ? fcntl(fd, F_DUPFD_CLOEXEC, 0) : -1;
+    if (with_fd && m->fd < 0) {
+        std::free(m);
+        return false;
+    }
     m->hdr = hdr;
     std::memcpy(static_cast<void *>(&m->root), root, blob_raw_len(root));
 

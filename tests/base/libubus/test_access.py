@@ -4,6 +4,7 @@ import contextlib
 import json
 import os
 import pathlib
+import resource
 import signal
 import socket
 import tempfile
@@ -240,6 +241,22 @@ def test_reload_without_any_file_changes_nothing(bus):
     one = bus.connect_as()
     assert one.send_event("x") == 0
     bus.write("b.json", {"user": USER, "send": ["y"]})
+    assert bus.reload() == 2
+
+
+def test_reload_without_descriptors_for_it_changes_nothing(bus):
+    bus.write("a.json", {"user": USER, "send": ["x"]})
+    assert bus.reload() == 1
+    one = bus.connect_as()
+    used = {int(fd) for fd in os.listdir(f"/proc/{bus.process.pid}/fd")}
+    free = [fd for fd in range(len(used) + 2) if fd not in used]
+    soft, hard = resource.prlimit(bus.process.pid, resource.RLIMIT_NOFILE)
+    for spare in (0, 1):  # none, and enough for the folder but not for the file
+        resource.prlimit(bus.process.pid, resource.RLIMIT_NOFILE, (free[spare], hard))
+        bus.process.send_signal(signal.SIGHUP)
+        assert bus.root.is_served() and bus.root.is_served()
+        assert one.send_event("x") == 0
+    resource.prlimit(bus.process.pid, resource.RLIMIT_NOFILE, (soft, hard))
     assert bus.reload() == 2
 
 

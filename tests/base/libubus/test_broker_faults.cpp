@@ -4,31 +4,41 @@
 #include <cstring>
 #include <vector>
 
-#include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
+#include "bus_fixture.h"
 
 #include <client.h>
+#include <listener.h>
 
 namespace {
 
 bool g_no_memory;
-int g_send_error; // of every sendmsg; 0 = none
+int g_send_error;   // of every sendmsg; 0 = none
+int g_accept_error; // of every accept4; 0 = none
+int g_accepts;      // how often clients were asked for
 
 } // namespace
 
 extern "C" {
 void *__real_malloc(size_t size);
 ssize_t __real_sendmsg(int sock, const msghdr *msg, int flags);
+int __real_accept4(int sock, sockaddr *address, socklen_t *size, int flags);
 
 void *__wrap_malloc(size_t size) { return g_no_memory ? nullptr : __real_malloc(size); }
 ssize_t __wrap_sendmsg(int sock, const msghdr *msg, int flags) {
     if (g_send_error == 0) return __real_sendmsg(sock, msg, flags);
     errno = g_send_error;
+    return -1;
+}
+int __wrap_accept4(int sock, sockaddr *address, socklen_t *size, int flags) {
+    ++g_accepts;
+    if (g_accept_error == 0) return __real_accept4(sock, address, size, flags);
+    errno = g_accept_error;
     return -1;
 }
 }
@@ -41,7 +51,7 @@ class broker_faults : public testing::Test {
 protected:
     void SetUp() override {
         g_no_memory = false;
-        g_send_error = 0;
+        g_send_error = g_accept_error = g_accepts = 0;
         uloop_init();
         ubusd::broker_init(bus_, "/nonexistent");
         int ends[2];
@@ -55,6 +65,7 @@ protected:
         uloop_done();
         close(peer_);
     }
+    ubusd::broker &bus() { return bus_; }
     // A message that its peer will know by its number.
     void send(std::uint16_t seq, std::size_t size, int fd = -1) {
         const std::vector<char> content(size);
@@ -126,4 +137,44 @@ TEST_F(broker_faults, a_message_that_cannot_be_kept_at_all_is_lost_alone) {
     send(3, 4);
     EXPECT_FALSE(read_all());
     EXPECT_EQ(numbers(), (std::vector<int>{1, 3}));
+}
+
+TEST_F(broker_faults, a_message_whose_descriptor_cannot_be_kept_does_not_go_without_it) {
+    send(1, large);
+    rlimit limit;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    send(2, 4, STDERR_FILENO);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    send(3, 4, STDERR_FILENO);
+    EXPECT_FALSE(read_all());
+    EXPECT_EQ(numbers(), (std::vector<int>{1, 3}));
+}
+
+TEST_F(broker_faults, clients_that_cannot_be_accepted_are_asked_for_seldom_until_they_can) {
+    const temporary_folder folder;
+    const std::string path = folder.file("ubus.sock");
+    ubusd::listener listener;
+    ASSERT_EQ(ubusd::listener_open(listener, bus(), path.c_str()), 0);
+    for (const int error : {ENOMEM, ENOBUFS, EMFILE, ENFILE}) {
+        g_accept_error = error;
+        g_accepts = 0;
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strcpy(address.sun_path, path.c_str());
+        const int newcomer = socket(AF_UNIX, SOCK_STREAM, 0);
+        ASSERT_EQ(connect(newcomer, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+        EXPECT_TRUE(run_until([] { return g_accepts > 0; })) << error;
+        const auto asked_first = std::chrono::steady_clock::now();
+        for (int turn = 0; turn < 1000; ++turn) uloop_run_timeout(0);
+        const auto pauses = (std::chrono::steady_clock::now() - asked_first) / std::chrono::milliseconds(50);
+        EXPECT_LE(g_accepts, 2 * (pauses + 1)) << error;
+
+        g_accept_error = 0;
+        pollfd greeted{newcomer, POLLIN, 0};
+        EXPECT_TRUE(run_until([&] { return poll(&greeted, 1, 0) == 1; })) << error;
+        close(newcomer);
+    }
+    ubusd::listener_close(listener);
 }
