@@ -104,6 +104,24 @@ def test_a_collector_that_hangs_up_at_once_loses_its_reports_and_nothing_else(ru
     serves_as_before(running_lab)
 
 
+def test_a_folder_in_the_place_of_the_collector_s_socket_costs_reports_and_no_station(running_lab):
+    associate(running_lab, A)
+    wait_online(running_lab, A)
+    running_lab.collector.stop()
+    place = running_lab.files / "sta_server_domain"
+    place.unlink(missing_ok=True)
+    place.mkdir()
+    refused = running_lab.logged("domain connect error.")
+    running_lab.bus("call", "sta", "set", {"set_update_log_period": 60})
+    running_lab.wait_for_log("domain connect error.", refused + 1)
+    running_lab.apsim(f"assoc mac={B} ifname=ath0 radio=0")
+    assert set(wait_online(running_lab, A, B)) == {A, B}
+    assert_does_not_spin(running_lab)
+    place.rmdir()  # it is empty: nobody has put a thing there
+    running_lab.start_collector()
+    serves_as_before(running_lab)
+
+
 # --- the broker ---
 
 def start_again(lab):

@@ -77,8 +77,8 @@ void empty(const std::string &folder) {
         if (!is_kept(entry.path())) fs::remove_all(entry.path());
 }
 
-// Links for the processes there will soon be, too: numbers are handed out in rising order. A link whose process does not
-// exist dangles, which reads as "no such file", as it should. (Who needs one: the leak checker of a child.)
+} // namespace
+
 void link_processes() {
     constexpr int ahead = 4096;
     static int next = getpid();
@@ -92,8 +92,6 @@ void link_processes() {
         (void)!symlink((shelf + name).c_str(), name.c_str());
     }
 }
-
-} // namespace
 
 void enter_places() {
     enter_namespaces();
