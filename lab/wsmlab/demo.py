@@ -110,7 +110,8 @@ def main(words):
             return show_scenario(options)
         if options.scenario:
             from .scenario import play_file
-            return play_file(options.scenario, options.build_dir)
+            return play_file(options.scenario, options.build_dir,
+                             time.monotonic() + options.seconds if options.seconds is not None else math.inf)
         show(options)
     except KeyboardInterrupt:
         return 130

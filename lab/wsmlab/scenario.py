@@ -18,6 +18,7 @@ from .space import LabError, Timeout
 EXPECTATION = "->"
 NEVER = "never"
 AS_EXPECTED = "as expected"
+STOPPED = "stopped before its end"
 PROGRAMS = {"daemon": "wsmd", "collector": "wsm-collector", "broker": "ubusd", "driver": "apsim", "dhcpmon": "dhcpmon"}
 # A comparison of one member: mac=02:*, channel>5, oltime<60
 COMPARISON = re.compile(r"([A-Za-z_]\w*)(=|<|>)(.*)", re.DOTALL)
@@ -52,7 +53,10 @@ class Scenario:
     @classmethod
     def read(cls, path):
         path = pathlib.Path(path)
-        return cls.parse(path.read_text(encoding="utf-8"), path.name)
+        try:
+            return cls.parse(path.read_text(encoding="utf-8"), path.name)
+        except UnicodeDecodeError as error:
+            raise ScenarioError(f"{path.name}: {error}") from error
 
     @classmethod
     def parse(cls, text, name="scenario"):
@@ -323,17 +327,20 @@ class Player:
                     "agree": _agree, "log": _log, "file": _file, "runs": _runs, "ended": _ended}
 
 
-def play_file(path, build_dir):
-    """For ./demo: plays one file and prints what happens; the exit status."""
+def play_file(path, build_dir, end):
+    """For ./demo: plays one file until it is over, or it is `end` o'clock, and prints what happens; the exit status."""
     scenario = Scenario.read(path)
     print(scenario.title, flush=True)
     with Lab(build_dir) as lab:
         try:
             scenario.play(lab, tell=lambda happening: print(
                 f"  {'ok' if happening.expects else 'do'} {happening}" if isinstance(happening, Line)
-                else f"     {happening}", flush=True))
+                else f"     {happening}", flush=True), stop=lambda: time.monotonic() >= end)
         except Failed as failure:
             print(f"FAILED {failure}", flush=True)
             return 1
+        except Stopped:
+            print(STOPPED, flush=True)
+            return 0
     print(AS_EXPECTED, flush=True)
     return 0

@@ -4,7 +4,7 @@ import shlex
 import threading
 
 from .board import Notice
-from .scenario import AS_EXPECTED, Failed, Line, Stopped
+from .scenario import AS_EXPECTED, STOPPED, Failed, Line, Stopped
 
 
 class Stage:
@@ -12,7 +12,7 @@ class Stage:
     itself. `outcome`: as ./demo prints it; `failed`: whether something expected has not come."""
 
     def __init__(self, scenario, lab, watcher):
-        self.outcome, self.failed = "stopped before its end", False
+        self.outcome, self.failed = STOPPED, False
         self._scenario, self._lab, self._watcher = scenario, lab, watcher
         self._over = threading.Event()
         self._thread = threading.Thread(target=self._run, name="stage", daemon=True)

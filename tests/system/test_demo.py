@@ -79,6 +79,15 @@ def test_a_scenario_is_told_line_by_line(demo, tmp_path):
     assert any(line.startswith("FAILED short.scn:4: ") for line in lines)
 
 
+@pytest.mark.parametrize("waiting", ["50s nothing", "50s -> report log_type=7"], ids=["passing", "expecting"])
+def test_a_scenario_ends_after_the_seconds_given(demo, tmp_path, waiting):
+    (tmp_path / "long.scn").write_text(f"# Long\n{waiting}\n")
+    with demo("--scenario", str(tmp_path / "long.scn"), "--seconds", "3", stdout=subprocess.PIPE) as process:
+        lines = process.communicate(timeout=demo.limit)[0].splitlines()
+    assert process.returncode == 0
+    assert [lines[0], lines[-1]] == ["Long", "stopped before its end"]
+
+
 @pytest.mark.parametrize("scenario, complaint", [("/nowhere.scn", "No such file"), ("/dev/null/x", "Not a directory")])
 def test_a_scenario_that_cannot_be_read_is_named(demo, scenario, complaint):
     with demo("--scenario", scenario, stderr=subprocess.PIPE) as process:
