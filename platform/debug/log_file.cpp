@@ -9,10 +9,8 @@
 
 namespace {
 
-// The file that was open is let go of first: without a name it would grow unseen and beyond every limit.
+// When it fails, what was open stays so.
 void reopen(log_file &file) noexcept {
-    if (file.fd >= 0) close(file.fd);
-    file.fd = -1;
     // Not to block on a pipe, nor to take a terminal as the controlling one.
     const int fd = open(file.path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644);
     struct stat found {};
@@ -21,6 +19,7 @@ void reopen(log_file &file) noexcept {
         return;
     }
     if (fd < 0) return;
+    if (file.fd >= 0) close(file.fd);
     file.fd = fd;
     file.device = found.st_dev;
     file.inode = found.st_ino;
@@ -44,6 +43,19 @@ void rotate(log_file &file) noexcept {
         (void)!ftruncate(file.fd, 0); // the limit holds even where nothing can be renamed
 }
 
+// Makes ready for a line a file that its name no longer leads to, because no other could be opened. It may grow to what
+// both generations have together. False, and it is closed, when nobody would ever see the line.
+bool go_on_without_name(log_file &file, std::size_t line) noexcept {
+    struct stat left {};
+    if (fstat(file.fd, &left) != 0 || left.st_nlink == 0) {
+        close(file.fd);
+        file.fd = -1;
+        return false;
+    }
+    const bool full = file.limit > 0 && left.st_size + static_cast<std::int64_t>(line) > 2 * file.limit;
+    return !file.regular || !full || ftruncate(file.fd, 0) == 0;
+}
+
 bool write_all(int fd, std::string_view text, bool &torn) noexcept {
     ssize_t put = 0;
     do put = write(fd, text.data(), text.size());
@@ -60,6 +72,8 @@ bool log_file_open(log_file &file, const char *path, std::int64_t limit) noexcep
     if (length == 0 || length >= sizeof(file.path)) return false;
     std::memcpy(file.path, path, length + 1);
     file.limit = limit;
+    if (file.fd >= 0) close(file.fd);
+    file.fd = -1;
     reopen(file);
     return file.fd >= 0;
 }
@@ -73,7 +87,11 @@ bool log_file_append(log_file &file, std::string_view line) noexcept {
     if (file.fd < 0) return false;
     const bool full =
         file.limit > 0 && size > 0 && size + static_cast<std::int64_t>(line.size()) > file.limit;
-    if (file.regular && full) rotate(file);
+    if (file.regular && full) {
+        rotate(file);
+        size = size_under_its_name(file);
+    }
+    if (size < 0 && !go_on_without_name(file, line.size())) return false;
     if (file.torn && !write_all(file.fd, "\n", file.torn)) return false;
     file.torn = false;
     return write_all(file.fd, line, file.torn);

@@ -1,6 +1,7 @@
 // log_file.h - an appended file with a size limit and one old generation, "<path>.0".
 //
-// Kept open between lines; opened anew when the name leads elsewhere (rotated by somebody else, deleted).
+// Kept open between lines; opened anew when the name leads elsewhere (rotated by somebody else, deleted). While that
+// fails, the old file goes on, as long as it has another name; at twice the limit it begins anew.
 // Only regular files and character devices are opened: a pipe without a reader would stop the process.
 // Nothing here waits or logs. Owns:   the descriptor. An object of zeros with fd -1 is a valid, closed one.
 #pragma once

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -112,6 +113,26 @@ TEST(log_file, writes_nothing_to_a_file_that_has_lost_its_name) {
     std::filesystem::remove(folder.file("log"));
     EXPECT_TRUE(log_file_append(log, "kept\n"));
     EXPECT_EQ(folder.text("log"), "kept\n");
+}
+
+TEST(log_file, without_a_descriptor_for_a_new_file_the_old_one_takes_both_generations_and_begins_anew) {
+    const temporary_folder folder;
+    open_log log(folder.file("log"), 10);
+    EXPECT_TRUE(log_file_append(log, "aaaa\n"));
+    EXPECT_TRUE(log_file_append(log, "bbbb\n"));
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_TRUE(log_file_append(log, "cccc\n"));
+    EXPECT_TRUE(log_file_append(log, "dddd\n"));
+    const auto both = std::filesystem::file_size(folder.file("log.0"));
+    EXPECT_TRUE(log_file_append(log, "e\n"));
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(both, 20U);
+    EXPECT_EQ(folder.text("log.0"), "e\n");
+    EXPECT_TRUE(log_file_append(log, "f\n"));
+    EXPECT_EQ(folder.text("log"), "f\n");
 }
 
 TEST(log_file, a_full_disk_loses_the_line_and_nothing_else) {
