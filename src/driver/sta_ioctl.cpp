@@ -108,9 +108,9 @@ void copy_extended(sta_info_t *sta, const driver_extended &from) {
     sta_put_expanded(sta->key_end, from.key_end, driver_text_limit);
 }
 
-// sta_sta_get_ioctl; `find` gives the first of so many entries that a prefix begins, or their number.
-template <class Find>
-int read_station(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count, Find find) {
+// sta_sta_get_ioctl; `mac_of` gives the MAC of an entry.
+template <class MacOf>
+int read_station(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count, MacOf mac_of) {
     constexpr const char *function = "sta_sta_get_ioctl";
     if (!sta || !table) {
         STA_LOG_AS(function, "param is null!!\n");
@@ -123,7 +123,8 @@ int read_station(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int 
     if (!prefix.is_one()) return 1;
     const std::uint8_t *basic = table + table_header_size;
     const auto entries = static_cast<std::size_t>(count > 0 ? count : 0);
-    const std::size_t index = find(prefix, entries);
+    std::size_t index = 0;
+    while (index < entries && !prefix.begins(mac_of(index))) ++index;
     if (index == entries) return 1;
 
     const driver_basic found = driver_basic_decode(basic + index * table_basic_size);
@@ -184,11 +185,8 @@ int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const cha
 }
 
 int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count) {
-    return read_station(sta, table, mask, count, [=](const mac_prefix &prefix, std::size_t entries) {
-        std::size_t index = 0;
-        while (index < entries && !prefix.begins(mac_of_entry(table, index))) ++index;
-        return index;
-    });
+    return read_station(sta, table, mask, count,
+                        [=](std::size_t index) { return mac_of_entry(table, index); });
 }
 
 sta_radio_tables::~sta_radio_tables() {
@@ -211,9 +209,5 @@ int sta_radio_tables::update(sta_info_t *sta) const noexcept {
     const slot &mine = slots[sta->radio_id];
     if (mine.macs.size() == 0) return sta_sta_get_ioctl(sta, mine.table, mask, mine.count);
     return read_station(sta, mine.table, mask, mine.count,
-                        [&](const mac_prefix &prefix, std::size_t entries) {
-                            std::size_t index = 0;
-                            while (index < entries && !prefix.begins(mine.macs[index])) ++index;
-                            return index;
-                        });
+                        [&](std::size_t index) { return mine.macs[index]; });
 }
