@@ -8,23 +8,14 @@ import pytest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "system"))  # formats.py: the layouts by hand
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "lab"))
 
-from programs import Apsim, Program  # noqa: E402
+from programs import Apsim, starter  # noqa: E402
 
 
 @pytest.fixture
 def start(tmp_path):
     """Starts programs that are stopped after the test."""
-    started = []
-
-    def start_one(argv, **options):
-        program = Program(argv, tmp_path, **options)
-        started.append(program)
-        return program
-
-    yield start_one
-    for program in started:
-        program.stop()
-        assert "Sanitizer" not in program.err.read_text(errors="replace")
+    with starter(tmp_path) as start_one:
+        yield start_one
 
 
 @pytest.fixture

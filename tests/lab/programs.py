@@ -1,5 +1,6 @@
 """The lab's programs as their tests drive them."""
 
+import contextlib
 import json
 import os
 import pathlib
@@ -66,6 +67,22 @@ class Program:
 
     def lines(self):
         return self.out.read_text(encoding="utf-8").splitlines()
+
+
+@contextlib.contextmanager
+def starter(folder):
+    """A function that starts programs with their output in the folder; they are stopped at the end."""
+    started = []
+
+    def start_one(argv, **options):
+        program = Program(argv, folder, **options)
+        started.append(program)
+        return program
+
+    yield start_one
+    for program in started:
+        program.stop()
+        assert "Sanitizer" not in program.err.read_text(errors="replace")
 
 
 # Makes netlink sockets in a network of its own, hands them over and becomes the program.

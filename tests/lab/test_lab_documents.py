@@ -7,8 +7,6 @@ import subprocess
 
 import pytest
 
-from programs import wait
-
 DOCS = pathlib.Path(__file__).resolve().parents[2] / "docs"
 PROGRAMS = ["apsim", "wsm-collector", "dhcpmon", "wsm-record", "wsm-replay"]
 
@@ -68,11 +66,3 @@ def test_the_example_of_a_conversation_is_what_is_answered(apsim):
     commands = example[1].split("\\n")[:-1]
     assert "".join(apsim(command) + "\n" for command in commands) == example[2]
     listener.socket.close()
-
-
-def test_the_example_of_a_report_is_what_is_printed(start, build_dir, tmp_path):
-    from test_collector import Collector, image
-    example = section("The collector: wsm-collector").split("$ wsm-collector\n")[1].split("\n")[0]
-    one = Collector(start, build_dir, tmp_path, [])
-    one.send(image(mac="02:00:00:00:00:01", ifname="ath0", ssid="Lobby", rssi=-48, channel=6, log_type=1))
-    assert wait(one.lines, "the report")[0][19:] == example[19:]

@@ -3,6 +3,7 @@
 import csv
 import io
 import json
+import pathlib
 import re
 import signal
 import struct
@@ -270,3 +271,11 @@ def test_output_that_cannot_be_written_is_status_1(build_dir, tmp_path):
     with open("/dev/full", "wb") as full:
         done = subprocess.run([build_dir / "bin/wsm-collector", tmp_path / "image"], stdout=full, timeout=30, check=False)
     assert done.returncode == 1
+
+
+def test_the_example_in_the_documents_is_what_is_printed(collector):
+    documents = (pathlib.Path(__file__).resolve().parents[2] / "docs/lab.md").read_text(encoding="utf-8")
+    example = documents.split("$ wsm-collector\n")[1].split("\n")[0]
+    one = collector()
+    one.send(image(mac="02:00:00:00:00:01", ifname="ath0", ssid="Lobby", rssi=-48, channel=6, log_type=1))
+    assert one.wait_for_lines(1)[0][19:] == example[19:]
