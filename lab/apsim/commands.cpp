@@ -79,7 +79,7 @@ std::string commands::announce(words &given) {
     const auto times = given.take_number("times", 1, announcements_max).value_or(1);
     given.finish();
     air_.channel.announce(static_cast<std::uint16_t>(id), static_cast<int>(times));
-    return "ok id=" + std::to_string(air_.channel.family());
+    return "ok id=" + std::to_string(air_.channel.channel().family());
 }
 
 std::string commands::assoc(words &given) {
@@ -285,7 +285,7 @@ std::string commands::events(words &given) {
     const bool clear = given.take("clear").has_value();
     given.finish();
     json_object *array = json_object_new_array();
-    for (const netlink_channel::told &one : air_.channel.events()) {
+    for (const event_sender::told &one : air_.channel.events()) {
         json_object *object = json_object_new_object();
         json_object_object_add(object, "assoc", json_object_new_int64(one.assoc));
         json_object_object_add(object, "mac", json_object_new_string(one.mac.text().c_str()));
@@ -306,13 +306,14 @@ std::string commands::status(words &given) {
         json_object_object_add(object, name, json_object_new_uint64(value));
     };
     json_object *ports = json_object_new_array();
-    for (const std::uint32_t port : air_.channel.ports())
-        json_object_array_add(ports, json_object_new_int64(port));
+    const event_channel &channel = air_.channel.channel();
+    for (std::size_t i = 0; i < channel.listeners(); ++i)
+        json_object_array_add(ports, json_object_new_int64(channel.port(i)));
     json_object_object_add(object, "listeners", ports);
-    number("family", air_.channel.family());
-    number("queued", air_.channel.queued());
-    number("sent", air_.channel.sent());
-    number("lost", air_.channel.lost());
+    number("family", channel.family());
+    number("queued", channel.queued());
+    number("sent", channel.sent());
+    number("lost", channel.lost());
     number("stations", air_.stations.all().size());
     number("population", people_.present());
     return "ok " + text_of(object);

@@ -25,7 +25,22 @@ void add_text(json_object *object, const char *name, std::string_view text) {
 } // namespace
 
 driver_requests::driver_requests(simulator &owner)
-    : owner_(owner), server_([this](stream_server::peer &from) { handle(from); }) {}
+    : owner_(owner),
+      server_(
+          [](void *self, was_question &question) {
+              return static_cast<std::int32_t>(static_cast<driver_requests *>(self)->handle(question));
+          },
+          this) {}
+
+std::string driver_requests::listen(const std::string &path) {
+    switch (const int error = server_.listen(path.c_str())) {
+    case 0: return {};
+    case EADDRINUSE: return path + ": somebody listens there already";
+    case ENOTSOCK: return path + ": not a socket";
+    case ENAMETOOLONG: return path + ": not a path for a socket";
+    default: return "cannot listen at " + path + ": " + std::strerror(error);
+    }
+}
 
 void driver_requests::set_count(const std::string &ifname, std::optional<std::string> text) {
     if (text)
@@ -34,15 +49,16 @@ void driver_requests::set_count(const std::string &ifname, std::optional<std::st
         counts_.erase(ifname);
 }
 
-void driver_requests::handle(stream_server::peer &from) {
-    std::optional<request> asked = take_question(from);
-    if (!asked) return;
-    entry record{*asked, asked->bytes.size(), 0};
-    record.asked.bytes.resize(std::min(kept_bytes, record.asked.bytes.size()));
-    record.result = fails(asked->command) ? -EIO : answer(*asked);
-    send_answer(from, record.result, asked->bytes);
+int driver_requests::handle(const was_question &question) {
+    const request asked{
+        question.command, question.argument, question.ifname, {question.bytes, question.size}};
+    const auto kept = asked.bytes.first(std::min(kept_bytes, asked.bytes.size()));
+    entry record{
+        asked.command, asked.argument, asked.ifname, asked.bytes.size(), {kept.begin(), kept.end()}, 0};
+    record.result = fails(asked.command) ? -EIO : answer(asked);
     log_.push_back(std::move(record));
     if (log_.size() > log_max) log_.pop_front();
+    return log_.back().result;
 }
 
 bool driver_requests::fails(int command) {
@@ -53,7 +69,7 @@ bool driver_requests::fails(int command) {
 }
 
 // Turns the request's bytes into the answer's. 0, or a negative error number.
-int driver_requests::answer(request &asked) {
+int driver_requests::answer(const request &asked) {
     switch (asked.command) {
     case driver_station_count: return answer_count(asked);
     case driver_station_table: return answer_table(asked);
@@ -62,17 +78,17 @@ int driver_requests::answer(request &asked) {
     }
 }
 
-int driver_requests::answer_count(request &asked) {
+int driver_requests::answer_count(const request &asked) {
     const auto lie = counts_.find(asked.ifname);
     const std::string text =
-        lie != counts_.end() ? lie->second : std::to_string(owner_.stations.on(asked.ifname).size());
+        lie != counts_.end() ? lie->second : std::to_string(owner_.stations.with(asked.ifname).size());
     std::ranges::fill(asked.bytes, std::uint8_t{0});
     std::copy_n(text.begin(), std::min(text.size(), asked.bytes.size()), asked.bytes.begin());
     return 0;
 }
 
-int driver_requests::answer_table(request &asked) {
-    std::vector<std::uint8_t> &bytes = asked.bytes;
+int driver_requests::answer_table(const request &asked) {
+    const std::span<std::uint8_t> bytes = asked.bytes;
     if (bytes.size() < table_header_size) return -EINVAL;
     const auto wanted = wire::get<std::uint32_t>(bytes.data() + table_num_offset);
     const auto mask = wire::get<std::uint32_t>(bytes.data() + table_mask_offset);
@@ -83,8 +99,9 @@ int driver_requests::answer_table(request &asked) {
     std::uint8_t *basic = bytes.data() + table_header_size;
     std::uint8_t *extended = basic + (mask & table_basic ? wanted * table_basic_size : 0);
 
-    const std::vector<const station *> there = owner_.stations.on(asked.ifname);
+    const std::vector<const station *> there = owner_.stations.with(asked.ifname);
     const std::size_t filled = std::min<std::size_t>(wanted, there.size());
+    std::ranges::fill(bytes.subspan(table_header_size), std::uint8_t{0});
     for (std::size_t i = 0; i < filled; ++i) {
         if (mask & table_basic) driver_basic_encode(there[i]->basic, basic + i * table_basic_size);
         if (mask & table_extended)
@@ -112,17 +129,17 @@ json_object *driver_requests::log() const {
         const auto number = [object](const char *name, std::int64_t value) {
             json_object_object_add(object, name, json_object_new_int64(value));
         };
-        const std::vector<std::uint8_t> &bytes = each.asked.bytes;
-        number("cmd", each.asked.command);
-        number("arg", each.asked.argument);
+        const std::vector<std::uint8_t> &bytes = each.bytes;
+        number("cmd", each.command);
+        number("arg", each.argument);
         number("size", static_cast<std::int64_t>(each.size));
-        add_text(object, "ifname", each.asked.ifname);
+        add_text(object, "ifname", each.ifname);
         number("result", each.result);
-        if (each.asked.command == driver_roam_delete && bytes.size() >= roam_delete_size) {
+        if (each.command == driver_roam_delete && bytes.size() >= roam_delete_size) {
             add_text(object, "mac", text_in(bytes.data(), roam_delete_mac_size));
             number("radio", wire::get<std::int32_t>(bytes.data() + roam_delete_radio_offset));
         }
-        if (each.asked.command == driver_station_table && bytes.size() >= table_header_size) {
+        if (each.command == driver_station_table && bytes.size() >= table_header_size) {
             number("num", wire::get<std::uint32_t>(bytes.data() + table_num_offset));
             number("sections", wire::get<std::uint32_t>(bytes.data() + table_mask_offset));
         }

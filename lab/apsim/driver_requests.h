@@ -4,13 +4,14 @@
 // Request and answer travel as platform/was/was_wire.h says, contents as src/driver/driver_request.h says.
 #pragma once
 
-#include "common/was_peer.h"
+#include "channel/request_server.h"
 
 #include <cstdint>
 #include <deque>
 #include <json-c/json.h>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,8 @@ class driver_requests {
 public:
     explicit driver_requests(simulator &owner);
 
-    std::string listen(const std::string &path) { return server_.listen(path); }
+    // Empty, or what went wrong.
+    std::string listen(const std::string &path);
 
     // Requests of `command` fail `times` times; nothing for ever.
     void fail(int command, std::optional<std::uint64_t> times) { failing_[command] = times; }
@@ -34,22 +36,30 @@ public:
     void clear_log() { log_.clear(); }
 
 private:
-    using request = was_question;
+    struct request {
+        int command;
+        int argument;
+        std::string ifname;
+        std::span<std::uint8_t> bytes; // the asker's buffer
+    };
     struct entry {
-        request asked;
-        std::size_t size; // of the bytes; those of large requests are not kept
+        int command;
+        int argument;
+        std::string ifname;
+        std::size_t size;
+        std::vector<std::uint8_t> bytes; // the first of them
         int result;
     };
 
-    void handle(stream_server::peer &from);
-    int answer(request &asked);
-    int answer_count(request &asked);
-    int answer_table(request &asked);
+    int handle(const was_question &question);
+    int answer(const request &asked);
+    int answer_count(const request &asked);
+    int answer_table(const request &asked);
     int roam_delete(const request &asked);
     bool fails(int command);
 
     simulator &owner_;
-    stream_server server_;
+    request_server server_;
     std::map<int, std::optional<std::uint64_t>> failing_;
     std::map<std::string, std::string> counts_;
     std::optional<std::uint32_t> num_;

@@ -3,6 +3,7 @@
 #include "apsim/commands.h"
 #include "apsim/population.h"
 #include "apsim/simulator.h"
+#include "channel/messages.h"
 #include "common/stream_server.h"
 #include "was/was_wire.h"
 
@@ -14,15 +15,13 @@ namespace {
 
 constexpr int look_interval = 100;        // ms: how soon a new listener gets its announcement
 constexpr std::size_t line_max = 1 << 20; // bytes of a control line
-constexpr std::uint16_t family_default =
-    1000; // near the end of the kernel's numbers, where no real family is
 
 constexpr const char *usage =
     "usage: apsim [options]\n"
     "The lab's wireless driver. Runs until SIGINT or SIGTERM; needs CAP_NET_ADMIN.\n\n"
     "  --population N   make up N clients that come, walk, stream, idle, roam and leave\n"
     "  --seed K         seed of all random numbers (1)\n"
-    "  --family ID      number of the netlink family (1000)\n"
+    "  --family ID      number of the netlink family (2000)\n"
     "  --tick MS        length of the simulated second; 0: time stands still (1000)\n"
     "  --socket PATH    where driver requests are answered (/var/run/was.sock)\n"
     "  --control PATH   where commands are taken (/var/run/apsim.sock)\n"
@@ -33,7 +32,7 @@ constexpr const char *usage =
 struct options {
     int population = 0;
     std::uint64_t seed = 1;
-    std::uint16_t family = family_default;
+    std::uint16_t family = driver_family;
     int tick = 1000;
     std::string socket = was_socket_path;
     std::string control = "/var/run/apsim.sock";

@@ -41,7 +41,3 @@ std::size_t simulator::again() {
     }
     return listeners;
 }
-
-std::string ifname_of(int radio) { return "ath" + std::to_string(radio); }
-
-int radio_of(std::string_view ifname) { return ifname.starts_with("ath1") ? 1 : 0; }

@@ -3,12 +3,12 @@
 #pragma once
 
 #include "apsim/driver_requests.h"
+#include "apsim/event_sender.h"
 #include "apsim/lease_file.h"
-#include "apsim/netlink_channel.h"
 #include "apsim/station.h"
 
 struct simulator {
-    netlink_channel channel;
+    event_sender channel;
     station_table stations;
     driver_requests requests;
     lease_file leases;
@@ -29,11 +29,6 @@ struct simulator {
     // Every client associates once more where it is, as after a restart of the radios.
     std::size_t again();
 };
-
-// Interface of a radio and radio of an interface, where nobody says otherwise: ath0 and ath01 belong to radio
-// 0, ath1 and ath11 to radio 1.
-std::string ifname_of(int radio);
-int radio_of(std::string_view ifname);
 
 // off_reason_code of an event
 inline constexpr int reason_disassociated_by_station = 308;

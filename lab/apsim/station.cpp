@@ -108,6 +108,10 @@ json_object *station::json() const {
     return object;
 }
 
+std::string ifname_of(int radio) { return "ath" + std::to_string(radio); }
+
+int radio_of(std::string_view ifname) { return ifname.starts_with("ath1") ? 1 : 0; }
+
 station *station_table::find(std::string_view mac) {
     const auto at =
         std::find_if(stations_.rbegin(), stations_.rend(), [mac](const station &s) { return s.mac == mac; });
@@ -130,10 +134,14 @@ bool station_table::remove(std::string_view mac, int radio) {
     return std::erase_if(stations_, [=](const station &s) { return s.mac == mac && s.radio == radio; }) > 0;
 }
 
-std::vector<const station *> station_table::on(std::string_view ifname) const {
+std::vector<const station *> station_table::with(std::string_view ifname) const {
     std::vector<const station *> found;
+    const auto known =
+        std::ranges::find_if(stations_, [=](const station &s) { return ifname == s.basic.ifname; });
+    if (known == stations_.end() && !ifname.starts_with("ath")) return found;
+    const int radio = known == stations_.end() ? radio_of(ifname) : known->radio;
     for (const station &one : stations_)
-        if (ifname == one.basic.ifname) found.push_back(&one);
+        if (one.radio == radio) found.push_back(&one);
     return found;
 }
 

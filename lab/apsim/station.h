@@ -38,6 +38,11 @@ struct station {
     json_object *json() const; // the caller owns it
 };
 
+// Interface of a radio and radio of an interface, where nobody says otherwise: ath0 and ath01 belong to radio
+// 0, ath1 and ath11 to radio 1.
+std::string ifname_of(int radio);
+int radio_of(std::string_view ifname);
+
 class station_table {
 public:
     using stations = std::list<station>;
@@ -50,8 +55,9 @@ public:
     // Adds the station in place of one with the same client and radio.
     station &add(station added);
     bool remove(std::string_view mac, int radio);
-    // Stations of one interface, in the order of their coming.
-    std::vector<const station *> on(std::string_view ifname) const;
+    // Stations of this interface's radio, in the order of their coming: a driver lists all its networks together. The
+    // radio is that of a station on the interface; without one it is radio_of(), when the name is an access point's.
+    std::vector<const station *> with(std::string_view ifname) const;
 
     const stations &all() const { return stations_; }
 

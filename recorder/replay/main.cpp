@@ -1,5 +1,6 @@
 // wsm-replay - plays a recording of wsm-record to a daemon in the lab, in place of the driver and of all others that the
 // recorded daemon heard.
+#include "channel/messages.h"
 #include "record/show.h"
 #include "replay/player.h"
 #include "was/was_wire.h"
@@ -9,9 +10,6 @@
 #include <getopt.h>
 
 namespace {
-
-// Near the end of the kernel's numbers, where no real family is.
-constexpr std::uint16_t family = 1000;
 
 constexpr const char *usage =
     "usage: wsm-replay [options] FILE\n"
@@ -65,7 +63,7 @@ int main(int argc, char **argv) {
     std::fflush(stdout);
 
     if (uloop_init() != 0) return failed("no event loop");
-    player plays(whole, family);
+    player plays(whole, driver_family);
     if (const std::string why = plays.open(path, places_files); !why.empty()) return failed(why);
     uloop_run();
     return 0;

@@ -1,6 +1,5 @@
 #include "replay/player.h"
 
-#include "common/was_peer.h"
 #include "replay/places.h"
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 
 namespace {
 
+constexpr std::size_t queue_max = 100'000;       // messages
 constexpr int look_interval = 2;                 // ms: how exactly the beginning is seen
 constexpr int longest_wait = 1000;               // ms
 constexpr std::uint32_t answer_delay_min = 1000; // µs: below, the lab's own way takes as long
@@ -26,9 +26,10 @@ std::int64_t monotonic_us() {
 } // namespace
 
 player::player(const recording &whole, std::uint16_t family)
-    : whole_(whole), answers_(whole), families_(family), channel_(0),
-      server_([this](stream_server::peer &from) { answer(from); }), look_([this] { wait_for_daemon(); }),
-      due_([this] { play_due(); }) {}
+    : whole_(whole), answers_(whole), families_(family), channel_({0, queue_max}),
+      server_([](void *self, was_question &asked) { return static_cast<player *>(self)->answer(asked); },
+              this),
+      look_([this] { wait_for_daemon(); }), due_([this] { play_due(); }) {}
 
 std::string player::open(const std::string &path, bool places_files) {
     places_files_ = places_files;
@@ -41,13 +42,15 @@ std::string player::open(const std::string &path, bool places_files) {
     }
     if (speaks)
         if (std::string why = bus_.open(notifies); !why.empty()) return why;
-    if (std::string why = channel_.open(); !why.empty()) return why;
+    if (const int error = channel_.open(); error != 0)
+        return std::string("no netlink socket: ") + std::strerror(error);
     // What the daemon found when it started.
     for (;
          next_ < whole_.records.size() && std::holds_alternative<recorded::file>(whole_.records[next_].what);
          ++next_)
         play(whole_.records[next_]);
-    if (std::string why = server_.listen(path); !why.empty()) return why;
+    if (const int error = server_.listen(path.c_str()); error != 0)
+        return "cannot listen at " + path + ": " + std::strerror(error);
     look_.start(0);
     return {};
 }
@@ -55,7 +58,7 @@ std::string player::open(const std::string &path, bool places_files) {
 void player::wait_for_daemon() {
     if (has_begun_) return;
     channel_.look();
-    if (channel_.ports().empty()) {
+    if (channel_.listeners() == 0) {
         look_.start(look_interval);
         return;
     }
@@ -96,6 +99,7 @@ void player::play(const recorded::record &one) {
 
 void player::play(const recorded::message &one) {
     if (const auto message = families_.translate(one.content)) {
+        channel_.look();
         channel_.send(*message);
         ++counts_.messages;
     }
@@ -116,21 +120,18 @@ void player::play(const recorded::file &one) {
     }
 }
 
-void player::answer(stream_server::peer &from) {
-    const std::optional<was_question> asked = take_question(from);
-    if (!asked) return;
+std::int32_t player::answer(const was_question &asked) {
+    const std::vector<std::uint8_t> request(asked.bytes, asked.bytes + asked.size);
     // With stations from its backup the daemon asks as soon as its socket is open.
     if (!has_begun_) wait_for_daemon();
 
-    const driver_question question{asked->command, asked->argument, asked->ifname, asked->bytes};
+    const driver_question question{asked.command, asked.argument, asked.ifname, request};
     const auto found = answers_.find(question, now());
     std::int32_t result = -1;
-    std::vector<std::uint8_t> bytes;
     if (!found) {
         ++counts_.unanswered;
         std::printf("%.6f s: no answer was recorded to request %d of %u bytes\n",
-                    static_cast<double>(now()) / 1e6, question.cmd,
-                    static_cast<unsigned>(asked->bytes.size()));
+                    static_cast<double>(now()) / 1e6, question.cmd, static_cast<unsigned>(asked.size));
         std::fflush(stdout);
     } else {
         const recorded::request &recorded = *found->request;
@@ -139,11 +140,10 @@ void player::answer(stream_server::peer &from) {
         // The daemon waits for its driver, and does nothing else meanwhile: so can we.
         if (recorded.took >= answer_delay_min) usleep(std::min(recorded.took, answer_delay_max));
         result = recorded.result;
-        if (result == 0) {
-            bytes.assign(recorded.answer.begin(), recorded.answer.end());
-            bytes.resize(asked->bytes.size());
-        }
+        const std::size_t size = std::min(asked.size, recorded.answer.size());
+        std::memset(asked.bytes, 0, asked.size);
+        std::copy_n(recorded.answer.begin(), size, asked.bytes);
     }
-    send_answer(from, result, bytes);
     if (due_.running()) due_.start(0); // the clock may have moved
+    return result;
 }

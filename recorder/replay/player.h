@@ -6,8 +6,9 @@
 // Order:  as recorded. What is late is played at once.
 #pragma once
 
-#include "apsim/netlink_channel.h"
-#include "common/stream_server.h"
+#include "channel/event_channel.h"
+#include "channel/request_server.h"
+#include "common/loop.h"
 #include "replay/answers.h"
 #include "replay/bus.h"
 #include "replay/families.h"
@@ -40,15 +41,15 @@ private:
     void play(const recorded::bus_message &one) { bus_.say(one); }
     void play(const recorded::request &) {} // the daemon's to make
     void play(const recorded::end &) {}
-    void answer(stream_server::peer &from);
+    std::int32_t answer(const was_question &asked);
     std::uint64_t now() const; // in the recording's time
 
     const recording &whole_;
     recorded_answers answers_;
     replayed_families families_;
     replayed_bus bus_;
-    netlink_channel channel_;
-    stream_server server_;
+    event_channel channel_;
+    request_server server_;
     timer look_;
     timer due_;
     std::size_t next_ = 0; // record

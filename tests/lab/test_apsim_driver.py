@@ -8,6 +8,7 @@ import pytest
 from programs import connect
 
 MAC = "02:00:00:00:00:01"
+COUNT, TABLE = 5, 1
 EINVAL, EIO, ENOENT, EOPNOTSUPP = 22, 5, 2, 95
 
 
@@ -132,6 +133,17 @@ def test_the_number_of_filled_entries_can_be_a_lie(two_stations):
     assert ask(two_stations, 1, table_request(2, 1))[1][:8] == b"\xff\xff\xff\xff\1\0\0\0"
     two_stations.ok("num off")
     assert ask(two_stations, 1, table_request(2, 1))[1][:8] == b"\2\0\0\0\1\0\0\0"
+
+
+def test_both_networks_of_a_radio_are_in_the_answer_to_either(apsim):
+    apsim.ok(f"assoc mac={MAC} ifname=ath0")
+    apsim.ok("assoc mac=02:00:00:00:00:02 ifname=ath01")
+    apsim.ok("assoc mac=02:00:00:00:00:03 ifname=ath1")
+    for ifname in ("ath0", "ath01"):
+        result, answer = ask(apsim, COUNT, bytes(1024), ifname)
+        assert (result, answer[:2]) == (0, b"2\0")
+        _, answer = ask(apsim, TABLE, table_request(2, 1), ifname)
+        assert [answer[at + 49:at + 55].rstrip(b"\0") for at in (16, 176)] == [b"ath0", b"ath01"]
 
 
 def test_a_long_network_name_fills_the_entrys_field(apsim):

@@ -9,10 +9,10 @@ from programs import wait
 
 MAC = "02:00:00:00:00:01"
 
-# Twenty-byte header, attribute 2 "TK_STA", attribute 1 with the identifier 1000.
+# Twenty-byte header, attribute 2 "TK_STA", attribute 1 with the identifier 2000.
 ANNOUNCEMENT = bytes.fromhex("28000000 1000 0000 00000000 00000000 01 02 0000"
                              "0b00 0200 544b5f53544100 00"
-                             "0600 0100 e803 0000")
+                             "0600 0100 d007 0000")
 
 
 def field(record, name):
@@ -54,8 +54,8 @@ def test_an_event_is_one_message_of_488_bytes_to_each_listener(apsim):
     assert apsim(f"assoc mac={MAC}") == "ok listeners=2"
     for listener in listeners:
         message = listener.event()
-        # length, type 1000, no flags, sequence, port; command 2, version 1; attribute 1 of 468 bytes
-        assert message[:24] == bytes.fromhex("e8010000 e803 0000 00000000 00000000 02 01 0000 d401 0100")
+        # length, type 2000, no flags, sequence, port; command 2, version 1; attribute 1 of 468 bytes
+        assert message[:24] == bytes.fromhex("e8010000 d007 0000 00000000 00000000 02 01 0000 d401 0100")
         assert len(message) == 488
 
 
