@@ -2,7 +2,7 @@
 #include "collector/report_writer.h"
 #include "collector/summary.h"
 #include "common/stream_server.h"
-#include "driver/report_image.h"
+#include "protocol/station_report.h"
 
 #include <charconv>
 #include <cstdio>
@@ -96,7 +96,7 @@ public:
 
     // One message as it came, of any size. True when it was a report.
     bool take(std::string_view message) {
-        if (message.size() != sta_report_size) {
+        if (message.size() != station_report_size) {
             ++wrong_;
             const std::string size = std::to_string(message.size());
             if (chosen_.shape == form::json)
@@ -105,9 +105,10 @@ public:
                 std::cerr << "wsm-collector: a message of " << size << " bytes is no report" << std::endl;
             return false;
         }
-        sta_info_t sta;
+        station_report sta;
         const auto *bytes = reinterpret_cast<const std::uint8_t *>(message.data());
-        sta_report_decode(std::span<const std::uint8_t, sta_report_size>(bytes, sta_report_size), &sta);
+        station_report_decode(std::span<const std::uint8_t, station_report_size>(bytes, station_report_size),
+                              sta);
         ++reports_;
         summary_.add(sta);
         switch (chosen_.shape) {
@@ -145,8 +146,8 @@ int failed(const std::string &why) {
 std::string decode(std::istream &in, std::string bytes, printer &out) {
     bytes.append(std::istreambuf_iterator<char>(in), {});
     std::size_t at = 0;
-    for (; bytes.size() - at >= sta_report_size && !out.enough(); at += sta_report_size)
-        out.take(std::string_view(bytes).substr(at, sta_report_size));
+    for (; bytes.size() - at >= station_report_size && !out.enough(); at += station_report_size)
+        out.take(std::string_view(bytes).substr(at, station_report_size));
     return bytes.substr(at);
 }
 
@@ -177,7 +178,7 @@ int listen(const options &chosen, printer &out) {
     if (uloop_init() != 0) return failed("no event loop");
     stream_server server([&out](stream_server::peer &from) {
         // A report is over when its connection is; what is far too long needs not be waited for.
-        if (!from.ended && from.in.size() <= sta_report_size) return;
+        if (!from.ended && from.in.size() <= station_report_size) return;
         from.close = true;
         if (!out.enough()) out.take(from.in);
         if (out.enough()) uloop_end();

@@ -1,7 +1,7 @@
 #include "collector/report_writer.h"
 
-#include "debug/escape.h"
-#include "driver/report_image.h"
+#include "protocol/escape.h"
+#include "protocol/station_report.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -17,12 +17,12 @@ std::string local_time(std::time_t seconds) {
     return {text, std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts)};
 }
 
-double seconds_of(const sta_clock &clock) { return clock.sec + clock.nsec / 1e9; }
+double seconds_of(const report_clock &clock) { return clock.sec + clock.nsec / 1e9; }
 
 template <std::size_t N> json_object *as_json(const char (&text)[N]) {
     return json_object_new_string(escaped({text, strnlen(text, N)}).c_str());
 }
-json_object *as_json(const sta_clock &clock) {
+json_object *as_json(const report_clock &clock) {
     char text[32];
     (void)std::snprintf(text, sizeof(text), "%.9f", seconds_of(clock));
     return json_object_new_double_s(seconds_of(clock), text);
@@ -38,7 +38,7 @@ template <std::size_t N> std::string as_csv(const char (&text)[N]) {
         quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
     return quoted + '"';
 }
-std::string as_csv(const sta_clock &clock) {
+std::string as_csv(const report_clock &clock) {
     char text[32];
     (void)std::snprintf(text, sizeof(text), "%.9f", seconds_of(clock));
     return text;
@@ -55,16 +55,16 @@ std::string escaped(std::string_view text) {
 
 std::string log_type_name(unsigned log_type) {
     switch (log_type) {
-    case sta_log_online: return "online";
-    case sta_log_offline: return "offline";
-    case sta_log_update: return "update";
-    case sta_log_roamed: return "roamed";
+    case report_online: return "online";
+    case report_offline: return "offline";
+    case report_update: return "update";
+    case report_roamed: return "roamed";
     default: return std::to_string(log_type);
     }
 }
 
-std::string report_line(const sta_info_t &sta) {
-    const bool leaves = sta.log_type == sta_log_offline;
+std::string report_line(const station_report &sta) {
+    const bool leaves = sta.log_type == report_offline;
     std::string line = local_time(std::time(nullptr));
     char text[160];
     const auto add = [&line, &text](int length) { line.append(text, static_cast<std::size_t>(length)); };
@@ -78,10 +78,10 @@ std::string report_line(const sta_info_t &sta) {
     return line;
 }
 
-std::string report_json(const sta_info_t &sta) {
+std::string report_json(const station_report &sta) {
     json_object *object = json_object_new_object();
-#define ADD(field, off, len) json_object_object_add(object, #field, as_json(sta.field));
-    STA_REPORT_FIELDS(ADD)
+#define ADD(type, field, off) json_object_object_add(object, #field, as_json(sta.field));
+    STATION_REPORT_FIELDS(ADD)
 #undef ADD
     std::string text =
         json_object_to_json_string_ext(object, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
@@ -91,16 +91,16 @@ std::string report_json(const sta_info_t &sta) {
 
 std::string report_csv_heading() {
     std::string row;
-#define ADD(field, off, len) row += row.empty() ? #field : "," #field;
-    STA_REPORT_FIELDS(ADD)
+#define ADD(type, field, off) row += row.empty() ? #field : "," #field;
+    STATION_REPORT_FIELDS(ADD)
 #undef ADD
     return row;
 }
 
-std::string report_csv(const sta_info_t &sta) {
+std::string report_csv(const station_report &sta) {
     std::string row;
-#define ADD(field, off, len) row += (row.empty() ? "" : ",") + as_csv(sta.field);
-    STA_REPORT_FIELDS(ADD)
+#define ADD(type, field, off) row += (row.empty() ? "" : ",") + as_csv(sta.field);
+    STATION_REPORT_FIELDS(ADD)
 #undef ADD
     return row;
 }

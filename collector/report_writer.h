@@ -1,8 +1,8 @@
 // report_writer.h - decoded reports as text: a line for people, a JSON object, a row of comma-separated
-// values. Foreign text is shown escaped in all of them (platform/debug/escape.h): one report is one line.
+// values. Foreign text is shown escaped in all of them (protocol/escape.h): one report is one line.
 #pragma once
 
-#include "sta/sta_info.h"
+#include "protocol/station_report.h"
 
 #include <string>
 #include <string_view>
@@ -11,14 +11,14 @@
 std::string log_type_name(unsigned log_type);
 
 // 2026-03-01 14:05:09 online  02:00:00:00:00:01 ath0/0 "Lobby" -40 dBm ...
-std::string report_line(const sta_info_t &sta);
+std::string report_line(const station_report &sta);
 
 // Every field of the image under its name in the record, in the image's order. Clocks are seconds with a
 // fraction.
-std::string report_json(const sta_info_t &sta);
+std::string report_json(const station_report &sta);
 
 // The same fields, separated by commas; texts in quotation marks. The heading names them.
 std::string report_csv_heading();
-std::string report_csv(const sta_info_t &sta);
+std::string report_csv(const station_report &sta);
 
 std::string escaped(std::string_view text);

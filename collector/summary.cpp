@@ -1,7 +1,7 @@
 #include "collector/summary.h"
 
 #include "collector/report_writer.h"
-#include "driver/report_image.h"
+#include "protocol/station_report.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -15,12 +15,12 @@ void summary::history::end_session() {
     online = false;
 }
 
-void summary::add(const sta_info_t &sta) {
+void summary::add(const station_report &sta) {
     history &known = stations_[escaped(sta.mac)];
     ++known.reports;
-    if (sta.log_type == sta_log_roamed) ++known.roams;
+    if (sta.log_type == report_roamed) ++known.roams;
     // A log on with the known time is a station whose address has changed.
-    const bool again = known.online && sta.log_type == sta_log_online && sta.online_ts.sec != known.since;
+    const bool again = known.online && sta.log_type == report_online && sta.online_ts.sec != known.since;
     if (again) known.end_session();
     if (!known.online) { // or the collector was started later than the session
         ++known.sessions;
@@ -29,12 +29,12 @@ void summary::add(const sta_info_t &sta) {
     }
     // What has been counted so far; a later report of the session carries the larger figure.
     known.current_seconds =
-        sta.log_type == sta_log_offline && sta.offline_ts.sec > sta.online_ts.sec && sta.online_ts.sec > 0
+        sta.log_type == report_offline && sta.offline_ts.sec > sta.online_ts.sec && sta.online_ts.sec > 0
             ? sta.offline_ts.sec - sta.online_ts.sec
             : sta.oltime;
     known.current_up = sta.wifi_up;
     known.current_down = sta.wifi_down;
-    if (sta.log_type != sta_log_offline) return;
+    if (sta.log_type != report_offline) return;
     ++known.reasons[escaped(sta.reason)];
     known.end_session();
 }

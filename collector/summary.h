@@ -1,7 +1,7 @@
 // summary.h - what a run of reports says about each station.
 #pragma once
 
-#include "sta/sta_info.h"
+#include "protocol/station_report.h"
 
 #include <cstdint>
 #include <map>
@@ -10,7 +10,7 @@
 // A session goes from a log on to the log off, or to a log on with another time of association.
 class summary {
 public:
-    void add(const sta_info_t &sta);
+    void add(const station_report &sta);
     // One line per station, in order of their MACs, under a heading.
     std::string text() const;
 

@@ -1,7 +1,7 @@
 #include "bench_house.h"
 
-#include "driver/driver_request.h"
-#include "driver/report_image.h"
+#include "protocol/driver_request.h"
+#include "protocol/station_report.h"
 #include "sta/sta_members.h"
 #include "sta/sta_table.h"
 #include "support/places.h"
@@ -53,7 +53,7 @@ void start_collector() {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     for (;;) {
         const int report = accept(listener, nullptr, nullptr);
-        char bytes[sta_report_size];
+        char bytes[station_report_size];
         while (report >= 0 && read(report, bytes, sizeof(bytes)) > 0) {
         }
         close(report);
@@ -149,7 +149,7 @@ void send_ready_report(const std::uint8_t *image) {
     unlink(client.sun_path);
     if (bind(report, reinterpret_cast<const sockaddr *>(&client), sizeof(client)) != 0 ||
         connect(report, reinterpret_cast<const sockaddr *>(&server), sizeof(server)) != 0 ||
-        write(report, image, sta_report_size) != sta_report_size)
+        write(report, image, station_report_size) != station_report_size)
         give_up("report");
     close(report);
 }

@@ -3,8 +3,8 @@
 
 #include "bench_house.h"
 
-#include "driver/report_image.h"
 #include "driver/sta_logup.h"
+#include "protocol/station_report.h"
 #include "sta/sta_cycle.h"
 #include "sta/sta_table.h"
 #include "tools/sta_debug.h"
@@ -52,7 +52,7 @@ void log_up(benchmark::State &state) {
 
 void log_up_floor(benchmark::State &state) {
     populate(stations(state));
-    const std::uint8_t image[sta_report_size] = {};
+    const std::uint8_t image[station_report_size] = {};
     for (auto _ : state)
         for (int i = 0; i < stations(state); ++i) send_ready_report(image);
     report_per_station(state);

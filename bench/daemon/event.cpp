@@ -2,10 +2,10 @@
 
 #include "bench_house.h"
 
-#include "driver/report_image.h"
 #include "kernel/sta_event.h"
 #include "kernel/sta_nl.h"
-#include "kernel/station_event.h"
+#include "protocol/station_event.h"
+#include "protocol/station_report.h"
 #include "sta/sta_table.h"
 
 #include <array>
@@ -83,7 +83,7 @@ void association_event(benchmark::State &state) {
 }
 
 void association_event_floor(benchmark::State &state) {
-    const std::uint8_t image[sta_report_size] = {};
+    const std::uint8_t image[station_report_size] = {};
     for (auto _ : state) {
         state.PauseTiming();
         send_event(0);

@@ -5,7 +5,7 @@
 
 #include "bench_house.h"
 
-#include "tools/base_ubus.h"
+#include "base/cxx/ubus.h"
 #include "ubus/sta_ubus.h"
 
 #include <benchmark/benchmark.h>

@@ -4,7 +4,7 @@
 // the daemon's host is this one.
 #pragma once
 
-#include "kernel/station_event.h"
+#include "protocol/station_event.h"
 
 #include <cstdint>
 #include <span>

@@ -1,11 +1,11 @@
-// request_server.h - the driver's end of our libwas' socket, laid out as platform/was/was_wire.h says. One request and
+// request_server.h - the driver's end of our libwas' socket, laid out as protocol/was_wire.h says. One request and
 // its answer per connection; nobody is ever waited for.
 //
 // Requests are answered in the order in which they are whole. A peer that asks for more than any request may be is
 // hung up on.
 #pragma once
 
-#include "was/was_wire.h"
+#include "protocol/was_wire.h"
 
 #include <cstddef>
 #include <cstdint>

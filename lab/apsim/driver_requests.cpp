@@ -1,7 +1,7 @@
 #include "apsim/driver_requests.h"
 
 #include "apsim/simulator.h"
-#include "debug/escape.h"
+#include "protocol/escape.h"
 
 #include <algorithm>
 #include <cerrno>

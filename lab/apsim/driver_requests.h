@@ -1,7 +1,7 @@
 // driver_requests.h - the driver's private requests: counts, station tables and roam removals, answered from
 // the simulator's own list, or wrongly when a test wants it so.
 //
-// Request and answer travel as platform/was/was_wire.h says, contents as src/driver/driver_request.h says.
+// Request and answer travel as protocol/was_wire.h says, contents as protocol/driver_request.h says.
 #pragma once
 
 #include "channel/request_server.h"

@@ -5,7 +5,7 @@
 #include "apsim/simulator.h"
 #include "channel/messages.h"
 #include "common/stream_server.h"
-#include "was/was_wire.h"
+#include "protocol/was_wire.h"
 
 #include <cstdio>
 #include <getopt.h>

@@ -1,6 +1,6 @@
 #include "apsim/station.h"
 
-#include "debug/escape.h"
+#include "protocol/escape.h"
 
 #include <algorithm>
 #include <ctime>

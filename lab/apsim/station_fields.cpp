@@ -1,6 +1,6 @@
 #include "apsim/station_fields.h"
 
-#include "debug/escape.h"
+#include "protocol/escape.h"
 
 #include <charconv>
 #include <limits>

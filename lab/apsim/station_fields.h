@@ -2,8 +2,8 @@
 // layouts that the daemon reads, so a field that is added there can be set and seen here at once.
 #pragma once
 
-#include "driver/driver_request.h"
-#include "kernel/station_event.h"
+#include "protocol/driver_request.h"
+#include "protocol/station_event.h"
 
 #include <cstdint>
 #include <json-c/json.h>

@@ -2,7 +2,7 @@
 // destroyed. uloop_init() comes first. An object may be destroyed inside its own callback.
 #pragma once
 
-#include "tools/base.h"
+#include "base/cxx/ubox.h"
 
 #include <functional>
 #include <utility>

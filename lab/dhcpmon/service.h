@@ -12,9 +12,9 @@
 // The connection is made again when the broker was restarted.
 #pragma once
 
+#include "base/cxx/ubus.h"
 #include "common/loop.h"
 #include "dhcpmon/leases.h"
-#include "tools/base_ubus.h"
 
 #include <list>
 #include <string>

@@ -1,6 +1,6 @@
 #include "debug/dbg.h"
 #include "debug/dbg_modules.h"
-#include "debug/escape.h"
+#include "protocol/escape.h"
 
 #include <algorithm>
 #include <cerrno>

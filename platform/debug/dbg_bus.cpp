@@ -1,7 +1,7 @@
 // The log library's bus object: thresholds read and set at run time.
+#include "base/cxx/ubox.h"
 #include "debug/dbg.h"
 #include "debug/dbg_modules.h"
-#include "tools/base.h"
 
 extern "C" {
 #include <libubus.h>

@@ -2,7 +2,7 @@
 // again, a child process shares nothing, and an answer can never be taken for that of an earlier request. It
 // costs a connect.
 #include "was/was_request.h"
-#include "was/was_wire.h"
+#include "protocol/was_wire.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,7 +1,7 @@
 // What reaches a daemon on the bus: its handlers are wrapped when it hands them to the bus library.
+#include "base/cxx/ubus.h"
 #include "record/recorder.h"
 #include "record/watched_files.h"
-#include "tools/base_ubus.h"
 
 #include <algorithm>
 #include <dlfcn.h>

@@ -5,7 +5,7 @@
 // read. docs/formats.md has it for people.
 #pragma once
 
-#include "tools/wire.h"
+#include "protocol/wire.h"
 
 #include <cstdint>
 

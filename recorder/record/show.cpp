@@ -1,8 +1,8 @@
 #include "record/show.h"
 
-#include "debug/escape.h"
-#include "driver/driver_request.h"
-#include "kernel/station_event.h"
+#include "protocol/driver_request.h"
+#include "protocol/escape.h"
+#include "protocol/station_event.h"
 
 #include <algorithm>
 #include <array>

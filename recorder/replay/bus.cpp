@@ -1,7 +1,7 @@
 #include "replay/bus.h"
 
+#include "base/cxx/ubus.h"
 #include "common/loop.h"
-#include "tools/base_ubus.h"
 
 #include <cstring>
 #include <list>

@@ -1,6 +1,6 @@
 #include "replay/families.h"
 
-#include "kernel/station_event.h"
+#include "protocol/station_event.h"
 
 #include <cstring>
 #include <linux/genetlink.h>

@@ -1,9 +1,9 @@
 // wsm-replay - plays a recording of wsm-record to a daemon in the lab, in place of the driver and of all others that the
 // recorded daemon heard.
 #include "channel/messages.h"
+#include "protocol/was_wire.h"
 #include "record/show.h"
 #include "replay/player.h"
-#include "was/was_wire.h"
 
 #include <cstdio>
 #include <cstdlib>

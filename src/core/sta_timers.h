@@ -2,7 +2,7 @@
 // the work returned. A timer is started by calling its callback once: the first run happens at once.
 #pragma once
 
-#include "tools/base.h"
+#include "base/cxx/ubox.h"
 
 extern "C" {
 

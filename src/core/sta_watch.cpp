@@ -1,6 +1,6 @@
 #include "core/sta_watch.h"
 
-#include "tools/base.h"
+#include "base/cxx/ubox.h"
 #include "tools/sta_command.h"
 
 namespace {

@@ -1,7 +1,7 @@
 #include "driver/sta_ioctl.h"
 
-#include "driver/driver_request.h"
 #include "driver/sta_uci.h"
+#include "protocol/driver_request.h"
 #include "tools/sta_debug.h"
 #include "tools/sta_memory.h"
 #include "tools/sta_text.h"

@@ -1,10 +1,10 @@
 #include "driver/sta_logup.h"
 
-#include "driver/driver_request.h"
-#include "driver/report_image.h"
 #include "driver/sta_ioctl.h"
 #include "driver/sta_report.h"
 #include "driver/sta_uci.h"
+#include "protocol/driver_request.h"
+#include "protocol/station_report.h"
 #include "sta/sta_members.h"
 #include "sta/sta_table.h"
 #include "tools/sta_debug.h"
@@ -36,7 +36,7 @@ void sta_sta_log_byioctl_update() {
             sta_sta_del_usr(sta);
             continue;
         }
-        sta->log_type = sta_log_update;
+        sta->log_type = report_update;
         if (sta_domain_socket_send(sta) == -1) STA_LOG("sta_domain_socket_send error!!!\n");
         sta_ubus_log_info_notify(sta);
         // Only now, so that the report shows the previous address once.
@@ -53,7 +53,7 @@ void sta_sta_log_single_byioctl_update() {
         if (sta->single_log_up_cnt == single_pass) {
             tables.fetch_for(sta);
             if (sta_radio_tables::has_radio(sta)) tables.update(sta);
-            sta->log_type = sta_log_update;
+            sta->log_type = report_update;
             if (sta_domain_socket_send(sta) == -1) STA_LOG("sta_domain_socket_send error!!!\n");
         }
         ++sta->single_log_up_cnt;

@@ -1,7 +1,7 @@
 #include "driver/sta_report.h"
 
-#include "driver/driver_request.h"
 #include "driver/report_image.h"
+#include "protocol/driver_request.h"
 #include "sta/sta_table.h"
 #include "tools/sta_debug.h"
 #include "tools/sta_memory.h"
@@ -70,22 +70,22 @@ int sta_domain_socket_send(const sta_info_t *sta) {
         STA_LOG("domain connect error.\n");
         return -1;
     }
-    std::uint8_t image[sta_report_size];
-    sta_report_encode(sta, image);
+    std::uint8_t image[station_report_size];
+    station_report_encode(sta_report_of(*sta), image);
     (void)!write(report.get(), image, sizeof(image)); // the collector had its chance
     return 0;
 }
 
 void sta_sta_log_on(sta_info_t *sta) {
     STA_LOG("sta log on.\n");
-    if (sta) sta->log_type = sta_log_online;
+    if (sta) sta->log_type = report_online;
     if (sta_domain_socket_send(sta) == -1) STA_LOG("sta_domain_socket_send error!!!\n");
     sta_ubus_log_info_notify(sta);
 }
 
 void sta_sta_log_off(sta_info_t *sta) {
     STA_LOG("sta log off.\n");
-    if (sta) sta->log_type = sta_log_offline;
+    if (sta) sta->log_type = report_offline;
     if (sta_domain_socket_send(sta) == -1) STA_LOG("sta_domain_socket_send error!!!\n");
     sta_ubus_log_info_notify(sta);
 }
@@ -100,7 +100,7 @@ void sta_sta_roam_send_msg(const sta_info_t *sta) {
     STA_LOG("stamac = %s, sta_radio_id = %d, tempt_radio_id = %d\n", sta->mac, sta->radio_id,
             known->radio_id);
     if (known->radio_id == sta->radio_id) return;
-    known->log_type = sta_log_roamed;
+    known->log_type = report_roamed;
     sta_sta_delete_sta_by_roam(known);
     if (sta_domain_socket_send(known) == -1) STA_LOG("sta_domain_socket_send error!!!\n");
 }

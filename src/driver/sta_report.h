@@ -1,6 +1,6 @@
 // sta_report.h - telling the collector, and the driver, what became of a station.
 //
-// Format: driver/report_image.h, one connection of "/tmp/sta_client_domain" to "/tmp/sta_server_domain" per
+// Format: protocol/station_report.h, one connection of "/tmp/sta_client_domain" to "/tmp/sta_server_domain" per
 //         report.
 // Result: a report that could not be delivered is lost: no retry, no queue.
 // Blocks: until the collector accepts and has room for 696 bytes.   Logs: level 7.

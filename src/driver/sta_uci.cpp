@@ -1,6 +1,6 @@
 #include "driver/sta_uci.h"
 
-#include "tools/base_uci.h"
+#include "base/cxx/uci.h"
 #include "tools/sta_debug.h"
 #include "tools/sta_device.h"
 

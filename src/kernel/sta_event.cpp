@@ -4,7 +4,7 @@
 #include "driver/sta_uci.h"
 #include "kernel/sta_nl.h"
 #include "kernel/sta_reason.h"
-#include "kernel/station_event.h"
+#include "protocol/station_event.h"
 #include "sta/sta_members.h"
 #include "sta/sta_table.h"
 #include "tools/sta_debug.h"

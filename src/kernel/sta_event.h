@@ -6,7 +6,7 @@
 // Blocks: as reports and configuration look-ups do.
 #pragma once
 
-#include "tools/base.h"
+#include "base/cxx/ubox.h"
 
 #include <span>
 

@@ -2,7 +2,7 @@
 
 #include "kernel/sta_event.h"
 #include "kernel/sta_nl.h"
-#include "kernel/station_event.h"
+#include "protocol/station_event.h"
 #include "tools/sta_debug.h"
 #include "tools/sta_device.h"
 

@@ -1,7 +1,7 @@
 // sta_netlink.h - opening the driver's channel at start.
 #pragma once
 
-#include "tools/base.h"
+#include "base/cxx/ubox.h"
 
 extern "C" {
 

@@ -1,8 +1,8 @@
 #include "sta/sta_address.h"
 
-#include "driver/report_image.h"
 #include "driver/sta_report.h"
 #include "fw/sta_fw.h"
+#include "protocol/station_report.h"
 #include "sta/sta_backup.h"
 #include "sta/sta_table.h"
 #include "tools/sta_debug.h"
@@ -157,7 +157,7 @@ void sta_sta_update_ip_by_dhcp_update_event(const char *mac, const char *ip, con
             sta->name = name;
         }
         sta->dhcp_update_time = static_cast<std::uint32_t>(time_us);
-        sta->log_type = sta_log_online;
+        sta->log_type = report_online;
         STA_LOG("dhcp update: mac %s, ip %s, hostname %s, time_us %lld.\n ", sta->mac, sta->ip, hostName,
                 static_cast<long long>(time_us));
         if (sta_domain_socket_send(sta) == -1) STA_LOG("sta_domain_socket_send error!!!\n");

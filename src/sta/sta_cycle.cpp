@@ -1,9 +1,9 @@
 #include "sta/sta_cycle.h"
 
-#include "driver/driver_request.h"
 #include "driver/sta_ioctl.h"
 #include "driver/sta_logup.h"
 #include "driver/sta_uci.h"
+#include "protocol/driver_request.h"
 #include "sta/sta_backup.h"
 #include "sta/sta_table.h"
 #include "tools/sta_debug.h"

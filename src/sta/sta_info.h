@@ -4,11 +4,10 @@
 // Units:  clocks and *_ts seconds and nanoseconds, oltime seconds, maxRate Mbit/s, wifi_* and uplink_* bytes,
 //         rssi dBm; the other figures are the driver's own.
 // Texts:  always terminated. On 32-bit hosts with 8-byte alignment of 64-bit words the record lies in memory as
-//         the collector's image (driver/report_image.cpp proves it field by field); elsewhere the image is made by
-//         its encoder.
+//         the collector's image (driver/report_image.cpp proves it field by field).
 #pragma once
 
-#include "tools/base.h"
+#include "base/cxx/ubox.h"
 
 #include <cstdint>
 

@@ -4,7 +4,7 @@
 // It runs once, five minutes after the restore.   Logs: what reporting and deleting a station logs.
 #pragma once
 
-#include "tools/base.h"
+#include "base/cxx/ubox.h"
 
 extern "C" {
 

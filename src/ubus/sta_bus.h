@@ -5,7 +5,7 @@
 //         use, and nothing else may run between the reset and the sending.
 #pragma once
 
-#include "tools/base_ubus.h"
+#include "base/cxx/ubus.h"
 
 extern "C" {
 extern struct ubus_context *sta_ubus_ctx;

@@ -5,7 +5,7 @@
 // Blocks: connecting and registering, until the broker answers.   Logs: level 7 and 3.
 #pragma once
 
-#include "tools/base_ubus.h"
+#include "base/cxx/ubus.h"
 
 extern "C" {
 

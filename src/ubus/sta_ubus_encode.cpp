@@ -1,8 +1,8 @@
 #include "ubus/sta_ubus_encode.h"
 
-#include "driver/driver_request.h"
 #include "driver/sta_ioctl.h"
 #include "driver/sta_uci.h"
+#include "protocol/driver_request.h"
 #include "sta/sta_table.h"
 #include "tools/sta_debug.h"
 #include "tools/sta_text.h"

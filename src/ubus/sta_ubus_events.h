@@ -8,7 +8,7 @@
 //         3.
 #pragma once
 
-#include "tools/base_ubus.h"
+#include "base/cxx/ubus.h"
 
 extern "C" {
 

@@ -3,8 +3,8 @@
 // Format: docs/bus-api.md.   Blocks: up to 20 seconds, until "dhcpmon" answers.   Logs: level 7 and 3.
 #pragma once
 
+#include "base/cxx/ubus.h"
 #include "sta/sta_info.h"
-#include "tools/base_ubus.h"
 
 extern "C" {
 

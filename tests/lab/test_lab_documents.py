@@ -53,8 +53,8 @@ def test_the_manual_page_has_the_commands_of_the_driver_simulator_and_their_fiel
     assert [f"{command}{rest.replace(chr(92) + 'fR', '')}" for command, rest in described] == forms
 
     fields = re.findall(r"\w+", page[page.index(".SH FIELDS"):page.index(".SH EXIT STATUS")].split(".PP\n")[1])
-    headers = "".join((DOCS.parent / "src" / name).read_text(encoding="utf-8")
-                      for name in ("kernel/station_event.h", "driver/driver_request.h"))
+    headers = "".join((DOCS.parent / "protocol" / name).read_text(encoding="utf-8")
+                      for name in ("station_event.h", "driver_request.h"))
     names = set(re.findall(r"^ +(?:NUM\([\w:]+, |TEXT\()(\w+), \d+", headers, re.M))
     given_otherwise = {"assoc", "ssid", "ifname", "time_stamp", "radio_id"}
     assert sorted(fields) == sorted(names - given_otherwise)

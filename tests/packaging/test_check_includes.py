@@ -48,8 +48,20 @@ def test_of_the_bus_the_driver_may_include_the_notifications_only(findings):
 
 def test_the_base_libraries_know_nothing_of_the_project(findings):
     assert findings({
-        "base/libubox/blob.cpp": '#include "tools/wire.h"\n', "src/tools/wire.h": "",
-    }) == ["base/libubox/blob.cpp:1: base/ may not include src/tools/wire.h"]
+        "base/libubox/blob.cpp": '#include "protocol/wire.h"\n', "protocol/wire.h": "",
+    }) == ["base/libubox/blob.cpp:1: base/ may not include protocol/wire.h"]
+
+
+@pytest.mark.parametrize("folder", ["protocol/", "platform/", "drivers/", "collector/", "recorder/", "lab/"])
+def test_only_the_daemon_includes_the_daemon(findings, folder):
+    assert findings({f"{folder}a.cpp": '#include "tools/text.h"\n', "src/tools/text.h": ""}) == [
+        f"{folder}a.cpp:1: {folder} may not include src/tools/text.h"]
+
+
+def test_a_shared_layout_includes_other_layouts_only(findings):
+    assert findings({
+        "protocol/a.h": '#include "protocol/b.h"\n#include "base/cxx/ubox.h"\n', "protocol/b.h": "", "base/cxx/ubox.h": "",
+    }) == ["protocol/a.h:2: protocol/ may not include base/cxx/ubox.h"]
 
 
 def test_a_header_of_the_daemon_includes_the_record_and_helpers_only(findings):
@@ -90,7 +102,7 @@ def floors(tree):
             assert room not in found, room
             found[room] = int(floor)
         if others := re.search(r"`tools/` ([\w, ]+)", rooms):
-            found |= {f"tools/{'' if re.match('wire|base', name) else 'sta_'}{name}": int(floor)
+            found |= {f"tools/sta_{name}": int(floor)
                       for name in re.split(r", ", others[1])}
     return found
 

@@ -2,8 +2,8 @@
 // Registers the modules "main" and "quiet". Without a bus it writes one message per level and module and
 // ends. With one it publishes the log's object and then, every few milliseconds, writes a round: a line
 // whatever the thresholds, and a message of level 5 from each module.
+#include "base/cxx/ubox.h"
 #include "debug/dbg.h"
-#include "tools/base.h"
 
 extern "C" {
 #include <libubus.h>

@@ -4,7 +4,7 @@
 #include "ubus/sta_ubus.h"
 #include "ubus/sta_ubus_notify.h"
 
-#include "tools/base.h"
+#include "base/cxx/ubox.h"
 
 namespace {
 

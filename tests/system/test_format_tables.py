@@ -12,9 +12,9 @@ PAGE = (ROOT / "docs/formats.md").read_text(encoding="utf-8")
 SIGNS = {"std::uint": "u", "std::int": "i"}
 # list: the header that has it, name and offset of the MAC that is no row of it, the table's place in the document
 LISTS = {
-    "STATION_EVENT_FIELDS": ("src/kernel/station_event.h", "station_event_mac_offset", "Station event"),
-    "DRIVER_BASIC_FIELDS": ("src/driver/driver_request.h", "basic_mac_offset", "Basic entry"),
-    "DRIVER_EXTENDED_FIELDS": ("src/driver/driver_request.h", None, "Extended entry"),
+    "STATION_EVENT_FIELDS": ("protocol/station_event.h", "station_event_mac_offset", "Station event"),
+    "DRIVER_BASIC_FIELDS": ("protocol/driver_request.h", "basic_mac_offset", "Basic entry"),
+    "DRIVER_EXTENDED_FIELDS": ("protocol/driver_request.h", None, "Extended entry"),
 }
 SIZES = {"STATION_EVENT_FIELDS": "station_event_size", "DRIVER_BASIC_FIELDS": "table_basic_size",
          "DRIVER_EXTENDED_FIELDS": "table_extended_size"}

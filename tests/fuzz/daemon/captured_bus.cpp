@@ -1,7 +1,7 @@
 // The bus library as far as the daemon's callbacks call it: what is sent is looked at and dropped, what is asked for is
 // there. Defined in the program, these are found before the library's own.
+#include "base/cxx/ubus.h"
 #include "support/members.h"
-#include "tools/base_ubus.h"
 
 namespace {
 

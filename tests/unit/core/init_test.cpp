@@ -1,13 +1,13 @@
 // The daemon's start and stop, each in a process of its own: both end it.
 #include "support/house.h"
 
+#include "base/cxx/ubus.h"
 #include "core/sta_init.h"
 #include "core/sta_timers.h"
 #include "kernel/sta_netlink.h"
 #include "kernel/sta_nl.h"
 #include "sta/sta_address.h"
 #include "sta/sta_table.h"
-#include "tools/base_ubus.h"
 #include "tools/sta_debug.h"
 #include "tools/sta_device.h"
 #include "ubus/sta_bus.h"

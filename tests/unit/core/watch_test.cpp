@@ -1,8 +1,8 @@
 // Calling the start operation again polls at once, as the watcher's timer does.
 #include "support/house.h"
 
+#include "base/cxx/ubox.h"
 #include "core/sta_watch.h"
-#include "tools/base.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 #include "support/bus.h"
 
-#include "tools/base_ubus.h"
+#include "base/cxx/ubus.h"
 
 #include <chrono>
 #include <stdexcept>

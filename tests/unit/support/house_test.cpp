@@ -1,10 +1,10 @@
 // The support's own promises, so that a test that fails points at the daemon.
 #include "support/house.h"
 
+#include "base/cxx/ubus.h"
 #include "sta/sta_dhcpmon.h"
 #include "sta/sta_table.h"
 #include "support/places.h"
-#include "tools/base_ubus.h"
 #include "tools/sta_debug.h"
 #include "tools/sta_memory.h"
 #include "was/was.h"

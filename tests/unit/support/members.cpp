@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/base.h"
+#include "base/cxx/ubox.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/base_ubus.h"
+#include "base/cxx/ubus.h"
 
 struct bus_call {
     int status = 0; // as the caller gets it; UBUS_STATUS_TIMEOUT when nobody answers in time

@@ -1,7 +1,7 @@
-// base_uci.h - the configuration library's header, usable from C++ (see tools/base.h).
+// uci.h - the configuration library from C++ (see base/cxx/ubox.h).
 #pragma once
 
-#include "tools/base.h"
+#include "base/cxx/ubox.h"
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wconversion"

@@ -4,7 +4,7 @@
 // Source: the driver's private request interface. Bytes that no row names belong to the driver.
 #pragma once
 
-#include "tools/wire.h"
+#include "protocol/wire.h"
 
 #include <cstdint>
 

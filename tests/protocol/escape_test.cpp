@@ -1,4 +1,4 @@
-#include "debug/escape.h"
+#include "protocol/escape.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,6 +1,5 @@
-// base.h - the base libraries' headers, usable from C++. The platform's own have no guards for C++: standard
-// headers come first, outside the linkage block, and the daemon includes the libraries only through this
-// file.
+// ubox.h - the base library from C++. The headers that a system brings have no guards for C++: standard headers come
+// first, outside the linkage block, and what is written in C++ includes the libraries only through this folder.
 #pragma once
 
 #include <cerrno>

@@ -4,7 +4,7 @@
 // Source: the driver's event structure. Bytes that no row names belong to the driver and are not read.
 #pragma once
 
-#include "tools/wire.h"
+#include "protocol/wire.h"
 
 #include <cstdint>
 #include <span>

@@ -5,7 +5,7 @@
 // than were sent. Little-endian. Shared by libwas, which asks, and by the driver simulator, which answers.
 #pragma once
 
-#include "tools/wire.h"
+#include "protocol/wire.h"
 
 #include <cstdint>
 
