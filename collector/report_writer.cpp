@@ -1,7 +1,6 @@
 #include "collector/report_writer.h"
 
 #include "protocol/escape.h"
-#include "protocol/station_report.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -10,7 +9,9 @@
 
 namespace {
 
-std::string local_time(std::time_t seconds) {
+std::string local_time(moment at) {
+    if (at == 0) return "time of receipt ?  ";
+    const std::time_t seconds = at / second;
     struct tm parts {};
     localtime_r(&seconds, &parts);
     char text[32];
@@ -18,6 +19,12 @@ std::string local_time(std::time_t seconds) {
 }
 
 double seconds_of(const report_clock &clock) { return clock.sec + clock.nsec / 1e9; }
+
+std::string text_of(moment at) {
+    char text[32];
+    const int length = std::snprintf(text, sizeof(text), "%" PRId64 ".%06" PRId64, at / second, at % second);
+    return {text, static_cast<std::size_t>(length)};
+}
 
 template <std::size_t N> json_object *as_json(const char (&text)[N]) {
     return json_object_new_string(escaped({text, strnlen(text, N)}).c_str());
@@ -63,9 +70,9 @@ std::string log_type_name(unsigned log_type) {
     }
 }
 
-std::string report_line(const station_report &sta) {
+std::string report_line(const station_report &sta, moment at) {
     const bool leaves = sta.log_type == report_offline;
-    std::string line = local_time(std::time(nullptr));
+    std::string line = local_time(at);
     char text[160];
     const auto add = [&line, &text](int length) { line.append(text, static_cast<std::size_t>(length)); };
     add(std::snprintf(text, sizeof(text), "  %-8s", log_type_name(sta.log_type).c_str()));
@@ -78,11 +85,14 @@ std::string report_line(const station_report &sta) {
     return line;
 }
 
-std::string report_json(const station_report &sta) {
+std::string report_json(const station_report &sta, moment at) {
     json_object *object = json_object_new_object();
 #define ADD(type, field, off) json_object_object_add(object, #field, as_json(sta.field));
     STATION_REPORT_FIELDS(ADD)
 #undef ADD
+    json_object_object_add(
+        object, "received",
+        at == 0 ? nullptr : json_object_new_double_s(static_cast<double>(at) / 1e6, text_of(at).c_str()));
     std::string text =
         json_object_to_json_string_ext(object, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
     json_object_put(object);
@@ -94,13 +104,13 @@ std::string report_csv_heading() {
 #define ADD(type, field, off) row += row.empty() ? #field : "," #field;
     STATION_REPORT_FIELDS(ADD)
 #undef ADD
-    return row;
+    return row + ",received";
 }
 
-std::string report_csv(const station_report &sta) {
+std::string report_csv(const station_report &sta, moment at) {
     std::string row;
 #define ADD(type, field, off) row += (row.empty() ? "" : ",") + as_csv(sta.field);
     STATION_REPORT_FIELDS(ADD)
 #undef ADD
-    return row;
+    return row + "," + (at == 0 ? std::string() : text_of(at));
 }

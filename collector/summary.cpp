@@ -1,7 +1,6 @@
 #include "collector/summary.h"
 
 #include "collector/report_writer.h"
-#include "protocol/station_report.h"
 
 #include <cinttypes>
 #include <cstdio>

@@ -28,7 +28,7 @@ MAY_INCLUDE = {
     "platform/": ["protocol/", *BASE],
     "drivers/": ["protocol/", *BASE],
     "recorder/": ["protocol/", "drivers/channel/", "lab/common/", *BASE],
-    "collector/": ["protocol/", "lab/common/", *BASE],
+    "collector/": ["protocol/"],
     "lab/": ["protocol/", "drivers/channel/", *BASE],
 }
 # A header of the daemon includes no more of the project than these: the record, and what only helps.

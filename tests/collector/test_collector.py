@@ -3,11 +3,13 @@
 import csv
 import io
 import json
+import os
 import pathlib
 import re
 import signal
 import struct
 import subprocess
+import time
 
 import formats
 import pytest
@@ -56,6 +58,13 @@ FULL = dict(TEXTS, **NUMBERS, **{name: value for name, (_, _, value) in REST.ite
             online_clock=11.5, online_ts=1700000000.0, offline_ts=1700000060.000000001)
 
 
+def report(line):
+    """A JSON line without the time of the receipt."""
+    fields = json.loads(line)
+    assert abs(fields.pop("received") - time.time()) < 60
+    return fields
+
+
 class Collector:
     def __init__(self, start, build_dir, folder, options):
         self.path = folder / "collector.sock"
@@ -85,13 +94,14 @@ def run(build_dir, *arguments, **options):
 def test_json_has_every_field_of_the_report(collector):
     one = collector("--json")
     one.send(full_image())
-    assert json.loads(one.wait_for_lines(1)[0]) == FULL
+    assert report(one.wait_for_lines(1)[0]) == FULL
 
 
 def test_csv_has_every_field_of_the_report_under_its_name(collector):
     one = collector("--csv")
     one.send(full_image(), image(ssid='a "b",\n'))
     rows = list(csv.DictReader(io.StringIO("\n".join(one.wait_for_lines(3)))))
+    assert [*rows[0]][-1] == "received" and abs(float(rows[0].pop("received")) - time.time()) < 60
     assert rows[0].keys() == FULL.keys()
     assert {name: type(FULL[name])(value) for name, value in rows[0].items()} == FULL
     assert rows[1]["ssid"] == 'a "b",\\n'
@@ -134,7 +144,7 @@ def test_a_text_that_fills_its_field_ends_with_the_field(collector):
         ("s" * 127, "m" * 19, "a" * 22, "k" * 31, "i" * 16)
 
 
-@pytest.mark.parametrize("size", [0, 1, 695, 697, 1392, 500000])
+@pytest.mark.parametrize("size", [1, 695, 697, 1392, 500000])
 def test_a_message_of_another_size_is_an_error_and_changes_the_status(collector, size):
     one = collector("--json")
     try:
@@ -142,9 +152,10 @@ def test_a_message_of_another_size_is_an_error_and_changes_the_status(collector,
     except (BrokenPipeError, ConnectionResetError):
         assert size == 500000, "it need not listen to all of that"
     one.send(full_image())
-    error, report = map(json.loads, one.wait_for_lines(2))
+    error, sound = one.wait_for_lines(2)
+    error = json.loads(error)
     assert error["error"] == "size" and (error["bytes"] == size or 696 < error["bytes"] <= size)
-    assert report == FULL
+    assert report(sound) == FULL
     assert one.program.stop() == 3
     assert one.program.err.read_text() == "wsm-collector: 1 messages were no reports\n"
 
@@ -169,7 +180,7 @@ def test_a_sender_that_dawdles_makes_nobody_wait(collector):
     with connect(one.path) as slow:
         slow.sendall(bytes(100))
         one.send(*[full_image()] * 20)
-        assert all(json.loads(line) == FULL for line in one.wait_for_lines(20))
+        assert all(report(line) == FULL for line in one.wait_for_lines(20))
         slow.sendall(image(oltime=7)[100:])
     assert json.loads(one.wait_for_lines(21)[20])["oltime"] == 7
 
@@ -179,7 +190,41 @@ def test_a_report_in_many_pieces_is_put_together(collector):
     with connect(one.path) as peer:
         for byte in full_image():
             peer.sendall(bytes([byte]))
-    assert json.loads(one.wait_for_lines(1)[0]) == FULL
+    assert report(one.wait_for_lines(1)[0]) == FULL
+
+
+def test_a_visitor_that_says_nothing_is_no_wrong_report(collector):
+    one = collector("--json")
+    one.send(b"", full_image(), b"")
+    one.wait_for_lines(1)
+    assert one.program.stop() == 0
+    assert len(one.lines()) == 1 and one.program.err.read_text() == ""
+
+
+def test_of_an_image_in_a_file_nobody_knows_when_it_came(build_dir, tmp_path):
+    (tmp_path / "image").write_bytes(full_image())
+    done = run(build_dir, "--json", tmp_path / "image")
+    assert json.loads(done.stdout) == dict(FULL, received=None)
+    assert run(build_dir, "--csv", tmp_path / "image").stdout.splitlines()[1].endswith(b",")
+    assert run(build_dir, tmp_path / "image").stdout.startswith(b"time of receipt ?    offline ")
+
+
+def test_a_reader_that_does_not_read_keeps_no_sender_waiting_and_loses_the_oldest(start, build_dir, tmp_path):
+    os.mkfifo(tmp_path / "wsm-collector.out")
+    reader = os.open(tmp_path / "wsm-collector.out", os.O_RDONLY | os.O_NONBLOCK)
+    program = start([build_dir / "bin/wsm-collector", "--json", "--queue", "50", "--socket", tmp_path / "socket"])
+    program.wait_for_socket(tmp_path / "socket")
+    for number in range(3000):  # far more than the pipe and the queue hold
+        with connect(tmp_path / "socket") as peer:
+            peer.sendall(image(oltime=number))
+    program.process.send_signal(signal.SIGTERM)
+    os.set_blocking(reader, True)
+    with open(reader, "rb") as output:
+        numbers = [json.loads(line)["oltime"] for line in output]
+    assert program.wait_for_end() == 0
+    dropped = re.fullmatch(r"wsm-collector: print: (\d+) messages dropped\n", program.err.read_text())
+    assert int(dropped[1]) + len(numbers) == 3000
+    assert numbers == sorted(numbers) and numbers[-1] == 2999
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
@@ -201,7 +246,7 @@ def test_it_ends_after_the_number_of_reports_it_was_given(collector):
 def test_the_summary_tells_each_stations_sessions_time_bytes_and_departures(collector):
     one = collector("--summary", "--count", "9")
 
-    def report(mac, log_type, since, **fields):
+    def told(mac, log_type, since, **fields):
         data = bytearray(image(mac=mac, log_type=log_type, **fields))
         struct.pack_into("<i", data, 220, since)
         struct.pack_into("<i", data, 228, since + 100 if log_type == 2 else 0)
@@ -209,11 +254,11 @@ def test_the_summary_tells_each_stations_sessions_time_bytes_and_departures(coll
 
     anna, ben = "02:00:00:00:00:01", "02:00:00:00:00:02"
     one.send(
-        report(anna, 1, 1000), report(anna, 3, 1000, oltime=60, wifi_up=10, wifi_down=100),
-        report(anna, 2, 1000, oltime=60, wifi_up=20, wifi_down=200, reason="OW_STA_TIMEOUT"),
-        report(anna, 1, 2000), report(anna, 2, 2000, wifi_up=1, wifi_down=2, reason="OW_STA_TIMEOUT"),
-        report(ben, 3, 500, oltime=7, wifi_up=5),  # came before the collector did
-        report(ben, 4, 500, oltime=8, wifi_up=6), report(ben, 1, 600), report(ben, 1, 600, oltime=3, wifi_up=1))
+        told(anna, 1, 1000), told(anna, 3, 1000, oltime=60, wifi_up=10, wifi_down=100),
+        told(anna, 2, 1000, oltime=60, wifi_up=20, wifi_down=200, reason="OW_STA_TIMEOUT"),
+        told(anna, 1, 2000), told(anna, 2, 2000, wifi_up=1, wifi_down=2, reason="OW_STA_TIMEOUT"),
+        told(ben, 3, 500, oltime=7, wifi_up=5),  # came before the collector did
+        told(ben, 4, 500, oltime=8, wifi_up=6), told(ben, 1, 600), told(ben, 1, 600, oltime=3, wifi_up=1))
     assert one.program.wait_for_end() == 0
     heading, first, second = one.lines()[9:]
     assert heading.split() == ["station", "reports", "sessions", "roams", "seconds", "up", "bytes", "down", "bytes",
@@ -255,7 +300,8 @@ def test_a_socket_that_somebody_serves_is_not_taken_away(collector, build_dir):
 
 @pytest.mark.parametrize("arguments", [
     ["--bogus"], ["--count", "0"], ["--count", "x"], ["--count"], ["--json", "--csv"], ["--raw", "--json"],
-    ["--follow"]])
+    ["--follow"],
+    ["--quiet", "--json"], ["--grace", "-1"], ["--silence", "0"], ["--queue", "0"], ["-x"], ["--summary=1"]])
 def test_wrong_usage_is_status_2(build_dir, arguments):
     done = run(build_dir, *arguments)
     assert done.returncode == 2 and b"usage: wsm-collector" in done.stderr

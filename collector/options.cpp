@@ -1,0 +1,188 @@
+#include "collector/options.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string_view>
+
+namespace {
+
+using verdict = std::string; // empty: fine
+constexpr long most_seconds = 10 * 366 * 86400L;
+
+template <class Int> bool number(const std::string &text, Int least, Int most, Int &out) {
+    Int value{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value < least || value > most)
+        return false;
+    out = value;
+    return true;
+}
+
+verdict set_seconds(const std::string &text, long least, moment &out) {
+    long seconds = 0;
+    if (!number(text, least, most_seconds, seconds)) return "whole seconds from " + std::to_string(least);
+    out = seconds * second;
+    return {};
+}
+
+verdict set_form(options &chosen, form wanted, const std::string &value) {
+    if (value == "no") return {};
+    if (chosen.shaped && chosen.shape != wanted) return "one of --json, --csv, --raw, --quiet";
+    chosen.shaped = true;
+    chosen.shape = wanted;
+    return {};
+}
+
+struct setting {
+    const char *name;
+    const char *argument; // null: a flag
+    const char *help;
+    verdict (*apply)(options &, const std::string &);
+};
+
+constexpr setting settings[] = {
+    {"json", nullptr, "one JSON object per line, with every field",
+     [](options &o, const std::string &v) { return set_form(o, form::json, v); }},
+    {"csv", nullptr, "comma-separated values, with every field, under a heading",
+     [](options &o, const std::string &v) { return set_form(o, form::csv, v); }},
+    {"raw", nullptr, "the images as they came, for a file to decode later",
+     [](options &o, const std::string &v) { return set_form(o, form::raw, v); }},
+    {"quiet", nullptr, "print no reports",
+     [](options &o, const std::string &v) { return set_form(o, form::none, v); }},
+    {"follow", nullptr, "keep reading the last file as it grows",
+     [](options &o, const std::string &v) { return o.follow = v != "no", verdict(); }},
+    {"summary", nullptr, "at the end, what the reports say about each station",
+     [](options &o, const std::string &v) { return o.summarise = v != "no", verdict(); }},
+    {"count", "N", "end after N reports",
+     [](options &o, const std::string &v) -> verdict {
+         return number(v, 1ULL, ~0ULL, o.count) ? "" : "a whole number above 0";
+     }},
+    {"socket", "PATH", "where to listen (/tmp/sta_server_domain)",
+     [](options &o, const std::string &v) { return o.socket = v, verdict(); }},
+    {"queue", "N", "messages that wait for each output before the oldest is dropped (10000)",
+     [](options &o, const std::string &v) -> verdict {
+         return number<std::size_t>(v, 1, 10'000'000, o.queue) ? "" : "a whole number above 0";
+     }},
+    {"grace", "SECONDS", "who comes back within this time has not left (30)",
+     [](options &o, const std::string &v) { return set_seconds(v, 0, o.rules.grace); }},
+    {"silence", "SECONDS", "who is not reported for this time has left (900)",
+     [](options &o, const std::string &v) { return set_seconds(v, 1, o.rules.silence); }},
+    {"config", "FILE", "read settings from a file, one `name = value` per line",
+     [](options &o, const std::string &v) { return o.config = v, verdict(); }},
+};
+
+const setting *find(std::string_view name) {
+    const auto *at = std::find_if(std::begin(settings), std::end(settings),
+                                  [name](const setting &one) { return name == one.name; });
+    return at == std::end(settings) ? nullptr : at;
+}
+
+std::string_view trimmed(std::string_view text) {
+    constexpr std::string_view blank = " \t\r";
+    const auto first = text.find_first_not_of(blank);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(blank) - first + 1);
+}
+
+[[noreturn]] void wrong_usage(const std::string &what) {
+    std::fprintf(stderr, "wsm-collector: %s\n%s", what.c_str(), usage().c_str());
+    std::exit(2);
+}
+
+} // namespace
+
+std::string usage() {
+    std::string text = "usage: wsm-collector [options]\n"
+                       "       wsm-collector [options] FILE...\n"
+                       "Takes station reports and passes them on, until SIGINT or SIGTERM.\n"
+                       "With files: decodes images saved one behind the other, - for the standard input.\n\n";
+    for (const setting &one : settings) {
+        std::string left =
+            std::string("  --") + one.name + (one.argument ? std::string(" ") + one.argument : "");
+        left.resize(std::max<std::size_t>(left.size() + 1, 22), ' ');
+        text += left + one.help + "\n";
+    }
+    return text +
+           "  --help\n\n"
+           "Exit status: 0 all reports were sound, 1 it could not listen, read or write, 2 wrong usage,\n"
+           "3 a message of another size than a report came.\n";
+}
+
+std::string apply_setting(options &chosen, const std::string &name, const std::string &value) {
+    const setting *known = find(name);
+    if (!known) return "unknown setting";
+    if (!known->argument && value != "yes" && value != "no") return "yes or no";
+    return known->apply(chosen, value);
+}
+
+std::string apply_text(options &chosen, const std::string &text) {
+    std::istringstream lines(text);
+    std::string line;
+    for (int number = 1; std::getline(lines, line); ++number) {
+        const std::string_view whole = trimmed(line);
+        if (whole.empty() || whole.front() == '#') continue;
+        const auto equals = whole.find('=');
+        const std::string name(trimmed(whole.substr(0, equals)));
+        std::string value = "yes";
+        if (equals != std::string_view::npos) value = trimmed(whole.substr(equals + 1));
+        if (const std::string why = name == "config" ? "not in a file" : apply_setting(chosen, name, value);
+            !why.empty())
+            return "line " + std::to_string(number) + ": " + name + ": " + why;
+    }
+    return {};
+}
+
+options parse_options(int argc, char **argv) {
+    std::vector<std::pair<std::string, std::string>> given;
+    options chosen;
+    bool only_files = false;
+    for (int i = 1; i < argc; ++i) {
+        std::string_view word = argv[i];
+        if (only_files || !word.starts_with("--")) {
+            if (!only_files && word.size() > 1 && word[0] == '-')
+                wrong_usage("unknown option " + std::string(word));
+            chosen.files.emplace_back(word);
+            continue;
+        }
+        if (word == "--") {
+            only_files = true;
+            continue;
+        }
+        word.remove_prefix(2);
+        const auto equals = word.find('=');
+        const std::string name(word.substr(0, equals));
+        if (name == "help") {
+            std::fputs(usage().c_str(), stdout);
+            std::exit(0);
+        }
+        const setting *known = find(name);
+        if (!known) wrong_usage("unknown option --" + name);
+        std::string value = "yes";
+        if (equals != std::string_view::npos)
+            value = word.substr(equals + 1);
+        else if (known->argument && ++i < argc)
+            value = argv[i];
+        else if (known->argument)
+            wrong_usage("--" + name + ": " + known->argument + " is missing");
+        if (!known->argument && value != "yes") wrong_usage("--" + name + ": takes no value");
+        if (name == "config") chosen.config = value;
+        given.emplace_back(name, value);
+    }
+    if (!chosen.config.empty()) {
+        std::ifstream file(chosen.config);
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        if (!file) wrong_usage("cannot read " + chosen.config);
+        if (const std::string why = apply_text(chosen, text); !why.empty())
+            wrong_usage(chosen.config + ", " + why);
+    }
+    for (const auto &[name, value] : given)
+        if (const std::string why = find(name)->apply(chosen, value); !why.empty())
+            wrong_usage("--" + name + ": " + why);
+    if (chosen.follow && chosen.files.empty()) wrong_usage("--follow: which file?");
+    return chosen;
+}

@@ -1,0 +1,37 @@
+// options.h - what the collector is told to do, on its command line and in a configuration file.
+//
+// Format: a file has one setting per line, `name = value`, with the names of the long options; a flag stands alone or with
+//         "yes" or "no". "#" begins a comment, empty lines mean nothing. The command line wins.
+#pragma once
+
+#include "collector/printer.h"
+#include "collector/sessions.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+struct options {
+    form shape = form::line;
+    bool shaped = false; // the form was asked for
+    bool summarise = false;
+    bool follow = false;
+    unsigned long long count = 0; // 0: no end
+    std::string socket = "/tmp/sta_server_domain";
+    std::size_t queue = 10000; // messages in front of each output
+    session_rules rules;
+    std::string config;
+    std::vector<std::string> files;
+};
+
+// The help text.
+std::string usage();
+
+// Reads the command line, and the configuration file that it names. Ends the program on --help and on wrong usage.
+options parse_options(int argc, char **argv);
+
+// One setting. Empty, or what is wrong with it.
+std::string apply_setting(options &chosen, const std::string &name, const std::string &value);
+
+// All lines of a configuration file. Empty, or the first thing that is wrong, with the line's number.
+std::string apply_text(options &chosen, const std::string &text);

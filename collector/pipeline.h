@@ -1,0 +1,58 @@
+// pipeline.h - the road of a message: counted, into sessions, and to every output.
+//
+// Waits: take() never. feed() does while an output's queue is full: for files, which can be read later as well.
+// Thread: everything but counters() and figures() is for the thread that reads the input.
+#pragma once
+
+#include "collector/sessions.h"
+#include "collector/worker.h"
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct input_counters {
+    std::uint64_t reports = 0;
+    std::uint64_t wrong_size = 0;
+    std::uint64_t impossible = 0; // values that cannot be, or more stations than may be
+    std::uint64_t late = 0;       // overtaken by a later report
+    std::size_t stations = 0;
+};
+
+class pipeline {
+public:
+    pipeline(session_rules rules, std::int64_t next_stay) : sessions_(rules, next_stay) {}
+
+    void add(std::string name, std::unique_ptr<output> out, std::size_t most_waiting);
+    // A stay that went on when the store was last written.
+    void restore(stay known, moment when);
+
+    void take(received in);
+    void feed(received in);
+    // Ends stays whose time is over. Returns the milliseconds until the next one is due, -1 when none is.
+    int tick(moment when);
+
+    void set_rules(session_rules rules) { sessions_.set_rules(rules); }
+    std::int64_t next_stay() const { return sessions_.next_id(); }
+
+    // Ends all outputs, the last added first. `stuck`: the program must end by _Exit. `dropped` gets a line for each output
+    // that has lost messages.
+    worker::ending finish(std::chrono::milliseconds patience, std::vector<std::string> &dropped);
+
+    input_counters counters() const;
+    std::vector<output_figures> figures() const;
+
+private:
+    void pass(received in, bool wait);
+    void hand_on(message one, bool wait);
+
+    sessions sessions_;
+    std::vector<std::unique_ptr<worker>> workers_;
+    std::vector<change> changes_;
+    std::atomic<std::uint64_t> reports_{0}, wrong_size_{0}, impossible_{0}, late_{0};
+    std::atomic<std::size_t> stations_{0};
+    moment fed_ = 0; // clock of what comes from files
+};

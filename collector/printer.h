@@ -1,0 +1,20 @@
+// printer.h - the output on the standard streams: what came, in the form that was asked for, and a summary at the end.
+#pragma once
+
+#include "collector/output.h"
+#include "collector/summary.h"
+
+enum class form { line, json, csv, raw, none };
+
+class printer : public output {
+public:
+    printer(form shape, bool summarise);
+    void take(const message &one) override;
+    void settle() override;
+    bool finish() override;
+
+private:
+    form shape_;
+    bool summarise_;
+    summary summary_;
+};
