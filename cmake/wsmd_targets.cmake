@@ -11,11 +11,14 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 
-# wsmd_common: warnings as errors, sanitizers, the shared headers ("protocol/...", "base/cxx/..."). For everything.
+# wsmd_common: warnings, sanitizers, the shared headers ("protocol/...", "base/cxx/..."). For everything.
 add_library(wsmd_common INTERFACE)
 target_include_directories(wsmd_common INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(wsmd_common INTERFACE
-  -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef -Wimplicit-fallthrough -Werror)
+  -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef -Wimplicit-fallthrough)
+if(WSMD_WERROR)
+  target_compile_options(wsmd_common INTERFACE -Werror)
+endif()
 # Texts are bounded and cut on purpose; the compiler's guess whether that will happen depends on its optimisation.
 target_compile_options(wsmd_common INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-format-truncation>)
 target_compile_definitions(wsmd_common INTERFACE _GNU_SOURCE)

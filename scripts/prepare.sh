@@ -1,8 +1,8 @@
 # shellcheck shell=bash
-# Sourced by ./test and ./demo: what is missing is installed, and what has changed is built. Quiet unless it fails.
+# Sourced by ./test, ./demo and .ci/run: what is missing is installed, and what has changed is built.
 #
-#   prepare_packages [PROBE...]   the packages below, and those that the further probes name
-#   prepare_cross ARCHITECTURE    compiler, libraries and emulator for another architecture of Debian
+#   prepare_packages SET... [PROBE...]   the packages of the sets build, demo and tests, and those that further probes name
+#   prepare_cross ARCHITECTURE           compiler, libraries and emulator for another architecture of Debian
 #   prepare_build FOLDER [CMAKE-OPTION...]   everything, or TARGETS when that is set
 #
 # A probe is "kind:what:package": the package is installed when `what` is not there.
@@ -12,35 +12,42 @@ PYTHON=/usr/bin/python3                    # the system's, which has the package
 
 TARGETS=(all)
 
-PROBES=(
+BUILD_PROBES=(
     command:g++:g++
     command:cmake:cmake
     command:ninja:ninja-build
     command:pkg-config:pkg-config
     header:json-c/json.h:libjson-c-dev
-    header:gtest/gtest.h:libgtest-dev
-    header:gmock/gmock.h:libgmock-dev
+)
+DEMO_PROBES=(
+    "${BUILD_PROBES[@]}"
     command:unshare:util-linux
     command:ip:iproute2
     command:iptables:iptables
+    command:ps:procps
+    command:"$PYTHON":python3
+    python:urwid:python3-urwid
+)
+TESTS_PROBES=(
+    "${DEMO_PROBES[@]}"
+    header:gtest/gtest.h:libgtest-dev
+    header:gmock/gmock.h:libgmock-dev
     command:dnsmasq:dnsmasq-base
     command:udhcpc:udhcpc
-    command:ps:procps
     command:shellcheck:shellcheck
     command:groff:groff-base
     command:debootstrap:debootstrap
     command:dpkg-shlibdeps:dpkg-dev
-    command:"$PYTHON":python3
     python:pytest:python3-pytest
     python:xdist:python3-pytest-xdist
-    python:urwid:python3-urwid
     python:pyte:python3-pyte
+    python:jsonschema:python3-jsonschema
 )
 
 probe() { # kind what
     case $1 in
         command) command -v "$2" ;;
-        header) compgen -G "/usr/include/$2" || compgen -G "/usr/local/include/$2" ;;
+        header) compgen -G "/usr/include/$2" || compgen -G "/usr/include/*/$2" || compgen -G "/usr/local/include/$2" ;;
         python) "$PYTHON" -c "import $2" ;;
     esac >/dev/null 2>&1
 }
@@ -52,15 +59,26 @@ quietly() {
 }
 
 prepare_packages() {
-    local entry kind what package missing=()
-    for entry in "${PROBES[@]}" "$@"; do
+    local word entry kind what package probes=() missing=()
+    for word in "$@"; do
+        case $word in
+            build) probes+=("${BUILD_PROBES[@]}") ;;
+            demo) probes+=("${DEMO_PROBES[@]}") ;;
+            tests) probes+=("${TESTS_PROBES[@]}") ;;
+            *) probes+=("$word") ;;
+        esac
+    done
+    for entry in "${probes[@]}"; do
         IFS=: read -r kind what package <<<"$entry"
         probe "$kind" "$what" || missing+=("$package")
     done
     [ ${#missing[@]} -eq 0 ] && return
     if [ "$(id -u)" -ne 0 ]; then
-        echo "missing: ${missing[*]}" >&2
-        echo "install them as root: apt-get install ${missing[*]}" >&2
+        echo "missing packages; install them as root: apt-get install ${missing[*]}" >&2
+        return 1
+    fi
+    if ! command -v apt-get >/dev/null; then
+        echo "this is no Debian; install what these Debian packages have: ${missing[*]}" >&2
         return 1
     fi
     echo "installing ${missing[*]}"
@@ -83,9 +101,47 @@ prepare_cross() {
     prepare_packages "command:$triplet-g++:g++-$triplet" "command:qemu-$qemu:qemu-user" "${missing[@]}"
 }
 
+# Why a build folder cannot be used, in one sentence; nothing when it can.
+build_folder_trouble() { # folder
+    local home
+    if [ -e "$1" ] && ! { [ -w "$1" ] && { [ ! -e "$1/CMakeCache.txt" ] || [ -w "$1/CMakeCache.txt" ]; }; }; then
+        echo "$PWD/$1 belongs to another user ($(stat -c %U "$1")): remove it as that user, or build in a copy of the tree"
+        return
+    fi
+    [ -f "$1/CMakeCache.txt" ] || return 0
+    home=$(sed -n 's/^CMAKE_HOME_DIRECTORY:INTERNAL=//p' "$1/CMakeCache.txt")
+    [ "$(realpath -m "$home")" = "$(realpath .)" ] ||
+        echo "$PWD/$1 was built for $home, from where this tree has been moved or copied: remove $1"
+}
+
+# CMake's own words are shown only when it fails; the compiler's count stays on one line of a terminal, and is a line in
+# twenty seconds elsewhere.
 prepare_build() {
-    local folder=$1
+    local folder=$1 trouble
     shift
-    [ -f "$folder/build.ninja" ] || echo "building $folder (the first time takes minutes)"
-    quietly cmake -S . -B "$folder" -G Ninja "$@" && quietly cmake --build "$folder" --target "${TARGETS[@]}"
+    trouble=$(build_folder_trouble "$folder")
+    [ -z "$trouble" ] || { echo "$trouble" >&2; return 1; }
+    quietly cmake -S . -B "$folder" -G Ninja "$@" || return 1
+    if [ -t 1 ]; then
+        NINJA_STATUS='building %f of %t ' ninja -C "$folder" "${TARGETS[@]}"
+    else
+        ninja_lines "$folder"
+    fi
+}
+
+# The build where nobody watches a line change: a sentence when it takes time, all of the output when it fails.
+ninja_lines() { # folder
+    local log line last=-20 status=0
+    log=$(mktemp)
+    NINJA_STATUS='[%f/%t] ' ninja -C "$1" "${TARGETS[@]}" 2>&1 | while IFS= read -r line; do
+        printf '%s\n' "$line" >>"$log"
+        [[ $line =~ ^\[([0-9]+)/([0-9]+)\] ]] || continue
+        if [ $((SECONDS - last)) -ge 20 ]; then
+            echo "building $1: ${BASH_REMATCH[1]} of ${BASH_REMATCH[2]}"
+            last=$SECONDS
+        fi
+    done || status=1
+    [ $status -eq 0 ] || cat "$log" >&2
+    rm -f "$log"
+    return $status
 }
