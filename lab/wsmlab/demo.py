@@ -10,22 +10,62 @@ import signal
 import sys
 import time
 
-from . import Lab, LabError
-from .happenings import KINDS, Happenings
+from . import Lab, LabError, running
+from .happenings import KINDS, Happenings, ended_with
 
 PAUSE_S = 0.05
+MOST_STATIONS = 4096
+BROKEN_PIPE = 128 + signal.SIGPIPE
+
+
+def _seconds(word):
+    value = float(word)
+    if not (math.isfinite(value) and value > 0):
+        raise ValueError
+    return value
+
+
+def _stations(word):
+    value = int(word)
+    if not 0 <= value <= MOST_STATIONS:
+        raise ValueError
+    return value
 
 
 def arguments(words):
     parser = argparse.ArgumentParser(prog="./demo", description="Runs the daemon in the lab with simulated clients.")
-    parser.add_argument("--stations", type=int, default=12, metavar="N", help="clients that come and go (%(default)s)")
-    parser.add_argument("--seconds", type=float, metavar="S", help="end after so long; without it, on Ctrl-C")
+    _stations.__name__, _seconds.__name__ = f"number from 0 to {MOST_STATIONS}", "number of seconds above 0"
+    parser.add_argument("--version", action="version", version=f"wsmd demo {version()}")
+    parser.add_argument("--stations", type=_stations, default=12, metavar="N", help="clients that come and go (%(default)s)")
+    parser.add_argument("--seconds", type=_seconds, metavar="S", help="end after so long; without it, on Ctrl-C")
     parser.add_argument("--seed", type=int, default=1, metavar="K", help="of the clients' random numbers (%(default)s)")
-    parser.add_argument("--scenario", type=pathlib.Path, metavar="FILE", help="play this scenario instead")
-    parser.add_argument("--replay", type=pathlib.Path, metavar="FILE", help="play this recording of a daemon instead")
+    what = parser.add_mutually_exclusive_group()
+    what.add_argument("--scenario", type=pathlib.Path, metavar="FILE", help="play this scenario instead")
+    what.add_argument("--replay", type=pathlib.Path, metavar="FILE", help="play this recording of a daemon instead")
+    what.add_argument("--shell", action="store_true", help="a shell in the newest demo that runs")
+    what.add_argument("--exec", nargs=argparse.REMAINDER, metavar="COMMAND",
+                      help="run this command in the newest demo that runs, like: --exec ubus list")
     parser.add_argument("--plain", action="store_true", help="plain lines also on a terminal")
     parser.add_argument("--build-dir", default="build", help=argparse.SUPPRESS)
-    return parser.parse_args(words)
+    parser.add_argument("--check", action="store_true", help=argparse.SUPPRESS)  # only look at the options
+    options = parser.parse_args(words)
+    if options.exec == []:
+        parser.error("--exec: which command?")
+    return options
+
+
+def version():
+    """The project's, from its build file."""
+    text = (pathlib.Path(__file__).resolve().parents[2] / "CMakeLists.txt").read_text(encoding="utf-8")
+    return text.split("project(wsmd VERSION ")[1].split()[0]
+
+
+def check(options):
+    """Raises OSError for a file that cannot be played."""
+    for path in (options.scenario, options.replay):
+        if path:
+            with open(path, "rb"):
+                pass
 
 
 def run_plain(lab, begin, end, tell):
@@ -62,7 +102,7 @@ def show(options):
         if getattr(item, "source", None) == "report":
             counts[KINDS.get(item.values["log_type"], "other")] += 1
 
-    with Lab(options.build_dir) as lab:
+    with Lab(options.build_dir, room_for=options.stations) as lab, running.announced(lab):
         lab.start_all(dhcpmon=True)
         print(f"access point up, firewall {lab.firewall}, {options.stations} clients, seed {options.seed}", flush=True)
         end = time.monotonic() + options.seconds if options.seconds is not None else math.inf
@@ -75,8 +115,7 @@ def show(options):
         online = lab.bus("call", "sta", "get", question)["count"]
         status = lab.daemon.stop()
     shown = ", ".join(f"{counts[kind]} {kind}" for kind in KINDS.values())
-    print(f"{sum(counts.values())} reports ({shown}); {online} stations at the end; "
-          f"the daemon ended with status {status}")
+    print(f"{sum(counts.values())} reports ({shown}); {online} stations at the end; {ended_with(status)}")
 
 
 def show_scenario(options):
@@ -87,7 +126,8 @@ def show_scenario(options):
     from .watcher import Watcher
     scenario = Scenario.read(options.scenario)
     until = time.monotonic() + options.seconds if options.seconds is not None else None
-    with Lab(options.build_dir) as lab, Watcher(lab, follow=False) as watcher, Stage(scenario, lab, watcher) as stage:
+    with Lab(options.build_dir) as lab, running.announced(lab), Watcher(lab, follow=False) as watcher, \
+            Stage(scenario, lab, watcher) as stage:
         View(watcher, until).run()
     print(f"{scenario.title}\n{stage.outcome}")
     return 1 if stage.failed else 0
@@ -97,28 +137,43 @@ def interrupt(*_):
     raise KeyboardInterrupt
 
 
+def run(options):
+    """The exit status."""
+    check(options)
+    if options.check:
+        return 0
+    if options.shell or options.exec:
+        running.enter(options.exec)
+    end = time.monotonic() + options.seconds if options.seconds is not None else math.inf
+    if options.replay:
+        from .replay import play_recording
+        play_recording(options.replay, options.build_dir, end)
+    elif options.scenario and wants_view(options):
+        return show_scenario(options)
+    elif options.scenario:
+        from .scenario import play_file
+        return play_file(options.scenario, options.build_dir, end)
+    else:
+        show(options)
+    return 0
+
+
 def main(words):
     options = arguments(words)
     signal.signal(signal.SIGTERM, interrupt)
     try:
-        if options.replay:
-            from .replay import play_recording
-            play_recording(options.replay, options.build_dir,
-                           time.monotonic() + options.seconds if options.seconds is not None else math.inf)
-            return 0
-        if options.scenario and wants_view(options):
-            return show_scenario(options)
-        if options.scenario:
-            from .scenario import play_file
-            return play_file(options.scenario, options.build_dir,
-                             time.monotonic() + options.seconds if options.seconds is not None else math.inf)
-        show(options)
+        status = run(options)
+        sys.stdout.flush()
+        return status
+    except BrokenPipeError:
+        # Whoever read has seen enough. What is still unwritten must not be tried again at exit.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return BROKEN_PIPE
     except KeyboardInterrupt:
         return 130
     except (LabError, OSError) as error:
         print(f"./demo: {error}", file=sys.stderr)
         return 1
-    return 0
 
 
 if __name__ == "__main__":

@@ -79,3 +79,8 @@ def _notification(members):
 def _event(event):
     name, members = event
     return f"{name:<8} " + " ".join(f"{key}={value}" for key, value in members.items())
+
+
+def ended_with(status):
+    """What is said at the end about the daemon. 1 is its status after an ordinary stop."""
+    return "the daemon ended cleanly (status 1, as it should)" if status == 1 else f"the daemon FAILED with status {status}"

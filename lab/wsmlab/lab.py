@@ -40,11 +40,13 @@ class Lab:
     sys_mac     text of /proc/tk_sys/sys_mac; None leaves it out
     firewall    back end of iptables: nft, legacy, or auto; FirewallUnusable when it does not work here
     files       more files, path -> text
+    room_for    stations that the capability file must have room for; it is raised where its limits are lower
     patience    factor for every time limit
     """
 
     def __init__(self, build_dir, *, config=None, capability=(_ETC / "tk_device/tk_device.json").read_text(),
-                 sys_mac=AP_MAC + "\n", firewall="auto", files=None, user_namespace=None, patience=1.0):
+                 sys_mac=AP_MAC + "\n", firewall="auto", files=None, room_for=0, user_namespace=None,
+                 patience=1.0):
         self.build_dir = pathlib.Path(build_dir).resolve()
         if not self.build_dir.is_dir():
             raise LabError(f"{self.build_dir} is not there: build first")
@@ -55,6 +57,7 @@ class Lab:
         packages.update(config or {})
         self._layout = {f"/etc/config/{name}": text for name, text in packages.items() if text is not None}
         if capability is not None:
+            capability = _with_room(capability, room_for) if room_for else capability
             self._layout[_CAPABILITY] = capability
         if sys_mac is not None:
             self._layout["/proc/tk_sys/sys_mac"] = sys_mac
@@ -188,7 +191,11 @@ class Lab:
         # Where it lies need not be visible in the lab.
         process = self.start("wsm-replay", ["wsm-replay", "--files", "-"],
                              stdin=pathlib.Path(recording).read_bytes())
-        self._wait_for_socket("/var/run/was.sock", process)
+        try:
+            self._wait_for_socket("/var/run/was.sock", process)
+        except LabError as error:
+            said = process.text().removeprefix("wsm-replay: ").removeprefix("-: ").strip()
+            raise LabError(f"{recording}: {said}") from error
         return process
 
     def replay(self, recording):
@@ -374,6 +381,14 @@ class Lab:
         (folder / "sta.log").write_text("\n".join(self.log_lines()) + "\n")
         for number, finding in enumerate(self.sanitizer_findings()):
             (folder / f"sanitizer-{number}.log").write_text(finding)
+
+
+def _with_room(capability, stations):
+    """The capability file's text with limits that let so many stations in."""
+    file = json.loads(capability)
+    radios = file["wireless"]["radiolist"]
+    radios[-1]["sta_limit_max"] += max(0, stations - sum(radio["sta_limit_max"] for radio in radios))
+    return json.dumps(file)
 
 
 class BusWatch:

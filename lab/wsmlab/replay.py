@@ -3,7 +3,7 @@
 import time
 
 from . import Lab
-from .happenings import Happenings
+from .happenings import Happenings, ended_with
 
 PAUSE_S = 0.05
 
@@ -14,9 +14,8 @@ def play_recording(path, build_dir, end):
     with Lab(build_dir) as lab:
         player = lab.replay(path)
         print("\n".join(player.lines()), flush=True)
-        happenings = Happenings(lab)
+        happenings, over = Happenings(lab), False
         try:
-            over = False
             while not over and time.monotonic() < end:
                 over = lab.replay_is_over(player)  # before the last look
                 for happening in happenings.take():
@@ -26,4 +25,6 @@ def play_recording(path, build_dir, end):
             pass
         reports = len(lab.reports())
         status = lab.daemon.stop()
-        print(f"{player.lines()[-1]}\n{reports} reports; the daemon ended with status {status}")
+        if over:
+            print(player.lines()[-1])
+        print(f"{reports} reports{'' if over else ', stopped before the end of the recording'}; {ended_with(status)}")

@@ -137,12 +137,12 @@ class Space:
         self._gone = False
         self._said = Printed("init")
         self.init_pid = None  # the first process, as this process sees it
-        if user_namespace is None:
-            user_namespace = os.geteuid() != 0
+        self.environment = environment
+        self.has_user_namespace = os.geteuid() != 0 if user_namespace is None else user_namespace
         mine, its = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         mine.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
         self._control = mine
-        argv = [*_UNSHARE, *(["--user", "--map-root-user"] if user_namespace else []),
+        argv = [*_UNSHARE, *(["--user", "--map-root-user"] if self.has_user_namespace else []),
                 "/usr/bin/python3", "-E", "-S", "-s", str(_INIT), str(its.fileno())]
         with its:
             # A session of its own: Ctrl-C at the terminal is for this process alone, which then ends the rest in order.
@@ -186,6 +186,14 @@ class Space:
                 self._ended.pop(message.get("pid"), None)  # an earlier process of that number
             self._changed.notify_all()
 
+    def _advice(self):
+        """What to do about namespaces that the machine refuses."""
+        if "unshare" not in self._said.text():
+            return ""
+        return ("this user may not make namespaces here: call it as root, or set the sysctl kernel.unprivileged_userns_clone "
+                "to 1; a container needs the right to (CAP_SYS_ADMIN)" if self.has_user_namespace else
+                "root may not make namespaces here: a container needs the right to (CAP_SYS_ADMIN, or --privileged)")
+
     def _send(self, message, descriptors=()):
         try:
             socket.send_fds(self._control, [json.dumps(message).encode()], descriptors)
@@ -197,7 +205,7 @@ class Space:
         with self._changed:
             while not (value := condition()):
                 if self._gone:
-                    raise LabError(f"the lab ended while waiting for {what}\n{self._said.text()}")
+                    raise LabError(f"the lab ended while waiting for {what}\n{self._said.text()}{self._advice()}")
                 if not self._changed.wait(end - time.monotonic()) and time.monotonic() >= end:
                     raise Timeout(f"waited {timeout:g} s for {what}")
             return value
