@@ -243,6 +243,8 @@ class Board:
     def _key_of_details(self, key):
         if key in ("enter", "esc"):
             self.mode = "table"
+        elif key == "d":
+            self.prompt = "kick"
         elif (step := self._step(key)) is not None:
             self._scroll = max(0, self._scroll + step)
 
@@ -283,9 +285,11 @@ class Board:
             self.prompt = None
             if prompt == "filter":
                 self.filter = ""
+        elif key == "enter" and prompt == "period" and self._typed and not 1 <= int(self._typed) <= LONGEST_PERIOD_S:
+            self._typed = ""  # the prompt, which says what is allowed, stays
         elif key == "enter":
             self.prompt = None
-            if prompt == "period" and self._typed and 1 <= int(self._typed) <= LONGEST_PERIOD_S:
+            if prompt == "period" and self._typed:
                 wish = ("period", int(self._typed))
         elif key == "backspace":
             self._typed = self._typed[:-1]
@@ -331,8 +335,8 @@ class Board:
     def _header(self):
         known = [station for station in self.stations.values() if station.left is None]
         online = sum(station.record.get("status") == 1 for station in known)
-        # Without the whole list it is not known who is on line already.
-        count = f"{online} of {len(known)} on line" if self.bus == "ok" else f"{len(known)} stations"
+        # Without the whole list it is not known who is online already.
+        count = f"{online} of {len(known)} online" if self.bus == "ok" else f"{len(known)} stations"
         words = [("title", f" {count}"), (None, f"  period {self.period} s"),
                  (None, f"  {self.reports_per_second():.1f} reports/s"),
                  (None if self.bus == "ok" else "poor", f"  bus {clean(self.bus)}")]
@@ -403,7 +407,7 @@ class Board:
         if self.prompt == "period":
             return [("alert", f" Log period, 1 to {LONGEST_PERIOD_S} seconds: {self._typed}_  (Enter sets it, Esc does not)")]
         if self.mode == "details":
-            return [("footer", " Up Down scroll  Enter back  ? help  q quit")]
+            return [("footer", " Up Down scroll  d kick  Enter back  ? help  q quit")]
         if self.mode == "help":
             return [("footer", " any key goes back  q quit")]
         return [("footer", f" {KEYS}")]

@@ -7,14 +7,15 @@ from .happenings import amount
 
 GAP = 1     # cells between columns
 TREND = 60  # signals that are remembered for each station
-_STATES = {1: "on line", 2: "waiting"}
+_STATES = {1: "online", 2: "waiting"}
 
 
 class Column:
     """`text`: of a Station and the column's width; `order`: what it is sorted by, None when it is not; `least` and
-    `most`: cells."""
+    `most`: cells, with room for the sort mark behind the heading."""
 
     def __init__(self, heading, least, text, order=None, *, most=None, right=False, style=None):
+        assert order is None or least > cells(heading)
         self.heading, self.least, self.most = heading, least, most or least
         self.text, self.order, self.right, self._style = text, order, right, style
 
@@ -72,13 +73,13 @@ COLUMNS = {
     "name": Column("name", 12, lambda station, _: station.text("name"), _text_order("name"), most=24),
     "ip": Column("IP", 15, lambda station, _: station.text("ip"), _ip),
     "ssid": Column("SSID", 10, lambda station, _: station.text("ssid"), _text_order("ssid"), most=32),
-    "vlan": Column("VLAN", 4, lambda station, _: f"{station.number('vlanid')}", _number("vlanid"), right=True),
+    "vlan": Column("VLAN", 5, lambda station, _: f"{station.number('vlanid')}", _number("vlanid"), right=True),
     "radio": Column("radio", 7, _radio, lambda station: (station.number("radio_id"), station.number("channel"))),
-    "signal": Column("signal dBm", 10, _signal, lambda station: -200 if station.dbm is None else station.dbm,
+    "signal": Column("signal dBm", 11, _signal, lambda station: -200 if station.dbm is None else station.dbm,
                      style=_signal_style),
     "trend": Column("trend", 6, lambda station, width: sparkline(station.signals, width), most=TREND,
                     style=_signal_style),
-    "rate_up": Column("Mb/s up", 7, _megabits("flowup_rate_cnt"), _number("flowup_rate_cnt"), right=True),
+    "rate_up": Column("Mb/s up", 8, _megabits("flowup_rate_cnt"), _number("flowup_rate_cnt"), right=True),
     "rate": Column("Mb/s", 5, _megabits("flowdown_rate_cnt"), _number("flowdown_rate_cnt"), right=True),
     "up": Column("up", 8, _bytes("wifi_up_cnt"), _number("wifi_up_cnt"), right=True),
     "down": Column("down", 8, _bytes("wifi_down_cnt"), _number("wifi_down_cnt"), right=True),
@@ -86,7 +87,7 @@ COLUMNS = {
     "state": Column("state", 7, _state, lambda station: _state(station, 0)),
 }
 # Who gets room first, and who takes what is over.
-_PRIORITY = ("mac", "name", "signal", "state", "time", "radio", "rate", "trend", "ip", "down", "up", "ssid", "rate_up",
+_PRIORITY = ("mac", "name", "signal", "ip", "state", "time", "rate", "radio", "trend", "ssid", "down", "up", "rate_up",
              "vlan")
 _GROWING = (("trend", 12), ("name", 16), ("ssid", 16), ("trend", 30), ("name", 24), ("ssid", 32), ("trend", TREND))
 

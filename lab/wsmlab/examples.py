@@ -37,7 +37,7 @@ def produce(lab, examples):
 
 
 class _Life:
-    """A lab with one station on line, whose daemon is recorded, and what must be waited for between the commands."""
+    """A lab with one station online, whose daemon is recorded, and what must be waited for between the commands."""
 
     def __init__(self, lab):
         self._lab = lab

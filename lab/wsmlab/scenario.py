@@ -11,15 +11,20 @@ import re
 import shlex
 import time
 
+from . import members
+from .clock import Clock
 from .happenings import Happenings
 from .lab import Lab
 from .space import LabError, Timeout
 
 EXPECTATION = "->"
 NEVER = "never"
+NO_OTHER = ["no", "other"]
 AS_EXPECTED = "as expected"
 STOPPED = "stopped before its end"
 PROGRAMS = {"daemon": "wsmd", "collector": "wsm-collector", "broker": "ubusd", "driver": "apsim", "dhcpmon": "dhcpmon"}
+# 5s, 1m30s, +2s
+TIME = re.compile(r"(\+?)(?:(\d{1,6})m)?(?:(\d{1,6}(?:\.\d{1,6})?)s)?")
 # A comparison of one member: mac=02:*, channel>5, oltime<60
 COMPARISON = re.compile(r"([A-Za-z_]\w*)(=|<|>)(.*)", re.DOTALL)
 
@@ -37,13 +42,21 @@ class Stopped(Exception):
 
 
 class Line:
-    """One line: when, and the words of what is done or, with `expects`, of what must have come by then."""
+    """One line: when, and the words of what is done or, with `expects`, of what must have come by then. `done`: when it
+    was done or met, in seconds as `at`; None before."""
 
     def __init__(self, place, at, expects, words):
         self.place, self.at, self.expects, self.words = place, at, expects, words
+        self.done = None
+
+    @property
+    def waits(self):
+        """Whether an expectation is looked at only when its time has come: then nothing may have come."""
+        return self.words[0] == NEVER or self.words[:2] == NO_OTHER
 
     def __str__(self):
-        return f"{self.at:6.1f} s  {EXPECTATION + ' ' if self.expects else '   '}{shlex.join(self.words)}"
+        at = self.at if self.done is None else self.done
+        return f"{at:6.1f} s  {EXPECTATION + ' ' if self.expects else '   '}{shlex.join(self.words)}"
 
 
 class Scenario:
@@ -83,13 +96,18 @@ class Scenario:
                 now = _time(words[0], now, place)
                 expects = words[1:2] == [EXPECTATION]
                 rest = words[2 if expects else 1:]
-                verbs = Player.EXPECTATIONS if expects else Player.ACTIONS
-                verb = rest[1:2] if expects and rest[:1] == [NEVER] else rest[:1]
+                verbs, verb = (Player.EXPECTATIONS if expects else Player.ACTIONS), rest
+                if expects and rest[:1] == [NEVER]:
+                    verb = rest[1:]
+                elif expects and rest[:2] == NO_OTHER:
+                    verbs, verb = members.OF, rest[2:]
                 if not verb or verb[0] not in verbs:
                     raise ScenarioError(f"{place}: expected one of {', '.join(verbs)}, "
                                         f"not {' '.join(rest) or 'nothing'}")
+                if expects:
+                    _check_names(verb, place)
                 lines.append(Line(place, now, expects, rest))
-        unknown = set(options) - {"dhcpmon", "driver"}
+        unknown = set(options) - {"clock", "dhcpmon", "driver"}
         if unknown:
             raise ScenarioError(f"{name}: unknown option of the lab: {', '.join(unknown)}")
         return cls(title or name, options, lines)
@@ -102,14 +120,15 @@ class Scenario:
         lab.start_collector()
         if "dhcpmon" in self.options:
             lab.start_dhcpmon()
-        lab.start_daemon()
+        clock = Clock(lab) if "clock" in self.options else None
+        lab.start_daemon(environment=clock.environment if clock else None)
         lab.wait_for_family()
-        Player(lab, tell, stop).play(self.lines)
+        Player(lab, tell, stop, clock).play(self.lines)
 
 
 def _time(word, now, place):
     """Seconds since the beginning: 5s, 1m30s, or +2s after the line before."""
-    match = re.fullmatch(r"(\+?)(?:(\d{1,6})m)?(?:(\d{1,6}(?:\.\d{1,6})?)s)?", word)
+    match = TIME.fullmatch(word)
     if not match or not (match[2] or match[3]):
         raise ScenarioError(f"{place}: a time like 5s, 1m30s or +2s is missing, not {word!r}")
     seconds = 60 * int(match[2] or 0) + float(match[3] or 0)
@@ -130,6 +149,14 @@ def _comparisons(words):
     return compared
 
 
+def _check_names(words, place):
+    """A member that such a message never has would make an expectation fail for ever, and a `never` hold for ever."""
+    known = members.OF.get(words[0])
+    for match in map(COMPARISON.fullmatch, words[1:]):
+        if known and match and match[1] not in known:
+            raise ScenarioError(f"{place}: {words[0]} has no member {match[1]!r}; it has {', '.join(sorted(known))}")
+
+
 def matches(values, compared):
     """Whether the members compare; a text may hold * and ?."""
     for name, relation, wanted in compared:
@@ -145,6 +172,12 @@ def matches(values, compared):
     return True
 
 
+def _shown(values, names=()):
+    """Members for a person to read: those named, as far as they are there, or all."""
+    named = {name: values[name] for name in names if name in values} or values
+    return " ".join(f"{name}={value}" for name, value in named.items())
+
+
 def _members(words):
     """name=value words as a message: whole numbers are numbers."""
     return {name: int(value) if re.fullmatch(r"-?\d+", value) else value for name, _, value in _comparisons(words)}
@@ -158,19 +191,23 @@ def _count(words):
 
 
 class Player:
-    def __init__(self, lab, tell, stop):
-        self.lab, self.tell, self.stop = lab, tell, stop
+    """`tell`: called with each line done and each happening; `stop`: see Scenario.play(); `clock`: the daemon's, when it
+    can be moved."""
+
+    def __init__(self, lab, tell, stop, clock=None):
+        self.lab, self.tell, self.stop, self.clock = lab, tell, stop, clock
         self.happenings = Happenings(lab)
         self.came = {"report": [], "notify": [], "event": []}
         self.used = {source: set() for source in self.came}  # indexes that an expectation has taken
         self.last = {}                                        # source and station -> last index taken
+        self.seen = []                                        # members of what the last expectation looked at
 
     def play(self, lines):
         start = time.monotonic()
         for line in lines:
             due = start + line.at
             try:
-                if not line.expects or line.words[0] == NEVER:
+                if not line.expects or line.waits:
                     self._let_pass(due)
                 if line.expects:
                     self._expect(line, due)
@@ -180,6 +217,7 @@ class Player:
                 raise
             except LabError as error:
                 raise Failed(f"{line.place}: {line}: {error}") from error
+            line.done = time.monotonic() - start
             self.tell(line)
 
     def _look(self):
@@ -202,6 +240,11 @@ class Player:
             if self.EXPECTATIONS[line.words[1]](self, line.words[2:]):
                 raise Failed(f"{line.place}: {line}: it did")
             return
+        if line.words[:2] == NO_OTHER:
+            if others := self._others(line.words[2], _comparisons(line.words[3:])):
+                raise Failed(f"{line.place}: {line}: {len(others)} came\n" +
+                             "\n".join(f"  came: {_shown(values)}" for values in others[:5]))
+            return
 
         def met():
             self._look()
@@ -213,17 +256,37 @@ class Player:
         except Timeout as error:
             raise Failed(f"{line.place}: {line}: not met\n{self._recent(line)}") from error
 
+    def _others(self, source, compared):
+        """What came of this kind, compares, and was expected by no line."""
+        return [self._values(source, values) for index, values in enumerate(self.came[source])
+                if index not in self.used[source] and matches(self._values(source, values), compared)]
+
+    @staticmethod
+    def _values(source, came):
+        return {"event": came[0], **came[1]} if source == "event" else came
+
     def _recent(self, line):
         """The members that were looked at in what came last."""
+        source = line.words[0]
         names = [match[1] for match in map(COMPARISON.fullmatch, line.words) if match]
-        came = [values[1] if line.words[0] == "event" else values for values in self.came.get(line.words[0], [])]
-        return "\n".join("  came: " + " ".join(f"{name}={values.get(name)}" for name in names) for values in came[-5:])
+        came = [self._values(source, values) for values in self.came[source]] if source in self.came else self.seen
+        shown = [_shown(values, names) for values in came[-5:]]
+        return "\n".join(f"  came: {one}" for one in shown) or "  came: nothing"
 
     # --- what can be done ---
 
     def _driver(self, words):
         # Quotes that the line's reader took off are put on again where the driver needs them.
         self.lab.apsim(" ".join(re.sub(r"^(\w+)=(.*\s.*|)$", r'\1="\2"', word, flags=re.DOTALL) for word in words))
+
+    def _clock(self, words):
+        match = TIME.fullmatch(words[0]) if len(words) == 1 else None
+        if not match or not match[1]:
+            raise ScenarioError("clock: how far? Like +5m")
+        if not self.clock:
+            raise ScenarioError("clock: the scenario needs a line `lab clock`")
+        self.clock.skip(int(1000 * (60 * int(match[2] or 0) + float(match[3] or 0))))
+        self.lab.wait(lambda: self.clock.idle, 60, "the daemon to live through that time")
 
     def _bus(self, words):
         if words[0] == "send":
@@ -242,7 +305,11 @@ class Player:
         raise LabError(f"{program} has not been started")
 
     def _start(self, words):
-        starters = {"daemon": self.lab.start_daemon, "collector": self.lab.start_collector,
+        def daemon():
+            if self.clock:
+                self.clock.hold()
+            self.lab.start_daemon(environment=self.clock.environment if self.clock else None)
+        starters = {"daemon": daemon, "collector": self.lab.start_collector,
                     "broker": self.lab.start_ubusd, "driver": self.lab.start_apsim, "dhcpmon": self.lab.start_dhcpmon}
         self._look()
         starters[self._program(words)](*words[1:])
@@ -261,18 +328,18 @@ class Player:
         return words[0]
 
     ACTIONS = {"driver": _driver, "bus": _bus, "run": _run, "start": _start, "stop": _stop, "kill": _kill,
-               "nothing": lambda self, words: None}
+               "clock": _clock, "nothing": lambda self, words: None}
 
     # --- what can be expected ---
 
-    def _came(self, source, values_of, words):
+    def _came(self, source, words):
         """`count` happenings that no expectation has taken yet; those of one station are taken in their order."""
         count, words = _count(words)
         compared = _comparisons(words)
         station = (source, dict((name, wanted) for name, relation, wanted in compared if relation == "=").get("mac"))
         first = self.last.get(station, -1) + 1 if station[1] else 0
         found = [index for index, values in enumerate(self.came[source])
-                 if index >= first and index not in self.used[source] and matches(values_of(values), compared)][:count]
+                 if index >= first and index not in self.used[source] and matches(self._values(source, values), compared)][:count]
         if len(found) < count:
             return False
         self.used[source].update(found)
@@ -280,21 +347,23 @@ class Player:
         return True
 
     def _report(self, words):
-        return self._came("report", lambda values: values, words)
+        return self._came("report", words)
 
     def _notify(self, words):
-        return self._came("notify", lambda values: values, words)
+        return self._came("notify", words)
 
     def _event(self, words):
-        return self._came("event", lambda event: {"event": event[0], **event[1]}, ["event=" + words[0], *words[1:]])
+        return self._came("event", ["event=" + words[0], *words[1:]])
 
     def _bus_gives(self, words):
         question, answer = words[:words.index("gives")], words[words.index("gives") + 1:]
         reply = self.lab.bus("call", question[0], question[1], _members(question[2:]))
+        self.seen = [reply or {}]
         return matches(reply or {}, _comparisons(answer))
 
     def _stations(self, words):
         listed = self.lab.online().values()
+        self.seen = [{"stations": len(listed)}, *listed]
         compared = _comparisons(words[1:])
         return len(listed) == int(words[0]) and all(matches(station, compared) for station in listed)
 
@@ -314,14 +383,16 @@ class Player:
         text = path.read_text(errors="replace")
         if words[1] == "has":
             return " ".join(words[2:]) in text
-        return matches({"lines": text.count("\n"), "size": len(text)}, _comparisons(words[1:]))
+        self.seen = [{"lines": text.count("\n"), "size": len(text)}]
+        return matches(self.seen[0], _comparisons(words[1:]))
 
     def _runs(self, words):
         return self._process(self._program(words)).running
 
     def _ended(self, words):
         process = self._process(self._program(words))
-        return not process.running and matches({"status": process.status}, _comparisons(words[1:]))
+        self.seen = [{"status": process.status}]
+        return not process.running and matches(self.seen[0], _comparisons(words[1:]))
 
     EXPECTATIONS = {"report": _report, "notify": _notify, "event": _event, "bus": _bus_gives, "stations": _stations,
                     "agree": _agree, "log": _log, "file": _file, "runs": _runs, "ended": _ended}

@@ -41,6 +41,41 @@ def test_what_must_never_come_fails_when_it_did(lab):
         scenario.play(lab)
 
 
+def test_what_nobody_expected_fails_an_expectation_of_nothing_else(lab):
+    scenario = Scenario.parse("""
+        0s driver assoc mac=02:00:00:00:00:01 ifname=ath0 radio=0
+        0s driver assoc mac=02:00:00:00:00:02 ifname=ath0 radio=0
+        2s -> report log_type=1 mac=02:00:00:00:00:01
+        +0s -> no other report log_type=2
+        +2s -> no other report log_type=1
+    """, "wrong.scn")
+    with pytest.raises(Failed, match=r"(?s)wrong.scn:6: .*: 1 came\n  came: .*mac=02:00:00:00:00:02"):
+        scenario.play(lab)
+
+
+@pytest.mark.parametrize("expectation, came", [
+    ("stations 2 mac=02:*", "stations=1\n  came: mac=02:00:00:00:00:01"),
+    ("bus sta get get_all_sta_status=online get_sta_count=all gives count=7", "count=1"),
+    ("event ip_change mac=02:99", "nothing")], ids=["stations", "bus", "event"])
+def test_an_expectation_that_is_not_met_says_what_came(lab, expectation, came):
+    scenario = Scenario.parse(f"0s driver assoc mac=02:00:00:00:00:01\n+1s -> report log_type=1\n+1s -> {expectation}")
+    with pytest.raises(Failed) as failed:
+        scenario.play(lab)
+    assert f"  came: {came}" in str(failed.value)
+
+
+def test_the_clock_moves_only_where_the_scenario_has_one(lab):
+    with pytest.raises(ScenarioError, match="needs a line `lab clock`"):
+        Scenario.parse("0s clock +5m").play(lab)
+
+
+def test_a_line_that_is_done_says_when(lab):
+    scenario = Scenario.parse("0s driver assoc mac=02:00:00:00:00:01\n100s -> report log_type=1")
+    scenario.play(lab)
+    assert 0 <= scenario.lines[1].done < 100
+    assert str(scenario.lines[1]).startswith(f"{scenario.lines[1].done:6.1f} s  -> report")
+
+
 def test_a_command_that_the_driver_refuses_fails_with_its_line(lab):
     with pytest.raises(Failed, match="scenario:1: .*unknown command"):
         Scenario.parse("0s driver dance").play(lab)
@@ -51,7 +86,9 @@ def test_a_command_that_the_driver_refuses_fails_with_its_line(lab):
     ("2s driver x\n1s driver y", "scenario:2: 1s is before"), ("0s dance", "expected one of driver, bus"),
     ("0s -> dance", "expected one of report, notify"), ("0s", "not nothing"), ("0s driver mac=$who", "no name 'who'"),
     ("0s driver 'x", "No closing quotation"), ("lab music on", "unknown option of the lab: music"),
-    ("0s -> never dance", "expected one of report")])
+    ("0s -> never dance", "expected one of report"), ("0s -> no other dance", "expected one of report, notify, event"),
+    ("0s -> report log_tpye=1", "report has no member 'log_tpye'; it has FCAP, "),
+    ("0s -> never notify log_typ=1", "notify has no member 'log_typ'")])
 def test_a_line_that_cannot_be_read_is_named(text, fault):
     with pytest.raises(ScenarioError, match=fault):
         Scenario.parse(text)
@@ -79,6 +116,8 @@ def test_the_documented_scenario_comes_out_as_expected(lab):
 
 def test_every_deed_and_expectation_is_documented_and_no_other():
     deeds, expectations = documentation("Scenarios").split("| expectation |")
+    expectations = expectations.replace("`no other ", "`")
+
     def verbs(rows):
         return {verb for row in rows.splitlines() if row.startswith("| `")
                 for verb in re.findall(r"`(\w+)[^`]*`", row.split("|")[1])}
