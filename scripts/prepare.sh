@@ -3,6 +3,7 @@
 #
 #   prepare_packages SET... [PROBE...]   the packages of the sets build, demo and tests, and those that further probes name
 #   prepare_cross ARCHITECTURE           compiler, libraries and emulator for another architecture of Debian
+#   prepare_browser FOLDER               chromium, and in FOLDER/browser what tests/browser/package.json names
 #   prepare_build FOLDER [CMAKE-OPTION...]   everything, or TARGETS when that is set
 #
 # A probe is "kind:what:package": the package is installed when `what` is not there.
@@ -99,6 +100,15 @@ prepare_cross() {
         apt-get update -q >/dev/null 2>&1 || true
     fi
     prepare_packages "command:$triplet-g++:g++-$triplet" "command:qemu-$qemu:qemu-user" "${missing[@]}"
+}
+
+prepare_browser() { # folder
+    local lock=tests/browser/package-lock.json folder=$1/browser
+    prepare_packages tests command:chromium:chromium command:node:nodejs command:npm:npm
+    cmp -s "$lock" "$folder/installed" && return
+    mkdir -p "$folder"
+    cp tests/browser/{package.json,package-lock.json,.npmrc} "$folder/"
+    quietly npm ci --prefix "$folder" && cp "$lock" "$folder/installed"
 }
 
 # Why a build folder cannot be used, in one sentence; nothing when it can.

@@ -22,6 +22,11 @@ signal.signal(signal.SIGQUIT, signal.SIG_DFL)
 def pytest_addoption(parser):
     parser.addoption("--build-dir", default=str(ROOT / "build"), help="folder of the build under test")
     parser.addoption("--wrapper", default="", help="words before every GoogleTest program, like those of a memory checker")
+    parser.addoption("--browser", action="store_true", help="collect the tests in a browser, for which ./test --browser installs one")
+
+
+def pytest_ignore_collect(collection_path, config):
+    return True if collection_path == ROOT / "tests/browser" and not config.getoption("--browser") else None
 
 
 @pytest.fixture(scope="session")
