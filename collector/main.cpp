@@ -1,16 +1,22 @@
 // wsm-collector - takes the daemon's station reports, checks and decodes them, and passes them on to outputs.
 #include "collector/options.h"
 #include "collector/pipeline.h"
+#include "collector/query.h"
 #include "collector/socket_input.h"
+#if WITH_SQLITE
+#include "collector/store/sqlite_store.h"
+#endif
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
 #include <iostream>
 #include <poll.h>
+#include <stdexcept>
 #include <sys/signalfd.h>
 #include <thread>
 #include <unistd.h>
@@ -29,7 +35,8 @@ int failed(const std::string &why) {
 
 class collector {
 public:
-    explicit collector(options chosen) : chosen_(std::move(chosen)), road_(chosen_.rules, 1) {
+    explicit collector(options chosen) : chosen_(std::move(chosen)), road_(chosen_.rules) {
+        add_store();
         road_.add("print", std::make_unique<printer>(chosen_.shape, chosen_.summarise), chosen_.queue);
         sigset_t wanted;
         sigemptyset(&wanted);
@@ -45,6 +52,21 @@ public:
     }
 
 private:
+    void add_store() {
+        if (chosen_.store.path.empty()) return;
+#if WITH_SQLITE
+        auto store = std::make_unique<sqlite_store>(chosen_.store);
+        for (stay &one : store->open_stays()) {
+            const moment when = chosen_.files.empty() ? now() : one.seen; // files have a clock of their own
+            road_.restore(std::move(one), when);
+        }
+        road_.begin_with(store->next_stay());
+        road_.add("store", std::move(store), chosen_.queue);
+#else
+        throw std::runtime_error("--store: this program was built without SQLite");
+#endif
+    }
+
     bool enough() const { return chosen_.count != 0 && road_.counters().reports >= chosen_.count; }
 
     bool stopped() {
@@ -123,5 +145,17 @@ private:
 
 int main(int argc, char **argv) {
     std::ios::sync_with_stdio(false);
-    return collector(parse_options(argc, argv)).run();
+    if (argc > 1 && std::string_view(argv[1]) == "query") {
+#if WITH_SQLITE
+        return run_query(argc - 2, argv + 2);
+#else
+        return failed("query: this program was built without SQLite");
+#endif
+    }
+    const options chosen = parse_options(argc, argv);
+    try {
+        return collector(chosen).run();
+    } catch (const std::exception &error) {
+        return failed(error.what());
+    }
 }

@@ -72,6 +72,30 @@ constexpr setting settings[] = {
      [](options &o, const std::string &v) { return set_seconds(v, 0, o.rules.grace); }},
     {"silence", "SECONDS", "who is not reported for this time has left (900)",
      [](options &o, const std::string &v) { return set_seconds(v, 1, o.rules.silence); }},
+    {"store", "sqlite:FILE", "keep stays, events and time series in a database",
+     [](options &o, const std::string &v) -> verdict {
+         if (!v.starts_with("sqlite:") || v.size() == 7) return "sqlite:FILE";
+         o.store.path = v.substr(7);
+         return {};
+     }},
+    {"commit", "SECONDS", "between two writes of the store; a power cut costs as much (1)",
+     [](options &o, const std::string &v) -> verdict {
+         return number(v, 0, 86400, o.store.commit) ? "" : "whole seconds";
+     }},
+    {"sample", "SECONDS", "between two points of a time series in the store (60)",
+     [](options &o, const std::string &v) -> verdict {
+         return number(v, 0, 86400, o.store.sample) ? "" : "whole seconds";
+     }},
+    {"keep", "DAYS", "how long the store remembers, 0 for ever (30)",
+     [](options &o, const std::string &v) -> verdict {
+         return number(v, 0, 36500, o.store.keep_days) ? "" : "whole days";
+     }},
+    {"size", "MEGABYTES", "how large the store may become, 0 for no bound (1024)",
+     [](options &o, const std::string &v) -> verdict {
+         return number<std::int64_t>(v, 0, 1 << 30, o.store.most_mb) ? "" : "whole megabytes";
+     }},
+    {"names", "FILE", "names of stations: a MAC and a name in each line",
+     [](options &o, const std::string &v) { return o.names = v, verdict(); }},
     {"config", "FILE", "read settings from a file, one `name = value` per line",
      [](options &o, const std::string &v) { return o.config = v, verdict(); }},
 };
@@ -99,6 +123,7 @@ std::string_view trimmed(std::string_view text) {
 std::string usage() {
     std::string text = "usage: wsm-collector [options]\n"
                        "       wsm-collector [options] FILE...\n"
+                       "       wsm-collector query --help\n"
                        "Takes station reports and passes them on, until SIGINT or SIGTERM.\n"
                        "With files: decodes images saved one behind the other, - for the standard input.\n\n";
     for (const setting &one : settings) {

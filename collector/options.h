@@ -6,6 +6,7 @@
 
 #include "collector/printer.h"
 #include "collector/sessions.h"
+#include "collector/store/store_options.h"
 
 #include <cstddef>
 #include <string>
@@ -20,6 +21,8 @@ struct options {
     std::string socket = "/tmp/sta_server_domain";
     std::size_t queue = 10000; // messages in front of each output
     session_rules rules;
+    store_options store; // without a path: none
+    std::string names;   // file
     std::string config;
     std::vector<std::string> files;
 };

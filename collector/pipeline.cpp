@@ -8,10 +8,8 @@ void pipeline::add(std::string name, std::unique_ptr<output> out, std::size_t mo
 }
 
 void pipeline::restore(stay known, moment when) {
-    sessions_.restore(known, when);
+    sessions_.restore(std::move(known), when);
     stations_ = sessions_.count();
-    // Outputs that show who is here learn of it, too.
-    hand_on({{}, change{change_kind::updated, when, std::move(known), {}, 0}}, true);
 }
 
 void pipeline::take(received in) { pass(std::move(in), false); }

@@ -24,11 +24,13 @@ struct input_counters {
 
 class pipeline {
 public:
-    pipeline(session_rules rules, std::int64_t next_stay) : sessions_(rules, next_stay) {}
+    explicit pipeline(session_rules rules) : sessions_(rules) {}
 
     void add(std::string name, std::unique_ptr<output> out, std::size_t most_waiting);
     // A stay that went on when the store was last written.
     void restore(stay known, moment when);
+    // The number of the next stay, at least.
+    void begin_with(std::int64_t next_stay) { sessions_.begin_with(next_stay); }
 
     void take(received in);
     void feed(received in);
@@ -36,7 +38,6 @@ public:
     int tick(moment when);
 
     void set_rules(session_rules rules) { sessions_.set_rules(rules); }
-    std::int64_t next_stay() const { return sessions_.next_id(); }
 
     // Ends all outputs, the last added first. `stuck`: the program must end by _Exit. `dropped` gets a line for each output
     // that has lost messages.

@@ -41,8 +41,9 @@ constexpr moment clock_ahead = 300 * second;          // how far an access point
 constexpr moment longest_stay = 366 * 86400 * second; // and how long ago an association may have been
 constexpr std::size_t most_addresses = 16;            // of one stay; the oldest go first
 
-// The MAC in lower case; empty when it is none.
-std::string mac_of(std::string_view text) {
+} // namespace
+
+std::string normal_mac(std::string_view text) {
     std::string mac;
     if (text.size() != 17) return mac;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -54,11 +55,13 @@ std::string mac_of(std::string_view text) {
     return mac;
 }
 
+namespace {
+
 std::string ap_of(const station_report &report) {
     std::string_view text = report.ap_mac; // with the line feed of its source
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' '))
         text.remove_suffix(1);
-    return mac_of(text);
+    return normal_mac(text);
 }
 
 bool is_here(const stay &known, const station_report &report) {
@@ -157,7 +160,7 @@ void associate(stay &known, const station_report &report) {
 } // namespace
 
 const char *impossible(const station_report &report, std::string &mac) {
-    mac = mac_of(report.mac);
+    mac = normal_mac(report.mac);
     if (mac.empty()) return "no MAC";
     if (std::string_view("13579bdf").find(mac[1]) != std::string_view::npos) return "a MAC of a group";
     if (mac == "00:00:00:00:00:00") return "a MAC of zeros";

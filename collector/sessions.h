@@ -7,11 +7,13 @@
 
 #include "collector/stay.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -22,6 +24,9 @@ struct session_rules {
         900 * second; // who is not reported for so long has left; the daemon reports every minute
     std::size_t most_stays = 65536;
 };
+
+// The MAC in lower case; empty when it is none.
+std::string normal_mac(std::string_view text);
 
 // Why a report is none that can be true; null when it can. `mac` is set to the station's, in lower case.
 const char *impossible(const station_report &report, std::string &mac);
@@ -43,6 +48,9 @@ public:
     // A stay that went on when the collector ended. Its times of grace and silence begin at `when`.
     void restore(stay known, moment when);
 
+    // The number of the next stay, at least.
+    void begin_with(std::int64_t next_id) { next_id_ = std::max(next_id_, next_id); }
+
     void set_rules(session_rules rules);
 
     std::size_t count() const { return stays_.size(); }
@@ -63,7 +71,7 @@ private:
     moment deadline(const entry &known) const;
 
     session_rules rules_;
-    std::int64_t next_id_;
+    std::int64_t next_id_ = 1;
     table stays_;
     std::set<std::pair<moment, std::string>> deadlines_; // of every stay, with its MAC
 };

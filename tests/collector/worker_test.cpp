@@ -43,7 +43,7 @@ received numbered(int number) {
 TEST(a_slow_output, loses_its_own_oldest_messages_and_no_other_output_notices) {
     gated::seen slow, quick;
     slow.closed = true;
-    pipeline road({}, 1);
+    pipeline road({});
     road.add("slow", std::make_unique<gated>(slow), 100);
     road.add("quick", std::make_unique<gated>(quick), 100'000);
     road.take(numbered(0));
@@ -65,7 +65,7 @@ TEST(a_slow_output, loses_its_own_oldest_messages_and_no_other_output_notices) {
 
 TEST(a_slow_output, holds_up_what_comes_from_files_instead_of_losing_it) {
     gated::seen kept;
-    pipeline road({}, 1);
+    pipeline road({});
     road.add("slow", std::make_unique<gated>(kept), 2);
     for (int number = 0; number < 1000; ++number) road.feed(numbered(number));
     std::vector<std::string> dropped;
@@ -77,7 +77,7 @@ TEST(a_slow_output, holds_up_what_comes_from_files_instead_of_losing_it) {
 TEST(a_stuck_output, does_not_keep_the_program_from_ending) {
     static gated::seen stuck; // its thread outlives the test
     stuck.closed = true;
-    pipeline road({}, 1);
+    pipeline road({});
     road.add("stuck", std::make_unique<gated>(stuck), 100);
     road.take(numbered(0));
     stuck.entered.get_future().wait();
@@ -98,7 +98,7 @@ TEST(messages, carry_their_own_change_and_those_of_time_come_before_them) {
         std::vector<std::string> &kinds;
     };
     std::vector<std::string> kinds;
-    pipeline road({}, 1);
+    pipeline road({});
     road.add("recorder", std::make_unique<recorder>(kinds), 100);
     const auto say = [&road](int seconds, const told &what) {
         road.take(take_message(image_of(make_report(what)), noon + seconds * second));

@@ -48,6 +48,30 @@ def event(mac=ONLINE, **fields):
     return event_message(FAMILY, **{**ASSOCIATION, "mac": mac, **fields})
 
 
+def sessions():
+    def told(station, kind, radio=0, ap=0, up=0, rssi=-50, since=0, left=0, ip=b"", ssid=b"net", gap=1):
+        return struct.pack("<BBBBQbhh4s4sB", station, kind, radio, ap, up, rssi, since, left, ip, ssid, gap)
+
+    name = "fuzz_sessions"
+    seed(name, "visit", told(1, 1) + told(1, 3, up=1 << 20, gap=60) + told(1, 2, up=1 << 21, since=-61, gap=40))
+    seed(name, "return_within_the_grace_time", told(1, 1) + told(1, 2, gap=10) + told(1, 1, gap=100) + told(1, 3, up=5))
+    seed(name, "roam_to_the_other_radio", told(1, 1) + told(1, 4) + told(1, 1, radio=1, up=9))
+    seed(name, "roam_to_another_access_point", told(1, 1) + told(1, 1, ap=1, since=-300) + told(1, 2, ap=0) + told(1, 3, ap=1))
+    seed(name, "counters_begin_again", b"".join(told(2, 3, up=up, since=-30) for up in (1 << 63, 5, 1 << 62, 0)))
+    seed(name, "more_stations_than_may_be", b"".join(told(number, 1, gap=0) for number in range(12)))
+    seed(name, "no_mac", told(0xf3, 5, radio=0x7a) + told(1, 0))
+    seed(name, "clocks_that_cannot_be", told(1, 1, since=30000) + told(1, 2, left=-30000) + told(1, 3, since=-30000, gap=255))
+
+
+def station_names():
+    name = "fuzz_station_names"
+    seed(name, "names", "02:00:00:00:00:01 Anna's phone\n# people\n02:00:00:00:00:02\tBen\n02:00:00:00:00:03,Cara, blue\r\n")
+    seed(name, "capitals_first", "02:00:00:00:AB:CD x\n02:00:00:00:ab:cd y")
+    seed(name, "no_names", "no mac\n02:00:00:00:00:01\n\n , \n02:00:00:00:00:0g x\n")
+    seed(name, "long_name_of_wide_characters", "02:00:00:00:00:01 " + "\u00e9\U0001f600" * 40)
+    seed(name, "no_utf8", b"02:00:00:00:00:01 " + b"\x80\xff\x1b" * 40)
+
+
 def netlink():
     come, go = golden_hex("association.hex"), golden_hex("disassociation.hex")
     name = "fuzz_netlink"
@@ -252,5 +276,6 @@ def recording():
 
 
 if __name__ == "__main__":
-    for make in (netlink, driver_table, bus_methods, bus_events, dhcpmon_json, files, report_image, recording):
+    for make in (netlink, driver_table, bus_methods, bus_events, dhcpmon_json, files, report_image, recording, sessions,
+                 station_names):
         make()

@@ -1,0 +1,23 @@
+// names.h - names that people gave their stations, in a file: one "MAC name" per line, separated by blanks, a tab or a
+// comma. "#" begins a comment line.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+class station_names {
+public:
+    // Lines that are none are left out and counted. Names are escaped, and cut to 64 bytes.
+    static station_names parse(std::string_view text);
+    // Empty without a path; throws std::runtime_error when the file cannot be read.
+    static station_names read(const std::string &path);
+
+    // Empty when there is none.
+    const std::string &of(const std::string &mac) const;
+    std::size_t count() const { return names_.size(); }
+    std::size_t wrong = 0;
+
+private:
+    std::map<std::string, std::string> names_;
+};

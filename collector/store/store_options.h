@@ -1,0 +1,15 @@
+// store_options.h - how a store is to be kept.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+struct store_options {
+    std::string path;
+    int commit = 1;              // seconds between two batches
+    int sample = 60;             // seconds between two samples of a station, and of a radio
+    int keep_days = 30;          // 0: for ever
+    std::int64_t most_mb = 1024; // of the file; 0: no bound
+    std::size_t most_pending = 100'000;
+};
