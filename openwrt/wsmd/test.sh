@@ -12,9 +12,9 @@ wsmd)
 	[ $? -eq 1 ] && grep -q 'cap table init failed' /tmp/sta.log
 	;;
 libdebug-open)
-	[ -f /usr/lib/libdebug.so ]
+	[ -f /usr/lib/libdebug.so ] && [ "$(uci -q get debug.main)" = debug ]
 	;;
-libwas-sim)
+libwas-open)
 	[ -f /usr/lib/libwas.so ]
 	;;
 wsmd-tools)

@@ -42,16 +42,16 @@ def test_it_names_licence_and_maintainer(described, tree):
 
 def test_it_has_four_packages_and_each_has_a_title_of_one_line(described):
     titles = {name.split(".")[0]: value for name, value in described.items() if name.endswith(".TITLE")}
-    assert sorted(titles) == ["libdebug-open", "libwas-sim", "wsmd", "wsmd-tools"]
+    assert sorted(titles) == ["libdebug-open", "libwas-open", "wsmd", "wsmd-tools"]
     assert all(10 < len(title) <= 70 for title in titles.values())
 
 
 def test_the_daemon_leaves_open_who_brings_the_vendor_libraries(described):
     depends = described["wsmd.DEPENDS"].split()
     assert {"+libdebug", "+libwas"} <= set(depends)
-    assert not {"+libdebug-open", "+libwas-sim"} & set(depends)
+    assert not {"+libdebug-open", "+libwas-open"} & set(depends)
     assert described["libdebug-open.PROVIDES"] == "libdebug"
-    assert described["libwas-sim.PROVIDES"] == "libwas"
+    assert described["libwas-open.PROVIDES"] == "libwas"
 
 
 def test_it_builds_against_the_devices_own_base_libraries(described):
@@ -59,7 +59,8 @@ def test_it_builds_against_the_devices_own_base_libraries(described):
 
 
 def test_the_configuration_survives_an_upgrade(described):
-    assert described["conffiles"] == "/etc/config/wsmd"
+    assert described["wsmd.conffiles"] == "/etc/config/wsmd"
+    assert described["libdebug-open.conffiles"] == "/etc/config/debug"
 
 
 def test_the_group_of_the_bus_rules_is_made(described, feed):
@@ -73,14 +74,14 @@ def test_what_is_packed_is_what_was_installed(tree, feed, installed, tmp_path):
     staged = tmp_path / "staged"
     staged.mkdir()
     (staged / "usr").symlink_to(installed)
-    packages = ["wsmd", "libdebug-open", "libwas-sim", "wsmd-tools"]
+    packages = ["wsmd", "libdebug-open", "libwas-open", "wsmd-tools"]
     make(tree, feed, *(f"install-{name}" for name in packages), PKG_INSTALL_DIR=staged, DEST=tmp_path / "packed")
     assert {name: files_below(tmp_path / "packed" / name) for name in packages} == {
         "wsmd": ["etc/capabilities/wsmd.json", "etc/config/wsmd", "etc/init.d/wsmd", "etc/uci-defaults/wsmd",
-                 "usr/sbin/wsmd", "usr/share/acl.d/wsmd.json", "usr/share/rpcd/acl.d/wsmd.json"],
-        "libdebug-open": ["usr/lib/libdebug.so"],
-        "libwas-sim": ["usr/lib/libwas.so"],
-        "wsmd-tools": ["usr/bin/apsim", "usr/bin/wsm-collector", "usr/bin/wsm-record", "usr/lib/libwsm-record.so"],
+                 "usr/sbin/wsm-check", "usr/sbin/wsmd", "usr/share/acl.d/wsmd.json", "usr/share/rpcd/acl.d/wsmd.json"],
+        "libdebug-open": ["etc/config/debug", "usr/lib/libdebug.so"],
+        "libwas-open": ["usr/lib/libwas.so"],
+        "wsmd-tools": ["usr/bin/apsim", "usr/bin/dhcpmon", "usr/bin/wsm-collector", "usr/bin/wsm-record", "usr/lib/libwsm-record.so"],
     }
     packed = tmp_path / "packed/wsmd"
     modes = {name: (packed / name).stat().st_mode & 0o777 for name in files_below(packed)}
@@ -103,6 +104,11 @@ def test_other_programs_get_the_vendor_libraries_headers(tree, feed, installed, 
         "usr/lib/pkgconfig/libdebug.pc", "usr/lib/pkgconfig/libwas.pc"]
 
 
+def test_the_patches_of_the_package_are_applied(tree, feed, tmp_path):
+    make(tree, feed, "prepare", PKG_BUILD_DIR=tmp_path / "source")
+    assert (tmp_path / "source/patched").exists()
+
+
 def test_what_is_taken_from_the_tree_is_enough_to_configure_a_build(tree, feed, tmp_path):
     make(tree, feed, "prepare", PKG_BUILD_DIR=tmp_path / "source")
     subprocess.run(["cmake", "-S", tmp_path / "source", "-B", tmp_path / "build", "-DWSMD_TESTS=OFF", "-DWSMD_LAB=OFF",
@@ -111,10 +117,12 @@ def test_what_is_taken_from_the_tree_is_enough_to_configure_a_build(tree, feed, 
 
 # --- the init script ---
 
-def run_init(tree, feed, call, tmp_path, wireless="/etc/config"):
+def run_init(tree, feed, call, tmp_path, wireless="/etc/config", capability_text="{}"):
     """The calls of the init library that a function of the script makes, as lists of words."""
-    capability = tmp_path / "tk_device.json"
-    capability.write_text("{}")
+    capability = tmp_path / "tk_device/tk_device.json"
+    if capability_text is not None:
+        capability.parent.mkdir(exist_ok=True)
+        capability.write_text(capability_text)
     script = (f'. "{tree / STUBS}/procd.sh"; . "{feed}/files/etc/init.d/wsmd"; '
               f'CAPABILITY_FILE="{capability}"; WIRELESS_FOLDER="{wireless}"; {call}')
     done = subprocess.run(["sh", "-c", script], check=False, capture_output=True, text=True)
@@ -130,8 +138,28 @@ def test_the_daemon_is_started_again_for_ever(tree, feed, tmp_path):
 
 
 def test_another_role_of_the_device_is_another_instance(tree, feed, tmp_path):
-    assert ["procd_set_param", "data", "mod_type=ap"] in run_init(tree, feed, "start_service", tmp_path)
-    assert run_init(tree, feed, "service_triggers", tmp_path) == [["procd_add_reload_trigger", "system"]]
+    assert ["procd_set_param", "data", "mod_type=ap", "debug=3"] in run_init(tree, feed, "start_service", tmp_path)
+    assert run_init(tree, feed, "service_triggers", tmp_path) == [["procd_add_reload_trigger", "system", "debug"]]
+
+
+def test_a_device_without_a_capability_file_gets_one_with_a_limit_for_each_radio(tree, feed, tmp_path):
+    calls = run_init(tree, feed, "start_service", tmp_path, capability_text=None)
+    assert ["procd_set_param", "command", "/usr/sbin/wsmd"] in calls
+    made = json.loads((tmp_path / "tk_device/tk_device.json").read_text())
+    assert made == {"wireless": {"wireless_path": "/etc/config", "radiolist": [
+        {"name": "radio0", "sta_limit_max": 256}, {"name": "radio1", "sta_limit_max": 256}]}}
+    assert files_below(tmp_path) == ["tk_device/tk_device.json"]
+
+
+def test_a_maker_s_capability_file_stays_as_it_is(tree, feed, tmp_path):
+    run_init(tree, feed, "start_service", tmp_path, capability_text='{"maker": 1}')
+    assert (tmp_path / "tk_device/tk_device.json").read_text() == '{"maker": 1}'
+
+
+def test_without_radios_it_is_not_started_and_the_system_log_says_why(tree, feed, tmp_path):
+    calls = run_init(tree, feed, "RADIOS=; start_service", tmp_path, capability_text=None)
+    assert [call[0] for call in calls] == ["logger"]
+    assert " ".join(calls[0]).startswith("logger -t wsmd -p daemon.err not started: no ")
 
 
 def test_the_jail_has_the_bus_the_log_and_nothing_it_may_write_but_its_places(tree, feed, tmp_path):

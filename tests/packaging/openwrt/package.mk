@@ -18,7 +18,12 @@ describe:
 	@echo 'CMAKE_OPTIONS=$(strip $(CMAKE_OPTIONS))'
 	@$(foreach package,$(PACKAGES),$(foreach name,TITLE SECTION CATEGORY DEPENDS PROVIDES USERID,\
 		echo '$(package).$(name)=$($(package).$(name))';))
-	@echo 'conffiles=$(strip $(Package/wsmd/conffiles))'
+	@$(foreach package,$(PACKAGES),echo '$(package).conffiles=$(strip $(Package/$(package)/conffiles))';)
+
+# The build system's own applies the patches of the package's folder.
+define Build/Patch
+	touch $(PKG_BUILD_DIR)/patched
+endef
 
 prepare:
 	$(Build/Prepare)

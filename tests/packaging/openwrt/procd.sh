@@ -2,9 +2,23 @@
 # The init library's calls, one line each, as the service makes them.
 
 for call in procd_open_instance procd_close_instance procd_set_param procd_append_param procd_add_jail \
-	procd_add_jail_mount procd_add_jail_mount_rw procd_add_reload_trigger; do
+	procd_add_jail_mount procd_add_jail_mount_rw procd_add_reload_trigger logger; do
 	eval "$call() { echo $call \"\$@\"; }"
 done
 
-uci() { [ "$*" = '-q get system.@system[0].mod_type' ] && echo ap; }
+RADIOS='radio0 radio1' # of the device's configuration
+
+uci() {
+	local radio
+
+	case "$*" in
+	'-q get system.@system[0].mod_type') echo ap ;;
+	'-q get debug.main.level') echo 3 ;;
+	'-q show wireless')
+		for radio in $RADIOS; do echo "wireless.$radio=wifi-device"; done
+		echo "wireless.@wifi-iface[0]=wifi-iface"
+		;;
+	*) return 1 ;;
+	esac
+}
 jsonfilter() { [ "$*" = "-i $CAPABILITY_FILE -e @.wireless.wireless_path" ] && echo "$WIRELESS_FOLDER"; }

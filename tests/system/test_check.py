@@ -1,0 +1,89 @@
+"""wsm-check: what it says of an access point, healthy and with each part missing."""
+
+import pathlib
+import shutil
+
+import pytest
+
+CHECK = pathlib.Path(__file__).resolve().parents[2] / "packaging/check/wsm-check"
+
+
+@pytest.fixture(params=["dash", "busybox"])
+def check(request, build_dir):
+    """Runs the check in a lab, by the shell named; returns its Done."""
+    shell = [shutil.which(request.param)]
+    if not shell[0]:
+        pytest.skip(f"{request.param} is not installed")
+    if request.param == "busybox":
+        shell.append("sh")
+
+    def run(lab, *options):
+        return lab.run([*shell, "-s", "--", *options], stdin=CHECK.read_bytes(), check=False,
+                       environment={"LD_LIBRARY_PATH": str(build_dir / "lib")})
+    return run
+
+
+def found(done):
+    """The lines by their first word: {"ok": {"bus": "object sta, 0 stations"}, ...}"""
+    lines = {"ok": {}, "note": {}, "MISSING": {}}
+    for line in done.stdout.splitlines():
+        kind, rest = line.split(None, 1)
+        name, text = rest.split(":", 1)
+        lines[kind][name] = text.strip()
+    return lines
+
+
+def test_on_a_healthy_access_point_nothing_is_missing(running_lab, check):
+    running_lab.apsim("assoc mac=02:00:00:00:00:01 ifname=ath0 radio=0")
+    running_lab.wait_for_report(log_type=1)
+    done = check(running_lab)
+    lines = found(done)
+    assert (done.status, lines["MISSING"], done.stderr) == (0, {}, "")
+    assert set(lines["ok"]) == {"daemon", "libdebug.so", "libwas.so", "driver", "capability file", "bus", "chains", "collector",
+                                "configuration"}
+    assert lines["ok"]["bus"] == "object sta, 1 stations"
+    assert lines["ok"]["capability file"] == "room for 768 stations"
+
+
+def test_quiet_says_nothing_of_a_healthy_access_point(running_lab, check):
+    done = check(running_lab, "--quiet")
+    assert (done.status, done.stdout, done.stderr) == (0, "", "")
+
+
+def test_before_anything_runs_each_missing_part_is_named(open_lab, check):
+    lab = open_lab(capability=None)
+    done = check(lab)
+    lines = found(done)
+    assert done.status == 1
+    assert lines["MISSING"]["daemon"] == "wsmd does not run: start the service wsmd"
+    assert lines["MISSING"]["bus"] == "no broker answers: start ubusd"
+    assert lines["MISSING"]["capability file"].endswith("is not there: wsmd does not start without it")
+    assert lines["MISSING"]["driver"].startswith("nobody answers at /var/run/was.sock") or "no family" in lines["MISSING"]["driver"]
+    assert lines["MISSING"]["chains"].startswith("no chain ")
+    assert lines["note"]["collector"].startswith("nobody listens at /tmp/sta_server_domain")
+
+
+@pytest.mark.parametrize("capability", ["{", '{"wireless":{}}', '{"wireless":{"radiolist":[{"name":"wifi0"}]}}'])
+def test_a_capability_file_without_limits_is_as_good_as_none(open_lab, check, capability):
+    done = check(open_lab(capability=capability))
+    assert found(done)["MISSING"]["capability file"].endswith("names no radio with sta_limit_max: wsmd keeps no station")
+
+
+@pytest.mark.parametrize("package, text, said", [
+    ("wireless", "", "has no wifi-iface"), ("wifiinfo", "", "neither mtk nor qca"),
+    ("wifiinfo", "config wifiinfo 'global'\n\toption sdk 'other'\n", "neither mtk nor qca")],
+    ids=["no networks", "no sdk", "another sdk"])
+def test_a_configuration_that_finds_no_networks_is_named(open_lab, check, package, text, said):
+    done = check(open_lab(config={package: text}))
+    assert said in found(done)["MISSING"]["configuration"]
+
+
+def test_a_daemon_that_ran_before_its_broker_is_told_from_one_that_never_ran(open_lab, check):
+    lab = open_lab()
+    lab.start_ubusd()
+    assert found(check(lab))["MISSING"]["bus"].startswith("the broker has no object sta")
+
+
+def test_an_unknown_option_is_refused(lab, check):
+    done = check(lab, "--loud")
+    assert (done.status, done.stderr) == (2, "wsm-check: unknown: --loud\n")
