@@ -39,6 +39,7 @@ async function main() {
 	}
 
 	await browser.close();
+	process.exit(0); // whatever a test has left open
 }
 
 main().catch((error) => {

@@ -3,6 +3,7 @@
 
 const assert = require('assert/strict');
 const { picture, until } = require('../browser.js');
+const { makeStations } = require('./server.js');
 const { test, ROW } = require('./page.js');
 
 async function askToDisconnect(clients, name) {
@@ -17,8 +18,11 @@ async function disconnect(clients, name) {
 }
 
 module.exports = [
-	test('a client is asked about by name before it is disconnected, and Cancel changes nothing', {}, async (clients) => {
-		await clients.rows(3);
+	test('a client is asked about by name before it is disconnected, and Cancel changes nothing', {
+		prepare(server) { server.stations = makeStations(8); }
+	}, async (clients) => {
+		await clients.rows(8);
+		await picture(clients.page, 'luci-clients', { clip: { x: 130, y: 35, width: 1020, height: 790 } });
 		await askToDisconnect(clients, 'phone-0');
 
 		const words = await clients.dialog().innerText();

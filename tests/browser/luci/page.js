@@ -77,10 +77,8 @@ class Clients {
 	}
 
 	/* `expected`: what the browser itself has to say of requests that fail. */
-	async end(expected = /^$/) {
+	quiet(expected = /^$/) {
 		assert.deepEqual(this.page.errors.filter(text => !expected.test(text)), []);
-		await this.page.context().close();
-		await this.server.stop();
 	}
 }
 
@@ -93,12 +91,12 @@ function test(name, { prepare, options, console: expected } = {}, body) {
 
 			try {
 				await body(clients);
+				clients.quiet(expected);
 			}
 			finally {
-				clients.server.http.closeAllConnections();
+				await clients.page.context().close();
+				await clients.server.stop();
 			}
-
-			await clients.end(expected);
 		}
 	};
 }

@@ -89,7 +89,7 @@ module.exports = [
 
 		await page.fill('#wsmd-filter', ' 02:00:00:00:1F:40 ');
 		await clients.rows(1);
-		assert.equal((await clients.row('02:00:00:00:1f:40'))[2], '192.168.32.63');
+		assert.equal((await clients.row('02:00:00:00:1f:40'))[2], '192.168.32.251');
 		await clients.shown();
 		await page.fill('#wsmd-filter', '02:00:00:ff:ff:ff');
 		await clients.placeholder('No client has this MAC address.');

@@ -121,7 +121,7 @@ function networkCell(station) {
 		details.push(text(station.ssid_ifname));
 
 	if (count(station.channel) > 0)
-		details.push(_('channel %d').format(station.channel));
+		details.push(_('channel %d').format(station.channel).replace(' ', '\xa0'));
 
 	return E('div', { 'style': breakable }, [
 		foreign(text(station.ssid)), E('br'), E('small', {}, [ details.join(', ') ])
