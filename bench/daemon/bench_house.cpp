@@ -1,14 +1,13 @@
 #include "bench_house.h"
 
+#include "life/members.h"
+#include "model/table.h"
 #include "protocol/driver_request.h"
 #include "protocol/station_report.h"
-#include "sta/sta_members.h"
-#include "sta/sta_table.h"
 #include "support/places.h"
-#include "tools/sta_debug.h"
-#include "tools/sta_device.h"
-#include "tools/sta_memory.h"
-#include "tools/sta_text.h"
+#include "tools/log.h"
+#include "tools/memory.h"
+#include "tools/text.h"
 #include "was/was.h"
 
 #include <csignal>

@@ -3,11 +3,11 @@
 
 #include "bench_house.h"
 
-#include "driver/sta_logup.h"
+#include "life/log_up.h"
+#include "life/pass.h"
+#include "model/table.h"
 #include "protocol/station_report.h"
-#include "sta/sta_cycle.h"
-#include "sta/sta_table.h"
-#include "tools/sta_debug.h"
+#include "tools/log.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdio>

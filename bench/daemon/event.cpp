@@ -2,11 +2,11 @@
 
 #include "bench_house.h"
 
-#include "kernel/sta_event.h"
-#include "kernel/sta_nl.h"
+#include "life/driver_events.h"
+#include "model/table.h"
 #include "protocol/station_event.h"
 #include "protocol/station_report.h"
-#include "sta/sta_table.h"
+#include "wlan/channel.h"
 
 #include <array>
 #include <benchmark/benchmark.h>

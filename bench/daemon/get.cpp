@@ -6,7 +6,7 @@
 #include "bench_house.h"
 
 #include "base/cxx/ubus.h"
-#include "ubus/sta_ubus.h"
+#include "bus/object.h"
 
 #include <benchmark/benchmark.h>
 #include <csignal>

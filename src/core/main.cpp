@@ -1,8 +1,8 @@
 // wsmd - station management daemon of a wireless access point. No arguments, no environment.
 
 #include "base/cxx/ubox.h"
-#include "core/sta_init.h"
-#include "core/sta_lock.h"
+#include "core/init.h"
+#include "core/lock.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // bus_asks.cpp - the daemon's connection to the bus without the rest of it: sends the request for another period to the
 // first subscriber of its object, and ends.
-#include "ubus/sta_bus.h"
-#include "ubus/sta_ubus.h"
-#include "ubus/sta_ubus_notify.h"
+#include "bus/object.h"
+#include "outputs/bus_link.h"
+#include "outputs/notify.h"
 
 #include "base/cxx/ubox.h"
 

@@ -1,6 +1,6 @@
 // fw_hosts.cpp - the daemon's firewall functions on a command line: `fw-hosts FUNCTION [ARGUMENT...]` prints
 // the result.
-#include "fw/sta_fw.h"
+#include "fw/iptables.h"
 
 #include <cstdio>
 #include <string_view>

@@ -1,7 +1,7 @@
 // The commands that a restore runs, without a shell: starting processes out of an instrumented one takes a hundred times
 // as long as all that an input does otherwise. Other commands are not there.
 #include "support/files.h"
-#include "tools/sta_command.h"
+#include "tools/command.h"
 
 #include <string_view>
 

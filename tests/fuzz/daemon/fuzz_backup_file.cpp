@@ -2,10 +2,10 @@
 // back in the next start; those that nobody confirms are swept.
 #include "life.h"
 
-#include "sta/sta_backup.h"
-#include "sta/sta_cycle.h"
-#include "sta/sta_restore.h"
-#include "sta/sta_sweep.h"
+#include "life/pass.h"
+#include "life/restore.h"
+#include "life/sweep.h"
+#include "outputs/backup.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     life here;

@@ -2,11 +2,11 @@
 // events, the DHCP monitor's notification, or its two answers.
 #include "life.h"
 
+#include "bus/events.h"
+#include "compat/dhcp_check.h"
+#include "model/table.h"
+#include "outputs/bus_link.h"
 #include "pieces.h"
-#include "sta/sta_table.h"
-#include "ubus/sta_bus.h"
-#include "ubus/sta_ubus_events.h"
-#include "ubus/sta_ubus_selfchk.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // The input is the arguments of a call, one a piece; the tag chooses the method.
 #include "life.h"
 
+#include "bus/object.h"
+#include "outputs/bus_link.h"
 #include "pieces.h"
-#include "ubus/sta_bus.h"
-#include "ubus/sta_ubus.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     static constexpr ubus_handler_t methods[] = {sta_ubus_get_info_methods, sta_ubus_set_info_methods,

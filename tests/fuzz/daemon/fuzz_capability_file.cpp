@@ -1,10 +1,9 @@
 // The input is the capability file: afterwards there is a limit, and a path of the wireless configuration to look into.
 #include "life.h"
 
-#include "core/dev_cap.h"
-#include "driver/sta_uci.h"
-#include "sta/sta_table.h"
-#include "tools/sta_device.h"
+#include "core/capability.h"
+#include "inputs/network.h"
+#include "model/table.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const life here;

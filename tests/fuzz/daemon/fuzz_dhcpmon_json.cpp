@@ -1,8 +1,8 @@
 // The input is the DHCP monitor's client list as it is notified, a JSON text. Stations then take what it says of them.
 #include "life.h"
 
-#include "sta/sta_dhcpmon.h"
-#include "ubus/sta_ubus_events.h"
+#include "bus/events.h"
+#include "inputs/dhcpmon_list.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     life here;

@@ -2,9 +2,9 @@
 // when there is none left. Every walk that asks the driver is taken.
 #include "life.h"
 
+#include "bus/station_list.h"
 #include "pieces.h"
 #include "support/members.h"
-#include "ubus/sta_ubus_encode.h"
 
 namespace {
 

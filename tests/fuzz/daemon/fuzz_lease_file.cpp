@@ -1,7 +1,7 @@
 // The input is the DHCP server's lease file: stations on line take names and addresses from it, and a new one goes on line.
 #include "life.h"
 
-#include "sta/sta_address.h"
+#include "life/address.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     life here;

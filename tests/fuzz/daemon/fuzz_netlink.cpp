@@ -2,10 +2,10 @@
 // which timer fires behind it; in the end all of them do.
 #include "life.h"
 
-#include "kernel/sta_event.h"
-#include "kernel/sta_nl.h"
+#include "life/driver_events.h"
+#include "life/pass.h"
 #include "pieces.h"
-#include "sta/sta_cycle.h"
+#include "wlan/channel.h"
 
 #include <array>
 

@@ -1,8 +1,8 @@
 // The input is the snooping table: it is walked, and stations take addresses from it.
 #include "life.h"
 
-#include "sta/sta_address.h"
-#include "tools/sta_lease.h"
+#include "inputs/leases.h"
+#include "life/address.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const life here;

@@ -1,13 +1,13 @@
 #include "life.h"
 
-#include "sta/sta_cycle.h"
-#include "sta/sta_sweep.h"
-#include "sta/sta_table.h"
+#include "life/pass.h"
+#include "life/sweep.h"
+#include "model/table.h"
+#include "outputs/bus_link.h"
 #include "support/driver_tables.h"
 #include "support/places.h"
-#include "tools/sta_memory.h"
-#include "tools/sta_text.h"
-#include "ubus/sta_bus.h"
+#include "tools/memory.h"
+#include "tools/text.h"
 
 #include <algorithm>
 #include <sstream>

@@ -2,15 +2,14 @@
 #include "support/house.h"
 
 #include "base/cxx/ubus.h"
-#include "core/sta_init.h"
-#include "core/sta_timers.h"
-#include "kernel/sta_netlink.h"
-#include "kernel/sta_nl.h"
-#include "sta/sta_address.h"
-#include "sta/sta_table.h"
-#include "tools/sta_debug.h"
-#include "tools/sta_device.h"
-#include "ubus/sta_bus.h"
+#include "core/init.h"
+#include "life/address.h"
+#include "life/listen.h"
+#include "life/timers.h"
+#include "model/table.h"
+#include "outputs/bus_link.h"
+#include "tools/log.h"
+#include "wlan/channel.h"
 
 #include <algorithm>
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 #include "support/house.h"
 
-#include "core/sta_lock.h"
-#include "tools/sta_command.h"
+#include "core/lock.h"
+#include "tools/command.h"
 
 #include <fcntl.h>
 #include <filesystem>

@@ -2,7 +2,7 @@
 #include "support/house.h"
 
 #include "base/cxx/ubox.h"
-#include "core/sta_watch.h"
+#include "core/watch.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>

@@ -1,16 +1,17 @@
 #include "support/house.h"
 
-#include "core/sta_log.h"
-#include "core/sta_timers.h"
-#include "kernel/sta_netlink.h"
-#include "kernel/sta_nl.h"
-#include "sta/sta_dhcpmon.h"
-#include "sta/sta_table.h"
+#include "core/init.h"
+#include "core/log_settings.h"
+#include "inputs/dhcpmon_list.h"
+#include "inputs/network.h"
+#include "life/listen.h"
+#include "life/timers.h"
+#include "model/table.h"
+#include "outputs/bus_link.h"
 #include "support/places.h"
-#include "tools/sta_debug.h"
-#include "tools/sta_device.h"
-#include "tools/sta_memory.h"
-#include "ubus/sta_bus.h"
+#include "tools/log.h"
+#include "tools/memory.h"
+#include "wlan/channel.h"
 
 namespace {
 

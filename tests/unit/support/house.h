@@ -34,7 +34,7 @@
 #include "support/log.h"
 #include "support/memory.h"
 
-#include "sta/sta_info.h"
+#include "model/record.h"
 
 #include <gtest/gtest.h>
 

@@ -2,11 +2,11 @@
 #include "support/house.h"
 
 #include "base/cxx/ubus.h"
-#include "sta/sta_dhcpmon.h"
-#include "sta/sta_table.h"
+#include "inputs/dhcpmon_list.h"
+#include "model/table.h"
 #include "support/places.h"
-#include "tools/sta_debug.h"
-#include "tools/sta_memory.h"
+#include "tools/log.h"
+#include "tools/memory.h"
 #include "was/was.h"
 
 #include <csignal>

@@ -2,9 +2,9 @@
 
 #include <stdexcept>
 
+#include "outputs/bus_link.h"
 #include "support/bus.h"
 #include "support/members.h"
-#include "ubus/sta_bus.h"
 
 namespace {
 

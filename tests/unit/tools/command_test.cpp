@@ -1,7 +1,7 @@
 #include "support/house.h"
 
-#include "tools/sta_command.h"
-#include "tools/sta_memory.h"
+#include "tools/command.h"
+#include "tools/memory.h"
 
 #include <csignal>
 #include <dirent.h>

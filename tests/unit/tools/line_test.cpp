@@ -1,4 +1,4 @@
-#include "tools/sta_line.h"
+#include "tools/line.h"
 
 #include <climits>
 #include <cstring>

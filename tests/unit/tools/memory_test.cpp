@@ -1,6 +1,6 @@
 #include "support/house.h"
 
-#include "tools/sta_memory.h"
+#include "tools/memory.h"
 
 #include <algorithm>
 #include <memory>

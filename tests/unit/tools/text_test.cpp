@@ -1,4 +1,4 @@
-#include "tools/sta_text.h"
+#include "tools/text.h"
 
 #include <cstdint>
 #include <cstdlib>

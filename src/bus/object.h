@@ -1,0 +1,31 @@
+// object.h - the connection to the bus and the daemon's object `sta` with its methods get, set and delete.
+//
+// Format: docs/bus-api.md.   Owns: the connection, until the process ends; a try every 2000 ms until the
+//         first success. A later loss is left to the library's default, and to the supervisor.
+// Blocks: connecting and registering, until the broker answers.   Logs: level 7 and 3.
+#pragma once
+
+#include "base/cxx/ubus.h"
+
+extern "C" {
+
+// Called once by start-up. The result of sta_ubus_object_connect.
+int sta_ubus_object_init(void);
+
+// Connects, publishes `sta`, registers for events and, unless the device is a router, subscribes to the DHCP
+// monitor. Arms `timer` for another try when the broker is not there. The result of the last call made; -1
+// for null.
+int sta_ubus_object_connect(struct uloop_timeout *timer);
+
+// Publishes the log library's object on the daemon's connection; one that comes before the connection is
+// published with it. 0, or -1 for null.
+int sta_ubus_add_dbg_object(struct ubus_object *obj);
+
+// Method handlers; their value is the request's status.
+int sta_ubus_get_info_methods(struct ubus_context *ctx, struct ubus_object *obj,
+                              struct ubus_request_data *req, const char *method, struct blob_attr *msg);
+int sta_ubus_set_info_methods(struct ubus_context *ctx, struct ubus_object *obj,
+                              struct ubus_request_data *req, const char *method, struct blob_attr *msg);
+int sta_ubus_delete_info_methods(struct ubus_context *ctx, struct ubus_object *obj,
+                                 struct ubus_request_data *req, const char *method, struct blob_attr *msg);
+}

@@ -1,0 +1,82 @@
+#include "core/init.h"
+
+#include "bus/object.h"
+#include "core/capability.h"
+#include "core/log_settings.h"
+#include "core/watch.h"
+#include "fw/iptables.h"
+#include "inputs/dhcpmon_list.h"
+#include "inputs/uci_shell.h"
+#include "life/address.h"
+#include "life/listen.h"
+#include "life/restore.h"
+#include "life/timers.h"
+#include "model/table.h"
+#include "tools/log.h"
+
+#include <csignal>
+#include <cstdlib>
+
+std::int32_t sta_mode = 1;
+
+namespace {
+
+constexpr const char *tag = "WSMD";
+
+[[noreturn]] void fail(const char *why) {
+    STA_LOG_AS("sta_service_start", "%s\n", why);
+    std::exit(EXIT_FAILURE);
+}
+
+} // namespace
+
+void sta_init() {
+    pthread_mutex_init(&g_sta_server_mutex, nullptr);
+    dbg_init("sta", "/tmp/sta.log", 10);
+    g_main_id = dbg_module_reg("main");
+    sta_mode = sta_get_mod_type();
+    sta_control_wsmd_init(sta_debug_cfg_read);
+    STA_LOG("%s starting..\n", tag);
+    if (sta_sta_dhcpmon_list_init() != 0) {
+        STA_LOG("Dhcpmon list init fail\n");
+        std::exit(EXIT_FAILURE);
+    }
+    sta_ubus_object_init(); // tries again by itself
+    sta_ubus_add_dbg_object(dbg_get_ubus_object());
+    if (dev_cap_table_init() != 0) {
+        STA_LOGFILE("wifi_services cap table init failed, exit now!\n");
+        std::exit(EXIT_FAILURE);
+    }
+    sta_service_start();
+    // Called, not only armed: restored stations are on line and reported before the loop starts.
+    sta_flow_count_timer(&sta_flow_count_timeout);
+    sta_sta_log_up_timer(&sta_log_up_timeout);
+    sta_single_log_up_timer(&sta_single_log_up_timeout);
+    sta_control_dhcp_init(sta_sta_update_name_by_dhcp);
+    STA_LOG("%s init finish..\n", tag);
+}
+
+int sta_service_start() {
+    STA_LOG("Sta-manage service enable\n");
+    if (sta_sta_init() != 0) fail("Sta-manage STA init fail");
+    if (sta_fw_init() != 0) fail("Sta-manage FW init fail");
+    if (sta_netlink_init() != 0) fail("Sta-manage connect server fail");
+    return 0;
+}
+
+void sta_deinit() {
+    // Deliberate: the two values behind the line number are passed and not printed.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-extra-args"
+    dbg_printf(g_main_id, 7, "Function %s:%d MAIN", __func__, __LINE__, 5, "Sta-manage terminating..");
+#pragma GCC diagnostic pop
+    sta_terminate(EXIT_FAILURE);
+}
+
+void sta_terminate(int status) {
+    // A second signal must not stop the clean-up half-way; the commands get their defaults back.
+    std::signal(SIGINT, SIG_IGN);
+    std::signal(SIGTERM, SIG_IGN);
+    sta_fw_clean_all();
+    std::exit(status);
+}

@@ -1,9 +1,0 @@
-// sta_lock.h - one instance only.
-#pragma once
-
-extern "C" {
-// Takes the write lock on "/tmp/.sta_file_lockpath" (made with mode 0700) and keeps the descriptor open for
-// the life of the process. False when the file cannot be opened or somebody holds the lock. Call it once:
-// closing any descriptor of the file gives the lock back.
-bool sta_file_lock(void);
-}

@@ -1,8 +1,0 @@
-// report_image.h - the station record as the collector's report (protocol/station_report.h).
-#pragma once
-
-#include "protocol/station_report.h"
-#include "sta/sta_info.h"
-
-// Every field of the report that the record has: all of them.
-station_report sta_report_of(const sta_info_t &sta) noexcept;

@@ -1,0 +1,29 @@
+// leases.h - who has which address and name, by the DHCP server's lease file and the snooping table.
+//
+// Source: "/tmp/dhcp.leases", lines "<expiry> <mac> <address> <host name> <client id>"; "/tmp/snoop_ip_bak",
+//         lines "<x> <mac> <address> <interface>". Both belong to other programs and may hold anything.
+// Keys:   the MAC as the lease file has it: searched as plain text anywhere in the line, case-sensitive; in
+//         the snooping table as a whole word in either case.   Changes: no file, ever.
+#pragma once
+
+extern "C" {
+
+// Copies the leased address of `mac` into `out` (17 bytes: at most 15 characters, the rest zeroed) and
+// returns 0. -1 when there is none: `out` is then untouched. Logs at level 7 a hit or a file that cannot be
+// opened.
+int sta_get_ipaddr_by_dhcp_mac(char *out, const char *mac);
+
+// The leased host name of `mac`, at most 64 characters, "*" included, possibly empty: to be freed with
+// sta_free. Null when there is none. Logs the reason or the hit.
+char *sta_get_name_by_dhcp_mac(const char *mac);
+
+// Copies the snooped address of `mac` into `out` (16 bytes) and returns 0; else -1, `out` untouched. Runs a
+// shell.
+int sta_get_ipaddr_by_snoop_mac(const char *mac, char *out);
+
+// "-" in a 32-byte block, to be freed with sta_free; null when there is no memory.
+char *sta_get_default_name(void);
+
+// Calls `visit` with MAC and address of every snooped line on "br-lan", in file order.
+void sta_snoop_foreach_lan(void (*visit)(const char *mac, const char *ip));
+}

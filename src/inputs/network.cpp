@@ -1,0 +1,219 @@
+#include "inputs/network.h"
+
+#include "base/cxx/uci.h"
+#include "tools/log.h"
+
+#include <memory>
+#include <new>
+#include <string_view>
+
+char g_path[32] = "/etc/config/wireless";
+static_assert(std::string_view{"/etc/config/wireless"} == sta_wireless_default);
+
+namespace {
+
+constexpr const char *sysinfo_file = "/etc/config/sysinfo";
+constexpr std::size_t value_size = 64; // of a buffer; at most 63 characters are copied into it
+
+struct uci_freer {
+    void operator()(uci_context *context) const noexcept { uci_free_context(context); } // loaded packages too
+    void operator()(char *text) const noexcept { std::free(text); }
+};
+using uci_guard = std::unique_ptr<uci_context, uci_freer>;
+
+// The option's text; null when it is missing or a list.
+const char *option_text(uci_context *context, uci_section *section, const char *name) {
+    return uci_lookup_option_string(context, section, name);
+}
+
+bool option_is(uci_context *context, uci_section *section, const char *name, const char *value) {
+    const char *text = option_text(context, section, name);
+    return text && std::string_view{text} == value;
+}
+
+bool has_type(const uci_section *section, const char *type) {
+    return std::string_view{section->type} == type;
+}
+
+// As strncpy, which compilers warn of: a longer text is left without a terminator, that is the zeroed buffer's.
+void copy_value(char *destination, const char *text, std::size_t size) {
+    const std::size_t length = strnlen(text, size);
+    std::memcpy(destination, text, length);
+    std::memset(destination + length, 0, size - length);
+}
+
+// One configuration file, as far as it could be loaded.
+class config_file {
+public:
+    // Loads `path` if nobody has yet; a failure is not kept. The package, or null with the reason logged in the name of
+    // `function`.
+    uci_package *load(const char *function, const char *path, const char *missing) {
+        if (package) return package;
+        switch (try_load(path)) {
+        case outcome::missing: STA_LOG_AS(function, "%s\n", missing); break;
+        case outcome::no_context: STA_LOG_AS(function, "context no found!\n"); break;
+        // Deliberate: the same words for both files.
+        case outcome::unreadable: STA_LOG_AS(function, "wireless config no found!\n"); break;
+        case outcome::loaded: break;
+        }
+        return package;
+    }
+    uci_context *get() const noexcept { return context.get(); }
+
+private:
+    enum class outcome { missing, no_context, unreadable, loaded };
+
+    outcome try_load(const char *path) {
+        if (access(path, F_OK) != 0) return outcome::missing;
+        context.reset(uci_alloc_context());
+        if (!context) return outcome::no_context;
+        if (uci_load(context.get(), path, &package) != UCI_OK) package = nullptr;
+        return package ? outcome::loaded : outcome::unreadable;
+    }
+
+    uci_guard context;
+    uci_package *package = nullptr;
+};
+
+} // namespace
+
+// What the calls of one walk share, filled by the first of them.
+struct sta_uci_snapshot::files {
+    uci_guard parameters;       // keeps the packages that were looked up in it
+    char chip[value_size] = ""; // as soon as it is known
+    config_file wireless;
+    config_file sysinfo;
+};
+
+sta_uci_snapshot::files *sta_uci_snapshot::current = nullptr;
+
+sta_uci_snapshot::sta_uci_snapshot() noexcept {
+    if (current) return;
+    void *room = std::malloc(sizeof(files)); // without memory every call loads for itself
+    mine = current = room ? new (room) files : nullptr;
+}
+
+sta_uci_snapshot::~sta_uci_snapshot() {
+    if (!mine) return;
+    current = nullptr;
+    mine->~files();
+    std::free(mine);
+}
+
+namespace {
+
+// Copies option `wanted` of `section`. 0, or -1 when there is none.
+int copy_option(uci_context *context, uci_section *section, const char *wanted, char *destination,
+                std::size_t size) {
+    const char *text = option_text(context, section, wanted);
+    if (!text) return -1;
+    copy_value(destination, text, size);
+    return 0;
+}
+
+// Reads `wanted` from the station's "wifi-iface" section. 0 or -1, as sta_uci_get_wireless_element;
+// `function` speaks.
+int read_of_section(const char *function, const sta_info_t *sta, const char *wanted,
+                    char (&value)[value_size]) {
+    char own[value_size] = "";
+    char(&chip)[value_size] = sta_uci_snapshot::shared() ? sta_uci_snapshot::shared()->chip : own;
+    if (chip[0] == '\0') sta_uci_get_param("wifiinfo.global.sdk", chip, sizeof(chip) - 1);
+    if (std::string_view{chip} == "mtk")
+        return sta_uci_get_wireless_element(sta->ifname, "ifname", nullptr, wanted, value, sizeof(value) - 1);
+    if (std::string_view{chip} == "qca") {
+        const char *device = std::strncmp(sta->ifname, "ath0", 4) == 0 ? "wifi0" : "wifi1";
+        return sta_uci_get_wireless_element(sta->ssid, "ssid", device, wanted, value, sizeof(value) - 1);
+    }
+    STA_LOG_AS(function, "uci unrecognize.\n");
+    return -1;
+}
+
+bool is_placed(const sta_info_t *sta) { return sta && sta->ifname[0] != '\0' && sta->ssid[0] != '\0'; }
+
+} // namespace
+
+void sta_uci_get_param(const char *path, char *destination, std::size_t size) {
+    const std::unique_ptr<char, uci_freer> edited{path ? strdup(path)
+                                                       : nullptr}; // the look-up cuts it to pieces
+    sta_uci_snapshot::files *shared = sta_uci_snapshot::shared();
+    if (shared && !shared->parameters) shared->parameters.reset(uci_alloc_context());
+    const uci_guard own{shared ? nullptr : uci_alloc_context()};
+    uci_context *context = shared ? shared->parameters.get() : own.get();
+    if (!edited || !context || !destination) {
+        STA_LOG("pointer is not valid\n");
+        return;
+    }
+    uci_ptr found{};
+    if (uci_lookup_ptr(context, &found, edited.get(), true) != UCI_OK) {
+        STA_LOG("uci no found!\n");
+        return;
+    }
+    if (!(found.flags & uci_ptr::UCI_LOOKUP_COMPLETE) || !found.o || found.o->type != UCI_TYPE_STRING) {
+        STA_LOG("param %s not found\n", path);
+        return;
+    }
+    copy_value(destination, found.o->v.string, size);
+}
+
+int sta_uci_get_wireless_element(const char *value, const char *match, const char *device, const char *wanted,
+                                 char *destination, std::size_t size) {
+    if (!value || !match || !wanted || !destination) {
+        STA_LOG("param is NULL!\n");
+        return -1;
+    }
+    STA_LOG("sta_uci_get_wireless_element:%s\n", g_path);
+    config_file own;
+    config_file &wireless = sta_uci_snapshot::shared() ? sta_uci_snapshot::shared()->wireless : own;
+    const uci_package *package = wireless.load(__func__, g_path, "Not wireless file");
+    if (!package) return -1;
+    uci_context *context = wireless.get();
+    uci_element *element = nullptr;
+    uci_foreach_element (&package->sections, element) {
+        uci_section *section = uci_to_section(element);
+        if (!has_type(section, "wifi-iface")) continue;
+        if (device && !option_is(context, section, "device", device)) continue;
+        if (!option_is(context, section, match, value)) continue;
+        STA_LOG("value=%s name=%s\n", option_text(context, section, match), value);
+        return copy_option(context, section, wanted, destination, size);
+    }
+    return 0;
+}
+
+int sta_uci_get_sysinfo_element(char *destination, std::size_t size) {
+    if (!destination) {
+        STA_LOG("param is NULL!\n");
+        return -1;
+    }
+    config_file own;
+    config_file &sysinfo = sta_uci_snapshot::shared() ? sta_uci_snapshot::shared()->sysinfo : own;
+    const uci_package *package = sysinfo.load(__func__, sysinfo_file, "Not sysinfo file");
+    if (!package) return -1;
+    uci_element *element = nullptr;
+    uci_foreach_element (&package->sections, element) {
+        uci_section *section = uci_to_section(element);
+        if (!has_type(section, "sysinfo")) continue;
+        return copy_option(sysinfo.get(), section, "forwardMode", destination, size);
+    }
+    return 0;
+}
+
+std::int32_t sta_sta_get_vlanid(const sta_info_t *sta) {
+    if (!is_placed(sta)) return -1;
+    char text[value_size] = "";
+    if (read_of_section(__func__, sta, "vlanid", text) == -1) return -1;
+    const int vlanid = std::atoi(text); // NOLINT(cert-err34-c): no number is 0, as documented
+    STA_LOG("uci get vlanid=%d\n", vlanid);
+    return vlanid;
+}
+
+int sta_sta_get_brmode(const sta_info_t *sta) {
+    if (!is_placed(sta)) return -1;
+    char mode[value_size] = "";
+    if (sta_uci_get_sysinfo_element(mode, sizeof(mode) - 1) == -1) return -1;
+    STA_LOG("sysinfo: %s\n", mode);
+    if (std::string_view{mode} != "AP") return -1;
+    char network[value_size] = "";
+    if (read_of_section(__func__, sta, "network", network) == -1) return -1;
+    STA_LOG("uci get brmode=%s\n", network);
+    return std::string_view{network} != "lan" ? 1 : -1;
+}

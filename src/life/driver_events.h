@@ -1,0 +1,22 @@
+// driver_events.h - what comes in on the netlink socket: the driver's station events and late announcements of
+// its family.
+//
+// Format: kernel/station_event.h.   Logs: level 7; malformed messages are dropped with a line, never
+//         answered.
+// Blocks: as reports and configuration look-ups do.
+#pragma once
+
+#include "base/cxx/ubox.h"
+
+#include <span>
+
+extern "C" {
+
+// The event loop's callback: handles one message of the daemon's netlink socket (sta_nl.socket, whatever the
+// watcher says).
+void g_sta_recv_msg(struct uloop_fd *watcher, unsigned int events);
+}
+
+// Handles a received message: `received` bytes of `message`, which has sta_nl_message_max of them and is zero
+// behind those.
+void sta_nl_handle(std::span<const std::uint8_t> message, long received);

@@ -1,0 +1,31 @@
+#include "life/listen.h"
+
+#include "life/driver_events.h"
+#include "model/table.h"
+#include "protocol/station_event.h"
+#include "tools/log.h"
+#include "wlan/channel.h"
+
+struct uloop_fd sta_netlink_watcher = {};
+
+int sta_netlink_init() {
+    STA_LOG("sta netlink init\n");
+    sta_nl.socket = sta_nl_socket(&sta_nl.port, 1);
+    if (sta_nl.socket < 0) {
+        STA_LOG("create socket failed.\n");
+        return -1;
+    }
+    sta_nl.family = sta_nl_get_family_id(sta_nl.socket, station_event_family);
+    if (sta_nl.family > 0) {
+        if (sta_nl_register(sta_max_num) != 0) {
+            STA_LOG("send pid msg failed.\n");
+            return -1;
+        }
+    } else {
+        STA_LOG("get sta family id failed.\n");
+    }
+    sta_netlink_watcher.cb = g_sta_recv_msg;
+    sta_netlink_watcher.fd = sta_nl.socket;
+    uloop_fd_add(&sta_netlink_watcher, ULOOP_READ | ULOOP_BLOCKING);
+    return 0;
+}

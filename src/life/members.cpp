@@ -1,0 +1,80 @@
+#include "life/members.h"
+
+#include "model/table.h"
+#include "outputs/backup.h"
+#include "tools/log.h"
+#include "tools/memory.h"
+#include "tools/text.h"
+
+namespace {
+
+// Takes from `sta` what a known station's new association changes.
+void merge(sta_info_t *known, sta_info_t *sta) {
+    if (sta->name && sta->name[0] != '\0') {
+        if (char *name = sta_strdup(sta->name)) {
+            sta_free(known->name);
+            known->name = name;
+        }
+    }
+    if (sta->status != sta_status_added)
+        sta_sta_users_backup_update(sta); // Deliberate: the line shows the incoming values
+    else if (known->status == sta_status_online)
+        --g_sta_sta_master.online;
+    known->status = sta->status;
+    known->restored = sta->restored;
+    known->no_backup = sta->no_backup;
+    known->third_flag = sta->third_flag;
+    known->radio_id = sta->radio_id;
+    if (sta->ifname[0] != '\0') sta_put_text(known->ifname, sta->ifname);
+}
+
+} // namespace
+
+sta_info_t *sta_members_admit(sta_info_t *sta) {
+    constexpr const char *function = "sta_sta_add_usr";
+    if (!sta) return nullptr;
+    STA_LOG_AS(function, "sta add user, mac=%s. ifname=%s\n", sta->mac,
+               sta->ifname[0] != '\0' ? sta->ifname : "NULL");
+    if (g_sta_sta_master.online >= sta_max_num) {
+        STA_LOG_AS(function, "sta add user %s failed ! reach max sta_numbers %d.\n", sta->mac, sta_max_num);
+        sta_sta_free(sta);
+        return nullptr;
+    }
+    sta_info_t *known = sta_sta_find_usr(sta->mac);
+    if (!known) {
+        list_add_tail(&sta->list, &g_sta_sta_master.list);
+        return sta;
+    }
+    if (known != sta) {
+        merge(known, sta);
+        sta_sta_free(sta);
+    }
+    return known;
+}
+
+int sta_sta_add_usr(sta_info_t *sta) { return sta_members_admit(sta) ? 0 : -1; }
+
+void sta_sta_del_usr(sta_info_t *sta) {
+    if (!sta) return;
+    list_del_init(&sta->list);
+    if (sta->status == sta_status_online) --g_sta_sta_master.online;
+    sta_sta_users_backup_del(sta->mac);
+    STA_LOG("Delete user(ip=%s, mac=%s).\n", sta->ip, sta->mac);
+    sta_sta_free(sta);
+}
+
+void sta_sta_del_usr_by_mac(const char *mac, const char *ifname) {
+    sta_info_t *sta = sta_sta_find_usr(mac);
+    if (!sta) {
+        STA_LOG("sta delete, find usr %s fail.\n", sta_or_null(mac));
+        STA_LOG("Delete user(mac=%s).\n", sta_or_null(mac));
+        sta_sta_users_backup_del(mac);
+        return;
+    }
+    if (std::strcmp(sta->ifname, ifname ? ifname : "") != 0) {
+        STA_LOGFILE("sta_sta_del_usr_by_mac: mac:%s ifname old:%s new:%s mismatching.\n", sta->mac,
+                    sta->ifname, sta_or_null(ifname));
+        return;
+    }
+    sta_sta_del_usr(sta);
+}

@@ -1,0 +1,29 @@
+// members.h - who is in the station table: the only place that links, unlinks and frees its records.
+//
+// Owns:   every record linked in g_sta_sta_master; sta_sta_add_usr takes the record in every case, also on
+//         -1.
+// Thread: event loop only.   Result: 0 or -1. A record is good until the next delete.
+// Logs:   level 7 every addition, refusal and removal.   Files: the backup line goes with the record. Reports
+//         and firewall rules are the callers' business.
+#pragma once
+
+#include "model/record.h"
+
+extern "C" {
+
+// Adds a record, or merges it into the one with its MAC: that takes its name (when it has one), status,
+// flags, radio and interface (when it has one), and nothing else; the record given is freed. -1: null, or the
+// online count is at the limit (Deliberate: tested first, so that even a known MAC is refused; records that
+// wait for their first pass do not count).
+int sta_sta_add_usr(sta_info_t *sta);
+
+// Removes a record of the table with its backup line. Null is ignored.
+void sta_sta_del_usr(sta_info_t *sta);
+
+// Removes the record with this MAC if it is on interface `ifname`: a late off-line event of another interface
+// must not remove a station that has moved. The backup line of an unknown MAC goes all the same.
+void sta_sta_del_usr_by_mac(const char *mac, const char *ifname);
+}
+
+// As sta_sta_add_usr, but gives the record that is now in the table: `sta` or the one it was merged into. Null: refused.
+sta_info_t *sta_members_admit(sta_info_t *sta);

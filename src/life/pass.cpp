@@ -1,0 +1,107 @@
+#include "life/pass.h"
+
+#include "inputs/leases.h"
+#include "inputs/network.h"
+#include "life/log_up.h"
+#include "model/table.h"
+#include "outputs/backup.h"
+#include "outputs/notify.h"
+#include "protocol/driver_request.h"
+#include "tools/log.h"
+#include "tools/memory.h"
+#include "tools/text.h"
+#include "wlan/tables.h"
+
+namespace {
+
+constexpr const char *function = "sta_sta_flow_count_proc"; // speaks in the log for its helpers
+constexpr const char *no_address = "0.0.0.0";
+
+// One pass over the table.
+struct flow_pass {
+    std::int32_t now;
+    sta_uci_snapshot configuration{};
+    sta_radio_tables tables{table_basic};
+    sta_backup_pass backup{};
+    // Deliberate: kept from one station to the next. A bridged station, which looks nothing up, acts on the
+    // last result.
+    int lease_found = -1;
+
+    void take_address(sta_info_t *sta);
+    static void take_name(sta_info_t *sta);
+    void go_online(sta_info_t *sta);
+};
+
+void flow_pass::take_address(sta_info_t *sta) {
+    sta_put_text(sta->before_ip, no_address);
+    if (sta_sta_get_brmode(sta) == 1)
+        sta_put_text(sta->ip, no_address);
+    else
+        lease_found = sta_get_ipaddr_by_dhcp_mac(sta->ip, sta->mac);
+    if (lease_found == 0) {
+        STA_LOG_AS(function, "Sta on, get ip from dhcp.\n");
+        dhcp_ubus_send_ip_change_event(sta->mac, sta->ip, no_address);
+    } else {
+        sta_put_text(sta->ip, no_address);
+    }
+}
+
+void flow_pass::take_name(sta_info_t *sta) {
+    sta_free(sta->name);
+    sta->name = nullptr;
+    if (sta->repeater_type == 1) {
+        sta_take_name(sta, "");
+        return;
+    }
+    sta->name = sta_get_name_by_dhcp_mac(sta->mac);
+    if (!sta->name) sta->name = sta_get_default_name();
+}
+
+void flow_pass::go_online(sta_info_t *sta) {
+    take_address(sta);
+    sta->work_up = 0;
+    sta->work_down = 0;
+    sta->flow_rateup = 0;
+    sta->flow_ratedown = 0;
+    take_name(sta);
+    if (!sta->name) return; // stays as it is until the next pass
+    sta->oltime = now - sta->online_clock.sec;
+    if (sta_radio_tables::has_radio(sta))
+        tables.update(sta);
+    else
+        STA_LOG_AS(function, "sta:%s radio is inexistence \n", sta->mac);
+    sta->status = sta_status_online;
+    sta->time_delay = 0;
+    sta->pkt_loserate = 0;
+    ++g_sta_sta_master.online;
+}
+
+} // namespace
+
+int sta_sta_flow_count_proc() {
+    {
+        flow_pass pass{.now = sta_monotonic_seconds()};
+        sta_info_t *sta = nullptr;
+        sta_info_t *next = nullptr;
+        list_for_each_entry_safe (sta, next, &g_sta_sta_master.list, list) {
+            if (sta->mac[0] == '\0') continue;
+            pass.tables.fetch_for(sta);
+            if (sta->status == sta_status_added) pass.go_online(sta);
+            sta->oltime = pass.now - sta->online_clock.sec;
+            pass.backup.update(sta);
+        }
+    }
+    sta_sta_save_devc();
+    return 0;
+}
+
+int sta_sta_log_up_proc() {
+    sta_mem_dump();
+    sta_sta_log_byioctl_update();
+    return 0;
+}
+
+int sta_sta_single_log_up_proc() {
+    sta_sta_log_single_byioctl_update();
+    return 0;
+}

@@ -1,0 +1,18 @@
+// reports.h - what is said of a station that comes, goes or moves: to the collector first, then to the bus.
+//
+// Blocks: as the collector, the driver and the broker do.   Logs: level 7.
+#pragma once
+
+#include "model/record.h"
+
+extern "C" {
+
+// Report the record on line or off line: set its log_type, send it, and notify the bus whether or not that
+// worked.
+void sta_sta_log_on(sta_info_t *sta);
+void sta_sta_log_off(sta_info_t *sta);
+
+// Before a newly associated record is added: when the table knows its MAC on another radio, the driver is
+// told to drop it there and the known record is reported as roamed. No bus notification.
+void sta_sta_roam_send_msg(const sta_info_t *sta);
+}

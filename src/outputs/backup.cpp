@@ -1,0 +1,271 @@
+#include "outputs/backup.h"
+
+#include "inputs/dhcpmon_list.h"
+#include "inputs/network.h"
+#include "model/table.h"
+#include "outputs/backup_lines.h"
+#include "tools/file.h"
+#include "tools/line.h"
+#include "tools/log.h"
+#include "tools/memory.h"
+#include "tools/text.h"
+
+#include <charconv>
+#include <concepts>
+#include <new>
+
+namespace {
+
+constexpr const char *backup_file = "/tmp/sta_sta.info";
+constexpr const char *temporary_file = "/tmp/sta_sta_tmp.info";
+constexpr const char *counter_file = "/tmp/sta_devc.info";
+constexpr std::size_t line_size = 1024; // more than all fields at their longest
+constexpr std::size_t name_max = 128;
+
+// The exported functions speak in the log, whoever does their work.
+constexpr const char *add_function = "sta_sta_users_backup_add";
+constexpr const char *del_function = "sta_sta_users_backup_del";
+
+std::uint32_t mega(std::int32_t rate) { return static_cast<std::uint32_t>(rate) >> 10; }
+
+// A rate with its unit, cut to the buffer: "866M".
+template <std::size_t N> struct rate_text {
+    char text[N] = {};
+    template <std::integral T> explicit rate_text(T rate) {
+        char *end = std::to_chars(text, text + N - 1, rate).ptr;
+        if (end < text + N - 1) *end = 'M';
+    }
+};
+
+// An empty name becomes "-" in the record. The block may be a single byte: it is replaced.
+void fill_empty_name(sta_info_t *sta) {
+    if (!sta->name || sta->name[0] != '\0') return;
+    auto *name = static_cast<char *>(sta_malloc(sta_name_size));
+    if (!name) return;
+    name[0] = '-';
+    sta_free(sta->name);
+    sta->name = name;
+}
+
+// Brings the record up to date and writes its line. The line's length.
+std::size_t make_line(sta_info_t *sta, char (&line)[line_size]) {
+    using ull = unsigned long long;
+    const std::uint64_t last_up =
+        0; // Deliberate: no earlier value is kept, so the rates are fifths of the totals
+    const std::uint64_t last_down = 0;
+    const ull up_rate = (sta->wifi_up - last_up) / 5;
+    const ull down_rate = (sta->wifi_down - last_down) / 5;
+    STA_LOG_AS(add_function,
+               "last_wifi_up:%llu last_wifi_down: %llu wifi_up %llu wifi_down %llu wifi_up_rate %llu "
+               "wifi_down_rate %llu\n",
+               static_cast<ull>(last_up), static_cast<ull>(last_down), static_cast<ull>(sta->wifi_up),
+               static_cast<ull>(sta->wifi_down), up_rate, down_rate);
+    if (sta_sta_get_brmode(sta) == 1) sta_sta_get_ip_hostname_by_dhcpmon_list(sta);
+
+    char ssid[sizeof(sta->ssid)];
+    sta_put_text(ssid, sta->ssid);
+    sta_sta_ssid_escape(ssid);
+    sta_space_to_middleline(sta->name);
+    fill_empty_name(sta);
+
+    const rate_text<8> rx_rate{mega(sta->flow_rateup)}, tx_rate{mega(sta->flow_ratedown)};
+    const rate_text<16> max_rate{static_cast<std::int32_t>(sta->maxRate)};
+    STA_LOG_AS(add_function, "load_users:\nflow_rateup %d flow_ratedown %d rxrate %s txrate %s maxrate %s\n",
+               sta->flow_rateup, sta->flow_ratedown, rx_rate.text, tx_rate.text, max_rate.text);
+
+    sta_line out{line};
+    out.text(sta->name && sta->name[0] != '\0' ? sta->name : "-", '-', name_max);
+    out.text(sta->mac, '-');
+    out.text(sta->ip, '-');
+    out.number(sta->online_ts.sec);
+    out.number(sta->oltime);
+    out.number(sta->flow_rateup);
+    out.number(sta->flow_ratedown);
+    out.text(ssid, '/');
+    out.number(0);
+    out.number(sta->radio_id);
+    out.text(sta->power, '-');
+    out.number(sta->channel < 1 ? 11 : sta->channel);
+    out.text(rx_rate.text, '-');
+    out.text(tx_rate.text, '-');
+    out.number(sta->wifi_up);
+    out.number(sta->wifi_down);
+    out.number(up_rate);
+    out.number(down_rate);
+    out.text(sta->ifname, '-');
+    out.number(sta->is_reassoc);
+    out.number(sta->vlanid);
+    out.number(sta->roam_enable);
+    out.number(sta->repeater_type);
+    out.text(max_rate.text, '-');
+    return out.finish();
+}
+
+// Why a line was left out of the file. The reading after the last line counts as an empty one.
+void tell_dropped(const char *mac, std::string_view text, bool too_short) {
+    if (too_short)
+        STA_LOG_AS(del_function, "The sta is error:%.*s", static_cast<int>(text.size()), text.data());
+    else
+        STA_LOG_AS(del_function, "%s found!\n", mac);
+}
+
+bool is_deletable(const char *mac) {
+    if (mac && *mac != '\0') return true; // an empty text would match, and wipe, every line
+    STA_LOG_AS(del_function, "macaddr is NULL!\n");
+    return false;
+}
+
+// Reads up to a line feed or the buffer's end into `line` (zeroed). The number of bytes; 0 at the end of the
+// file.
+std::size_t read_piece(std::FILE *file, char (&line)[line_size]) {
+    std::memset(line, 0, sizeof(line));
+    std::size_t length = 0;
+    while (length < backup_line_max) {
+        const int c = std::getc(file);
+        if (c == EOF) break;
+        line[length++] = static_cast<char>(c);
+        if (c == '\n') break;
+    }
+    return length;
+}
+
+} // namespace
+
+void sta_sta_users_backup_add(sta_info_t *sta) {
+    if (!sta || sta->mac[0] == '\0') return;
+    const sta_file file{std::fopen(backup_file, "a+e")};
+    if (!file || sta->no_backup) return;
+    char line[line_size];
+    const std::size_t length = make_line(sta, line);
+    (void)std::fwrite(line, 1, length, file.get()); // a full disk loses the line, not the station
+    if (!sta_flush(file.get())) STA_LOG("%s write error.\n", backup_file);
+}
+
+void sta_sta_users_backup_del(const char *mac) {
+    if (!is_deletable(mac)) return;
+    if (access(backup_file, F_OK) != 0) {
+        STA_LOG("%s no found!\n", backup_file);
+        return;
+    }
+    if (std::rename(backup_file, temporary_file) != 0) {
+        STA_LOG("%s rename error.\n", temporary_file);
+        return;
+    }
+    {
+        const sta_file from{std::fopen(temporary_file, "re")};
+        if (!from) {
+            STA_LOG("%s open fail.\n", temporary_file);
+            return;
+        }
+        const sta_file to{std::fopen(backup_file, "ae")};
+        if (!to) {
+            STA_LOG("%s open fail.\n", backup_file);
+            return;
+        }
+        while (!std::feof(from.get()) && !std::ferror(from.get())) {
+            char line[line_size];
+            const std::size_t length = read_piece(from.get(), line);
+            if (std::strlen(line) < backup_line_least)
+                tell_dropped(mac, line, true);
+            else if (std::strstr(line, mac))
+                tell_dropped(mac, line, false);
+            else
+                (void)std::fwrite(line, 1, length, to.get());
+        }
+        if (!sta_flush(to.get())) {
+            // Better a line too many than the other stations' lost.
+            STA_LOG("%s write error.\n", backup_file);
+            if (std::rename(temporary_file, backup_file) != 0) STA_LOG("%s rename error.\n", temporary_file);
+            return;
+        }
+    }
+    if (std::remove(temporary_file) != 0) STA_LOG("%s remove error.\n", backup_file);
+}
+
+void sta_sta_users_backup_update(sta_info_t *sta) {
+    if (!sta) return;
+    sta_sta_users_backup_del(sta->mac);
+    sta_sta_users_backup_add(sta);
+}
+
+void sta_sta_ssid_escape(char *text) {
+    if (!text) return;
+    std::size_t length = std::strlen(text);
+    while (length > 0 && text[length - 1] == ' ') text[--length] = '\0';
+    std::replace(text, text + length, ' ', '/');
+}
+
+void sta_sta_load_devc() {
+    if (access(counter_file, F_OK) != 0) STA_LOG("sta devc info is null.\n");
+    const sta_file file{std::fopen(counter_file, "a+e")};
+    if (!file) return;
+    std::rewind(file.get()); // where an appending file begins to read is up to the C library
+    char line[256];
+    while (std::fgets(line, sizeof(line), file.get())) {
+        std::int32_t *count = g_sta_sta_master.device_count;
+        // NOLINTNEXTLINE(cert-err34-c): a line of garbage leaves the counters as they are
+        (void)std::sscanf(line, "%d %d %d %d", &count[0], &count[1], &count[2], &count[3]);
+    }
+}
+
+void sta_sta_save_devc() {
+    const sta_file file{std::fopen(counter_file, "w+e")};
+    if (!file) return;
+    std::fprintf(file.get(), "%d %d %d %d %d\n", 0, 0, 0, 0, g_sta_sta_master.online);
+    if (!sta_flush(file.get())) STA_LOG("%s write error.\n", counter_file);
+}
+
+struct sta_backup_pass::state {
+    backup_lines lines;
+    bool exists = false; // the file does, or would by now
+};
+
+sta_backup_pass::~sta_backup_pass() {
+    if (!now) return;
+    bool written = false;
+    if (now->exists) {
+        if (const sta_file file{std::fopen(temporary_file, "we")}) {
+            written = now->lines.write(file.get()) && sta_flush(file.get());
+            if (!written) STA_LOG_AS(del_function, "%s write error.\n", backup_file);
+        } else {
+            STA_LOG_AS(del_function, "%s open fail.\n", temporary_file);
+        }
+        if (written && std::rename(temporary_file, backup_file) != 0)
+            STA_LOG_AS(del_function, "%s rename error.\n", temporary_file);
+        else if (!written)
+            (void)unlink(temporary_file); // the old file stays whole
+    }
+    now->~state();
+    std::free(now);
+}
+
+void sta_backup_pass::update(sta_info_t *sta) {
+    if (single) {
+        sta_sta_users_backup_update(sta);
+        return;
+    }
+    if (!now) {
+        void *room = std::malloc(sizeof(state));
+        now = room ? new (room) state : nullptr;
+        const sta_file file{std::fopen(backup_file, "re")};
+        single = !now || (file && !now->lines.read(file.get()));
+        if (single) {
+            if (now) now->exists = false; // nothing of it will be written
+            sta_sta_users_backup_update(sta);
+            return;
+        }
+        now->exists = file != nullptr;
+    }
+    if (is_deletable(sta->mac)) {
+        if (now->exists)
+            now->lines.remove(sta->mac, tell_dropped);
+        else
+            STA_LOG_AS(del_function, "%s no found!\n", backup_file);
+    }
+    if (sta->mac[0] == '\0') return;
+    now->exists = true;
+    if (sta->no_backup) return;
+    char line[line_size];
+    const std::size_t length = make_line(sta, line);
+    (void)now->lines.append(line, length); // without memory this line is lost until the next pass
+}

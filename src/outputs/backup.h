@@ -1,0 +1,52 @@
+// backup.h - the files that let the table survive a restart of the daemon: writing their lines.
+//
+// Files:  "/tmp/sta_sta.info", one line per station on line, fields parted by single blanks
+//         (docs/formats.md); "/tmp/sta_devc.info", one line of device counters. Both are private to the
+//         daemon, and live in memory like "/tmp".
+// Keys:   a line belongs to a MAC when it holds that text anywhere.
+// Foreign: white space in a field would part it or forge a line; it is written as "-" (SSID: "/"), like a
+//         blank.
+// Logs:   level 7; no failure changes the table in memory.
+#pragma once
+
+#include "model/record.h"
+
+extern "C" {
+
+// Appends the station's line. Before that a bridged station takes its address and name from the DHCP monitor
+// list, blanks in the name become "-", and an empty name becomes "-": the record changes too (deliberate).
+// Nothing is written for an empty MAC or a record flagged `no_backup`.
+void sta_sta_users_backup_add(sta_info_t *sta);
+
+// Removes every line that holds `mac`, and every line shorter than 36 characters. Null and empty are refused.
+void sta_sta_users_backup_del(const char *mac);
+
+// Removes the MAC's lines and appends the station's.
+void sta_sta_users_backup_update(sta_info_t *sta);
+
+// Trailing blanks go, inner ones become "/". In place; null and empty are left alone.
+void sta_sta_ssid_escape(char *text);
+
+// Loads the four device counters (the last line wins); a missing file is created empty.
+void sta_sta_load_devc(void);
+
+// Rewrites the device-counter file: four zeros and the online count.
+void sta_sta_save_devc(void);
+}
+
+// One pass over the table that rewrites the line of every station: the same bytes and log lines as calling
+// sta_sta_users_backup_update for each, with one reading and one atomic writing of the file.
+class sta_backup_pass {
+public:
+    sta_backup_pass() = default;
+    ~sta_backup_pass(); // writes what was rewritten
+    sta_backup_pass(const sta_backup_pass &) = delete;
+    sta_backup_pass &operator=(const sta_backup_pass &) = delete;
+
+    void update(sta_info_t *sta);
+
+private:
+    struct state;
+    state *now = nullptr; // made by the first update
+    bool single = false;  // no memory for the file: fall back to the single operations
+};

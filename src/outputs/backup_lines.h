@@ -1,0 +1,79 @@
+// backup_lines.h - the station backup file in memory, for a pass that rewrites every station's line.
+//
+// Rewriting one line costs the whole file; done for each of n stations that grows with the square of n. Here
+// the file is read once, each removal looks its lines up by MAC, and the file is written once. What remains
+// is byte for byte what the single operations of outputs/backup would have left, and whoever asks is told of the
+// same lines in the same order.
+//
+// Lines:  as the single operation reads them: up to a line feed, at most 1023 bytes; a text ends at its first
+//         NUL.
+// Memory: plain malloc, given back by the destructor. Every operation that needs some can fail.
+#pragma once
+
+#include "tools/array.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <string_view>
+
+inline constexpr std::size_t backup_line_max = 1023; // bytes read at once
+inline constexpr std::size_t backup_line_least = 36; // a shorter text is no station's line
+
+// What became of a line, told in file order. `text` is good during the call only.
+using backup_line_told = void (*)(const char *mac, std::string_view text, bool too_short);
+
+class backup_lines {
+public:
+    // Takes all of `file`. False without memory or when reading fails.
+    bool read(std::FILE *file) noexcept;
+
+    // Removes every line that is too short or holds `mac` (17 characters or any other text), and tells of
+    // each. At the end tells of one empty line where the single operation reads it: when the last line was a
+    // whole one, or there was none.
+    void remove(const char *mac, backup_line_told tell) noexcept;
+
+    // Appends a line of `length` bytes. False without memory: the lines are then as before.
+    bool append(const char *line, std::size_t length) noexcept;
+
+    // Writes what is left. False when not every byte was taken.
+    bool write(std::FILE *file) const noexcept;
+
+private:
+    using number = std::uint32_t; // of a byte, a piece or a mention: half the memory of a pass
+
+    struct piece {
+        number begin;         // in `bytes`
+        std::uint16_t length; // at most backup_line_max
+        std::uint16_t text;   // length of its text
+        bool gone;
+
+        bool is_short() const noexcept { return text < backup_line_least; }
+    };
+    struct mention { // of a MAC in a piece
+        number at;   // in `bytes`
+        number piece;
+        number next; // in the same bucket, later in the file
+    };
+    struct bucket {
+        number first, last;
+    };
+    static constexpr number none = UINT32_MAX;
+
+    bool make_room(std::size_t length) noexcept;
+    bool add_piece(std::size_t begin, std::size_t length) noexcept;
+    bool add_pieces(std::size_t begin) noexcept; // of `bytes`, from there to their end
+    bool index_piece(number which) noexcept;
+    bool link_mention(number which) noexcept;
+    bool rebuild_buckets() noexcept;
+    piece *last_piece() noexcept; // the last one that is not gone, or null
+    bool ends_torn() noexcept;    // the last line has no line feed
+    void drop(piece &one, const char *mac, backup_line_told tell) noexcept;
+    std::string_view text_of(const piece &one) const noexcept { return {bytes.data() + one.begin, one.text}; }
+
+    sta_array<char> bytes;
+    sta_array<piece> pieces;
+    sta_array<mention> mentions;
+    sta_array<bucket> buckets; // a power of two
+    bool short_ones_gone = true;
+};

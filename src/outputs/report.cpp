@@ -1,0 +1,31 @@
+#include "outputs/report.h"
+
+#include <type_traits>
+
+namespace {
+
+// Where pointers have 4 bytes and 64-bit words are aligned to 8 (a device), the record itself is the image.
+// On 32-bit x86 64-bit words are aligned to 4: same offsets, no padding at the end.
+#define REPORT_SAME(type, field, off)                                                                        \
+    static_assert(sizeof(sta_info_t::field) == sizeof(type) &&                                               \
+                      (sizeof(void *) != 4 || offsetof(sta_info_t, field) == (off)),                         \
+                  #field " has moved or changed its size");
+STATION_REPORT_FIELDS(REPORT_SAME)
+#undef REPORT_SAME
+static_assert(sizeof(void *) != 4 || alignof(sta_info_t) != 8 || sizeof(sta_info_t) == station_report_size);
+
+template <class Int> void take(Int &to, const Int &from) noexcept { to = from; }
+void take(report_clock &to, const sta_clock &from) noexcept { to = {from.sec, from.nsec}; }
+template <std::size_t N> void take(char (&to)[N], const char (&from)[N]) noexcept {
+    std::memcpy(to, from, N);
+}
+
+} // namespace
+
+station_report sta_report_of(const sta_info_t &sta) noexcept {
+    station_report report;
+#define REPORT_TAKE(type, field, off) take(report.field, sta.field);
+    STATION_REPORT_FIELDS(REPORT_TAKE)
+#undef REPORT_TAKE
+    return report;
+}

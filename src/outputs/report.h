@@ -1,0 +1,8 @@
+// report.h - the station record as the collector's report (protocol/station_report.h).
+#pragma once
+
+#include "model/record.h"
+#include "protocol/station_report.h"
+
+// Every field of the report that the record has: all of them.
+station_report sta_report_of(const sta_info_t &sta) noexcept;

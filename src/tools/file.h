@@ -1,0 +1,17 @@
+// file.h - guards for C resources, so that no function needs a clean-up label.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+
+// True when all that was written has been taken, too: a full disk shows only here.
+inline bool sta_flush(std::FILE *file) noexcept { return std::fflush(file) == 0 && std::ferror(file) == 0; }
+
+inline void sta_close_file(std::FILE *file) noexcept {
+    (void)std::fclose(file);
+} // writers call sta_flush first
+
+struct sta_file_closer {
+    void operator()(std::FILE *file) const noexcept { sta_close_file(file); }
+};
+using sta_file = std::unique_ptr<std::FILE, sta_file_closer>;

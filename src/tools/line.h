@@ -1,0 +1,50 @@
+// line.h - a line of fields parted by single blanks, put together in the caller's buffer. A pass writes one for
+// every station: without printf, which would take most of the pass.
+//
+// Bounds: what does not fit is cut, a number left out whole; the line feed always fits. No terminator is written.
+#pragma once
+
+#include <algorithm>
+#include <charconv>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+class sta_line {
+public:
+    template <std::size_t N>
+    explicit sta_line(char (&buffer)[N]) noexcept : begin_(buffer), at_(buffer), end_(buffer + N - 1) {}
+
+    // A field of at most `most` characters of `from`. What a reader would take for the end of a field or line becomes
+    // `instead`.
+    void text(const char *from, char instead, std::size_t most = SIZE_MAX) noexcept {
+        part();
+        const std::size_t length = strnlen(from, std::min(most, static_cast<std::size_t>(end_ - at_)));
+        std::transform(from, from + length, at_, [=](char c) { return is_white(c) ? instead : c; });
+        at_ += length;
+    }
+
+    // A field with a decimal number.
+    template <std::integral T> void number(T value) noexcept {
+        part();
+        if (const auto [end, error] = std::to_chars(at_, end_, value); error == std::errc{}) at_ = end;
+    }
+
+    // Ends the line. Its length, with the line feed.
+    std::size_t finish() noexcept {
+        *at_++ = '\n';
+        return static_cast<std::size_t>(at_ - begin_);
+    }
+
+private:
+    static constexpr bool is_white(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+    void part() noexcept {
+        if (at_ != begin_ && at_ < end_) *at_++ = ' ';
+    }
+
+    char *begin_;
+    char *at_;
+    char *end_; // of the fields: behind it the line feed has room
+};

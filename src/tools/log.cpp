@@ -1,0 +1,3 @@
+#include "tools/log.h"
+
+int g_main_id = 0;

@@ -1,0 +1,24 @@
+// log.h - how every module of the daemon writes to the log library.
+//
+// Nearly every message is of level 7 and begins "Function <name>:<line> "; refused arguments are of level 3
+// and begin "ERROR in <module word> [<line>]: ". Only format texts of ours get here; foreign text is always
+// an argument.
+#pragma once
+
+#include "debug/dbg.h"
+
+// The daemon's module number at the log library: 0 until start-up has registered it, passed to every call.
+extern "C" int g_main_id;
+
+// In the name of the function that stands in the source; STA_LOG_AS for helpers that speak for an exported
+// function.
+#define STA_LOG(fmt, ...) STA_LOG_AS(__func__, fmt __VA_OPT__(, ) __VA_ARGS__)
+#define STA_LOG_AS(function, fmt, ...)                                                                       \
+    dbg_printf(g_main_id, 7, "Function %s:%d " fmt, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+
+// `word` is the module's name as the log's readers know it: "sta_tools", "sta_sta" or "sta_ubus".
+#define STA_ERROR(word, fmt, ...)                                                                            \
+    dbg_printf(g_main_id, 3, "ERROR in %s [%d]: " fmt, word, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+
+// A plain line in the log file, without level or function.
+#define STA_LOGFILE(fmt, ...) dbg_logfile(g_main_id, fmt __VA_OPT__(, ) __VA_ARGS__)

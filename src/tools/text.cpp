@@ -1,0 +1,168 @@
+#include "tools/text.h"
+
+#include <arpa/inet.h>
+#include <cstdio>
+
+namespace {
+
+constexpr std::string_view white = " \r\n\t";
+constexpr bool is_white(char c) { return c != '\0' && white.find(c) != std::string_view::npos; }
+constexpr bool is_digit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool is_hex(char c) { return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+constexpr int nibble(char c) {
+    if (is_digit(c)) return c - '0';
+    const char l = lower(c);
+    return l >= 'a' && l <= 'f' ? l - 'a' + 10 : -1;
+}
+bool only_digits_and_dots(const char *text) {
+    for (; *text != '\0'; ++text)
+        if (!is_digit(*text) && *text != '.') return false;
+    return true;
+}
+
+} // namespace
+
+void sta_str_trim(char *text) {
+    if (!text) return;
+    std::size_t length = std::strlen(text);
+    while (length > 0 && is_white(text[length - 1])) text[--length] = '\0';
+    if (text[0] != ' ') return;
+    const char *start = text;
+    while (is_white(*start)) ++start;
+    std::memmove(text, start, std::strlen(start) + 1);
+}
+
+void sta_space_to_middleline(char *text) {
+    if (!text) return;
+    for (; *text != '\0'; ++text)
+        if (*text == ' ') *text = '-';
+}
+
+int sta_tolower(const char *src, char *dst) {
+    if (!src || !dst) return -1;
+    for (; *src != '\0'; ++src, ++dst) *dst = lower(*src);
+    return 0;
+}
+
+void sta_str_del_char(char *text, char unwanted) {
+    if (!text) return;
+    char *end = text;
+    for (; *text != '\0'; ++text)
+        if (*text != unwanted) *end++ = *text;
+    *end = '\0';
+}
+
+int sta_mac_col_sep(const char *src, char *dst) {
+    if (!src || !dst) return -1;
+    constexpr int mac_length = 17;
+    int j = 0;
+    for (; *src != '\0' && j < mac_length; ++src) {
+        if (is_hex(*src)) dst[j++] = *src;
+        if (j == 2 || j == 5 || j == 8 || j == 11 || j == 14) dst[j++] = ':';
+    }
+    return 0;
+}
+
+int sta_mac_strip_sep(const char *src, char *dst) {
+    if (!src || !dst) return -1;
+    for (; *src != '\0'; ++src)
+        if (is_hex(*src)) *dst++ = *src;
+    return 0;
+}
+
+int sta_hexstr2bytes(char *src, std::uint8_t *dst, int size) {
+    if (!src || !dst) return -1;
+    const auto digits = static_cast<std::ptrdiff_t>(std::strlen(src));
+    if (digits % 2 != 0 || size < digits / 2) return -1;
+    sta_tolower(src, src);
+    int count = 0;
+    for (; *src != '\0'; src += 2) {
+        const int high = nibble(src[0]);
+        const int low = nibble(src[1]);
+        if (high < 0 || low < 0) return -1;
+        dst[count++] = static_cast<std::uint8_t>(high * 16 + low);
+    }
+    return count;
+}
+
+int sta_is_valid_ipaddr(const char *text) {
+    if (!text || *text == '\0' || !only_digits_and_dots(text)) return 0;
+    return std::count(text, text + std::strlen(text), '.') == 3 ? 1 : 0;
+}
+
+int sta_str2ip(const char *text, std::uint32_t *out) {
+    if (!text || !out || *text == '\0' || std::strlen(text) >= 17 || !only_digits_and_dots(text)) return -1;
+    in_addr address{};
+    if (inet_aton(text, &address) == 0) return -1;
+    *out = address.s_addr;
+    return 0;
+}
+
+int sta_hexip2ip(const char *text, std::uint32_t *out) {
+    if (!text || !out || std::strlen(text) != 14) return -1;
+    const char *at = text + 5;
+    int octets[4];
+    for (int &octet : octets) {
+        const int high = nibble(at[0]); // the terminator is no digit: the walk ends there
+        if (high < 0) return -1;
+        const int low = nibble(at[1]);
+        if (low < 0) return -1;
+        octet = high * 16 + low;
+        at += at[2] == '.' ? 3 : 2;
+    }
+    char dotted[16];
+    std::snprintf(dotted, sizeof(dotted), "%d.%d.%d.%d", octets[0], octets[1], octets[2], octets[3]);
+    return sta_str2ip(dotted, out);
+}
+
+bool sta_mac_is_plain(const char *mac) noexcept {
+    if (!mac || !is_hex(*mac)) return false; // a leading '-' would be an option of the command
+    for (; *mac != '\0'; ++mac)
+        if (!is_hex(*mac) && *mac != ':' && *mac != '-' && *mac != '.') return false;
+    return true;
+}
+
+void sta_expand_format(char *dst, std::size_t size, const char *src, std::size_t limit) noexcept {
+    constexpr std::string_view flags = "-+ #0'";
+    constexpr std::string_view lengths = "hljztLq";
+    constexpr std::string_view numbers = "diouxXeEfFgGaAp";
+    constexpr std::string_view silent = "scn";
+    const auto skip = [](const char *at, std::string_view set) {
+        while (*at != '\0' && set.find(*at) != std::string_view::npos) ++at;
+        return at;
+    };
+    const auto skip_count = [](const char *at) { // digits, or the "*" of a count that was not given
+        if (*at == '*') return at + 1;
+        while (is_digit(*at)) ++at;
+        return at;
+    };
+    const std::size_t most = std::min(limit, size - 1);
+    std::size_t used = 0;
+    const auto add = [&](char c) {
+        if (used < most) dst[used++] = c;
+    };
+    while (*src != '\0') {
+        if (*src != '%') {
+            add(*src++);
+            continue;
+        }
+        if (src[1] == '%') {
+            add('%');
+            src += 2;
+            continue;
+        }
+        const char *at = skip_count(skip(src + 1, flags));
+        if (*at == '.') at = skip_count(at + 1);
+        at = skip(at, lengths);
+        if (*at != '\0' && numbers.find(*at) != std::string_view::npos) {
+            add('0');
+            src = at + 1;
+        } else if (*at != '\0' && silent.find(*at) != std::string_view::npos) {
+            src = at + 1;
+        } else {
+            add(*src++); // no conversion: the sign stands for itself
+        }
+    }
+    std::memset(dst + used, 0, size - used);
+}

@@ -1,0 +1,213 @@
+#include "wlan/tables.h"
+
+#include "inputs/network.h"
+#include "protocol/driver_request.h"
+#include "tools/log.h"
+#include "tools/memory.h"
+#include "tools/text.h"
+#include "was/was.h"
+
+#include <climits>
+#include <cstdlib>
+
+namespace {
+
+constexpr std::size_t driver_text_limit = 30; // of the table's texts; an event's have 31
+
+constexpr std::uint64_t table_size(unsigned mask, std::uint64_t count) {
+    const std::uint64_t entry =
+        ((mask & table_basic) ? table_basic_size : 0) + ((mask & table_extended) ? table_extended_size : 0);
+    return table_header_size + count * entry;
+}
+static_assert(table_size(3, 2) == 784 && table_size(1, 2) == 336);
+
+constexpr std::size_t mac_size = 6;
+
+std::uint64_t as_word(const std::uint8_t (&bytes)[8]) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes, sizeof(word));
+    return word;
+}
+
+// The MAC of entry `index` of a table.
+std::uint64_t mac_of_entry(const std::uint8_t *table, std::size_t index) {
+    std::uint8_t bytes[8] = {};
+    std::memcpy(bytes, table + table_header_size + index * table_basic_size + basic_mac_offset, mac_size);
+    return as_word(bytes);
+}
+
+// The beginning of a MAC as its lower-case colon text gives it, to be found among a table's words.
+class mac_prefix {
+public:
+    explicit mac_prefix(const char *text) {
+        std::uint8_t given[8] = {}, meant[8] = {};
+        for (std::size_t i = 0; text[i] != '\0'; ++i) {
+            const char c = text[i];
+            if (i >= 3 * mac_size - 1) return;
+            if (i % 3 == 2) {
+                if (c != ':') return;
+                continue;
+            }
+            const int value = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+            if (value < 0) return;
+            const int shift = i % 3 == 0 ? 4 : 0;
+            given[i / 3] = static_cast<std::uint8_t>(given[i / 3] | value << shift);
+            meant[i / 3] = static_cast<std::uint8_t>(meant[i / 3] | 0xf << shift);
+        }
+        bytes_ = as_word(given);
+        mask_ = as_word(meant);
+    }
+
+    // False for what is no beginning of a MAC, and for an empty text, which would be that of the first entry.
+    bool is_one() const { return mask_ != 0; }
+
+    bool begins(std::uint64_t mac) const { return (mac & mask_) == bytes_; }
+
+private:
+    std::uint64_t bytes_ = 0;
+    std::uint64_t mask_ = 0;
+};
+
+void copy_basic(sta_info_t *sta, const driver_basic &from) {
+    sta->time_delay = from.tx_time / 1000;
+    sta->floornoise = from.floornoise;
+    sta->utilization = from.utilization; // Deliberate: unscaled, unlike the event's
+    sta->maxRate = from.maxRate;
+    sta->flow_rateup = static_cast<std::int32_t>(from.rx_rate * 1024U);
+    sta->flow_ratedown = static_cast<std::int32_t>(from.tx_rate * 1024U);
+    sta->wifi_up = from.rx_bytes;
+    sta->wifi_down = from.tx_bytes;
+    sta->channel = from.channel;
+    sta->is_reassoc = from.is_reassoc;
+    sta->rssi = from.rssi; // Deliberate: not clamped, unlike the event's
+}
+
+void copy_extended(sta_info_t *sta, const driver_extended &from) {
+    sta->txper = from.txper;
+    sta->rxper = from.rxper;
+    sta->supportSTBC = from.supportSTBC;
+    sta->supportSGI = from.supportSGI;
+    sta->maxMCS = from.maxMCS;
+    sta->maxBW = from.maxBW;
+    sta->FCAP = from.FCAP;
+    sta->fromDS = from.fromDS;
+    sta->toDS = from.toDS;
+    sta->cost_assoc_req = from.cost_assoc_req;
+    sta->cost_auth_req = from.cost_auth_req;
+    sta->cost_msg2 = from.cost_msg2;
+    sta->cost_msg4 = from.cost_msg4;
+    sta->onesecrxbyte = from.onesecrxbyte;
+    sta->onesectxbyte = from.onesectxbyte;
+    sta->txBcast = from.txBcast;
+    sta->txMcast = from.txMcast;
+    sta->txPkt = from.txPkt;
+    sta_put_expanded(sta->ap_auth_req, from.ap_auth_req, driver_text_limit);
+    sta_put_expanded(sta->ap_assoc_req, from.ap_assoc_req, driver_text_limit);
+    sta_put_expanded(sta->key_start, from.key_start, driver_text_limit);
+    sta_put_expanded(sta->key_msg2, from.key_msg2, driver_text_limit);
+    sta_put_expanded(sta->key_end, from.key_end, driver_text_limit);
+}
+
+// sta_sta_get_ioctl; `mac_of` gives the MAC of an entry.
+template <class MacOf>
+int read_station(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count, MacOf mac_of) {
+    constexpr const char *function = "sta_sta_get_ioctl";
+    if (!sta || !table) {
+        STA_LOG_AS(function, "param is null!!\n");
+        return 1;
+    }
+    const auto filled = static_cast<int>(wire::get<std::uint32_t>(table + table_num_offset));
+    if (filled != count) STA_LOG_AS(function, "pMactab->Num:%d != sta_num:%d\n", filled, count);
+
+    const mac_prefix prefix{sta->mac};
+    if (!prefix.is_one()) return 1;
+    const std::uint8_t *basic = table + table_header_size;
+    const auto entries = static_cast<std::size_t>(count > 0 ? count : 0);
+    std::size_t index = 0;
+    while (index < entries && !prefix.begins(mac_of(index))) ++index;
+    if (index == entries) return 1;
+
+    const driver_basic found = driver_basic_decode(basic + index * table_basic_size);
+    copy_basic(sta, found);
+    if (mask & table_extended)
+        copy_extended(
+            sta, driver_extended_decode(basic + entries * table_basic_size + index * table_extended_size));
+    const std::int32_t vlanid = sta_sta_get_vlanid(sta);
+    sta->vlanid = vlanid <= 0 ? 1 : vlanid;
+    const int power = found.rssi + 95;
+    sta_put_number(sta->power, power > 0 ? power : 65);
+    STA_LOG_AS(function, "wifi_up = %llu flow_rateup = %ld channel = %d sta_power = %s txtime = %d\n",
+               static_cast<unsigned long long>(sta->wifi_up), static_cast<long>(sta->flow_rateup),
+               sta->channel, sta->power, sta->time_delay);
+    return 0;
+}
+
+} // namespace
+
+int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const char *ifname, unsigned mask) {
+    if (table) *table = nullptr;
+    if (!sta || !table || !ifname) {
+        STA_LOG("param is null\n");
+        return 0;
+    }
+    // One byte more than the driver is told of: its answer may fill all it was given.
+    void *buffer = sta_malloc(driver_count_size + 1);
+    if (!buffer || was_ext_ioctl_msg(buffer, driver_count_size, ifname, driver_station_count, 0) != 0) {
+        STA_LOG("ifname:%s get sta num fail \n", ifname);
+        sta_free(buffer);
+        return 0;
+    }
+    const int count = std::atoi(static_cast<const char *>(buffer)); // NOLINT(cert-err34-c): no number is 0
+    if (count <= 0) {
+        STA_LOG("get_sta_num=%d is invalid \n", count);
+        sta_free(buffer);
+        return count;
+    }
+    const std::uint64_t wanted = table_size(mask, static_cast<std::uint64_t>(count));
+    const auto size = static_cast<std::size_t>(wanted);
+    void *grown = wanted <= INT_MAX ? std::realloc(buffer, size) : nullptr; // still the one counted block
+    bool fetched = false;
+    if (grown) {
+        buffer = grown;
+        auto *bytes = static_cast<std::uint8_t *>(buffer);
+        std::memset(bytes, 0, size);
+        wire::put(bytes + table_num_offset, static_cast<std::uint32_t>(count));
+        wire::put(bytes + table_mask_offset, static_cast<std::uint32_t>(mask));
+        fetched = was_ext_ioctl_msg(buffer, static_cast<int>(size), ifname, driver_station_table, 0) == 0;
+    }
+    if (!fetched) {
+        STA_LOG("%s was ext ioctl get msg fail\n", ifname);
+        sta_free(buffer);
+        return count;
+    }
+    *table = static_cast<std::uint8_t *>(buffer);
+    return count;
+}
+
+int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count) {
+    return read_station(sta, table, mask, count,
+                        [=](std::size_t index) { return mac_of_entry(table, index); });
+}
+
+sta_radio_tables::~sta_radio_tables() {
+    for (const slot &one : slots) sta_free(one.table);
+}
+
+bool sta_radio_tables::fetch_for(const sta_info_t *sta) noexcept {
+    if (!has_radio(sta) || slots[sta->radio_id].tried) return false;
+    slot &mine = slots[sta->radio_id];
+    mine.tried = true;
+    mine.count = sta_get_ioctl_stainfo(sta, &mine.table, sta->ifname, mask);
+    if (mine.table && mine.macs.reserve(static_cast<std::size_t>(mine.count)))
+        for (std::size_t i = 0; i < static_cast<std::size_t>(mine.count); ++i)
+            mine.macs.push(mac_of_entry(mine.table, i));
+    return true;
+}
+
+int sta_radio_tables::update(sta_info_t *sta) const noexcept {
+    if (!has_radio(sta)) return 1;
+    const slot &mine = slots[sta->radio_id];
+    if (mine.macs.size() == 0) return sta_sta_get_ioctl(sta, mine.table, mask, mine.count);
+    return read_station(sta, mine.table, mask, mine.count,
+                        [&](std::size_t index) { return mine.macs[index]; });
+}

@@ -1,0 +1,58 @@
+// tables.h - the driver's station table: fetching one interface's table, copying one station's figures
+// from it.
+//
+// Source: driver/driver_request.h.   Logs: level 7.   Blocks: until the driver answers.
+#pragma once
+
+#include "model/record.h"
+#include "tools/array.h"
+
+extern "C" {
+
+// Fetches the table of `ifname` with the sections of `mask` (table_basic, table_extended). Returns the number
+// of stations that the driver counts and stores the table at `table`: from the counting allocator, to be
+// freed with sta_free. The table is null when there is none: count 0 or below, or a failing request, in which
+// case the count comes back all the same. Callers test the table, not the count.
+int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const char *ifname, unsigned mask);
+
+// Copies the figures of the entry whose MAC begins with the record's `mac` (the first one wins) into the
+// record. `count` entries are looked at. 0, or 1 when the station is not listed (the record is then
+// unchanged) or an argument is null.
+int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count);
+}
+
+// The tables of both radios during one walk over the stations: each is fetched once, through the interface of
+// the first station that is met on its radio, whether that works or not.
+class sta_radio_tables {
+public:
+    static constexpr int radios = 2;
+
+    explicit sta_radio_tables(unsigned section_mask) noexcept : mask(section_mask) {}
+    ~sta_radio_tables();
+    sta_radio_tables(const sta_radio_tables &) = delete;
+    sta_radio_tables &operator=(const sta_radio_tables &) = delete;
+
+    // Fetches the table of the station's radio if nobody has yet. True when it was fetched just now.
+    bool fetch_for(const sta_info_t *sta) noexcept;
+    // sta_sta_get_ioctl with the table of the station's radio; 1 for a radio other than 0 and 1.
+    int update(sta_info_t *sta) const noexcept;
+
+    static bool has_radio(const sta_info_t *sta) noexcept {
+        return sta->radio_id >= 0 && sta->radio_id < radios;
+    }
+    // The table and the count of the station's radio; it must have one.
+    std::uint8_t *table_of(const sta_info_t *sta) const noexcept { return slots[sta->radio_id].table; }
+    int count_of(const sta_info_t *sta) const noexcept { return slots[sta->radio_id].count; }
+
+private:
+    struct slot {
+        bool tried = false;
+        std::uint8_t *table = nullptr;
+        int count = 0;
+        // The MACs of the table's entries, side by side: each station of the walk is searched from the first one,
+        // and entries are far apart. Empty without memory.
+        sta_array<std::uint64_t> macs;
+    };
+    unsigned mask;
+    slot slots[radios];
+};
