@@ -19,6 +19,7 @@ BUILD_PROBES=(
     command:ninja:ninja-build
     command:pkg-config:pkg-config
     header:json-c/json.h:libjson-c-dev
+    header:libnl3/netlink/genl/genl.h:libnl-genl-3-dev
     header:sqlite3.h:libsqlite3-dev
 )
 DEMO_PROBES=(

@@ -50,20 +50,20 @@ void event_channel::look() noexcept {
     if (!find_netlink_listeners(own_port_, there)) return; // the next look tries again
     array<known> now;
     if (!now.reserve(there.size())) return;
-    array<std::uint32_t> came;
+    array<netlink_listener> came;
     for (const netlink_listener &one : there) {
         const known *before = std::find_if(listeners_.begin(), listeners_.end(),
                                            [&one](const known &other) { return other.socket == one; });
         const bool is_new = before == listeners_.end();
         const bool wanted =
             is_new ? !settings_.is_wanted || settings_.is_wanted(settings_.owner, one.port) : before->wanted;
-        if (is_new && wanted && !came.push(one.port)) return;
+        if (is_new && wanted && !came.push(one)) return;
         now.push({one, wanted});
     }
     listeners_ = std::move(now);
-    for (const std::uint32_t port : came) {
-        if (settings_.family != 0) announce_to(port);
-        if (settings_.came) settings_.came(settings_.owner, port);
+    for (const netlink_listener &one : came) {
+        if (settings_.family != 0) announce_to(one.port);
+        if (settings_.came) settings_.came(settings_.owner, one);
     }
 }
 

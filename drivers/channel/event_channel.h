@@ -24,7 +24,7 @@ public:
         // True for the port of a listener that is to have the family; null: every one is.
         bool (*is_wanted)(void *owner, std::uint32_t port) = nullptr;
         // A new listener is there and has been announced to.
-        void (*came)(void *owner, std::uint32_t port) = nullptr;
+        void (*came)(void *owner, const netlink_listener &listener) = nullptr;
         void *owner = nullptr;
     };
 
