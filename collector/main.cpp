@@ -1,12 +1,20 @@
 // wsm-collector - takes the daemon's station reports, checks and decodes them, and passes them on to outputs.
+#include "collector/live.h"
+#include "collector/names.h"
 #include "collector/options.h"
 #include "collector/pipeline.h"
 #include "collector/query.h"
 #include "collector/socket_input.h"
+#include "collector/times.h"
+#if WITH_HTTP
+#include "collector/http/server.h"
+#endif
 #if WITH_SQLITE
 #include "collector/store/sqlite_store.h"
 #endif
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -14,6 +22,7 @@
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <fstream>
 #include <iostream>
 #include <poll.h>
 #include <stdexcept>
@@ -36,7 +45,10 @@ int failed(const std::string &why) {
 class collector {
 public:
     explicit collector(options chosen) : chosen_(std::move(chosen)), road_(chosen_.rules) {
+        names_ = std::make_shared<const station_names>(station_names::read(chosen_.names));
+        if (!chosen_.http.empty() || !chosen_.metrics.empty()) view_ = std::make_shared<live_view>();
         add_store();
+        add_http();
         road_.add("print", std::make_unique<printer>(chosen_.shape, chosen_.summarise), chosen_.queue);
         sigset_t wanted;
         sigemptyset(&wanted);
@@ -56,7 +68,9 @@ private:
         if (chosen_.store.path.empty()) return;
 #if WITH_SQLITE
         auto store = std::make_unique<sqlite_store>(chosen_.store);
-        for (stay &one : store->open_stays()) {
+        std::vector<stay> open = store->open_stays();
+        if (view_) view_->begin_with(open);
+        for (stay &one : open) {
             const moment when = chosen_.files.empty() ? now() : one.seen; // files have a clock of their own
             road_.restore(std::move(one), when);
         }
@@ -66,6 +80,50 @@ private:
         throw std::runtime_error("--store: this program was built without SQLite");
 #endif
     }
+
+    void add_http() {
+        if (!view_) return;
+#if WITH_HTTP
+        view_->write = [names = names_](const change &what) { return event_text(what, *names); };
+        api_sources from{view_, names_, chosen_.store.path, {}, {}, now(), chosen_.metrics_stations};
+        from.counters = [this] { return road_.counters(); };
+        from.outputs = [this] { return road_.figures(); };
+        server_options how;
+        if (!chosen_.token_file.empty()) how.token = read_token(chosen_.token_file);
+        how.web = chosen_.web;
+        how.metrics = chosen_.metrics.empty() || chosen_.metrics == chosen_.http;
+        how.address = chosen_.http;
+        road_.add("live", std::make_unique<live_output>(view_), chosen_.queue);
+        if (!how.address.empty()) serve(how, from, "http");
+        if (how.metrics) return;
+        how.api = false;
+        how.metrics = true;
+        how.address = chosen_.metrics;
+        serve(how, from, "metrics");
+#else
+        throw std::runtime_error("--http, --metrics: this program was built without libmicrohttpd");
+#endif
+    }
+
+#if WITH_HTTP
+    void serve(const server_options &how, const api_sources &from, const char *what) {
+        servers_.push_back(std::make_unique<http_server>(how, from));
+        if (how.address.ends_with(":0")) // somebody wants to know which one it became
+            std::fprintf(stderr, "wsm-collector: %s: port %d\n", what, servers_.back()->port());
+    }
+
+    static std::string read_token(const std::string &path) {
+        std::ifstream file(path);
+        std::string token;
+        std::getline(file, token);
+        const auto plain = [](char c) {
+            return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '_' || c == '.';
+        };
+        if (token.size() < 16 || !std::all_of(token.begin(), token.end(), plain))
+            throw std::runtime_error(path + ": the first line is no token: 16 or more of A-Z a-z 0-9 . _ -");
+        return token;
+    }
+#endif
 
     bool enough() const { return chosen_.count != 0 && road_.counters().reports >= chosen_.count; }
 
@@ -125,6 +183,9 @@ private:
     }
 
     int finish(int status) {
+#if WITH_HTTP
+        servers_.clear();
+#endif
         std::vector<std::string> dropped;
         const worker::ending ending = road_.finish(patience_at_the_end, dropped);
         for (const std::string &line : dropped) std::fprintf(stderr, "wsm-collector: %s\n", line.c_str());
@@ -136,7 +197,12 @@ private:
     }
 
     options chosen_;
+    std::shared_ptr<const station_names> names_;
+    std::shared_ptr<live_view> view_;
     pipeline road_;
+#if WITH_HTTP
+    std::vector<std::unique_ptr<http_server>> servers_;
+#endif
     int signals_ = -1;
     bool stop_ = false;
 };

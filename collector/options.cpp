@@ -96,6 +96,18 @@ constexpr setting settings[] = {
      }},
     {"names", "FILE", "names of stations: a MAC and a name in each line",
      [](options &o, const std::string &v) { return o.names = v, verdict(); }},
+    {"http", "ADDRESS:PORT", "serve the JSON interface, the stream of events and the page",
+     [](options &o, const std::string &v) { return o.http = v, verdict(); }},
+    {"token-file", "FILE", "whoever asks needs the token in it; a must off loopback",
+     [](options &o, const std::string &v) { return o.token_file = v, verdict(); }},
+    {"web", "FOLDER", "the page's files",
+     [](options &o, const std::string &v) { return o.web = v, verdict(); }},
+    {"metrics", "ADDRESS:PORT", "serve /metrics in Prometheus' text format",
+     [](options &o, const std::string &v) { return o.metrics = v, verdict(); }},
+    {"metrics-stations", "N", "name the N stations with the most bytes in the metrics (0)",
+     [](options &o, const std::string &v) -> verdict {
+         return number<std::size_t>(v, 0, 10000, o.metrics_stations) ? "" : "a number up to 10000";
+     }},
     {"config", "FILE", "read settings from a file, one `name = value` per line",
      [](options &o, const std::string &v) { return o.config = v, verdict(); }},
 };

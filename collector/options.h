@@ -23,6 +23,11 @@ struct options {
     session_rules rules;
     store_options store; // without a path: none
     std::string names;   // file
+    std::string http;    // address and port of the API; empty: none
+    std::string metrics; // of the metrics
+    std::size_t metrics_stations = 0;
+    std::string token_file;
+    std::string web;
     std::string config;
     std::vector<std::string> files;
 };

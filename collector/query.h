@@ -1,13 +1,5 @@
 // query.h - the command "wsm-collector query": what a store knows, on the standard output.
 #pragma once
 
-#include "collector/received.h"
-
-#include <optional>
-#include <string>
-
 // The words behind "query". Returns the exit status.
 int run_query(int argc, char **argv);
-
-// "2026-03-01", "2026-03-01 14:05[:09]" or with a T, in the local zone; seconds since 1970; "30m", "24h", "7d" before `at`.
-std::optional<moment> parse_time(const std::string &text, moment at);

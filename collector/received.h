@@ -36,5 +36,3 @@ inline moment made_at(const station_report &report) {
                          ? report.offline_ts.sec
                          : std::int64_t{report.online_ts.sec} + report.oltime);
 }
-
-moment now();

@@ -4,14 +4,7 @@
 #include "collector/report_writer.h"
 
 #include <algorithm>
-#include <chrono>
 #include <limits>
-
-moment now() {
-    return std::chrono::duration_cast<std::chrono::microseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
 
 const char *change_name(change_kind kind) {
     switch (kind) {

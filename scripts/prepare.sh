@@ -21,6 +21,7 @@ BUILD_PROBES=(
     header:json-c/json.h:libjson-c-dev
     header:libnl3/netlink/genl/genl.h:libnl-genl-3-dev
     header:sqlite3.h:libsqlite3-dev
+    header:microhttpd.h:libmicrohttpd-dev
 )
 DEMO_PROBES=(
     "${BUILD_PROBES[@]}"

@@ -2,6 +2,7 @@
 
 #include "collector/report_writer.h"
 #include "collector/store/schema.h"
+#include "collector/times.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -72,6 +72,14 @@ def station_names():
     seed(name, "no_utf8", b"02:00:00:00:00:01 " + b"\x80\xff\x1b" * 40)
 
 
+def collector_api():
+    name = "fuzz_collector_api"
+    for path in ("status", "stations", "access-points", "stations/02:00:00:00:00:01", "nothing", "stations/x/series"):
+        seed(name, path.replace("/", "_").replace(":", ""), path)
+    seed(name, "range", "sessions\0since\0007d\0until\0" "2026-03-01 14:05\0limit\00010\0mac\00002:00:00:00:00:01")
+    seed(name, "wrong_arguments", "radios\0step\0-1\0since\0" + "9" * 30 + "d\0x\0'; DROP TABLE stay")
+
+
 def netlink():
     come, go = golden_hex("association.hex"), golden_hex("disassociation.hex")
     name = "fuzz_netlink"
@@ -277,5 +285,5 @@ def recording():
 
 if __name__ == "__main__":
     for make in (netlink, driver_table, bus_methods, bus_events, dhcpmon_json, files, report_image, recording, sessions,
-                 station_names):
+                 station_names, collector_api):
         make()

@@ -8,13 +8,14 @@ import subprocess
 import time
 import urllib.error
 import urllib.request
+import zlib
 
 import pytest
 
 from trees import files_below
 
 RELEASE = "bookworm"
-NEEDED = "iptables,libjson-c5,libstdc++6"  # what the packages depend on
+NEEDED = "iptables,libjson-c5,libmicrohttpd12,libmosquitto1,libsqlite3-0,libstdc++6"  # what the packages depend on
 ROOT_IS_OLD = 30 * 24 * 3600               # seconds
 NAMES = ["wsmd-base", "wsmd", "wsmd-tools"]
 
@@ -94,7 +95,7 @@ def fresh_root(build_dir, tmp_path):
     """A minimal Debian in a folder, with what the packages depend on. It is kept in the build folder as an archive."""
     if os.geteuid() != 0:
         pytest.skip("only root can make a root")
-    archive = build_dir / f"{RELEASE}-root.tar"
+    archive = build_dir / f"{RELEASE}-root-{zlib.crc32(NEEDED.encode()):08x}.tar"
     root = tmp_path / "root"
     if not archive.exists() or time.time() - archive.stat().st_mtime > ROOT_IS_OLD:
         if shutil.which("debootstrap") is None:

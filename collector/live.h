@@ -1,0 +1,74 @@
+// live.h - who is here now, and what has happened since the start, for those who ask: kept by an output of its own, so
+// that nobody who asks makes the input wait.
+#pragma once
+
+#include "collector/output.h"
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+struct departure_count {
+    std::string reason;
+    std::string ended_by;
+    std::uint64_t count = 0;
+};
+
+class live_view {
+public:
+    // What is counted of each access point since the start.
+    struct totals {
+        std::uint64_t reports = 0, joined = 0, roamed = 0, returned = 0, left = 0;
+        std::uint64_t up = 0, down = 0;            // bytes
+        std::map<int, departure_count> departures; // by reason code
+    };
+
+    void begin_with(std::vector<stay> here);
+    void take(const message &one);
+
+    std::vector<stay> stations() const; // in order of their MACs
+    bool find(const std::string &mac, stay &out) const;
+    std::map<std::string, totals> counts() const;
+
+    // A stream of changes, as event texts. One that does not read loses nothing: it is ended when it is too far behind.
+    class subscription {
+    public:
+        // Waits for at most `milliseconds`. Empty: nothing came. `over`: it fell behind, or the view is closed.
+        std::string next(int milliseconds, bool &over);
+
+    private:
+        friend class live_view;
+        std::mutex lock_;
+        std::condition_variable filled_;
+        std::deque<std::string> waiting_;
+        std::size_t bytes_ = 0;
+        bool over_ = false;
+    };
+    std::shared_ptr<subscription> subscribe();
+    // All subscriptions are over.
+    void close();
+
+    // How a change is written for subscribers. Set before the first message.
+    std::function<std::string(const change &)> write;
+
+private:
+    mutable std::mutex lock_;
+    std::map<std::string, stay> here_;
+    std::map<std::string, totals> counts_;
+    std::vector<std::weak_ptr<subscription>> subscribers_;
+    bool closed_ = false;
+};
+
+class live_output : public output {
+public:
+    explicit live_output(std::shared_ptr<live_view> view) : view_(std::move(view)) {}
+    void take(const message &one) override { view_->take(one); }
+
+private:
+    std::shared_ptr<live_view> view_;
+};

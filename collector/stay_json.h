@@ -1,0 +1,11 @@
+// stay_json.h - stays and changes as JSON, alike in every output that has any. docs/collector.md has the schema.
+#pragma once
+
+#include "collector/json.h"
+#include "collector/names.h"
+#include "collector/stay.h"
+
+json_fields stay_json(const stay &one, const station_names &names);
+
+// {"kind", "at", "station": {...}}, with "from_ap" and "from_radio" of one that roamed.
+json_fields change_json(const change &what, const station_names &names);

@@ -1,0 +1,343 @@
+"""The HTTP interface and the metrics: who may ask, what is answered, and what is refused."""
+
+import http.client
+import json
+import pathlib
+import re
+import shutil
+import socket
+import subprocess
+import time
+
+import pytest
+
+from images import mac, told
+from programs import PATIENCE, connect, wait
+
+NOON = int(time.time()) - 1000  # an access point's clock is believed when it is near ours
+PROMETHEUS = pathlib.Path(__file__).resolve().parents[2] / "packaging/prometheus"
+TOKEN = "a-token_of.letters-0123456789"
+
+
+class Served:
+    """A collector that serves, and a client of it."""
+
+    def __init__(self, start, build_dir, folder, options):
+        self.path = folder / "socket"
+        self.program = start([build_dir / "bin/wsm-collector", "--quiet", "--socket", self.path, *options])
+        self.program.wait_for_socket(self.path)
+        ports = dict(re.findall(r"(\w+): port (\d+)", self.program.err.read_text()))
+        self.port, self.metrics_port = ports.get("http"), ports.get("metrics")
+
+    def send(self, *messages):
+        for message in messages:
+            with connect(self.path) as peer:
+                peer.sendall(message)
+
+    def ask(self, path, method="GET", port=None, **headers):
+        """Status, headers and body."""
+        one = http.client.HTTPConnection("127.0.0.1", int(port or self.port or self.metrics_port), timeout=PATIENCE)
+        one.request(method, path, headers={name.replace("_", "-"): value for name, value in headers.items()})
+        answer = one.getresponse()
+        body = answer.read()
+        one.close()
+        return answer.status, answer.headers, body
+
+    def get(self, path, status=200, **headers):
+        got, _, body = self.ask(path, **headers)
+        assert got == status, body
+        return json.loads(body)
+
+    def stations(self, count):
+        """The stations, once there are so many."""
+        return wait(lambda: len(all_of := self.get("/api/v1/stations")) == count and (all_of,), f"{count} stations")[0]
+
+
+@pytest.fixture
+def serve(start, build_dir, tmp_path):
+    """Starts collectors that serve on a port of their own."""
+    def serve_one(*options, http="127.0.0.1:0"):
+        if "libmicrohttpd" in subprocess.run([build_dir / "bin/wsm-collector", "--http", "127.0.0.1:x", "--socket", "/"],
+                                             capture_output=True, text=True, timeout=30, check=False).stderr:
+            pytest.skip("built without libmicrohttpd")
+        return Served(start, build_dir, tmp_path, [*(["--http", http] if http else []), *options])
+    return serve_one
+
+
+def test_stations_are_those_that_are_here(serve):
+    one = serve()
+    assert one.get("/api/v1/stations") == []
+    one.send(told(1, 1, NOON), told(2, 3, NOON, 60, wifi_up=7, wifi_down=9, ip="10.0.0.7", rssi=-61, floornoise=-95))
+    first, second = one.stations(2)
+    assert (first["mac"], first["state"], first["ssid"], first["radio"]) == (mac(1), "here", "Lobby", 0)
+    assert (second["signal"], second["up"], second["down"], second["ip"], second["noise"]) == (-61, 7, 9, "10.0.0.7", -95)
+    assert one.get(f"/api/v1/stations/{mac(2)}") == second
+    assert one.get(f"/api/v1/stations/{mac(3)}", 404) == {"error": "this station is not here"}
+
+
+def test_who_has_left_is_gone_after_the_grace_time(serve):
+    one = serve("--grace", "0")
+    one.send(told(1, 1, NOON))
+    one.stations(1)
+    one.send(told(1, 2, NOON, 60))
+    one.stations(0)
+
+
+def test_stations_that_were_here_before_a_restart_are_here(serve, tmp_path):
+    one = serve("--store", f"sqlite:{tmp_path}/store")
+    one.send(told(1, 1, NOON))
+    before = one.stations(1)[0]
+    one.program.stop()
+    again = serve("--store", f"sqlite:{tmp_path}/store")
+    assert again.stations(1)[0]["id"] == before["id"]
+
+
+def test_history_comes_from_the_store(serve, tmp_path):
+    one = serve("--store", f"sqlite:{tmp_path}/store", "--commit", "0", "--grace", "0", "--sample", "0")
+    one.send(told(1, 1, NOON), told(1, 3, NOON, 60, wifi_up=500, ip="10.0.0.7", floornoise=-95, utilization=20))
+    one.send(told(1, 2, NOON, 100, wifi_up=900, reason="OW_STA_TIMEOUT", reason_code=300))
+    stay, = wait(lambda: [row for row in one.get("/api/v1/sessions") if row["state"] == "gone"], "the stay")
+    assert (stay["mac"], stay["began"], stay["up"], stay["reason"]) == (mac(1), NOON, 900, "OW_STA_TIMEOUT")
+    assert one.get(f"/api/v1/stations/{mac(1)}/sessions") == [stay]
+    assert one.get(f"/api/v1/stations/{mac(2)}/sessions") == []
+    assert [row["departures"] for row in one.get("/api/v1/departures")] == [1]
+    assert [row["up"] for row in one.get("/api/v1/top?limit=5")] == [900]
+    assert [row["kind"] for row in one.get("/api/v1/changes")] == ["left", "leaving", "joined"]
+    assert [row["ip"] for row in one.get(f"/api/v1/stations/{mac(1)}/addresses")] == ["10.0.0.7"]
+    points = one.get(f"/api/v1/stations/{mac(1)}/series?step=86400")
+    assert sum(point["up"] for point in points) == 900 and points[0]["signal"] == -50
+    assert one.get("/api/v1/radios?step=86400")[0]["stations"] == 1
+    assert one.get("/api/v1/sessions?until=1999-01-01") == []
+
+
+@pytest.mark.parametrize("path, status", [
+    ("/api/v1/nothing", 404), ("/api/v2/stations", 404), ("/api/v1/stations/x/series", 404), ("/api/v1/sessions?since=soon", 400),
+    ("/api/v1/sessions?limit=0", 400), ("/api/v1/sessions?limit=10001", 400), ("/api/v1/sessions?mac=x", 400),
+    ("/api/v1/sessions?x=1", 400), ("/api/v1/stations?x=1", 400), ("/api/v1/top?step=0", 400), ("/", 404), ("/x", 404),
+    ("/api/v1/sessions?since=99999999999999999999d", 400)])
+def test_a_wrong_question_is_refused_with_a_reason(serve, path, status):
+    assert one_member(serve().get(path, status)) == "error"
+
+
+def one_member(fields):
+    (name,) = fields
+    return name
+
+
+def test_without_a_store_there_is_no_history(serve):
+    assert serve().get("/api/v1/sessions", 404) == {"error": "there is no store"}
+
+
+def test_changes_come_as_a_stream(serve):
+    one = serve()
+    stream = http.client.HTTPConnection("127.0.0.1", int(one.port), timeout=PATIENCE)
+    stream.request("GET", "/api/v1/events")
+    answer = stream.getresponse()
+    assert (answer.status, answer.headers["Content-Type"]) == (200, "text/event-stream")
+    one.send(told(1, 1, NOON, ssid=b'a\n\ndata: "x"\xff'), told(1, 4, NOON, 60), told(1, 1, NOON + 60, radio_id=1))
+    events = []
+    while len(events) < 3:
+        name = answer.readline().decode().rstrip()
+        if name.startswith("event: "):
+            data = json.loads(answer.readline().decode().removeprefix("data: "))
+            assert answer.readline() == b"\n"
+            events.append((name[7:], data["kind"], data["station"]["mac"], data["station"]["radio"]))
+            assert data["station"]["ssid"] in ('a\\n\\ndata: "x"\\xff', "Lobby")
+    assert events == [("joined", "joined", mac(1), 0), ("leaving", "leaving", mac(1), 0), ("roamed", "roamed", mac(1), 1)]
+    assert one.program.stop() == 0, "streams do not keep it"
+    stream.close()
+
+
+def test_it_is_read_only(serve):
+    one = serve()
+    for method in ("POST", "PUT", "DELETE", "OPTIONS", "PATCH"):
+        status, headers, _ = one.ask("/api/v1/stations", method)
+        assert (status, headers["Allow"]) == (405, "GET, HEAD")
+        assert "Access-Control-Allow-Origin" not in headers
+    status, _, body = one.ask("/api/v1/stations", "HEAD")
+    assert (status, body) == (200, b"")
+
+
+def test_every_answer_has_the_headers_that_protect_a_browser(serve):
+    one = serve()
+    for path in ("/api/v1/stations", "/nothing"):
+        _, headers, _ = one.ask(path)
+        assert headers["X-Content-Type-Options"] == "nosniff" and headers["X-Frame-Options"] == "DENY"
+        assert headers["Content-Security-Policy"].startswith("default-src 'self';")
+        assert headers["Cache-Control"] == "no-store" and headers["Referrer-Policy"] == "no-referrer"
+
+
+def test_on_loopback_another_name_of_the_host_is_refused(serve):
+    one = serve()
+    assert one.get("/api/v1/stations", 421, Host="evil.example:80") == {"error": "this host is not served"}
+    for host in ("localhost", "127.0.0.1:8080", "[::1]:80"):
+        assert one.get("/api/v1/stations", Host=host) == []
+
+
+def test_off_loopback_a_token_is_a_must(build_dir, tmp_path):
+    done = subprocess.run([build_dir / "bin/wsm-collector", "--http", "0.0.0.0:0", "--socket", tmp_path / "s"],
+                          capture_output=True, text=True, timeout=30, check=False)
+    assert done.returncode == 1 and "a token file is needed" in done.stderr
+
+
+def test_who_has_no_token_is_refused_and_a_browser_keeps_it_as_a_cookie(serve, tmp_path):
+    (tmp_path / "token").write_text(TOKEN + "\n")
+    one = serve("--token-file", tmp_path / "token", http="0.0.0.0:0")
+    assert one.get("/api/v1/stations", 401) == {"error": "a token is needed"}
+    assert one.get("/api/v1/stations", 401, Authorization=f"Bearer {TOKEN}x") == {"error": "a token is needed"}
+    assert one.get("/api/v1/stations", 401, Authorization="Bearer ") == {"error": "a token is needed"}
+    assert one.get("/api/v1/stations", Authorization=f"Bearer {TOKEN}") == []
+    assert one.ask("/?token=wrong")[0] == 401
+    status, headers, _ = one.ask(f"/?token={TOKEN}")
+    assert (status, headers["Location"]) == (303, "/")
+    cookie = headers["Set-Cookie"]
+    assert "HttpOnly" in cookie and "SameSite=Strict" in cookie
+    assert one.get("/api/v1/stations", Cookie=cookie.split(";")[0]) == []
+
+
+@pytest.mark.parametrize("text", ["", "short", "with a blank in it, long enough", "line-feed-free-but-ümlaut"])
+def test_a_file_without_a_token_is_refused(build_dir, tmp_path, text):
+    (tmp_path / "token").write_text(text)
+    done = subprocess.run([build_dir / "bin/wsm-collector", "--http", "127.0.0.1:0", "--token-file", tmp_path / "token",
+                           "--socket", tmp_path / "s"], capture_output=True, text=True, timeout=30, check=False)
+    assert done.returncode == 1 and "is no token" in done.stderr
+
+
+def test_the_pages_files_are_served_and_nothing_beside_them(serve, tmp_path):
+    web = tmp_path / "web"
+    (web / "lib").mkdir(parents=True)
+    (web / "index.html").write_text("<!doctype html>")
+    (web / "lib/page.js").write_text("1")
+    (web / ".hidden").write_text("secret")
+    (tmp_path / "secret").write_text("secret")
+    one = serve("--web", web)
+    status, headers, body = one.ask("/")
+    assert (status, headers["Content-Type"], body) == (200, "text/html; charset=utf-8", b"<!doctype html>")
+    assert one.ask("/lib/page.js")[1]["Content-Type"] == "text/javascript; charset=utf-8"
+    for path in ("/../secret", "/%2e%2e/secret", "/lib/..%2f..%2fsecret", "/.hidden", "/lib", "/lib/", "//secret", "/none",
+                 "/lib//page.js"):
+        assert one.ask(path)[0] in (400, 404), path
+
+
+def test_requests_and_connections_are_bounded(serve):
+    one = serve()
+    status, _, _ = one.ask("/api/v1/stations?x=" + "x" * 60000)
+    assert status in (400, 413, 414, 431)
+    many = [socket.create_connection(("127.0.0.1", int(one.port)), PATIENCE) for _ in range(80)]
+    try:
+        refused = 0
+        for peer in many:
+            peer.sendall(b"GET /api/v1/status HTTP/1.1\r\nHost: localhost\r\n\r\n")
+        for peer in many:
+            try:
+                refused += peer.recv(16) == b""
+            except ConnectionResetError:
+                refused += 1
+        assert 16 <= refused < 80
+    finally:
+        for peer in many:
+            peer.close()
+
+    def answered():
+        try:
+            return one.get("/api/v1/status")
+        except ConnectionError:
+            return None
+    assert wait(answered, "an answer")["reports"] == 0
+
+
+def test_more_streams_than_may_be_are_refused(serve):
+    one = serve()
+    streams = [http.client.HTTPConnection("127.0.0.1", int(one.port), timeout=PATIENCE) for _ in range(33)]
+    statuses = []
+    for stream in streams:
+        stream.request("GET", "/api/v1/events")
+        statuses.append(stream.getresponse().status)
+    assert statuses == [200] * 32 + [503]
+    for stream in streams:
+        stream.close()
+
+
+def test_a_stream_that_is_not_read_is_cut_off_and_keeps_nobody_waiting(serve):
+    one = serve()
+    slow = socket.create_connection(("127.0.0.1", int(one.port)), PATIENCE)
+    slow.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+    slow.sendall(b"GET /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n")
+    assert slow.recv(12) == b"HTTP/1.1 200"
+    for number in range(8000):
+        one.send(told(number % 50, 3, NOON, number))
+    wait(lambda: one.get("/api/v1/status")["reports"] == 8000, "the reports")
+    taken = wait(lambda: [out for out in one.get("/api/v1/status")["outputs"] if out["name"] == "live" and out["waiting"] == 0],
+                 "the view")
+    assert taken[0]["taken"] + taken[0]["dropped"] == 8000
+    slow.close()
+
+
+def metric(text, name, **labels):
+    """The value of a line with these labels."""
+    for line in text.splitlines():
+        found = re.fullmatch(r"(\w+)(?:\{(.*)\})? (\S+)", line)
+        if found and found[1] == name:
+            have = dict(re.findall(r'(\w+)="((?:[^"\\]|\\.)*)"', found[2] or ""))
+            if all(have.get(key) == value for key, value in labels.items()):
+                return float(found[3])
+    return None
+
+
+def scrape(one):
+    status, headers, body = one.ask("/metrics", port=one.metrics_port or one.port)
+    assert status == 200 and headers["Content-Type"].startswith("text/plain; version=0.0.4")
+    return body.decode()
+
+
+def eventful(one):
+    one.send(told(1, 1, NOON, ssid='Caf\xe9 "A"\\'), told(2, 3, NOON, 60, wifi_up=7, wifi_down=9, floornoise=-95, utilization=12),
+             told(3, 1, NOON), told(3, 2, NOON, 60, reason="OW_STA_TIMEOUT", reason_code=300), told(4, 9, NOON), b"short")
+    return wait(lambda: metric(text := scrape(one), "wsm_changes_total", kind="left") == 1 and text, "the departure")
+
+
+def test_metrics_tell_what_was_counted(serve):
+    one = serve("--metrics", "127.0.0.1:0", "--grace", "0", http=None)
+    text = eventful(one)
+    ap = "02:54:4b:00:00:01"
+    assert metric(text, "wsm_collector_reports_total") == 5
+    assert metric(text, "wsm_collector_refused_total", cause="size") == 1
+    assert metric(text, "wsm_collector_refused_total", cause="impossible") == 1
+    assert metric(text, "wsm_stations", ap=ap, radio="0", ssid="Lobby") == 1
+    assert metric(text, "wsm_departures_total", ap=ap, reason="OW_STA_TIMEOUT", code="300", ended_by="silence") == 1
+    assert metric(text, "wsm_bytes_total", ap=ap, direction="down") == 9
+    assert metric(text, "wsm_radio_noise_dbm", ap=ap, radio="0") == -95
+    assert metric(text, "wsm_collector_output_dropped_total", output="live") == 0
+    assert "wsm_station_" not in text
+    assert one.ask("/api/v1/stations", port=one.metrics_port)[0] == 404
+
+
+def test_stations_are_named_in_the_metrics_when_asked_for_and_no_more_than_that(serve):
+    one = serve("--metrics-stations", "1", "--grace", "0", "--metrics", "127.0.0.1:0")
+    text = eventful(one)
+    assert metric(text, "wsm_station_bytes", mac=mac(2), direction="down") == 9
+    assert metric(text, "wsm_station_signal_dbm", mac=mac(1)) is None
+
+
+@pytest.mark.skipif(not shutil.which("promtool"), reason="promtool is not installed (package prometheus)")
+def test_promtool_has_no_complaint(serve):
+    one = serve("--metrics-stations", "10", "--grace", "0", "--metrics", "127.0.0.1:0")
+    done = subprocess.run(["promtool", "check", "metrics"], input=eventful(one), capture_output=True, text=True, timeout=60,
+                          check=False)
+    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+
+
+@pytest.mark.skipif(not shutil.which("promtool"), reason="promtool is not installed (package prometheus)")
+def test_promtool_accepts_the_alert_rules():
+    done = subprocess.run(["promtool", "check", "rules", PROMETHEUS / "wsmd.rules.yml"], capture_output=True, text=True, timeout=60,
+                          check=False)
+    assert done.returncode == 0 and "6 rules found" in done.stdout, done.stdout + done.stderr
+
+
+def test_rules_and_dashboard_ask_for_metrics_that_there_are(serve):
+    one = serve("--metrics", "127.0.0.1:0", "--grace", "0")
+    there = set(re.findall(r"^# TYPE (\w+)", eventful(one), re.M))
+    texts = (PROMETHEUS / "wsmd.rules.yml").read_text(), (PROMETHEUS / "wsmd-dashboard.json").read_text()
+    asked = set(re.findall(r"\bwsm_\w+", "".join(texts)))
+    assert len(asked) >= 8 and asked <= there
+    assert len(json.loads(texts[1])["panels"]) == 8
