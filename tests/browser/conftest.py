@@ -31,9 +31,9 @@ class Browser:
     def __init__(self, build):
         self.process = node(build, stdin=subprocess.PIPE)
 
-    def run(self, suite, name):
+    def run(self, suite, name, told=None):
         """Fails with what the test found, or when it does not end."""
-        self.process.stdin.write(f"{suite} {name}\n".encode())
+        self.process.stdin.write(json.dumps([suite, name, told]).encode() + b"\n")
         self.process.stdin.flush()
         assert select.select([self.process.stdout], [], [], LIMIT)[0], f"no end within {LIMIT} seconds"
         line = self.process.stdout.readline()

@@ -1,12 +1,13 @@
 /*
- * Runs tests in a browser for pytest. A line on the standard input is "SUITE NAME", the answer is a line of JSON: null when
- * the test has passed, else what went wrong. With --list SUITE: the names as a list, without a browser.
+ * Runs tests in a browser for pytest. A line on the standard input is JSON: suite, name, and what else the test is told; the
+ * answer is a line of JSON: null when the test has passed, else what went wrong. With --list SUITE: the names as a list,
+ * without a browser.
  */
 'use strict';
 
 const readline = require('readline');
 
-const suites = { luci: './luci/cases.js' };
+const suites = { luci: './luci/cases.js', 'luci-live': './luci/live.js' };
 
 function load(suite) {
 	return require(suites[suite]);
@@ -22,11 +23,11 @@ async function main() {
 	const browser = await launch();
 
 	for await (const line of readline.createInterface({ input: process.stdin })) {
-		const [ , suite, name ] = line.match(/^(\S+) (.*)$/);
+		const [ suite, name, told ] = JSON.parse(line);
 		let answer = null;
 
 		try {
-			await load(suite).find(test => test.name == name).run(browser);
+			await load(suite).find(test => test.name == name).run(browser, told);
 		}
 		catch (error) {
 			answer = String(error.stack ?? error);

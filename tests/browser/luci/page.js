@@ -86,8 +86,8 @@ class Clients {
 function test(name, { prepare, options, console: expected } = {}, body) {
 	return {
 		name,
-		async run(browser) {
-			const clients = await Clients.with(browser, prepare, options);
+		async run(browser, told) {
+			const clients = await Clients.with(browser, (server) => prepare?.(server, told), options);
 
 			try {
 				await body(clients);

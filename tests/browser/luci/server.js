@@ -76,6 +76,7 @@ class Server {
 		this.login = 'write'; // 'read', 'none', 'expired'
 		this.language = '';
 		this.darkmode = false;
+		this.bus = null; // URL of a real bus, in place of the answers below
 		this.intercept = null; // (request's calls, response) => true when it has dealt with it
 		this.calls = []; // [object, method, arguments] in their order
 		this.sticky = false; // no client goes when it is disconnected
@@ -157,7 +158,7 @@ class Server {
 		const chunks = [];
 
 		request.on('data', chunk => chunks.push(chunk));
-		request.on('end', () => {
+		request.on('end', async () => {
 			const calls = JSON.parse(Buffer.concat(chunks).toString());
 
 			for (const { params: [ , object, method, values ] } of calls)
@@ -166,7 +167,7 @@ class Server {
 			if (this.intercept?.(calls, response))
 				return;
 
-			const replies = Buffer.from(JSON.stringify(calls.map(call => this.answer(call))));
+			const replies = Buffer.from(JSON.stringify(await Promise.all(calls.map(call => this.answer(call)))));
 			const broken = Buffer.from(BROKEN);
 
 			for (let at = replies.indexOf(broken); at >= 0; at = replies.indexOf(broken))
@@ -176,8 +177,11 @@ class Server {
 		});
 	}
 
-	answer({ id, params: [ session, object, method, values ] }) {
+	async answer({ id, params: [ session, object, method, values ] }) {
 		const frame = { jsonrpc: '2.0', id };
+
+		if (this.bus && object != 'session' && session == SESSION && this.mayCall(object, method))
+			return { ...frame, ...await this.askBus([ object, method, values ]) };
 
 		if (![ 'session', ...(this.running ? [ 'sta' ] : []) ].includes(object))
 			return { ...frame, error: { code: -32000, message: 'Object not found' } };
@@ -186,6 +190,11 @@ class Server {
 			return { ...frame, error: { code: -32002, message: 'Access denied' } };
 
 		return { ...frame, result: this[`${object}_${method}`](values) };
+	}
+
+	/* A result or an error, as the web server would have it. */
+	async askBus(call) {
+		return (await fetch(this.bus, { method: 'POST', body: JSON.stringify(call) })).json();
 	}
 
 	/* Every login may ask about its session, as LuCI itself does; the rest is what the access file grants. */
