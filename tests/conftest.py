@@ -23,10 +23,12 @@ def pytest_addoption(parser):
     parser.addoption("--build-dir", default=str(ROOT / "build"), help="folder of the build under test")
     parser.addoption("--wrapper", default="", help="words before every GoogleTest program, like those of a memory checker")
     parser.addoption("--browser", action="store_true", help="collect the tests in a browser, for which ./test --browser installs one")
+    parser.addoption("--radio", action="store_true", help="collect the tests with radios, which play in a virtual machine")
 
 
 def pytest_ignore_collect(collection_path, config):
-    return True if collection_path == ROOT / "tests/browser" and not config.getoption("--browser") else None
+    asked_for = {ROOT / "tests/browser": "--browser", ROOT / "tests/radio": "--radio"}
+    return True if collection_path in asked_for and not config.getoption(asked_for[collection_path]) else None
 
 
 @pytest.fixture(scope="session")
