@@ -10,7 +10,7 @@ const { chromium } = require('playwright-core');
 const AXE = fs.readFileSync(require.resolve('axe-core/axe.min.js'), 'utf8');
 
 /* For what is waited for: long, since a loaded machine is slow; a test that passes never waits for so long. */
-const PATIENCE = 30000;
+const PATIENCE = 60000;
 
 async function launch() {
 	const profile = fs.mkdtempSync(path.join(os.tmpdir(), 'wsmd-browser-'));
