@@ -252,9 +252,11 @@ class Air:
         return re.findall(r"Interface (\S+)(?=(?:(?!Interface).)*?type AP)", run("iw", "dev"), flags=re.S)
 
     def hostapd_list(self):
-        """hostapd's authorised stations, MAC -> network."""
+        """hostapd's authorised stations, MAC -> network. It is not told when somebody removes its interface."""
         found = {}
         for network in self.networks():
+            if not pathlib.Path(f"/sys/class/net/{network}").exists():
+                continue
             for part in re.split(r"^(?=(?:[0-9a-f]{2}:){5}[0-9a-f]{2}$)", self.hostapd(network, "all_sta", check=False), flags=re.M):
                 if "[AUTHORIZED]" in part:
                     found[part[:17]] = network

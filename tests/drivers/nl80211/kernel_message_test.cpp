@@ -108,13 +108,14 @@ TEST(kernel_message, of_a_frame_has_its_bytes_and_whether_it_arrived) {
     kernel_message one;
     const bytes frame =
         number<std::uint32_t>(NL80211_ATTR_IFINDEX, 7) + attribute(NL80211_ATTR_FRAME, bytes{1, 2, 3});
-    ASSERT_TRUE(kernel_message_decode(
-        message(NL80211_CMD_FRAME_TX_STATUS, frame + attribute(NL80211_ATTR_ACK, {})), one));
+    const bytes management = message(NL80211_CMD_FRAME_TX_STATUS, frame + attribute(NL80211_ATTR_ACK, {}));
+    ASSERT_TRUE(kernel_message_decode(management, one));
     EXPECT_EQ(one.kind, kernel_message::frame_sent);
     ASSERT_EQ(one.frame.size(), 3U);
     EXPECT_EQ(one.frame[2], 3);
     EXPECT_TRUE(one.acknowledged);
-    ASSERT_TRUE(kernel_message_decode(message(NL80211_CMD_CONTROL_PORT_FRAME_TX_STATUS, frame), one));
+    const bytes key = message(NL80211_CMD_CONTROL_PORT_FRAME_TX_STATUS, frame);
+    ASSERT_TRUE(kernel_message_decode(key, one));
     EXPECT_EQ(one.kind, kernel_message::key_frame_sent);
     EXPECT_FALSE(one.acknowledged);
 }
