@@ -23,6 +23,7 @@
 #define __LIBUBUS_H
 
 #include <stdint.h>
+#include <string.h>
 
 #include <libubox/avl.h>
 #include <libubox/blobmsg.h>
@@ -387,8 +388,11 @@ int ubus_notify_async(struct ubus_context *ctx, struct ubus_object *obj, const c
 // Registers the subscriber's object, and with new_obj_cb subscribes to all that it accepts, now and later. 0
 // and no effect if it is registered already.
 int ubus_register_subscriber(struct ubus_context *ctx, struct ubus_subscriber *s);
-// 4 if it is not registered; a struct that never was is fine.
-int ubus_unregister_subscriber(struct ubus_context *ctx, struct ubus_subscriber *s);
+// 4 if it is not registered; a struct of zeros that never was is fine. Inline, so that a program needs no symbol for it.
+static inline int ubus_unregister_subscriber(struct ubus_context *ctx, struct ubus_subscriber *s) {
+    if (s->list.next) list_del_init(&s->list);
+    return ubus_remove_object(ctx, &s->obj);
+}
 // Subscribes to object `id`, once more if it is subscribed already; unsubscribe takes back one. Synchronous.
 int ubus_subscribe(struct ubus_context *ctx, struct ubus_subscriber *s, uint32_t id);
 int ubus_unsubscribe(struct ubus_context *ctx, struct ubus_subscriber *s, uint32_t id);
@@ -427,8 +431,12 @@ extern struct avl_tree acl_objects;
 // Fills acl_objects and keeps it up to date. For one context of the process.
 int ubus_register_acl(struct ubus_context *ctx);
 
-// Does the rule concern this caller (user, group) and object? All of `key` must be set.
-bool __ubus_acl_matches(const struct acl_object *rule, const struct ubus_acl_key *key);
+// Does the rule concern this caller (user, group) and object? No rule concerns a caller of whom a part is missing.
+static inline bool __ubus_acl_matches(const struct acl_object *rule, const struct ubus_acl_key *key) {
+    if (!key->object || !key->user || !key->group || strcmp(rule->key.object, key->object) != 0) return false;
+    return (rule->key.user && !strcmp(rule->key.user, key->user)) ||
+           (rule->key.group && !strcmp(rule->key.group, key->group));
+}
 #define acl_for_each(o, m)                                                                                   \
     avl_for_each_element (&acl_objects, o, avl)                                                              \
         if (!__ubus_acl_matches(o, m)) {                                                                     \

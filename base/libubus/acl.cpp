@@ -8,12 +8,14 @@
 
 namespace {
 
+// A rule names a user or a group; what one of the two does not name matches anything. Programs look rules up in the tree
+// by a caller's key, so this is part of the interface.
 int compare_keys(const void *a, const void *b, void *) {
     const auto *x = static_cast<const ubus_acl_key *>(a), *y = static_cast<const ubus_acl_key *>(b);
     const char *const left[] = {x->object, x->user, x->group}, *const right[] = {y->object, y->user,
                                                                                  y->group};
     for (int i = 0; i < 3; ++i) {
-        const int order = std::strcmp(left[i] ? left[i] : "", right[i] ? right[i] : "");
+        const int order = left[i] && right[i] ? std::strcmp(left[i], right[i]) : 0;
         if (order) return order;
     }
     return 0;
@@ -71,10 +73,11 @@ void on_sequence(ubus_context *ctx, ubus_event_handler *, const char *, blob_att
 
 avl_tree acl_objects = AVL_TREE_INIT(acl_objects, compare_keys, true, nullptr);
 
-bool __ubus_acl_matches(const acl_object *rule, const ubus_acl_key *key) {
-    if (std::strcmp(rule->key.object, key->object) != 0) return false;
-    return (rule->key.user && !std::strcmp(rule->key.user, key->user)) ||
-           (rule->key.group && !std::strcmp(rule->key.group, key->group));
+// For programs that were compiled when this was no inline function.
+extern "C" __attribute__((visibility("default"))) bool
+exported_acl_matches(const acl_object *rule, const ubus_acl_key *key) __asm__("__ubus_acl_matches");
+bool exported_acl_matches(const acl_object *rule, const ubus_acl_key *key) {
+    return __ubus_acl_matches(rule, key);
 }
 
 int ubus_register_acl(ubus_context *ctx) {

@@ -98,9 +98,11 @@ int ubus_register_subscriber(ubus_context *ctx, ubus_subscriber *s) {
     return UBUS_STATUS_OK;
 }
 
-int ubus_unregister_subscriber(ubus_context *ctx, ubus_subscriber *s) {
-    if (is_registered(ctx, &s->obj)) list_del_init(&s->list);
-    return ubus_remove_object(ctx, &s->obj);
+// For programs that were compiled when this was no inline function.
+extern "C" __attribute__((visibility("default"))) int
+exported_unregister_subscriber(ubus_context *ctx, ubus_subscriber *s) __asm__("ubus_unregister_subscriber");
+int exported_unregister_subscriber(ubus_context *ctx, ubus_subscriber *s) {
+    return ubus_unregister_subscriber(ctx, s);
 }
 
 static int change_subscription(ubus_context *ctx, ubus_msg_type type, const ubus_subscriber *s,

@@ -2,6 +2,8 @@
 
 #include "quote.h"
 
+#include <cstring>
+
 namespace uci {
 namespace {
 
@@ -20,12 +22,21 @@ void write_option(FILE *out, uci_option *o) {
     }
 }
 
+// A type is written as it is, unless the reader would take a part of it for a comment, an end or a quote.
+void write_type(FILE *out, const char *type) {
+    if (std::strpbrk(type, "#;'\"\\"))
+        write_quoted(out, type);
+    else
+        (void)std::fputs(type, out);
+}
+
 void write_package(FILE *out, uci_package *p, bool header, bool all_names) {
     if (header) (void)std::fprintf(out, "package %s\n", p->e.name);
     uci_element *e;
     uci_foreach_element (&p->sections, e) {
         uci_section *s = uci_to_section(e);
-        (void)std::fprintf(out, "\nconfig %s", s->type);
+        (void)std::fputs("\nconfig ", out);
+        write_type(out, s->type);
         if (!s->anonymous || all_names) (void)std::fprintf(out, " '%s'", s->e.name);
         (void)std::fputc('\n', out);
         uci_element *option;

@@ -6,10 +6,13 @@ namespace {
 ubus_event_handler g_handler;
 arguments g_wanted;
 
+// Only whether there is one counts. A library may call without looking whether there is a callback.
+void ignore(ubus_context *, ubus_object_data *, void *) {}
+
 // What shows nothing to this user is there all the same.
 bool all_there(ubus_context *ctx) {
     for (const char *path : g_wanted)
-        if (ubus_lookup(ctx, path, nullptr, nullptr)) return false;
+        if (ubus_lookup(ctx, path, ignore, nullptr)) return false;
     return true;
 }
 

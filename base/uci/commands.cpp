@@ -120,9 +120,10 @@ int add_list(const invocation &in) { return change(in, uci_add_list, false); }
 int del_list(const invocation &in) { return change(in, uci_del_list, false); }
 
 int remove(const invocation &in) {
-    if (const char *value = std::strchr(in.argv[0], '=')) {
-        // Only the index of a list item may follow.
-        if (value[1] == '\0' || value[1 + std::strspn(value + 1, "0123456789")] != '\0') return 1;
+    if (char *value = std::strchr(in.argv[0], '=')) {
+        // Only the index of a list item may follow; without one the whole option or section is meant.
+        if (value[1 + std::strspn(value + 1, "0123456789")] != '\0') return 1;
+        if (value[1] == '\0') *value = '\0';
     }
     return change(in, uci_delete, false);
 }

@@ -38,16 +38,54 @@ template <class PrintItem> void print_items(const settings &set, uci_option *o, 
     }
 }
 
-// Place among the sections of its type, named ones included.
-int index_of(const uci_section *s) {
-    int index = 0;
-    uci_element *e;
-    uci_foreach_element (&s->package->sections, e) {
-        if (e == &s->e) break;
-        index += std::strcmp(uci_to_section(e)->type, s->type) == 0;
+// The place of each section among those of its type, named ones included, in one walk over the package: a count for each
+// type, found by a hash of it. Without memory for that the sections before it are counted.
+class type_counts {
+public:
+    explicit type_counts(const uci_package *p) {
+        std::size_t sections = 0;
+        uci_element *e;
+        uci_foreach_element (&p->sections, e) ++sections;
+        while (size_ < 2 * sections) size_ *= 2;
+        slots_ = static_cast<slot *>(std::calloc(size_, sizeof(slot)));
     }
-    return index;
-}
+    type_counts(const type_counts &) = delete;
+    ~type_counts() { std::free(slots_); }
+
+    // To be called for each section once, in the order of the package.
+    int next_of(const uci_section *s) {
+        if (!slots_) return counted_before(s);
+        std::size_t at = hash(s->type) & (size_ - 1);
+        while (slots_[at].type && std::strcmp(slots_[at].type, s->type) != 0) at = (at + 1) & (size_ - 1);
+        slots_[at].type = s->type;
+        return slots_[at].count++;
+    }
+
+private:
+    struct slot {
+        const char *type; // of a section of the package
+        int count;
+    };
+
+    static std::size_t hash(const char *text) {
+        std::size_t value = 5381;
+        for (; *text; ++text) value = value * 33 + static_cast<unsigned char>(*text);
+        return value;
+    }
+
+    static int counted_before(const uci_section *s) {
+        int index = 0;
+        uci_element *e;
+        uci_foreach_element (&s->package->sections, e) {
+            if (e == &s->e) break;
+            index += std::strcmp(uci_to_section(e)->type, s->type) == 0;
+        }
+        return index;
+    }
+
+    std::size_t size_ = 16;
+    slot *slots_;
+};
 
 void print_change(const char *package, const uci_delta *d) {
     if (d->cmd == UCI_CMD_REMOVE) print("-");
@@ -86,15 +124,17 @@ void print_section(const settings &set, const char *name, uci_section *s) {
 }
 
 void print_package(const settings &set, uci_package *p) {
+    type_counts counts(p);
     uci_element *e;
     uci_foreach_element (&p->sections, e) {
         uci_section *s = uci_to_section(e);
+        const int index = counts.next_of(s);
         if (!s->anonymous || set.real_names) {
             print_section(set, s->e.name, s);
             continue;
         }
         char *name = nullptr;
-        if (asprintf(&name, "@%s[%d]", s->type, index_of(s)) < 0) continue;
+        if (asprintf(&name, "@%s[%d]", s->type, index) < 0) continue;
         print_section(set, name, s);
         std::free(name);
     }

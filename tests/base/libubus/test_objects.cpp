@@ -351,4 +351,12 @@ TEST(access_rules, are_cached_and_found_by_object_and_user_or_group) {
     EXPECT_EQ(count("x", "x", "o"), 0);
     EXPECT_EQ(count("u", "g", "broken"), 0);
     EXPECT_EQ(count("u", "g", nullptr), -1);
+    EXPECT_EQ(count(nullptr, "g", "o"), 0) << "a caller of whom a part is missing";
+    EXPECT_EQ(count("u", nullptr, "o"), 0);
+    // Programs that were compiled elsewhere look rules up in the tree, by the caller's key.
+    const ubus_acl_key caller{"u", "x", "o"};
+    const acl_object *rule = avl_find_ge_element(&acl_objects, &caller, rule, avl);
+    ASSERT_NE(rule, nullptr);
+    EXPECT_STREQ(rule->key.object, "o");
+    EXPECT_STREQ(rule->key.user, "u");
 }

@@ -36,6 +36,10 @@ OURS = {
 }
 
 
+# The recorded export of this package cannot be read back: "config p#q;r 'y'" ends at the #.
+EXPORTED_WITH_QUOTES = "30-type-characters"
+
+
 @pytest.fixture(autouse=True)
 def common_umask():
     before = os.umask(0o022)
@@ -50,7 +54,13 @@ def uci_tool(build_dir):
 
 @pytest.mark.parametrize("package", PACKAGES, ids=lambda path: path.stem)
 def test_package_reads_as_recorded(uci_tool, package):
-    assert check.check_parse(uci_tool, str(package)) == []
+    differences = check.check_parse(uci_tool, str(package))
+    if package.stem == EXPORTED_WITH_QUOTES:
+        assert {what for what, *_ in differences} == {"export", "export-S"}
+        for _, (_, recorded, _), (_, ours, _) in differences:
+            assert ours == recorded.replace(b"\nconfig p#q;r 'y'\n", b"\nconfig 'p#q;r' 'y'\n") != recorded
+    else:
+        assert differences == []
 
 
 @pytest.mark.parametrize("record", RECORDS, ids=lambda record: record["id"])

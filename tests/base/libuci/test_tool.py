@@ -143,7 +143,27 @@ def test_further_delta_folders_are_read_in_order(uci):
 def test_an_item_can_be_deleted_by_its_index_and_in_no_other_way(uci):
     assert uci("delete", "network.lan.dns=0").returncode == 0
     assert uci("get", "network.lan.dns").stdout == "b\n"
-    for index in ("", "-1", "0x1", "1 "):
+    for index in ("-1", "0x1", "1 "):
         done = uci("delete", f"network.lan.dns={index}")
         assert (done.returncode, done.stderr) == (1, "")
     assert uci("get", "network.lan.dns").stdout == "b\n"
+
+
+@pytest.mark.parametrize("tuple_, left", [
+    ("network.lan.proto=", "config interface 'lan'\n\tlist dns 'a'\n\tlist dns 'b'\n"),
+    ("network.lan=", "")], ids=["option", "section"])
+def test_a_deletion_with_an_empty_index_deletes_the_whole(uci, tuple_, left):
+    assert uci("delete", tuple_).returncode == 0
+    assert uci("commit").returncode == 0
+    assert (uci.folder / "etc/network").read_text().strip("\n") == left.strip("\n")
+
+
+def test_anonymous_sections_are_shown_with_their_place_among_those_of_their_type(uci):
+    (uci.folder / "etc/many").write_text("config a\nconfig b 'named'\nconfig a 'other'\nconfig b\nconfig a\n")
+    assert uci("show", "many").stdout == "many.@a[0]=a\nmany.named=b\nmany.other=a\nmany.@b[1]=b\nmany.@a[2]=a\n"
+
+
+def test_sections_of_many_types_are_shown_with_their_places(uci):
+    (uci.folder / "etc/many").write_text("".join(f"config t{number % 700}\n" for number in range(2100)))
+    assert uci("show", "many").stdout.splitlines() == [f"many.@t{number % 700}[{number // 700}]=t{number % 700}"
+                                                       for number in range(2100)]

@@ -34,6 +34,21 @@ void save(configuration &conf, const std::string &tuple) {
     ASSERT_EQ(uci_save(conf.ctx(), ptr.p), UCI_OK) << tuple;
 }
 
+TEST(uci_commit, writes_a_type_so_that_it_can_be_read_back) {
+    for (const std::string type : {"a#b", "a;b", "a'b", "a\"b", "a\\b", "#", ";", "'", "plain-type.1"}) {
+        configuration conf;
+        uci_package *p = conf.load("net", "");
+        uci_section *s = nullptr;
+        ASSERT_EQ(uci_add_section(conf.ctx(), p, type.c_str(), &s), UCI_OK) << type;
+        ASSERT_EQ(uci_commit(conf.ctx(), &p, false), UCI_OK) << type;
+        ASSERT_EQ(uci_unload(conf.ctx(), p), UCI_OK) << type;
+        p = conf.load("net");
+        ASSERT_NE(p, nullptr) << type << " became\n" << conf.read("etc/net");
+        ASSERT_FALSE(uci_list_empty(&p->sections)) << type;
+        EXPECT_EQ(uci_to_section(list_to_element(p->sections.next))->type, type);
+    }
+}
+
 TEST(uci_save, appends_quoted_lines_to_the_delta_file) {
     configuration conf;
     uci_package *p = conf.load("net", net);

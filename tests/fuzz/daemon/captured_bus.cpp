@@ -31,8 +31,9 @@ int ubus_register_subscriber(ubus_context *, ubus_subscriber *s) {
     return UBUS_STATUS_OK;
 }
 
-int ubus_unregister_subscriber(ubus_context *, ubus_subscriber *s) {
-    s->obj.id = 0;
+// What the inline function that unregisters a subscriber calls.
+int ubus_remove_object(ubus_context *, ubus_object *obj) {
+    obj->id = 0;
     return UBUS_STATUS_OK;
 }
 
