@@ -1,5 +1,6 @@
 #include "dhcpmon/leases.h"
 
+#include <cstdint>
 #include <fstream>
 #include <json-c/json.h>
 #include <sstream>

@@ -8,6 +8,7 @@
 //   now and later listen PATTERN         unlisten                         events send EVENT [JSON] call PATH
 //   METHOD TIMEOUT [JSON]                         TIMEOUT in ms fill PATH METHOD COUNT calls with {"p": COUNT
 //   times "x"} notify NAME METHOD TIMEOUT [JSON] lookup PATH
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

@@ -1,5 +1,6 @@
 #include "peer_objects.h"
 
+#include <cstdint>
 #include <list>
 
 #include <time.h>
