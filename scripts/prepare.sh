@@ -19,9 +19,6 @@ BUILD_PROBES=(
     command:ninja:ninja-build
     command:pkg-config:pkg-config
     header:json-c/json.h:libjson-c-dev
-    header:libnl3/netlink/genl/genl.h:libnl-genl-3-dev
-    header:sqlite3.h:libsqlite3-dev
-    header:microhttpd.h:libmicrohttpd-dev
 )
 DEMO_PROBES=(
     "${BUILD_PROBES[@]}"
@@ -32,8 +29,15 @@ DEMO_PROBES=(
     command:"$PYTHON":python3
     python:urwid:python3-urwid
 )
+# What a build can do without: it leaves out the bridge, or the end of the collector, that needs it.
+OPTIONAL_PROBES=(
+    header:libnl3/netlink/genl/genl.h:libnl-genl-3-dev
+    header:sqlite3.h:libsqlite3-dev
+    header:microhttpd.h:libmicrohttpd-dev
+)
 TESTS_PROBES=(
     "${DEMO_PROBES[@]}"
+    "${OPTIONAL_PROBES[@]}"
     header:gtest/gtest.h:libgtest-dev
     header:gmock/gmock.h:libgmock-dev
     command:dnsmasq:dnsmasq-base
@@ -144,7 +148,8 @@ prepare_build() {
 
 # The build where nobody watches a line change: a sentence when it takes time, all of the output when it fails.
 ninja_lines() { # folder
-    local log line last=-20 status=0
+    local - log line last=-20 status=0
+    set -o pipefail
     log=$(mktemp)
     NINJA_STATUS='[%f/%t] ' ninja -C "$1" "${TARGETS[@]}" 2>&1 | while IFS= read -r line; do
         printf '%s\n' "$line" >>"$log"
@@ -154,7 +159,7 @@ ninja_lines() { # folder
             last=$SECONDS
         fi
     done || status=1
-    [ $status -eq 0 ] || cat "$log" >&2
+    [ "$status" -eq 0 ] || cat "$log" >&2
     rm -f "$log"
-    return $status
+    return "$status"
 }
