@@ -71,11 +71,14 @@ int sta_ubus_object_connect(struct uloop_timeout *timer) {
         STA_ERROR("sta_ubus", "The parameter error.\n");
         return -1;
     }
+    static bool without_broker = false;
     sta_ubus_ctx = ubus_connect(nullptr);
     if (!sta_ubus_ctx) {
+        if (sta_first(without_broker)) STA_NOTICE("no bus broker answers: trying again every two seconds\n");
         timer->cb = reconnect;
         return uloop_timeout_set(timer, reconnect_ms);
     }
+    if (without_broker) STA_NOTICE("connected to the bus broker\n");
     ubus_add_uloop(
         sta_ubus_ctx); // before the first synchronous call: what comes meanwhile waits for the loop
 

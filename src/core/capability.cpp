@@ -100,8 +100,10 @@ int dev_cap_table_init() {
     if (!text) {
         STA_LOG("(err)Open file[%s] fail!\n", capability_file);
         STA_LOG("dev cap table init FAIL!!!\n");
+        STA_NOTICE("no capability file %s\n", capability_file);
         return -1;
     }
     read_table(text.get());
+    if (sta_max_num == 0) STA_NOTICE("the capability file has no radios: no station can be kept\n");
     return 0;
 }

@@ -64,6 +64,7 @@ int sta_fw_init() {
     if (status == 0) status = sta_fw_cmd("-t mangle -A PREROUTING -j PREROUTING-outgoing");
     if (status == 0) status = sta_fw_cmd("-t mangle -N POSTROUTING-incoming");
     if (status == 0) status = sta_fw_cmd("-t mangle -A POSTROUTING -j POSTROUTING-incoming");
+    if (status != 0) STA_NOTICE("iptables failed: bytes to and from the uplink are not counted\n");
     return status;
 }
 

@@ -218,6 +218,8 @@ void sta_nl_handle(std::span<const std::uint8_t> message, long received) {
         const int family =
             sta_nl_family_in(message.data(), static_cast<std::size_t>(received), station_event_family);
         if (family != 0) {
+            if (sta_nl.family != family)
+                STA_NOTICE("the driver has announced the family %s\n", station_event_family);
             sta_nl.family = family;
             sta_nl_register(0); // Deliberate: without the station limit, unlike at start
         }
@@ -232,6 +234,7 @@ void g_sta_recv_msg(struct uloop_fd *watcher, unsigned int /*events*/) {
     if (got < 0) {
         const int reason = errno;
         STA_LOG("Recv msg error. %d [%d] [%s]\n", static_cast<int>(got), reason, std::strerror(reason));
+        if (reason == ENOBUFS) STA_NOTICE("events of the driver were lost: its socket was full\n");
         watch(watcher); // the loop has let go of a socket in error
         return;
     }

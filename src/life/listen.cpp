@@ -23,6 +23,8 @@ int sta_netlink_init() {
         }
     } else {
         STA_LOG("get sta family id failed.\n");
+        STA_NOTICE("no driver has announced the family %s yet: no station can be seen\n",
+                   station_event_family);
     }
     sta_netlink_watcher.cb = g_sta_recv_msg;
     sta_netlink_watcher.fd = sta_nl.socket;

@@ -35,11 +35,15 @@ sta_info_t *sta_members_admit(sta_info_t *sta) {
     if (!sta) return nullptr;
     STA_LOG_AS(function, "sta add user, mac=%s. ifname=%s\n", sta->mac,
                sta->ifname[0] != '\0' ? sta->ifname : "NULL");
+    static bool full = false;
     if (g_sta_sta_master.online >= sta_max_num) {
         STA_LOG_AS(function, "sta add user %s failed ! reach max sta_numbers %d.\n", sta->mac, sta_max_num);
+        if (sta_first(full))
+            STA_NOTICE("the table is full with %d stations: %s is not kept\n", sta_max_num, sta->mac);
         sta_sta_free(sta);
         return nullptr;
     }
+    full = false;
     sta_info_t *known = sta_sta_find_usr(sta->mac);
     if (!known) {
         list_add_tail(&sta->list, &g_sta_sta_master.list);

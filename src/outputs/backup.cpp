@@ -129,6 +129,15 @@ std::size_t read_piece(std::FILE *file, char (&line)[line_size]) {
     return length;
 }
 
+// Whether the file of all stations could be written, after each attempt.
+void backup_written(bool well) {
+    static bool said = false;
+    if (well)
+        said = false;
+    else if (sta_first(said))
+        STA_NOTICE("%s cannot be written: a restart would lose stations\n", backup_file);
+}
+
 } // namespace
 
 void sta_sta_users_backup_add(sta_info_t *sta) {
@@ -230,10 +239,13 @@ sta_backup_pass::~sta_backup_pass() {
         } else {
             STA_LOG_AS(del_function, "%s open fail.\n", temporary_file);
         }
-        if (written && std::rename(temporary_file, backup_file) != 0)
+        if (written && std::rename(temporary_file, backup_file) != 0) {
             STA_LOG_AS(del_function, "%s rename error.\n", temporary_file);
-        else if (!written)
+            written = false;
+        } else if (!written) {
             (void)unlink(temporary_file); // the old file stays whole
+        }
+        backup_written(written);
     }
     now->~state();
     std::free(now);

@@ -25,6 +25,13 @@ struct unix_address {
     const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&address); }
 };
 
+unsigned lost = 0; // reports since the last that came through
+
+void came_through() {
+    if (lost > 0) STA_NOTICE("the collector is back, %u reports were lost\n", lost);
+    lost = 0;
+}
+
 } // namespace
 
 int sta_domain_socket_send(const sta_info_t *sta) {
@@ -48,8 +55,10 @@ int sta_domain_socket_send(const sta_info_t *sta) {
     const unix_address server{server_path};
     if (connect(report.get(), server.get(), server.size) < 0) {
         STA_LOG("domain connect error.\n");
+        if (lost++ == 0) STA_NOTICE("no collector at %s: reports are lost\n", server_path);
         return -1;
     }
+    came_through();
     std::uint8_t image[station_report_size];
     station_report_encode(sta_report_of(*sta), image);
     (void)!write(report.get(), image, sizeof(image)); // the collector had its chance

@@ -20,5 +20,16 @@ extern "C" int g_main_id;
 #define STA_ERROR(word, fmt, ...)                                                                            \
     dbg_printf(g_main_id, 3, "ERROR in %s [%d]: " fmt, word, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
+// For who operates the access point: a fault, or its end, at the level that is written by default. Beside the other lines,
+// which only somebody who has raised the level sees.
+#define STA_NOTICE(fmt, ...) dbg_printf(g_main_id, 3, "NOTICE: " fmt __VA_OPT__(, ) __VA_ARGS__)
+
+// True the first time, and again after `said` has been cleared: what lasts is said once.
+inline bool sta_first(bool &said) {
+    const bool first = !said;
+    said = true;
+    return first;
+}
+
 // A plain line in the log file, without level or function.
 #define STA_LOGFILE(fmt, ...) dbg_logfile(g_main_id, fmt __VA_OPT__(, ) __VA_ARGS__)

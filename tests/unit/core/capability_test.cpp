@@ -78,7 +78,11 @@ TEST_F(capability, missing_radio_list_leaves_the_limit_at_0_and_the_path_at_its_
         EXPECT_EQ(read_table(text), 0) << text;
         EXPECT_EQ(sta_max_num, 0) << text;
         EXPECT_STREQ(g_path, "/etc/config/wireless") << text;
-        EXPECT_THAT(log_lines(), ElementsAre("dev_cap_table_init: wireless get fail!\n")) << text;
+        EXPECT_THAT(
+            log_lines(),
+            ElementsAre("dev_cap_table_init: wireless get fail!\n",
+                        "level 3 NOTICE: the capability file has no radios: no station can be kept\n"))
+            << text;
     }
 }
 
@@ -88,8 +92,10 @@ TEST_F(capability, file_that_is_no_json_is_not_fatal) {
         forget_log();
         EXPECT_EQ(read_table(text), 0) << text;
         EXPECT_EQ(sta_max_num, 0) << text;
-        EXPECT_THAT(log_lines(),
-                    ElementsAre("dev_cap_table_init: (err)Fail to get device capacity table json string!\n"));
+        EXPECT_THAT(
+            log_lines(),
+            ElementsAre("dev_cap_table_init: (err)Fail to get device capacity table json string!\n",
+                        "level 3 NOTICE: the capability file has no radios: no station can be kept\n"));
     }
 }
 
@@ -100,7 +106,8 @@ TEST_F(capability, missing_file_is_fatal) {
     EXPECT_THAT(log_lines(),
                 ElementsAre("ReadFile: (err)fopen [/tmp/tk_device/tk_device.json] fail!\n",
                             "dev_cap_table_init: (err)Open file[/tmp/tk_device/tk_device.json] fail!\n",
-                            "dev_cap_table_init: dev cap table init FAIL!!!\n"));
+                            "dev_cap_table_init: dev cap table init FAIL!!!\n",
+                            "level 3 NOTICE: no capability file /tmp/tk_device/tk_device.json\n"));
 }
 
 TEST_F(capability, configuration_path_is_cut_with_its_ending) {
@@ -134,11 +141,12 @@ TEST_F(capability, second_reading_adds_to_the_first) {
     EXPECT_EQ(sta_max_num, 384);
 }
 
-TEST_F(capability, everything_but_file_lines_is_of_level_7) {
+TEST_F(capability, everything_but_file_lines_and_notices_is_of_level_7) {
     dev_cap_table_init();
     read_table("hello");
     read_table("{}");
-    for (const log_record &one : log_records()) EXPECT_EQ(one.level, 7) << one.text;
+    for (const log_record &one : log_records())
+        EXPECT_EQ(one.level, one.text.starts_with("NOTICE: ") ? 3 : 7) << one.text;
 }
 
 TEST_F(capability, whole_file_is_read_and_terminated) {

@@ -142,7 +142,8 @@ TEST_F(message, registration_that_cannot_be_sent_is_logged_and_survived) {
         return -1;
     };
     handle(announcement());
-    EXPECT_THAT(log_lines(), ElementsAre("sta_nl_send_msg: send msg to kernel failed.\n",
+    EXPECT_THAT(log_lines(), ElementsAre("level 3 NOTICE: the driver has announced the family TK_STA\n",
+                                         "sta_nl_send_msg: send msg to kernel failed.\n",
                                          "g_sta_recv_msg: Creat a new g_sta.\n"));
 }
 

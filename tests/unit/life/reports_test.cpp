@@ -74,6 +74,7 @@ TEST_F(report, without_a_collector_is_lost_and_the_bus_is_notified_all_the_same)
     EXPECT_EQ(log_lines(),
               (lines{"sta_sta_log_on: sta log on.\n", "sta_domain_socket_send: sta domain socket send.\n",
                      "sta_domain_socket_send: domain connect error.\n",
+                     "level 3 NOTICE: no collector at /tmp/sta_server_domain: reports are lost\n",
                      "sta_sta_log_on: sta_domain_socket_send error!!!\n",
                      "sta_ubus_log_info_notify: sta_ubus_log_info_notify\n"}));
     forget_log();

@@ -352,7 +352,9 @@ TEST_F(netlink, start_without_the_driver_s_family_watches_all_the_same) {
     EXPECT_EQ(sent_messages().size(), 1U) << "the look-up only";
     EXPECT_TRUE(sta_netlink_watcher.registered);
     EXPECT_THAT(log_lines(), ElementsAre("sta_netlink_init: sta netlink init\n",
-                                         "sta_netlink_init: get sta family id failed.\n"));
+                                         "sta_netlink_init: get sta family id failed.\n",
+                                         "level 3 NOTICE: no driver has announced the family TK_STA yet: no "
+                                         "station can be seen\n"));
 }
 
 TEST_F(netlink, registration_that_cannot_be_sent_fails_the_start_and_leaves_the_socket_open) {
