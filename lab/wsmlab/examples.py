@@ -4,7 +4,7 @@
 
 In a document an example is a comment that names the command, followed by a fenced block with what it printed. When the
 comment says "conversation" the block is one: each line "$ COMMAND" is followed by what the command printed, and a line "..."
-stands for lines left out. The tests compare the shape of each block - of JSON the keys, their order and the kinds of
+stands for lines left out. A comment "members: KIND" is followed by the table of that message of schema/wsmd.schema.json. The tests compare the shape of each block - of JSON the keys, their order and the kinds of
 their values, of other text all but the figures - with what the programs print now.
 """
 
@@ -14,10 +14,11 @@ import re
 import shlex
 import sys
 
-from . import Lab
+from . import Lab, members
 
 DOCS = pathlib.Path(__file__).resolve().parents[2] / "docs"
 _EXAMPLE = re.compile(r"<!-- example: (?P<command>.*?) -->\n```[a-z]*\n(?P<text>.*?)```", re.DOTALL)
+_MEMBERS = re.compile(r"<!-- members: (?P<kind>.*?) -->\n(?P<table>(?:\|.*\n)*)")
 _MAC = "02:00:00:00:00:01"
 _CONVERSATION, _LEFT_OUT = "conversation", "..."
 _RECORDING = "/tmp/fault.wsr"
@@ -27,6 +28,11 @@ def in_documents():
     """All examples of docs/*.md: (document, command, text)."""
     return [(path, match["command"], match["text"]) for path in sorted(DOCS.glob("*.md"))
             for match in _EXAMPLE.finditer(path.read_text(encoding="utf-8"))]
+
+
+def member_tables(text):
+    """The text of a document with its tables of members written anew."""
+    return _MEMBERS.sub(lambda match: f"<!-- members: {match['kind']} -->\n{members.table(match['kind'])}", text)
 
 
 def produce(lab, examples):
@@ -179,7 +185,7 @@ def write(build_dir):
     for path in dict.fromkeys(path for path, _, _ in in_documents()):
         text = _EXAMPLE.sub(lambda match: f"<!-- example: {match['command']} -->\n```\n{next(produced)}```",
                             path.read_text(encoding="utf-8"))
-        path.write_text(text, encoding="utf-8")
+        path.write_text(member_tables(text), encoding="utf-8")
 
 
 if __name__ == "__main__":

@@ -14,3 +14,14 @@ def _of(*messages):
 # What an expectation of a scenario may name; an event may be anybody's, and have any members.
 OF = {"report": _of("report"), "notify": _of("sta notification", "sta period request"), "event": None}
 STATION = _of("station")
+
+
+def table(message):
+    """The members of a message as rows of a document's table, in its order."""
+    rows = ["| member | type | meaning |", "|---|---|---|"]
+    for name, member in _MESSAGES[message]["properties"].items():
+        if "$ref" in member:
+            member = _MESSAGES["members"][member["$ref"].rsplit("/", 1)[1]]
+        kind = {"string": "text", "integer": "number", "number": "number"}.get(member.get("type"), "text")
+        rows.append(f"| `{name}` | {kind} | {member['description'].replace('|', chr(92) + '|')} |")
+    return "\n".join(rows) + "\n"

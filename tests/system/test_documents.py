@@ -1,6 +1,16 @@
-"""The documents show what the programs print."""
+"""The documents show what the programs print, and their commands are tried."""
+
+import pathlib
+import re
+import sys
+
+import pytest
 
 from wsmlab import examples
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+EXAMPLES = ROOT / "docs/examples"
+MAC = "02:00:00:00:00:01"
 
 
 def test_every_example_in_the_documents_has_the_shape_of_what_the_programs_print(lab):
@@ -9,3 +19,77 @@ def test_every_example_in_the_documents_has_the_shape_of_what_the_programs_print
     for (path, command, text), printed in zip(documented, examples.produce(lab, documented), strict=True):
         assert printed.strip(), command
         assert examples.shape(text) == examples.shape(printed), f"{path.name}: {command}"
+
+
+def test_the_tables_of_members_are_those_of_the_schema():
+    tables = 0
+    for path in examples.DOCS.glob("*.md"):
+        text = path.read_text(encoding="utf-8")
+        assert examples.member_tables(text) == text, f"{path.name}: write it anew with wsmlab.examples"
+        tables += text.count("<!-- members: ")
+    assert tables >= 2
+
+
+def documented_reasons():
+    text = (ROOT / "docs/bus-api.md").read_text(encoding="utf-8").split("### Reasons")[1].split("\n## ")[0]
+    return [(int(code), name) for code, name in re.findall(r"^\| (\d+) \| (\w+) \|", text, re.MULTILINE)]
+
+
+def test_the_documented_reasons_are_those_that_the_daemon_gives(running_lab):
+    reasons = [*documented_reasons(), (1, "OW_STA_SUCCESS"), (314, "OW_STA_SUCCESS")]
+    assert len(reasons) == 56
+    for code, _ in reasons:
+        running_lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0")
+        running_lab.apsim(f"disassoc mac={MAC} reason={code}")
+
+    def departures():
+        return [report for report in running_lab.reports() if report["log_type"] == 2]
+    running_lab.wait(lambda: len(departures()) == len(reasons), 30, "a report of each departure")
+    assert [(report["reason_code"], report["reason"]) for report in departures()] == reasons
+
+
+def test_the_consumer_of_reports_says_who_comes_roams_and_leaves(running_lab):
+    lab = running_lab
+    lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0 rssi=-48")
+    lab.wait_for_report(log_type=1)
+    lab.apsim(f"roam mac={MAC} ifname=ath1 radio=1")
+    lab.wait_for_report(log_type=4)
+    lab.apsim(f"disassoc mac={MAC} reason=307")
+    lab.wait_for_report(log_type=2)
+    said = lab.run([sys.executable, "-c", (EXAMPLES / "presence.py").read_text(encoding="utf-8")],
+                   stdin=lab.collector.out.bytes()).stdout.splitlines()
+    texts = [line.split(" ", 1)[1] for line in said]
+    assert texts[0] == f"{MAC} came to 'Lobby' on ath0, -48 dBm"
+    assert f"{MAC} leaves ath0 for another radio" in texts
+    assert re.fullmatch(rf"{MAC} left: OW_STA_DEAUTH_RECV, after \d+ s", texts[-1])
+
+
+def test_the_consumer_of_notifications_says_who_leaves_and_why(running_lab):
+    lab = running_lab
+    monitor = lab.start("monitor", ["ubus", "-m", "subscribe", "monitor"])
+    lab.wait(lambda: lab.bus("list") and True, 10, "the bus")
+    consumer = lab.start("consumer", ["sh", "-c", (EXAMPLES / "departures.sh").read_text(encoding="utf-8")])
+
+    def come_and_go():
+        # Until the consumer has subscribed nobody hears of it.
+        lab.apsim(f'assoc mac={MAC} ifname=ath0 radio=0 ssid="x\\",\\"mac\\":\\"me"')
+        lab.apsim(f"disassoc mac={MAC} reason=308")
+        return consumer.lines()
+    lines = lab.wait(come_and_go, 20, "a line of the consumer")
+    assert lines[0] == f"{MAC} left ath0: OW_STA_DISASSO_RECV"
+    monitor.stop()
+
+
+FENCE = re.compile(r"(?P<marker><!-- [^\n]* -->\n)?```sh\n(?P<text>.*?)```", re.DOTALL)
+MARKER = re.compile(r"<!-- (?:tried: (?P<test>\w+)|needs (?P<what>a device|a release|a person)) -->\n")
+
+
+@pytest.mark.parametrize("path", [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *sorted((ROOT / "docs").glob("*.md"))],
+                         ids=lambda path: path.name)
+def test_every_block_of_commands_names_the_test_that_tries_it_or_what_it_needs(path):
+    tests = "\n".join(file.read_text(encoding="utf-8") for file in (ROOT / "tests").rglob("*.py"))
+    for fence in FENCE.finditer(path.read_text(encoding="utf-8")):
+        marker = MARKER.fullmatch(fence["marker"] or "")
+        assert marker, f"no test is named for:\n{fence['text']}"
+        if marker["test"]:
+            assert f"def {marker['test']}(" in tests, f"there is no {marker['test']}"
