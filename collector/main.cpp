@@ -1,4 +1,5 @@
 // wsm-collector - takes the daemon's station reports, checks and decodes them, and passes them on to outputs.
+#include "collector/hooks.h"
 #include "collector/live.h"
 #include "collector/names.h"
 #include "collector/options.h"
@@ -6,6 +7,12 @@
 #include "collector/query.h"
 #include "collector/socket_input.h"
 #include "collector/times.h"
+#if WITH_MQTT
+#include "collector/mqtt_publisher.h"
+#endif
+#if WITH_HASH
+#include "collector/pseudonyms.h"
+#endif
 #if WITH_HTTP
 #include "collector/http/server.h"
 #endif
@@ -23,6 +30,7 @@
 #include <exception>
 #include <fcntl.h>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <poll.h>
 #include <stdexcept>
@@ -45,10 +53,29 @@ int failed(const std::string &why) {
 class collector {
 public:
     explicit collector(options chosen) : chosen_(std::move(chosen)), road_(chosen_.rules) {
-        names_ = std::make_shared<const station_names>(station_names::read(chosen_.names));
+        names_ = std::make_shared<const station_names>(
+            station_names::read(chosen_.drop_names ? std::string() : chosen_.names));
+        if (!chosen_.hash_mac.empty()) {
+#if WITH_HASH
+            hide_ = [hidden = std::make_shared<const pseudonyms>(chosen_.hash_mac)](received &in) {
+                hidden->apply(in);
+            };
+#else
+            throw std::runtime_error("--hash-mac: this program was built without libcrypto");
+#endif
+        }
         if (!chosen_.http.empty() || !chosen_.metrics.empty()) view_ = std::make_shared<live_view>();
         add_store();
         add_http();
+        if (!chosen_.mqtt.host.empty()) {
+#if WITH_MQTT
+            road_.add("mqtt", std::make_unique<mqtt_publisher>(chosen_.mqtt, names_), chosen_.queue);
+#else
+            throw std::runtime_error("--publish: this program was built without libmosquitto");
+#endif
+        }
+        if (!chosen_.exec.empty())
+            road_.add("exec", std::make_unique<hooks>(chosen_.exec, names_), chosen_.queue);
         road_.add("print", std::make_unique<printer>(chosen_.shape, chosen_.summarise), chosen_.queue);
         sigset_t wanted;
         sigemptyset(&wanted);
@@ -125,6 +152,12 @@ private:
     }
 #endif
 
+    received message_of(std::string bytes, moment at) const {
+        received in = take_message(std::move(bytes), at);
+        if (hide_) hide_(in);
+        return in;
+    }
+
     bool enough() const { return chosen_.count != 0 && road_.counters().reports >= chosen_.count; }
 
     bool stopped() {
@@ -135,7 +168,7 @@ private:
 
     int listen() {
         socket_input input([this](std::string message) {
-            if (!enough()) road_.take(take_message(std::move(message), now()));
+            if (!enough()) road_.take(message_of(std::move(message), now()));
         });
         if (const std::string why = input.listen(chosen_.socket); !why.empty()) return failed(why);
         while (!enough() && !stopped())
@@ -159,7 +192,7 @@ private:
             rest.append(chunk, static_cast<std::size_t>(got));
             std::size_t at = 0;
             for (; rest.size() - at >= station_report_size && !enough(); at += station_report_size)
-                road_.feed(take_message(rest.substr(at, station_report_size), 0));
+                road_.feed(message_of(rest.substr(at, station_report_size), 0));
             rest.erase(0, at);
         }
         return true;
@@ -177,7 +210,7 @@ private:
             }
             if (file > STDIN_FILENO) close(file);
             if (!good) return failed("cannot read " + name);
-            if (!rest.empty() && !enough()) road_.feed(take_message(rest, 0));
+            if (!rest.empty() && !enough()) road_.feed(message_of(rest, 0));
         }
         return 0;
     }
@@ -199,6 +232,7 @@ private:
     options chosen_;
     std::shared_ptr<const station_names> names_;
     std::shared_ptr<live_view> view_;
+    std::function<void(received &)> hide_; // who it is about
     pipeline road_;
 #if WITH_HTTP
     std::vector<std::unique_ptr<http_server>> servers_;

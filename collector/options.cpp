@@ -108,6 +108,32 @@ constexpr setting settings[] = {
      [](options &o, const std::string &v) -> verdict {
          return number<std::size_t>(v, 0, 10000, o.metrics_stations) ? "" : "a number up to 10000";
      }},
+    {"publish", "URL", "send to an MQTT broker: mqtt[s]://[user[:password]@]host[:port][/prefix]",
+     [](options &o, const std::string &v) { return parse_mqtt_url(v, o.mqtt); }},
+    {"publish-ca", "FILE", "certificates that the broker's is checked against",
+     [](options &o, const std::string &v) { return o.mqtt.ca = v, verdict(); }},
+    {"publish-cert", "FILE", "our own certificate",
+     [](options &o, const std::string &v) { return o.mqtt.certificate = v, verdict(); }},
+    {"publish-key", "FILE", "and its key",
+     [](options &o, const std::string &v) { return o.mqtt.key = v, verdict(); }},
+    {"spool", "N", "messages that wait while the broker is away (100000)",
+     [](options &o, const std::string &v) -> verdict {
+         return number<std::size_t>(v, 1, 100'000'000, o.mqtt.most_spooled) ? "" : "a whole number above 0";
+     }},
+    {"home-assistant", "PREFIX", "announce stations as device trackers below this topic",
+     [](options &o, const std::string &v) -> verdict {
+         if (v.empty() || v.find_first_of("+#") != std::string::npos) return "a topic without + and #";
+         o.mqtt.home_assistant = v;
+         return {};
+     }},
+    {"join-private", nullptr, "private MACs with the same name are one tracker",
+     [](options &o, const std::string &v) { return o.mqtt.join_private = v != "no", verdict(); }},
+    {"exec", "PROGRAM", "run it for each station that joined, roamed or left",
+     [](options &o, const std::string &v) { return o.exec = v, verdict(); }},
+    {"hash-mac", "KEYFILE", "replace the MACs of stations by a keyed hash everywhere",
+     [](options &o, const std::string &v) { return o.hash_mac = v, verdict(); }},
+    {"drop-names", nullptr, "use no names, also when there is a file",
+     [](options &o, const std::string &v) { return o.drop_names = v != "no", verdict(); }},
     {"config", "FILE", "read settings from a file, one `name = value` per line",
      [](options &o, const std::string &v) { return o.config = v, verdict(); }},
 };

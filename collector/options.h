@@ -4,6 +4,7 @@
 //         "yes" or "no". "#" begins a comment, empty lines mean nothing. The command line wins.
 #pragma once
 
+#include "collector/mqtt_options.h"
 #include "collector/printer.h"
 #include "collector/sessions.h"
 #include "collector/store/store_options.h"
@@ -28,6 +29,10 @@ struct options {
     std::size_t metrics_stations = 0;
     std::string token_file;
     std::string web;
+    mqtt_options mqtt;    // without a host: none
+    std::string exec;     // program for joined, roamed, left
+    std::string hash_mac; // key file
+    bool drop_names = false;
     std::string config;
     std::vector<std::string> files;
 };

@@ -34,6 +34,8 @@ OPTIONAL_PROBES=(
     header:libnl3/netlink/genl/genl.h:libnl-genl-3-dev
     header:sqlite3.h:libsqlite3-dev
     header:microhttpd.h:libmicrohttpd-dev
+    header:mosquitto.h:libmosquitto-dev
+    header:openssl/hmac.h:libssl-dev
 )
 TESTS_PROBES=(
     "${DEMO_PROBES[@]}"
@@ -45,6 +47,8 @@ TESTS_PROBES=(
     command:shellcheck:shellcheck
     command:groff:groff-base
     command:debootstrap:debootstrap
+    command:mosquitto:mosquitto
+    command:mosquitto_sub:mosquitto-clients
     command:dpkg-shlibdeps:dpkg-dev
     python:pytest:python3-pytest
     python:xdist:python3-pytest-xdist

@@ -15,7 +15,7 @@ import pytest
 from trees import files_below
 
 RELEASE = "bookworm"
-NEEDED = "iptables,libjson-c5,libmicrohttpd12,libmosquitto1,libsqlite3-0,libstdc++6"  # what the packages depend on
+NEEDED = "iptables,libjson-c5,libmicrohttpd12,libmosquitto1,libsqlite3-0,libssl3,libstdc++6"  # what the packages depend on
 ROOT_IS_OLD = 30 * 24 * 3600               # seconds
 NAMES = ["wsmd-base", "wsmd", "wsmd-tools"]
 

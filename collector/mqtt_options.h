@@ -1,0 +1,21 @@
+// mqtt_options.h - which MQTT broker, and what it is to get.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+struct mqtt_options {
+    std::string host; // empty: no broker
+    int port = 1883;
+    bool tls = false;
+    std::string user;
+    std::string password;
+    std::string prefix = "wsm";
+    std::string ca, certificate, key; // files
+    std::size_t most_spooled = 100'000;
+    std::string home_assistant; // discovery prefix; empty: none
+    bool join_private = false;  // stations with a private MAC and the same name are one tracker
+};
+
+// "mqtt://[user[:password]@]host[:port][/prefix]", or mqtts://. Empty, or what is wrong with it.
+std::string parse_mqtt_url(const std::string &url, mqtt_options &out);

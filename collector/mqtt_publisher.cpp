@@ -1,0 +1,249 @@
+#include "collector/mqtt_publisher.h"
+
+#include "collector/report_writer.h"
+#include "collector/sessions.h"
+#include "collector/stay_json.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <mosquitto.h>
+#include <random>
+#include <stdexcept>
+
+namespace {
+
+constexpr std::size_t most_in_flight = 64;
+constexpr int keep_alive = 20; // s
+constexpr auto patience_at_the_end = std::chrono::seconds(5);
+constexpr std::size_t most_tracked = 4096;
+
+void say(const std::string &text) { std::fprintf(stderr, "wsm-collector: mqtt: %s\n", text.c_str()); }
+
+std::string random_name() {
+    std::random_device device;
+    char text[20];
+    (void)std::snprintf(text, sizeof(text), "%08x%08x", device(), device());
+    return text;
+}
+
+std::string without_colons(const std::string &mac) {
+    std::string out;
+    for (const char c : mac)
+        if (c != ':') out += c;
+    return out;
+}
+
+// Letters and digits of a name, for an identifier.
+std::string identifier(const std::string &name) {
+    std::string out;
+    char hex[4];
+    for (const char c : name) {
+        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+        (void)std::snprintf(hex, sizeof(hex), "_%02x", static_cast<unsigned char>(c));
+        out += plain ? std::string(1, c) : hex;
+    }
+    return out;
+}
+
+void check(int code, const char *what) {
+    if (code != MOSQ_ERR_SUCCESS)
+        throw std::runtime_error(std::string("mqtt: ") + what + ": " + mosquitto_strerror(code));
+}
+
+} // namespace
+
+mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const station_names> names)
+    : chosen_(std::move(chosen)), names_(std::move(names)), boot_(random_name()) {
+    mosquitto_lib_init();
+    client_ = mosquitto_new(("wsm-collector-" + boot_).c_str(), true, this);
+    if (!client_) throw std::runtime_error("mqtt: no memory");
+    try {
+        if (!chosen_.user.empty())
+            check(mosquitto_username_pw_set(client_, chosen_.user.c_str(), chosen_.password.c_str()), "user");
+        const auto file = [](const std::string &name) { return name.empty() ? nullptr : name.c_str(); };
+        if (chosen_.tls) {
+            const char *folder = chosen_.ca.empty() ? "/etc/ssl/certs" : nullptr;
+            check(mosquitto_tls_set(client_, file(chosen_.ca), folder, file(chosen_.certificate),
+                                    file(chosen_.key), nullptr),
+                  "TLS");
+        }
+        const std::string status = chosen_.prefix + "/status";
+        check(mosquitto_will_set(client_, status.c_str(), 7, "offline", 1, true), "will");
+        mosquitto_max_inflight_messages_set(client_, most_in_flight);
+        mosquitto_reconnect_delay_set(client_, 1, 5, false);
+        mosquitto_connect_callback_set(client_, [](mosquitto *, void *self, int code) {
+            auto *me = static_cast<mqtt_publisher *>(self);
+            if (code != 0) return say(std::string("refused: ") + mosquitto_connack_string(code));
+            std::unique_lock hold(me->lock_);
+            me->connected_ = true;
+            me->spool_.push_front({me->chosen_.prefix + "/status", "online", true});
+            me->send_some(hold);
+        });
+        mosquitto_disconnect_callback_set(client_, [](mosquitto *, void *self, int) {
+            auto *me = static_cast<mqtt_publisher *>(self);
+            const std::lock_guard hold(me->lock_);
+            me->connected_ = false;
+        });
+        mosquitto_publish_callback_set(client_, [](mosquitto *, void *self, int) {
+            auto *me = static_cast<mqtt_publisher *>(self);
+            std::unique_lock hold(me->lock_);
+            if (me->in_flight_ > 0) --me->in_flight_;
+            me->send_some(hold);
+            if (me->in_flight_ == 0 && me->spool_.empty()) me->emptied_.notify_all();
+        });
+        sigset_t all, before; // signals are the main thread's
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before);
+        const int looping = mosquitto_loop_start(client_);
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        check(looping, "no thread");
+    } catch (...) {
+        mosquitto_destroy(client_);
+        throw;
+    }
+}
+
+mqtt_publisher::~mqtt_publisher() {
+    mosquitto_disconnect(client_);
+    mosquitto_loop_stop(client_, true);
+    mosquitto_destroy(client_);
+}
+
+void mqtt_publisher::take(const message &one) {
+    if (one.in && one.in->report) {
+        std::string mac;
+        const bool good = !impossible(*one.in->report, mac);
+        // The report as it is printed, and what tells it apart from every other.
+        std::string report = report_json(*one.in->report, one.in->at);
+        report.back() = ',';
+        report += "\"boot\":\"" + boot_ + "\",\"seq\":" + std::to_string(++seq_) +
+                  (good ? "" : ",\"impossible\":true") + "}";
+        const std::string ap = normal_mac(std::string_view(one.in->report->ap_mac).substr(0, 17));
+        post({chosen_.prefix + "/report/" + (ap.empty() ? "unknown" : ap), std::move(report), false});
+    }
+    if (!one.what) return;
+    const change &what = *one.what;
+    const std::string topic = chosen_.prefix + "/station/" + what.now.mac;
+    const bool gone = what.kind == change_kind::left;
+    post({topic, change_json(what, *names_).write(), !gone});
+    if (gone) post({topic, "", true}); // the broker need not remember who is not here
+    std::string &at = where_[what.now.mac];
+    if (at != what.now.ap || gone) {
+        places_[at].stations.erase(what.now.mac);
+        places_[at].changed = true;
+    }
+    at = what.now.ap;
+    if (gone) {
+        where_.erase(what.now.mac);
+    } else if (places_[what.now.ap].stations.insert(what.now.mac).second) {
+        places_[what.now.ap].changed = true;
+    }
+    if (!chosen_.home_assistant.empty()) track(what.now, gone);
+}
+
+// Each station is a device tracker: at home, or not.
+void mqtt_publisher::track(const stay &now_is, bool gone) {
+    const std::string &name = names_->of(now_is.mac);
+    const bool joined = chosen_.join_private && !name.empty() &&
+                        std::string_view("26ae").find(now_is.mac[1]) != std::string_view::npos;
+    const std::string id = "wsm_" + (joined ? "name_" + identifier(name) : without_colons(now_is.mac));
+    const std::string state = chosen_.prefix + "/presence/" + id;
+    if (!announced_.contains(id)) {
+        if (announced_.size() >= most_tracked) return;
+        announced_.insert(id);
+        json_fields config;
+        config.text("name", name.empty() ? now_is.mac : name)
+            .text("unique_id", id)
+            .text("state_topic", state);
+        config.text("payload_home", "home")
+            .text("payload_not_home", "not_home")
+            .text("source_type", "router");
+        config.text("availability_topic", chosen_.prefix + "/status");
+        post({chosen_.home_assistant + "/device_tracker/" + id + "/config", config.write(), true});
+    }
+    std::set<std::string> &here = tracked_[id];
+    const bool before = !here.empty();
+    if (gone)
+        here.erase(now_is.mac);
+    else
+        here.insert(now_is.mac);
+    if (before != !here.empty() || (gone && !before)) post({state, here.empty() ? "not_home" : "home", true});
+}
+
+void mqtt_publisher::settle() {
+    // The library connects again by itself once it has been connected; looking up the name may take its time here.
+    if (!begun_) {
+        const int code = mosquitto_connect_async(client_, chosen_.host.c_str(), chosen_.port, keep_alive);
+        begun_ = code == MOSQ_ERR_SUCCESS;
+        if (!begun_ && !complained_)
+            say(std::string("the broker does not answer: ") + mosquitto_strerror(code));
+        complained_ = true;
+    }
+    for (auto at = places_.begin(); at != places_.end();) {
+        auto &[ap, of] = *at;
+        const std::string topic = chosen_.prefix + "/ap/" + (ap.empty() ? "unknown" : ap);
+        if (of.changed)
+            post({topic,
+                  json_fields()
+                      .text("ap", ap)
+                      .number("stations", static_cast<std::int64_t>(of.stations.size()))
+                      .write(),
+                  true});
+        of.changed = false;
+        at = of.stations.empty() ? places_.erase(at) : std::next(at);
+    }
+}
+
+void mqtt_publisher::post(letter one) {
+    std::unique_lock hold(lock_);
+    if (spool_.size() >= chosen_.most_spooled) {
+        spool_.pop_front();
+        if (dropped_++ == 0) say("the spool is full: the oldest messages are dropped");
+    }
+    spool_.push_back(std::move(one));
+    send_some(hold);
+}
+
+// The library may call back from within: the lock is not held while it is asked.
+void mqtt_publisher::send_some(std::unique_lock<std::mutex> &hold) {
+    static thread_local bool sending = false;
+    if (sending) return;
+    sending = true;
+    while (connected_ && in_flight_ < most_in_flight && !spool_.empty() && !busy_) {
+        busy_ = true; // one thread at a time, so that the order is kept
+        const letter one = std::move(spool_.front());
+        spool_.pop_front();
+        ++in_flight_;
+        hold.unlock();
+        const int code =
+            mosquitto_publish(client_, nullptr, one.topic.c_str(), static_cast<int>(one.payload.size()),
+                              one.payload.data(), 1, one.retain);
+        hold.lock();
+        busy_ = false;
+        // Without a connection the library keeps it and sends it later; anything else is not repeatable.
+        const bool kept = code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN ||
+                          code == MOSQ_ERR_CONN_LOST || code == MOSQ_ERR_ERRNO;
+        if (!kept) {
+            --in_flight_;
+            if (dropped_++ == 0) say(std::string("a message cannot be sent: ") + mosquitto_strerror(code));
+        }
+    }
+    sending = false;
+}
+
+bool mqtt_publisher::finish() {
+    settle();
+    std::unique_lock hold(lock_);
+    // An end that was wanted sends no last will.
+    spool_.push_back({chosen_.prefix + "/status", "offline", true});
+    send_some(hold);
+    const bool empty =
+        emptied_.wait_for(hold, patience_at_the_end, [this] { return in_flight_ == 0 && spool_.empty(); });
+    if (!empty) {
+        dropped_ += in_flight_ + spool_.size() - 1; // the last one is only for those who watch us
+        spool_.clear();
+    }
+    if (dropped_ > 0) say(std::to_string(dropped_) + " messages were dropped");
+    return true;
+}

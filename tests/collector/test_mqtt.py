@@ -1,0 +1,186 @@
+"""Publishing to an MQTT broker: a real one, on loopback."""
+
+import json
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import time
+
+import pytest
+
+from images import mac, told
+from programs import connect, wait
+
+NOON = int(time.time()) - 1000
+pytestmark = pytest.mark.skipif(not (shutil.which("mosquitto", path="/usr/sbin:/usr/bin") and shutil.which("mosquitto_sub")),
+                                reason="mosquitto and mosquitto-clients are not installed")
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Broker:
+    """A mosquitto that keeps sessions, and a subscriber to everything."""
+
+    def __init__(self, folder, start):
+        self.folder, self.start_one, self.port = folder, start, free_port()
+        self.count = 0
+        (folder / "mosquitto.conf").write_text(
+            f"listener {self.port} 127.0.0.1\nallow_anonymous true\npersistence true\npersistence_location {folder}/\n"
+            f"max_queued_messages 0\nuser {'root' if os.geteuid() == 0 else ''}\n")
+        self.run()
+
+    def run(self):
+        self.count += 1
+        self.program = self.start_one(["/usr/sbin/mosquitto", "-c", self.folder / "mosquitto.conf"], name=f"mosquitto{self.count}")
+        wait(self.answers, "the broker")
+
+    def answers(self):
+        assert self.program.process.poll() is None, self.program.err.read_text()
+        try:
+            socket.create_connection(("127.0.0.1", self.port), 1).close()
+            return True
+        except OSError:
+            return False
+
+    def stop(self):
+        self.program.stop(signal.SIGTERM)
+
+    def subscribe(self, topic="#"):
+        """A program that prints what comes, and goes on after the broker's restart."""
+        one = self.start_one(["mosquitto_sub", "-p", str(self.port), "-t", topic, "-q", "1", "-c", "-i", "tester",
+                              "-F", "%r %t %p"], name="mosquitto_sub")
+        wait(lambda: self.program.err.read_text().count("tester") > 0 or self.subscribed(), "the subscription")
+        return one
+
+    def subscribed(self):
+        # A retained message of ours comes back once the subscription is there.
+        subprocess.run(["mosquitto_pub", "-p", str(self.port), "-t", "probe", "-m", "x", "-q", "1"], check=True, timeout=30)
+        return any(line.endswith("probe x") for line in (self.folder / "mosquitto_sub.out").read_text().splitlines())
+
+    def retained(self):
+        done = subprocess.run(["mosquitto_sub", "-p", str(self.port), "-t", "#", "--retained-only", "-W", "1", "-F", "%t %p"],
+                              capture_output=True, text=True, check=False, timeout=30)
+        return dict(line.split(" ", 1) for line in done.stdout.splitlines())
+
+
+@pytest.fixture
+def broker(start, tmp_path):
+    return Broker(tmp_path, start)
+
+
+class Publisher:
+    def __init__(self, start, build_dir, folder, url, *options):
+        self.path = folder / "socket"
+        self.program = start([build_dir / "bin/wsm-collector", "--quiet", "--grace", "0", "--socket", self.path, "--publish", url,
+                              *options])
+        self.program.wait_for_socket(self.path)
+
+    def send(self, *messages):
+        for message in messages:
+            with connect(self.path) as peer:
+                peer.sendall(message)
+
+
+@pytest.fixture
+def publish(start, build_dir, tmp_path, broker):
+    done = subprocess.run([build_dir / "bin/wsm-collector", "--publish", "x", "--socket", "/"], capture_output=True, text=True,
+                          timeout=30, check=False)
+    if "built without" in done.stderr:
+        pytest.skip("built without libmosquitto")
+    return lambda *options: Publisher(start, build_dir, tmp_path, f"mqtt://127.0.0.1:{broker.port}/home", *options)
+
+
+def messages(subscriber):
+    """(topic, payload) of what came, without the probes."""
+    return [tuple(line.split(" ", 2)[1:]) for line in subscriber.lines() if " probe " not in line]
+
+
+def reports(subscriber):
+    return [json.loads(payload) for topic, payload in messages(subscriber) if "/report/" in topic]
+
+
+def test_reports_states_and_presence_are_published(broker, publish):
+    subscriber = broker.subscribe()
+    one = publish("--home-assistant", "homeassistant")
+    one.send(told(1, 1, NOON, ssid=b'a"\n\xff'), told(2, 1, NOON))
+    wait(lambda: len(reports(subscriber)) == 2, "the reports")
+    first, second = reports(subscriber)
+    assert (first["mac"], first["ssid"], first["seq"], second["seq"]) == (mac(1), 'a"\\n\\xff', 1, 2)
+    assert first["boot"] == second["boot"] and first["received"] > NOON
+    ap = "02:54:4b:00:00:01"
+    wait(lambda: broker.retained().get(f"home/ap/{ap}") == json.dumps({"ap": ap, "stations": 2}, separators=(",", ":")), "the count")
+    kept = broker.retained()
+    assert kept["home/status"] == "online"
+    assert json.loads(kept[f"home/station/{mac(1)}"])["station"]["state"] == "here"
+    assert kept["home/presence/wsm_020000000001"] == "home"
+    config = json.loads(kept["homeassistant/device_tracker/wsm_020000000001/config"])
+    assert config == {"name": mac(1), "unique_id": "wsm_020000000001", "state_topic": "home/presence/wsm_020000000001",
+                      "payload_home": "home", "payload_not_home": "not_home", "source_type": "router",
+                      "availability_topic": "home/status"}
+    one.send(told(1, 2, NOON, 60))
+    wait(lambda: broker.retained().get("home/presence/wsm_020000000001") == "not_home", "the departure")
+    assert f"home/station/{mac(1)}" not in broker.retained()
+    assert one.program.stop() == 0
+    assert broker.retained()["home/status"] == "offline"
+
+
+def test_when_it_dies_its_last_will_says_so(broker, publish):
+    one = publish()
+    wait(lambda: broker.retained().get("home/status") == "online", "the connection")
+    one.program.stop(signal.SIGKILL)
+    wait(lambda: broker.retained().get("home/status") == "offline", "the last will")
+
+
+def test_private_macs_with_the_same_name_are_one_tracker(broker, publish, tmp_path):
+    (tmp_path / "names").write_text(f"{mac(1)} Anna\n{mac(2)} Anna\n")
+    one = publish("--home-assistant", "homeassistant", "--join-private", "--names", tmp_path / "names")
+    one.send(told(1, 1, NOON), told(2, 1, NOON), told(1, 2, NOON, 60))
+    subscriber = broker.subscribe()
+    wait(lambda: "left" in "".join(payload for _, payload in messages(subscriber)) or
+         f"home/station/{mac(1)}" not in broker.retained(), "the departure")
+    kept = broker.retained()
+    assert [topic for topic in kept if "/presence/" in topic] == ["home/presence/wsm_name_Anna"]
+    assert kept["home/presence/wsm_name_Anna"] == "home"
+
+
+def test_while_the_broker_is_away_nothing_is_lost_and_nothing_is_out_of_order(broker, publish):
+    subscriber = broker.subscribe()
+    one = publish()
+    one.send(*(told(number % 7, 3, NOON, number) for number in range(300)))
+    wait(lambda: len(reports(subscriber)) > 50, "the first reports")
+    broker.stop()
+    one.send(*(told(number % 7, 3, NOON, number) for number in range(300, 1500)))
+    broker.run()
+    one.send(*(told(number % 7, 3, NOON, number) for number in range(1500, 1800)))
+    wait(lambda: len({report["seq"] for report in reports(subscriber)}) == 1800, "all reports")
+    first_time = list(dict.fromkeys(report["seq"] for report in reports(subscriber)))
+    for station in range(7):
+        own = [seq for seq in first_time if (seq - 1) % 7 == station]
+        assert own == sorted(own)
+    assert one.program.stop() == 0
+    assert "dropped" not in one.program.err.read_text()
+
+
+def test_a_spool_that_is_full_drops_the_oldest_and_counts(broker, publish):
+    subscriber = broker.subscribe()
+    broker.stop()
+    one = publish("--spool", "100")
+    one.send(*(told(1, 3, NOON, number) for number in range(500)))
+    wait(lambda: "the spool is full" in one.program.err.read_text(), "the message")
+    broker.run()
+    wait(lambda: any(report["seq"] == 500 for report in reports(subscriber)), "the newest report")
+    assert one.program.stop() == 0
+    lost = int(one.program.err.read_text().split("mqtt: ")[-1].split(" ")[0])
+    assert len(reports(subscriber)) < 110 and lost > 800  # each report is two messages
+
+
+@pytest.mark.parametrize("url", ["http://x", "mqtt://", "mqtt://:1", "mqtt://x:0", "mqtt://x:99999", "mqtt://x/a+b", "mqtt://x/#"])
+def test_an_address_that_is_none_is_wrong_usage(build_dir, url):
+    done = subprocess.run([build_dir / "bin/wsm-collector", "--publish", url], capture_output=True, timeout=30, check=False)
+    assert done.returncode == 2
