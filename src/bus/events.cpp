@@ -4,6 +4,7 @@
 #include "inputs/dhcpmon_list.h"
 #include "life/address.h"
 #include "outputs/bus_link.h"
+#include "tools/check.h"
 #include "tools/log.h"
 #include "tools/text.h"
 
@@ -12,7 +13,6 @@
 namespace {
 
 constexpr int resubscribe_ms = 3000;
-constexpr const char *no_address = "0.0.0.0";
 
 struct ubus_event_handler ip_change_handler = {};
 struct ubus_event_handler dhcp_update_handler = {};
@@ -74,21 +74,16 @@ void sta_sta_ip_change_event_cb(struct ubus_context * /*ctx*/, struct ubus_event
     const char *mac = texts[0];
     const char *before_ip = texts[1];
     const char *changed_ip = texts[2];
-    if (!mac)
-        STA_ERROR("sta_ubus", "Parse sta_mac failed!\n");
-    else if (!before_ip)
-        STA_ERROR("sta_ubus", "Parse sta_before_ip failed!\n");
-    else if (!changed_ip)
-        STA_ERROR("sta_ubus", "Parse sta_changed_ip failed!\n");
-    else if (std::strlen(mac) < sta_mac_text_min)
-        STA_ERROR("sta_ubus", "The parameter mac error.\n");
-    else if (std::strlen(before_ip) < sta_ip_text_min)
-        STA_ERROR("sta_ubus", "The parameter before_ip error.\n");
-    else if (std::strlen(changed_ip) < sta_ip_text_min)
-        STA_ERROR("sta_ubus", "The parameter changed_ip error.\n");
-    else if (std::strcmp(changed_ip, no_address) == 0)
+    if (!STA_WAS_PARSED("sta_ubus", mac, "sta_mac") ||
+        !STA_WAS_PARSED("sta_ubus", before_ip, "sta_before_ip") ||
+        !STA_WAS_PARSED("sta_ubus", changed_ip, "sta_changed_ip") ||
+        !STA_HAS_LENGTH("sta_ubus", mac, sta_mac_text_min) ||
+        !STA_HAS_LENGTH("sta_ubus", before_ip, sta_ip_text_min) ||
+        !STA_HAS_LENGTH("sta_ubus", changed_ip, sta_ip_text_min))
+        return;
+    if (std::strcmp(changed_ip, sta_no_address) == 0)
         STA_LOG("changed_ip is 0.0.0.0.\n");
-    else if (std::strcmp(before_ip, no_address) == 0)
+    else if (std::strcmp(before_ip, sta_no_address) == 0)
         STA_LOG("before_ip is 0.0.0.0.\n"); // our own events end here
     else
         sta_sta_update_ip_by_ip_change_event(mac, before_ip, changed_ip);
@@ -104,19 +99,12 @@ void sta_sta_dhcp_update_event_cb(struct ubus_context * /*ctx*/, struct ubus_eve
     const char *ip = texts[1];
     const char *host_name = texts[2];
     // Deliberate: a missing address or name is reported in the words of a missing MAC.
-    if (!mac)
-        STA_ERROR("sta_ubus", "Parse sta_mac failed!\n");
-    else if (std::strlen(mac) < sta_mac_text_min)
-        STA_ERROR("sta_ubus", "The parameter mac error.\n");
-    else if (!ip)
-        STA_ERROR("sta_ubus", "Parse sta_mac failed!\n");
-    else if (std::strlen(ip) < sta_ip_text_min)
-        STA_ERROR("sta_ubus", "The parameter ip error.\n");
-    else if (std::strcmp(ip, no_address) == 0)
+    if (!STA_WAS_PARSED("sta_ubus", mac, "sta_mac") || !STA_HAS_LENGTH("sta_ubus", mac, sta_mac_text_min) ||
+        !STA_WAS_PARSED("sta_ubus", ip, "sta_mac") || !STA_HAS_LENGTH("sta_ubus", ip, sta_ip_text_min))
+        return;
+    if (std::strcmp(ip, sta_no_address) == 0)
         STA_LOG("sta_sta_dhcp_update_event_cb:ip is 0.0.0.0.\n");
-    else if (!host_name)
-        STA_ERROR("sta_ubus", "Parse sta_mac failed!\n");
-    else
+    else if (STA_WAS_PARSED("sta_ubus", host_name, "sta_mac"))
         sta_sta_update_ip_by_dhcp_update_event(mac, ip, host_name);
 }
 

@@ -14,27 +14,10 @@ namespace {
 
 bool wants_driver_entries(const char *wlan) { return wlan && std::strcmp(wlan, "stainfo") == 0; }
 
-// Appends the driver's entries of the station's radio, whose table has just been fetched.
-unsigned add_driver_entries(blob_buf *buf, const sta_radio_tables &tables, const sta_info_t *sta,
-                            const char *mac) {
-    if (tables.count_of(sta) == 0) return 0;
-    std::uint8_t *table = tables.table_of(sta);
-    const auto fetched = static_cast<std::uint32_t>(tables.count_of(sta));
-    // The driver may claim more entries than the table has room for.
-    if (table && wire::get<std::uint32_t>(table + table_num_offset) > fetched)
-        wire::put(table + table_num_offset, fetched);
-    return ubus_server_get_wlan_online_sta_info(buf, table, mac);
-}
+constexpr const char *entries_function = STA_NAME_OF(ubus_server_get_wlan_online_sta_info);
 
-} // namespace
-
-unsigned ubus_server_get_wlan_online_sta_info(struct blob_buf *buf, const std::uint8_t *list,
-                                              const char *mac) {
-    if (!buf || !list) {
-        STA_LOG("param is null!!\n");
-        return 0;
-    }
-    const std::uint32_t entries = wire::get<std::uint32_t>(list + table_num_offset);
+// Appends a table for each of `entries` entries of `list` whose MAC is `mac` (null: all). Their number.
+unsigned add_entries(blob_buf *buf, const std::uint8_t *list, std::uint32_t entries, const char *mac) {
     unsigned count = 0;
     for (std::uint32_t i = 0; i < entries && sta_bus_make_room(buf); ++i) {
         const driver_basic entry = driver_basic_decode(list + table_header_size + i * table_basic_size);
@@ -56,7 +39,7 @@ unsigned ubus_server_get_wlan_online_sta_info(struct blob_buf *buf, const std::u
         add_number("txrate", entry.tx_rate, "M");
         std::snprintf(text, sizeof(text), "%d,%d,%d,%d", entry.chain_rssi0, entry.chain_rssi1,
                       entry.chain_rssi2, entry.chain_rssi3);
-        STA_LOG("rssi=%s \n", text);
+        STA_LOG_AS(entries_function, "rssi=%s \n", text);
         add_text("rssi");
         add_number("maxRate", entry.maxRate, "M");
         add_number("oltime", entry.online_time, "");
@@ -67,6 +50,29 @@ unsigned ubus_server_get_wlan_online_sta_info(struct blob_buf *buf, const std::u
         ++count;
     }
     return count;
+}
+
+// The entries of the station's radio, whose table has just been fetched.
+unsigned add_driver_entries(blob_buf *buf, const sta_radio_tables &tables, const sta_info_t *sta,
+                            const char *mac) {
+    if (tables.count_of(sta) == 0) return 0;
+    const std::uint8_t *table = tables.table_of(sta);
+    if (!table) {
+        STA_LOG_AS(entries_function, "param is null!!\n");
+        return 0;
+    }
+    return add_entries(buf, table, tables.entries_of(sta), mac);
+}
+
+} // namespace
+
+unsigned ubus_server_get_wlan_online_sta_info(struct blob_buf *buf, const std::uint8_t *list,
+                                              const char *mac) {
+    if (!buf || !list) {
+        STA_LOG("param is null!!\n");
+        return 0;
+    }
+    return add_entries(buf, list, wire::get<std::uint32_t>(list + table_num_offset), mac);
 }
 
 void sta_encode_json_sta_array_info(struct blob_buf *buf, const char *param, const char *mac,

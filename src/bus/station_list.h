@@ -21,7 +21,7 @@ void sta_encode_json_sta_array_info(struct blob_buf *buf, const char *param, con
 int sta_encode_json_sta_count_info(struct blob_buf *buf, const char *selector);
 
 // Appends one table for each entry of the driver's station table whose MAC is `mac` (null: all) and returns
-// their number. The table's own count is believed: the caller has lowered it to what was fetched.
+// their number. The table's own count is believed.
 unsigned ubus_server_get_wlan_online_sta_info(struct blob_buf *buf, const std::uint8_t *list,
                                               const char *mac);
 }

@@ -24,9 +24,10 @@ json_object *logged_member(json_object *answer, const char *key) {
         return nullptr;
     }
     if (member)
-        STA_LOG_AS("selfchk_dhcpmon_data_get_cb", "%s:%s\n", key, json_object_to_json_string(member));
+        STA_LOG_AS(STA_NAME_OF(selfchk_dhcpmon_data_get_cb), "%s:%s\n", key,
+                   json_object_to_json_string(member));
     else
-        STA_LOG_AS("selfchk_dhcpmon_data_get_cb", "%s node is null \n", key);
+        STA_LOG_AS(STA_NAME_OF(selfchk_dhcpmon_data_get_cb), "%s node is null \n", key);
     return member;
 }
 

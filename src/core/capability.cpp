@@ -25,12 +25,12 @@ struct malloc_freer {
 void read_wireless_path(json_object *wireless) {
     json_object *path = nullptr;
     if (!json_object_object_get_ex(wireless, "wireless_path", &path)) {
-        STA_LOG_AS("dev_cap_table_init", "wireless_path get fail!\n");
+        STA_LOG_AS(STA_NAME_OF(dev_cap_table_init), "wireless_path get fail!\n");
         return;
     }
     const char *text = json_object_get_string(path);
     if (!text) {
-        STA_LOG_AS("dev_cap_table_init", "w_path convert fail!\n");
+        STA_LOG_AS(STA_NAME_OF(dev_cap_table_init), "w_path convert fail!\n");
         return;
     }
     std::snprintf(g_path, sizeof(g_path), "%s/wireless", text);
@@ -40,13 +40,13 @@ void read_wireless_path(json_object *wireless) {
 void read_table(const char *text) {
     const sta_json root{json_tokener_parse(text)};
     if (!root) {
-        STA_LOG_AS("dev_cap_table_init", "(err)Fail to get device capacity table json string!\n");
+        STA_LOG_AS(STA_NAME_OF(dev_cap_table_init), "(err)Fail to get device capacity table json string!\n");
         return;
     }
     json_object *wireless = sta_json_member(root.get(), "wireless", json_type_object);
     json_object *radios = sta_json_member(wireless, "radiolist", json_type_array);
     if (!radios) {
-        STA_LOG_AS("dev_cap_table_init", "wireless get fail!\n");
+        STA_LOG_AS(STA_NAME_OF(dev_cap_table_init), "wireless get fail!\n");
         return;
     }
     const std::size_t count = json_object_array_length(radios);

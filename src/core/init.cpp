@@ -24,7 +24,7 @@ namespace {
 constexpr const char *tag = "WSMD";
 
 [[noreturn]] void fail(const char *why) {
-    STA_LOG_AS("sta_service_start", "%s\n", why);
+    STA_LOG_AS(STA_NAME_OF(sta_service_start), "%s\n", why);
     std::exit(EXIT_FAILURE);
 }
 

@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t command_size = 256;
 
 bool is_countable(const char *ip) {
-    return ip && std::strcmp(ip, "0.0.0.0") != 0 && sta_is_valid_ipaddr(ip) > 0;
+    return ip && std::strcmp(ip, sta_no_address) != 0 && sta_is_valid_ipaddr(ip) > 0;
 }
 
 // True when `command` prints anything on its first line.

@@ -53,7 +53,7 @@ void sta_sta_get_ip_hostname_by_dhcpmon_list(sta_info_t *sta) {
     STA_LOG("runing: ip=%s, mac=%s, hostName=%s\n", sta->ip, sta->mac, sta_or_null(sta->name));
     dhcpmon_entry *entry = nullptr;
     list_for_each_entry (entry, &dhcpmon_list, list) {
-        if (std::strcmp(sta->ip, "0.0.0.0") != 0 || std::strcmp(entry->mac, sta->mac) != 0) continue;
+        if (std::strcmp(sta->ip, sta_no_address) != 0 || std::strcmp(entry->mac, sta->mac) != 0) continue;
         sta_put_text(sta->ip, entry->ip);
         sta_take_name(sta, entry->hostName);
         STA_LOG("ip=%s, mac=%s, hostName=%s\n", sta->ip, sta->mac, sta_or_null(sta->name));

@@ -1,5 +1,6 @@
 #include "inputs/leases.h"
 
+#include "model/record.h"
 #include "tools/command.h"
 #include "tools/file.h"
 #include "tools/log.h"
@@ -99,7 +100,7 @@ int sta_get_ipaddr_by_snoop_mac(const char *mac, char *out) {
 }
 
 char *sta_get_default_name() {
-    char *name = static_cast<char *>(sta_malloc(32));
+    char *name = static_cast<char *>(sta_malloc(sta_name_size));
     if (name) name[0] = '-';
     return name;
 }

@@ -206,6 +206,11 @@ std::int32_t sta_sta_get_vlanid(const sta_info_t *sta) {
     return vlanid;
 }
 
+void sta_take_vlanid(sta_info_t *sta) {
+    const std::int32_t vlanid = sta_sta_get_vlanid(sta);
+    sta->vlanid = vlanid < 1 ? 1 : vlanid;
+}
+
 int sta_sta_get_brmode(const sta_info_t *sta) {
     if (!is_placed(sta)) return -1;
     char mode[value_size] = "";

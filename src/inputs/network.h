@@ -36,8 +36,10 @@ int sta_uci_get_wireless_element(const char *value, const char *match, const cha
 int sta_uci_get_sysinfo_element(char *destination, std::size_t size);
 
 // The VLAN of the station's section: its number, 0 when there is no section or no number, -1 on failure.
-// Callers store 1 for everything below 1.
 std::int32_t sta_sta_get_vlanid(const sta_info_t *sta);
+
+// Puts the VLAN into the record: 1 for what is below 1.
+void sta_take_vlanid(sta_info_t *sta);
 
 // 1 when the device forwards as "AP" and the station's network is not "lan" (no section counts as such), else
 // -1.

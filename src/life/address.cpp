@@ -6,6 +6,7 @@
 #include "outputs/backup.h"
 #include "outputs/collector.h"
 #include "protocol/station_report.h"
+#include "tools/check.h"
 #include "tools/log.h"
 #include "tools/memory.h"
 #include "tools/text.h"
@@ -13,8 +14,6 @@
 namespace {
 
 constexpr std::size_t host_name_length_max = 128;
-
-bool is_at_least(const char *text, std::size_t length) { return text && std::strlen(text) >= length; }
 
 // Calls `visit` for every station on line with a MAC; `visit` removes none.
 template <class Visit> void for_each_online(Visit visit) {
@@ -33,7 +32,7 @@ void refresh_name(sta_info_t *sta) {
         sta_free(name);
         return;
     }
-    STA_LOG_AS("sta_sta_update_online_status_name", "name change: mac %s, %s->%s\n", sta->mac,
+    STA_LOG_AS(STA_NAME_OF(sta_sta_update_online_status_name), "name change: mac %s, %s->%s\n", sta->mac,
                sta_or_null(sta->name), name);
     sta_free(sta->name);
     sta->name = name;
@@ -52,8 +51,8 @@ void refresh_leased_address(sta_info_t *sta) {
     char found[sizeof(sta->ip)] = "", old[sizeof(sta->ip)];
     if (sta_get_ipaddr_by_dhcp_mac(found, sta->mac) != 0 || !change_address(sta, found, old)) return;
     sta_sta_users_backup_update(sta);
-    STA_LOG_AS("sta_sta_update_online_status_ip_by_dhcp", "ip change: mac %s, %s->%s\n", sta->mac, old,
-               sta->ip);
+    STA_LOG_AS(STA_NAME_OF(sta_sta_update_online_status_ip_by_dhcp), "ip change: mac %s, %s->%s\n", sta->mac,
+               old, sta->ip);
 }
 
 void refresh_snooped_address(sta_info_t *sta) {
@@ -67,7 +66,8 @@ void refresh_snooped_address(sta_info_t *sta) {
         sta->flow_ratedown = 0;
     }
     sta_sta_users_backup_update(sta);
-    STA_LOG_AS("sta_sta_update_online_status_ip", "ip change: mac %s, %s->%s\n", sta->mac, old, sta->ip);
+    STA_LOG_AS(STA_NAME_OF(sta_sta_update_online_status_ip), "ip change: mac %s, %s->%s\n", sta->mac, old,
+               sta->ip);
 }
 
 } // namespace
@@ -86,18 +86,10 @@ void sta_sta_update_online_status_ip() { for_each_online(refresh_snooped_address
 void sta_sta_update_ip_by_ip_change_event(const char *mac, const char *before_ip, const char *changed_ip) {
     STA_LOG("mac=%s, before_ip=%s, changed_ip=%s\n", sta_or_null(mac), sta_or_null(before_ip),
             sta_or_null(changed_ip));
-    if (!is_at_least(mac, sta_mac_text_min)) {
-        STA_ERROR("sta_sta", "The parameter mac error.\n");
+    if (!STA_HAS_LENGTH("sta_sta", mac, sta_mac_text_min) ||
+        !STA_HAS_LENGTH("sta_sta", before_ip, sta_ip_text_min) ||
+        !STA_HAS_LENGTH("sta_sta", changed_ip, sta_ip_text_min))
         return;
-    }
-    if (!is_at_least(before_ip, sta_ip_text_min)) {
-        STA_ERROR("sta_sta", "The parameter before_ip error.\n");
-        return;
-    }
-    if (!is_at_least(changed_ip, sta_ip_text_min)) {
-        STA_ERROR("sta_sta", "The parameter changed_ip error.\n");
-        return;
-    }
     if (g_sta_sta_master.online == 0) {
         STA_LOG("No sta connection.\n");
         return;
@@ -128,14 +120,8 @@ void sta_sta_update_ip_by_dhcp_update_event(const char *mac, const char *ip, con
     clock_gettime(CLOCK_REALTIME, &now);
     const std::int64_t time_us = static_cast<std::int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
     STA_LOG("sta_sta_update_ip_by_dhcp_update_event is running\n ");
-    if (!is_at_least(mac, sta_mac_text_min)) {
-        STA_ERROR("sta_sta", "The parameter mac error.\n");
+    if (!STA_HAS_LENGTH("sta_sta", mac, sta_mac_text_min) || !STA_HAS_LENGTH("sta_sta", ip, sta_ip_text_min))
         return;
-    }
-    if (!is_at_least(ip, sta_ip_text_min)) {
-        STA_ERROR("sta_sta", "The parameter ip error.\n");
-        return;
-    }
     if (!hostName || std::strlen(hostName) > host_name_length_max) {
         STA_ERROR("sta_sta", "The parameter hostName error.\n");
         return;

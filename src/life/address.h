@@ -5,11 +5,6 @@
 //         a station. A lack of memory keeps the old name.
 #pragma once
 
-#include <cstddef>
-
-inline constexpr std::size_t sta_mac_text_min = 17; // characters of what announcements must hold
-inline constexpr std::size_t sta_ip_text_min = 7;
-
 extern "C" {
 
 // The lease file has changed: names first, then addresses. Both look only at stations on line, and do nothing

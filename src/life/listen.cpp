@@ -10,12 +10,10 @@ struct uloop_fd sta_netlink_watcher = {};
 
 int sta_netlink_init() {
     STA_LOG("sta netlink init\n");
-    sta_nl.socket = sta_nl_socket(&sta_nl.port, 1);
-    if (sta_nl.socket < 0) {
+    if (sta_nl_open() != 0) {
         STA_LOG("create socket failed.\n");
         return -1;
     }
-    sta_nl.family = sta_nl_get_family_id(sta_nl.socket, station_event_family);
     if (sta_nl.family > 0) {
         if (sta_nl_register(sta_max_num) != 0) {
             STA_LOG("send pid msg failed.\n");

@@ -1,5 +1,7 @@
 #include "life/members.h"
 
+#include "model/members.h"
+#include "model/state.h"
 #include "model/table.h"
 #include "outputs/backup.h"
 #include "tools/log.h"
@@ -18,12 +20,7 @@ void merge(sta_info_t *known, sta_info_t *sta) {
     }
     if (sta->status != sta_status_added)
         sta_sta_users_backup_update(sta); // Deliberate: the line shows the incoming values
-    else if (known->status == sta_status_online)
-        --g_sta_sta_master.online;
-    known->status = sta->status;
-    known->restored = sta->restored;
-    known->no_backup = sta->no_backup;
-    known->third_flag = sta->third_flag;
+    sta_state_move(known, station_step::returned, sta);
     known->radio_id = sta->radio_id;
     if (sta->ifname[0] != '\0') sta_put_text(known->ifname, sta->ifname);
 }
@@ -31,7 +28,7 @@ void merge(sta_info_t *known, sta_info_t *sta) {
 } // namespace
 
 sta_info_t *sta_members_admit(sta_info_t *sta) {
-    constexpr const char *function = "sta_sta_add_usr";
+    constexpr const char *function = STA_NAME_OF(sta_sta_add_usr);
     if (!sta) return nullptr;
     STA_LOG_AS(function, "sta add user, mac=%s. ifname=%s\n", sta->mac,
                sta->ifname[0] != '\0' ? sta->ifname : "NULL");
@@ -46,7 +43,7 @@ sta_info_t *sta_members_admit(sta_info_t *sta) {
     full = false;
     sta_info_t *known = sta_sta_find_usr(sta->mac);
     if (!known) {
-        list_add_tail(&sta->list, &g_sta_sta_master.list);
+        sta_members_link(sta);
         return sta;
     }
     if (known != sta) {
@@ -60,8 +57,7 @@ int sta_sta_add_usr(sta_info_t *sta) { return sta_members_admit(sta) ? 0 : -1; }
 
 void sta_sta_del_usr(sta_info_t *sta) {
     if (!sta) return;
-    list_del_init(&sta->list);
-    if (sta->status == sta_status_online) --g_sta_sta_master.online;
+    sta_members_unlink(sta);
     sta_sta_users_backup_del(sta->mac);
     STA_LOG("Delete user(ip=%s, mac=%s).\n", sta->ip, sta->mac);
     sta_sta_free(sta);

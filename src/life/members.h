@@ -1,4 +1,4 @@
-// members.h - who is in the station table: the only place that links, unlinks and frees its records.
+// members.h - who comes into the station table and who leaves it, with what goes with it.
 //
 // Owns:   every record linked in g_sta_sta_master; sta_sta_add_usr takes the record in every case, also on
 //         -1.

@@ -3,6 +3,7 @@
 #include "inputs/leases.h"
 #include "inputs/network.h"
 #include "life/log_up.h"
+#include "model/state.h"
 #include "model/table.h"
 #include "outputs/backup.h"
 #include "outputs/notify.h"
@@ -14,8 +15,7 @@
 
 namespace {
 
-constexpr const char *function = "sta_sta_flow_count_proc"; // speaks in the log for its helpers
-constexpr const char *no_address = "0.0.0.0";
+constexpr const char *function = STA_NAME_OF(sta_sta_flow_count_proc); // speaks in the log for its helpers
 
 // One pass over the table.
 struct flow_pass {
@@ -33,16 +33,16 @@ struct flow_pass {
 };
 
 void flow_pass::take_address(sta_info_t *sta) {
-    sta_put_text(sta->before_ip, no_address);
+    sta_put_text(sta->before_ip, sta_no_address);
     if (sta_sta_get_brmode(sta) == 1)
-        sta_put_text(sta->ip, no_address);
+        sta_put_text(sta->ip, sta_no_address);
     else
         lease_found = sta_get_ipaddr_by_dhcp_mac(sta->ip, sta->mac);
     if (lease_found == 0) {
         STA_LOG_AS(function, "Sta on, get ip from dhcp.\n");
-        dhcp_ubus_send_ip_change_event(sta->mac, sta->ip, no_address);
+        dhcp_ubus_send_ip_change_event(sta->mac, sta->ip, sta_no_address);
     } else {
-        sta_put_text(sta->ip, no_address);
+        sta_put_text(sta->ip, sta_no_address);
     }
 }
 
@@ -70,10 +70,9 @@ void flow_pass::go_online(sta_info_t *sta) {
         tables.update(sta);
     else
         STA_LOG_AS(function, "sta:%s radio is inexistence \n", sta->mac);
-    sta->status = sta_status_online;
+    sta_state_move(sta, station_step::completed);
     sta->time_delay = 0;
     sta->pkt_loserate = 0;
-    ++g_sta_sta_master.online;
 }
 
 } // namespace

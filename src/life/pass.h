@@ -1,6 +1,6 @@
 // pass.h - the five-second pass that brings stations on line, and the two report cycles' entry points.
 //
-// Owns:   the transition from status 2 to 1, and with it the rise of the online count.   Result: always 0.
+// Result: always 0.
 // Files:  every station's backup line and the device counters are rewritten in each pass.
 // Blocks: as driver requests, look-ups of the configuration and bus events do.   Logs: level 7.
 #pragma once

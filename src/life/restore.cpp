@@ -2,8 +2,10 @@
 
 #include "life/members.h"
 #include "life/sweep.h"
+#include "model/state.h"
 #include "model/table.h"
 #include "outputs/backup.h"
+#include "protocol/backup_line.h"
 #include "tools/command.h"
 #include "tools/file.h"
 #include "tools/log.h"
@@ -16,24 +18,21 @@
 
 namespace {
 
-constexpr const char *backup_file = "/tmp/sta_sta.info";
+constexpr const char *backup_file = sta_backup_file;
 constexpr const char *copy_file = "/tmp/sta_tmp.info";
 constexpr std::size_t line_size = 250;
 
 // One line's fields as they are read, before they go into fields of other widths.
 struct backup_fields {
-    char name[line_size] = "";
-    char mac[17] = {}; // no terminator: exactly the 17 characters
-    char ip[line_size] = "";
-    long online_ts = 0;
-    int oltime = 0, flow_rateup = 0, flow_ratedown = 0;
-    char ssid[line_size] = "";
-    int no_backup = 0, radio_id = 0;
-    char power[line_size] = "";
-    int channel = 0;
-    unsigned long long wifi_up = 0, wifi_down = 0;
-    char ifname[line_size] = "";
-    int is_reassoc = 0, vlanid = 0, roam_enable = 0, repeater_type = 0;
+#define FIELD_MAC(field) char field[17] = {}; // no terminator: exactly the 17 characters
+#define FIELD_TEXT(field, instead) char field[line_size] = "";
+#define FIELD_NUMBER(type, field) type field = 0;
+#define FIELD_SHOWN(field)
+    BACKUP_FIELDS(FIELD_MAC, FIELD_TEXT, FIELD_NUMBER, FIELD_SHOWN, FIELD_SHOWN)
+#undef FIELD_MAC
+#undef FIELD_TEXT
+#undef FIELD_NUMBER
+#undef FIELD_SHOWN
 };
 
 bool has_colons(const char *mac) {
@@ -55,59 +54,101 @@ template <class Int> bool read_number(std::string_view text, Int &value) {
     return errno == 0 && end == text.data() + text.size();
 }
 
-// A line as the daemon writes it: 24 fields parted by exactly one blank, so that an empty text shows as two
-// blanks. False when it is not one; the fields are then half filled.
+// A line as the daemon writes it: its fields separated by exactly one space, so that an empty text shows as two.
+// False when it is not one; the fields are then half filled.
 bool read_whole_line(const char *line, backup_fields &fields) {
-    constexpr std::size_t field_count = 24;
-    std::string_view part[field_count];
+    std::string_view part[backup_field_count];
     std::size_t count = 0;
     const std::string_view whole{line, std::strcspn(line, "\n")};
     for (std::size_t begin = 0;;) {
         const std::size_t end = std::min(whole.find(' ', begin), whole.size());
-        if (count == field_count) return false;
+        if (count == backup_field_count) return false;
         part[count++] = {whole.data() + begin, end - begin}; // substr would need the C++ runtime library
         if (end == whole.size()) break;
         begin = end + 1;
     }
-    if (count != field_count || part[1].size() != sizeof(fields.mac) || !has_colons(part[1].data()))
-        return false;
-    const auto text = [&](std::size_t number, char(&field)[line_size]) {
-        std::memcpy(field, part[number - 1].data(), part[number - 1].size());
-        field[part[number - 1].size()] = '\0';
+    if (count != backup_field_count) return false;
+    const auto read_mac = [](std::string_view text, char(&field)[17]) {
+        if (text.size() != sizeof(field) || !has_colons(text.data())) return false;
+        std::memcpy(field, text.data(), sizeof(field));
+        return true;
     };
-    text(1, fields.name);
-    std::memcpy(fields.mac, part[1].data(), sizeof(fields.mac));
-    text(3, fields.ip);
-    text(8, fields.ssid);
-    text(11, fields.power);
-    text(19, fields.ifname);
-    return read_number(part[3], fields.online_ts) && read_number(part[4], fields.oltime) &&
-           read_number(part[5], fields.flow_rateup) && read_number(part[6], fields.flow_ratedown) &&
-           read_number(part[8], fields.no_backup) && read_number(part[9], fields.radio_id) &&
-           read_number(part[11], fields.channel) && read_number(part[14], fields.wifi_up) &&
-           read_number(part[15], fields.wifi_down) && read_number(part[19], fields.is_reassoc) &&
-           read_number(part[20], fields.vlanid) && read_number(part[21], fields.roam_enable) &&
-           read_number(part[22], fields.repeater_type);
+    const auto read_text = [](std::string_view text, char(&field)[line_size]) {
+        std::memcpy(field, text.data(), text.size());
+        field[text.size()] = '\0';
+    };
+    const std::string_view *next = part;
+#define READ_MAC(field)                                                                                      \
+    if (!read_mac(*next++, fields.field)) return false;
+#define READ_TEXT(field, instead) read_text(*next++, fields.field);
+#define READ_NUMBER(type, field)                                                                             \
+    if (!read_number(*next++, fields.field)) return false;
+#define READ_SHOWN(field) ++next;
+    BACKUP_FIELDS(READ_MAC, READ_TEXT, READ_NUMBER, READ_SHOWN, READ_SHOWN)
+#undef READ_MAC
+#undef READ_TEXT
+#undef READ_NUMBER
+#undef READ_SHOWN
+    return true;
 }
 
-// Any other line: fields parted by any white space, up to the first one that does not fit. Every text has
-// room for the whole line.
-void scan_line(const char *line, backup_fields &fields) {
-    char *mac = fields.mac;
-    char skipped[line_size];
-    unsigned long long skipped_number = 0;
+// Any other line: fields separated by any white space, up to the first one that does not fit.
+class line_scanner {
+public:
+    explicit line_scanner(const char *line) noexcept : at_(line) {}
+
+    bool text(char (&field)[line_size]) noexcept {
+        return advance(std::sscanf(at_, "%s%n", field, &used_), 1);
+    }
+    bool skip_text() noexcept {
+        char skipped[line_size];
+        return text(skipped);
+    }
+    bool mac(char (&field)[17]) noexcept {
+        char *mac = field;
+        const int read =
+            std::sscanf(at_, " %c%c:%c%c:%c%c:%c%c:%c%c:%c%c%n", mac + 0, mac + 1, mac + 3, mac + 4, mac + 6,
+                        mac + 7, mac + 9, mac + 10, mac + 12, mac + 13, mac + 15, mac + 16, &used_);
+        return advance(read, 12);
+    }
     // NOLINTBEGIN(cert-err34-c): what does not fit stays zero, as documented
-    (void)std::sscanf(line,
-                      "%s %c%c:%c%c:%c%c:%c%c:%c%c:%c%c %s %ld %d %d %d %s %d %d %s %d %s %s %llu %llu %llu "
-                      "%llu %s %d %d %d %d",
-                      fields.name, mac + 0, mac + 1, mac + 3, mac + 4, mac + 6, mac + 7, mac + 9, mac + 10,
-                      mac + 12, mac + 13, mac + 15, mac + 16, fields.ip, &fields.online_ts, &fields.oltime,
-                      &fields.flow_rateup, &fields.flow_ratedown, fields.ssid, &fields.no_backup,
-                      &fields.radio_id, fields.power, &fields.channel, skipped, skipped, &fields.wifi_up,
-                      &fields.wifi_down, &skipped_number, &skipped_number, fields.ifname, &fields.is_reassoc,
-                      &fields.vlanid, &fields.roam_enable, &fields.repeater_type);
+    bool number(int &field) noexcept { return advance(std::sscanf(at_, "%d%n", &field, &used_), 1); }
+    bool number(long &field) noexcept { return advance(std::sscanf(at_, "%ld%n", &field, &used_), 1); }
+    bool number(unsigned long long &field) noexcept {
+        return advance(std::sscanf(at_, "%llu%n", &field, &used_), 1);
+    }
     // NOLINTEND(cert-err34-c)
-    for (const int colon : {2, 5, 8, 11, 14}) mac[colon] = ':';
+    bool skip_number() noexcept {
+        unsigned long long skipped = 0;
+        return number(skipped);
+    }
+
+private:
+    bool advance(int read, int wanted) noexcept {
+        if (read != wanted) return false;
+        at_ += used_;
+        return true;
+    }
+    const char *at_;
+    int used_ = 0;
+};
+
+void scan_line(const char *line, backup_fields &fields) {
+    line_scanner from{line};
+#define SCAN_MAC(field) &&from.mac(fields.field)
+#define SCAN_TEXT(field, instead) &&from.text(fields.field)
+#define SCAN_NUMBER(type, field) &&from.number(fields.field)
+#define SCAN_SHOWN_TEXT(field) &&from.skip_text()
+#define SCAN_SHOWN_NUMBER(field) &&from.skip_number()
+    // clang-format off
+    (void)(true BACKUP_FIELDS(SCAN_MAC, SCAN_TEXT, SCAN_NUMBER, SCAN_SHOWN_TEXT, SCAN_SHOWN_NUMBER));
+    // clang-format on
+#undef SCAN_MAC
+#undef SCAN_TEXT
+#undef SCAN_NUMBER
+#undef SCAN_SHOWN_TEXT
+#undef SCAN_SHOWN_NUMBER
+    for (const int colon : {2, 5, 8, 11, 14}) fields.mac[colon] = ':';
 }
 
 void fill_record(sta_info_t *sta, const backup_fields &fields) {
@@ -152,7 +193,7 @@ bool read_line(std::FILE *file, char (&line)[line_size]) {
 
 } // namespace
 
-void sta_restore_parse(const char *line, sta_info_t *sta, char (&name)[32]) noexcept {
+void sta_restore_parse(const char *line, sta_info_t *sta, char (&name)[sta_name_size]) noexcept {
     backup_fields fields;
     if (!read_whole_line(line, fields)) {
         fields = {};
@@ -165,7 +206,7 @@ void sta_restore_parse(const char *line, sta_info_t *sta, char (&name)[32]) noex
 int sta_sta_init() {
     list_init(&g_sta_sta_master.list);
     for (std::int32_t &count : g_sta_sta_master.device_count) count = 0;
-    g_sta_sta_master.online = 0;
+    sta_state_begin();
     sta_sta_load_users();
     sta_sta_load_devc();
     return 0;
@@ -187,11 +228,10 @@ void sta_sta_load_users() {
         auto *sta = static_cast<sta_info_t *>(sta_malloc(sizeof(sta_info_t)));
         if (!sta) return;
         STA_LOG("load_users:\n%s\n", line);
-        char name[32] = "";
+        char name[sta_name_size] = "";
         sta_restore_parse(line, sta, name);
-        sta->status = sta_status_added;
+        sta_state_move(sta, station_step::restored);
         sta->name = sta_strdup(name);
-        sta->restored = 1;
         sta->load_uptime = uptime;
         sta_sta_add_usr(sta);
     }

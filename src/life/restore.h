@@ -20,4 +20,4 @@ void sta_sta_load_users(void);
 
 // Fills the zeroed record `sta` and `name` (32 bytes) from one line of at most 249 characters. An empty field
 // is empty again; a line that is not whole gives what could be read before the fault.
-void sta_restore_parse(const char *line, sta_info_t *sta, char (&name)[32]) noexcept;
+void sta_restore_parse(const char *line, sta_info_t *sta, char (&name)[sta_name_size]) noexcept;

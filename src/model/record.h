@@ -17,8 +17,13 @@ struct sta_clock {
     std::int32_t nsec;
 };
 
-inline constexpr std::uint16_t sta_status_online = 1;
-inline constexpr std::uint16_t sta_status_added = 2; // waiting for its first five-second pass
+// Where a station stands; model/state alone writes it. A record that is in no table has any of them.
+enum sta_status : std::uint16_t {
+    sta_status_online = 1, // has address, name and figures; counted, reported every log-up period
+    sta_status_added = 2,  // associated or restored; waits for its first five-second pass
+};
+
+inline constexpr std::uint32_t sta_name_size = 32; // of a name buffer that is written into later
 
 struct sta_info_t {
     struct list_head list; // link in g_sta_sta_master; first member

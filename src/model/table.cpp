@@ -33,29 +33,6 @@ void put_repeater_name(const sta_info_t *sta, char *name) {
 
 void list_init(struct list_head *head) { INIT_LIST_HEAD(head); }
 
-sta_info_t *sta_sta_new(const char *mac, const char *ssid) {
-    if (!mac || !ssid) return nullptr;
-    auto *sta = static_cast<sta_info_t *>(sta_malloc(sizeof(sta_info_t)));
-    if (!sta) {
-        const int reason = errno;
-        STA_LOG("malloc sta_info_t fail, %s.\n", std::strerror(reason));
-        return nullptr;
-    }
-    sta->status = sta_status_added;
-    sta_put_text(sta->mac, mac);
-    sta_put_text(sta->ssid, ssid);
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    sta->online_clock = {static_cast<std::int32_t>(now.tv_sec), static_cast<std::int32_t>(now.tv_nsec)};
-    return sta;
-}
-
-void sta_sta_free(sta_info_t *sta) {
-    if (!sta) return;
-    sta_free(sta->name);
-    sta_free(sta);
-}
-
 sta_info_t *sta_sta_peek(const char *mac) noexcept {
     // Whole fields are compared, not characters: behind its text every record's field is zero.
     char wanted[sizeof(sta_info_t::mac)];

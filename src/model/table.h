@@ -1,6 +1,6 @@
-// table.h - the station table as such: its head, making a record, finding one, walking.
+// table.h - the station table as such: its head, finding a record, walking.
 //
-// Owns:   nothing; records are linked, unlinked and freed in life/members only.
+// Owns:   nothing; records are made, linked, unlinked and freed in model/members only.
 // Keys:   mac, 17 characters of lower-case text, compared exactly.   Thread: event loop only.
 // Logs:   level 7 on a hit of the search and on a lack of memory.
 #pragma once
@@ -31,14 +31,6 @@ extern pthread_mutex_t g_sta_server_mutex;
 // Makes `head` an empty list. The other primitives (list_empty, list_add_tail, list_del_init) are libubox's.
 void list_init(struct list_head *head);
 
-// A new record with status 2, its clock running, not yet in the table; to be freed with sta_sta_free or
-// handed to sta_sta_add_usr. `mac` is cut at 19 characters, `ssid` at 127. Null when one of them is null (not
-// logged) or there is no memory (logged).
-sta_info_t *sta_sta_new(const char *mac, const char *ssid);
-
-// Frees a record that is not in the table, and its name. Null is ignored.
-void sta_sta_free(sta_info_t *sta);
-
 // The first record with this MAC, or null; null for null. Good until the next delete.
 sta_info_t *sta_sta_find_usr(const char *mac);
 }
@@ -51,8 +43,6 @@ std::int32_t sta_monotonic_seconds() noexcept;
 
 // System uptime, seconds.
 std::int32_t sta_uptime_seconds() noexcept;
-
-inline constexpr std::uint32_t sta_name_size = 32; // of a name buffer that is written into later
 
 // Replaces the record's name by a new 32-byte buffer with `host_name` (cut); for a repeater with
 // "wireless_repeater_" and the last four hexadecimal digits of its MAC text. Without memory the old name stays.

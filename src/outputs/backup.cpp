@@ -4,6 +4,7 @@
 #include "inputs/network.h"
 #include "model/table.h"
 #include "outputs/backup_lines.h"
+#include "protocol/backup_line.h"
 #include "tools/file.h"
 #include "tools/line.h"
 #include "tools/log.h"
@@ -16,15 +17,15 @@
 
 namespace {
 
-constexpr const char *backup_file = "/tmp/sta_sta.info";
+constexpr const char *backup_file = sta_backup_file;
 constexpr const char *temporary_file = "/tmp/sta_sta_tmp.info";
 constexpr const char *counter_file = "/tmp/sta_devc.info";
 constexpr std::size_t line_size = 1024; // more than all fields at their longest
-constexpr std::size_t name_max = 128;
+constexpr std::size_t text_max = 128;   // of a name, which has no size of its own; the others are shorter
 
 // The exported functions speak in the log, whoever does their work.
-constexpr const char *add_function = "sta_sta_users_backup_add";
-constexpr const char *del_function = "sta_sta_users_backup_del";
+constexpr const char *add_function = STA_NAME_OF(sta_sta_users_backup_add);
+constexpr const char *del_function = STA_NAME_OF(sta_sta_users_backup_del);
 
 std::uint32_t mega(std::int32_t rate) { return static_cast<std::uint32_t>(rate) >> 10; }
 
@@ -45,6 +46,34 @@ void fill_empty_name(sta_info_t *sta) {
     name[0] = '-';
     sta_free(sta->name);
     sta->name = name;
+}
+
+// A line's fields, to be written.
+struct backup_values {
+#define VALUE_TEXT(field, instead) const char *field;
+#define VALUE_NUMBER(type, field) type field;
+#define VALUE_SHOWN(field) const char *field;
+#define VALUE_SHOWN_NUMBER(field) unsigned long long field;
+    BACKUP_FIELDS(VALUE_SHOWN, VALUE_TEXT, VALUE_NUMBER, VALUE_SHOWN, VALUE_SHOWN_NUMBER)
+#undef VALUE_TEXT
+#undef VALUE_NUMBER
+#undef VALUE_SHOWN
+#undef VALUE_SHOWN_NUMBER
+};
+
+// Its length.
+std::size_t write_line(const backup_values &values, char (&line)[line_size]) {
+    sta_line out{line};
+#define WRITE_TEXT(field, instead) out.text(values.field, instead, text_max);
+#define WRITE_NUMBER(type, field) out.number(values.field);
+#define WRITE_SHOWN(field) out.text(values.field, '-', text_max);
+#define WRITE_SHOWN_NUMBER(field) out.number(values.field);
+    BACKUP_FIELDS(WRITE_SHOWN, WRITE_TEXT, WRITE_NUMBER, WRITE_SHOWN, WRITE_SHOWN_NUMBER)
+#undef WRITE_TEXT
+#undef WRITE_NUMBER
+#undef WRITE_SHOWN
+#undef WRITE_SHOWN_NUMBER
+    return out.finish();
 }
 
 // Brings the record up to date and writes its line. The line's length.
@@ -73,32 +102,31 @@ std::size_t make_line(sta_info_t *sta, char (&line)[line_size]) {
     STA_LOG_AS(add_function, "load_users:\nflow_rateup %d flow_ratedown %d rxrate %s txrate %s maxrate %s\n",
                sta->flow_rateup, sta->flow_ratedown, rx_rate.text, tx_rate.text, max_rate.text);
 
-    sta_line out{line};
-    out.text(sta->name && sta->name[0] != '\0' ? sta->name : "-", '-', name_max);
-    out.text(sta->mac, '-');
-    out.text(sta->ip, '-');
-    out.number(sta->online_ts.sec);
-    out.number(sta->oltime);
-    out.number(sta->flow_rateup);
-    out.number(sta->flow_ratedown);
-    out.text(ssid, '/');
-    out.number(0);
-    out.number(sta->radio_id);
-    out.text(sta->power, '-');
-    out.number(sta->channel < 1 ? 11 : sta->channel);
-    out.text(rx_rate.text, '-');
-    out.text(tx_rate.text, '-');
-    out.number(sta->wifi_up);
-    out.number(sta->wifi_down);
-    out.number(up_rate);
-    out.number(down_rate);
-    out.text(sta->ifname, '-');
-    out.number(sta->is_reassoc);
-    out.number(sta->vlanid);
-    out.number(sta->roam_enable);
-    out.number(sta->repeater_type);
-    out.text(max_rate.text, '-');
-    return out.finish();
+    return write_line({.name = sta->name && sta->name[0] != '\0' ? sta->name : "-",
+                       .mac = sta->mac,
+                       .ip = sta->ip,
+                       .online_ts = sta->online_ts.sec,
+                       .oltime = sta->oltime,
+                       .flow_rateup = sta->flow_rateup,
+                       .flow_ratedown = sta->flow_ratedown,
+                       .ssid = ssid,
+                       .no_backup = 0,
+                       .radio_id = sta->radio_id,
+                       .power = sta->power,
+                       .channel = sta->channel < 1 ? 11 : sta->channel,
+                       .rate_up = rx_rate.text,
+                       .rate_down = tx_rate.text,
+                       .wifi_up = sta->wifi_up,
+                       .wifi_down = sta->wifi_down,
+                       .bytes_up = up_rate,
+                       .bytes_down = down_rate,
+                       .ifname = sta->ifname,
+                       .is_reassoc = sta->is_reassoc,
+                       .vlanid = sta->vlanid,
+                       .roam_enable = sta->roam_enable,
+                       .repeater_type = sta->repeater_type,
+                       .rate_max = max_rate.text},
+                      line);
 }
 
 // Why a line was left out of the file. The reading after the last line counts as an empty one.

@@ -1,7 +1,6 @@
 // backup.h - the files that let the table survive a restart of the daemon: writing their lines.
 //
-// Files:  "/tmp/sta_sta.info", one line per station on line, fields parted by single blanks
-//         (docs/formats.md); "/tmp/sta_devc.info", one line of device counters. Both are private to the
+// Files:  "/tmp/sta_sta.info", one line per station on line (protocol/backup_line.h); "/tmp/sta_devc.info", one line of device counters. Both are private to the
 //         daemon, and live in memory like "/tmp".
 // Keys:   a line belongs to a MAC when it holds that text anywhere.
 // Foreign: white space in a field would part it or forge a line; it is written as "-" (SSID: "/"), like a
@@ -10,6 +9,8 @@
 #pragma once
 
 #include "model/record.h"
+
+inline constexpr const char *sta_backup_file = "/tmp/sta_sta.info";
 
 extern "C" {
 

@@ -16,6 +16,12 @@ extern "C" int g_main_id;
 #define STA_LOG_AS(function, fmt, ...)                                                                       \
     dbg_printf(g_main_id, 7, "Function %s:%d " fmt, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
+// The text of a function's own name, for STA_LOG_AS: a function that is renamed does not compile until its name here is.
+template <class Function> constexpr const char *sta_name_of(Function * /*function*/, const char *name) {
+    return name;
+}
+#define STA_NAME_OF(function) sta_name_of(&function, #function)
+
 // `word` is the module's name as the log's readers know it: "sta_tools", "sta_sta" or "sta_ubus".
 #define STA_ERROR(word, fmt, ...)                                                                            \
     dbg_printf(g_main_id, 3, "ERROR in %s [%d]: " fmt, word, __LINE__ __VA_OPT__(, ) __VA_ARGS__)

@@ -51,6 +51,9 @@ int sta_str2ip(const char *text, std::uint32_t *out);
 int sta_hexip2ip(const char *text, std::uint32_t *out);
 }
 
+// What stands for "no address is known".
+inline constexpr const char *sta_no_address = "0.0.0.0";
+
 // True when `mac` begins with a hexadecimal digit and holds these, ':', '-' and '.' only: the test that every
 // MAC passes before it becomes part of a shell command. Restored lines and leases can hold anything.
 bool sta_mac_is_plain(const char *mac) noexcept;

@@ -1,5 +1,6 @@
 #include "wlan/channel.h"
 
+#include "protocol/station_event.h"
 #include "tools/log.h"
 
 #include <algorithm>
@@ -160,4 +161,29 @@ bool sta_nl_is_broken(const std::uint8_t *message, long received) noexcept {
     std::memcpy(&header, message, sizeof(header));
     return header.nlmsg_type == NLMSG_ERROR || header.nlmsg_len < NLMSG_HDRLEN ||
            header.nlmsg_len > static_cast<std::uint32_t>(received);
+}
+
+int sta_nl_open() noexcept {
+    sta_nl.socket = sta_nl_socket(&sta_nl.port, 1);
+    if (sta_nl.socket < 0) return -1;
+    sta_nl.family = sta_nl_get_family_id(sta_nl.socket, station_event_family);
+    return 0;
+}
+
+bool sta_nl_is_event(const std::uint8_t *message) noexcept {
+    nlmsghdr header;
+    std::memcpy(&header, message, sizeof(header));
+    return sta_nl.family > 0 && header.nlmsg_type == sta_nl.family &&
+           message[NLMSG_HDRLEN] == station_event_cmd;
+}
+
+void sta_nl_take_announcement(const std::uint8_t *message, std::size_t received) noexcept {
+    nlmsghdr header;
+    std::memcpy(&header, message, sizeof(header));
+    if (header.nlmsg_type != GENL_ID_CTRL || message[NLMSG_HDRLEN] != CTRL_CMD_NEWFAMILY) return;
+    const int family = sta_nl_family_in(message, received, station_event_family);
+    if (family == 0) return;
+    if (sta_nl.family != family) STA_NOTICE("the driver has announced the family %s\n", station_event_family);
+    sta_nl.family = family;
+    sta_nl_register(0); // Deliberate: without the station limit, unlike at start
 }

@@ -47,6 +47,16 @@ int sta_nl_send_notice(void);
 // bytes: the family's identifier when the name is `name`, else 0. Reads nothing outside the received bytes.
 int sta_nl_family_in(const std::uint8_t *message, std::size_t received, const char *name) noexcept;
 
+// Opens the channel's socket, a member of the controller's announcements, and looks the driver's family up. 0, or -1
+// without a socket. The family may be missing (sta_nl.family is then 0): the driver announces it when it comes.
+int sta_nl_open() noexcept;
+
+// True when `message`, which is not broken, is a station event of the driver's family.
+bool sta_nl_is_event(const std::uint8_t *message) noexcept;
+
+// Takes the family's number from a message of the controller that announces it, and registers with the driver.
+void sta_nl_take_announcement(const std::uint8_t *message, std::size_t received) noexcept;
+
 // True when the received bytes are no usable netlink message: an error message, too short, or of a wrong
 // length.
 bool sta_nl_is_broken(const std::uint8_t *message, long received) noexcept;

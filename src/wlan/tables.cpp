@@ -1,12 +1,14 @@
 #include "wlan/tables.h"
 
 #include "inputs/network.h"
+#include "model/figures.h"
 #include "protocol/driver_request.h"
 #include "tools/log.h"
 #include "tools/memory.h"
 #include "tools/text.h"
 #include "was/was.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 
@@ -72,46 +74,25 @@ void copy_basic(sta_info_t *sta, const driver_basic &from) {
     sta->time_delay = from.tx_time / 1000;
     sta->floornoise = from.floornoise;
     sta->utilization = from.utilization; // Deliberate: unscaled, unlike the event's
-    sta->maxRate = from.maxRate;
     sta->flow_rateup = static_cast<std::int32_t>(from.rx_rate * 1024U);
     sta->flow_ratedown = static_cast<std::int32_t>(from.tx_rate * 1024U);
     sta->wifi_up = from.rx_bytes;
     sta->wifi_down = from.tx_bytes;
-    sta->channel = from.channel;
-    sta->is_reassoc = from.is_reassoc;
+    sta_take_place(sta, from);
     sta->rssi = from.rssi; // Deliberate: not clamped, unlike the event's
 }
 
 void copy_extended(sta_info_t *sta, const driver_extended &from) {
-    sta->txper = from.txper;
-    sta->rxper = from.rxper;
-    sta->supportSTBC = from.supportSTBC;
-    sta->supportSGI = from.supportSGI;
-    sta->maxMCS = from.maxMCS;
-    sta->maxBW = from.maxBW;
-    sta->FCAP = from.FCAP;
-    sta->fromDS = from.fromDS;
-    sta->toDS = from.toDS;
-    sta->cost_assoc_req = from.cost_assoc_req;
-    sta->cost_auth_req = from.cost_auth_req;
-    sta->cost_msg2 = from.cost_msg2;
-    sta->cost_msg4 = from.cost_msg4;
-    sta->onesecrxbyte = from.onesecrxbyte;
-    sta->onesectxbyte = from.onesectxbyte;
-    sta->txBcast = from.txBcast;
-    sta->txMcast = from.txMcast;
-    sta->txPkt = from.txPkt;
-    sta_put_expanded(sta->ap_auth_req, from.ap_auth_req, driver_text_limit);
-    sta_put_expanded(sta->ap_assoc_req, from.ap_assoc_req, driver_text_limit);
-    sta_put_expanded(sta->key_start, from.key_start, driver_text_limit);
-    sta_put_expanded(sta->key_msg2, from.key_msg2, driver_text_limit);
-    sta_put_expanded(sta->key_end, from.key_end, driver_text_limit);
+    sta_take_capabilities(sta, from);
+    sta_take_counters(sta, from);
+    sta_take_request_texts(sta, from, driver_text_limit);
+    sta_take_key_texts(sta, from, driver_text_limit);
 }
 
 // sta_sta_get_ioctl; `mac_of` gives the MAC of an entry.
 template <class MacOf>
 int read_station(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count, MacOf mac_of) {
-    constexpr const char *function = "sta_sta_get_ioctl";
+    constexpr const char *function = STA_NAME_OF(sta_sta_get_ioctl);
     if (!sta || !table) {
         STA_LOG_AS(function, "param is null!!\n");
         return 1;
@@ -132,10 +113,8 @@ int read_station(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int 
     if (mask & table_extended)
         copy_extended(
             sta, driver_extended_decode(basic + entries * table_basic_size + index * table_extended_size));
-    const std::int32_t vlanid = sta_sta_get_vlanid(sta);
-    sta->vlanid = vlanid <= 0 ? 1 : vlanid;
-    const int power = found.rssi + 95;
-    sta_put_number(sta->power, power > 0 ? power : 65);
+    sta_take_vlanid(sta);
+    sta_take_power(sta, found.rssi);
     STA_LOG_AS(function, "wifi_up = %llu flow_rateup = %ld channel = %d sta_power = %s txtime = %d\n",
                static_cast<unsigned long long>(sta->wifi_up), static_cast<long>(sta->flow_rateup),
                sta->channel, sta->power, sta->time_delay);
@@ -198,6 +177,9 @@ bool sta_radio_tables::fetch_for(const sta_info_t *sta) noexcept {
     slot &mine = slots[sta->radio_id];
     mine.tried = true;
     mine.count = sta_get_ioctl_stainfo(sta, &mine.table, sta->ifname, mask);
+    if (mine.table)
+        mine.entries = std::min(wire::get<std::uint32_t>(mine.table + table_num_offset),
+                                static_cast<std::uint32_t>(mine.count));
     if (mine.table && mine.macs.reserve(static_cast<std::size_t>(mine.count)))
         for (std::size_t i = 0; i < static_cast<std::size_t>(mine.count); ++i)
             mine.macs.push(mac_of_entry(mine.table, i));

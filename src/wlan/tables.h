@@ -43,12 +43,15 @@ public:
     // The table and the count of the station's radio; it must have one.
     std::uint8_t *table_of(const sta_info_t *sta) const noexcept { return slots[sta->radio_id].table; }
     int count_of(const sta_info_t *sta) const noexcept { return slots[sta->radio_id].count; }
+    // How many entries the driver has filled: no more than were fetched, whatever it claims. There must be a table.
+    std::uint32_t entries_of(const sta_info_t *sta) const noexcept { return slots[sta->radio_id].entries; }
 
 private:
     struct slot {
         bool tried = false;
         std::uint8_t *table = nullptr;
         int count = 0;
+        std::uint32_t entries = 0;
         // The MACs of the table's entries, side by side: each station of the walk is searched from the first one,
         // and entries are far apart. Empty without memory.
         sta_array<std::uint64_t> macs;

@@ -5,6 +5,7 @@
 #include "support/house.h"
 
 #include "life/members.h"
+#include "model/members.h"
 #include "model/table.h"
 #include "tools/memory.h"
 #include "tools/text.h"

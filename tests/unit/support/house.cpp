@@ -6,6 +6,7 @@
 #include "inputs/network.h"
 #include "life/listen.h"
 #include "life/timers.h"
+#include "model/members.h"
 #include "model/table.h"
 #include "outputs/bus_link.h"
 #include "support/places.h"
