@@ -107,9 +107,12 @@ void station_life::network_ended(std::uint32_t network, moment now) noexcept {
 
 void station_life::check_in(station &one, moment now, int ms) noexcept { one.check_at = now.ms + ms; }
 
-void station_life::put(life_output::what kind, const station &about, std::int32_t reason,
+// False without memory.
+bool station_life::put(life_output::what kind, const station &about, std::int32_t reason,
                        moment when) noexcept {
-    if (!outputs_.push({kind, about, reason, when})) ++lost_;
+    if (outputs_.push({kind, about, reason, when})) return true;
+    ++lost_;
+    return false;
 }
 
 bool station_life::take(life_output &out) noexcept {
@@ -280,11 +283,13 @@ void station_life::came(station &one, moment now) noexcept {
     if (!one.found) one.since_wall_ms = now.wall_ms;
     forget_evidence(one);
     check_in(one, now, verify);
-    put(life_output::came, one, 0, now);
+    if (put(life_output::came, one, 0, now)) return;
+    one.on = false; // the daemon has not been told: the next list tells it
+    one.associated_at = 0;
 }
 
 void station_life::gone(station &one) noexcept {
-    put(life_output::gone, one, reason_of(one), one.left_at);
+    if (!put(life_output::gone, one, reason_of(one), one.left_at)) return; // it is asked for again
     one.on = one.leaving = one.found = false;
     one.associated_at = 0;
     forget_evidence(one);
@@ -320,8 +325,8 @@ void station_life::check(station &one, moment now) noexcept {
     one.check_at = 0;
     if (one.on && one.leaving && arrives_elsewhere(one) && now.ms - one.left_at.ms < elsewhere_most)
         check_in(one, now, settle_elsewhere);
-    else
-        put(life_output::ask, one, 0, now);
+    else if (!put(life_output::ask, one, 0, now))
+        check_in(one, now, settle);
 }
 
 void station_life::answered(std::uint32_t network, const mac_address &mac, const station_figures *figures,

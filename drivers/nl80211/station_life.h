@@ -159,7 +159,7 @@ private:
     void check(station &one, moment now) noexcept;
     bool arrives_elsewhere(const station &one) const noexcept;
     std::int32_t reason_of(const station &one) const noexcept;
-    void put(life_output::what kind, const station &about, std::int32_t reason, moment when) noexcept;
+    bool put(life_output::what kind, const station &about, std::int32_t reason, moment when) noexcept;
     void check_in(station &one, moment now, int ms) noexcept;
 
     array<slot> stations_;

@@ -6,7 +6,7 @@ import subprocess
 import pytest
 
 LIBRARIES = ["libdebug.so", "libwas.so", "libubox.so", "libblobmsg_json.so", "libubus.so", "libuci.so", "libwsm-record.so"]
-PROGRAMS = ["wsmd", "ubusd", "ubus", "uci"]
+PROGRAMS = ["wsmd", "wsm-bridge", "ubusd", "ubus", "uci"]
 
 
 def readelf(path, *options):
