@@ -38,6 +38,7 @@ void put_time(char (&text)[32]) noexcept {
     clock_gettime(CLOCK_REALTIME, &now);
     if (now.tv_sec != known) {
         struct tm parts {};
+        tzset(); // localtime_r need not look at the zone again
         localtime_r(&now.tv_sec, &parts);
         (void)std::strftime(calendar, sizeof(calendar), "%Y-%m-%d %H:%M:%S", &parts);
         known = now.tv_sec;
@@ -63,19 +64,79 @@ bool write_line(const char *module, char level, std::string_view message, bool c
     return log_file_append(g_state.file, {line, used});
 }
 
+// A message that comes again and again would leave no room for others in the file: it is written once, and how often it came
+// is said when another one comes, and once a minute. Who has raised the level to follow each step gets every line.
+class repeats {
+public:
+    // True when the message is the last one again and need not be written now.
+    bool swallow(unsigned module, char level, std::string_view text) noexcept {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        if (level > least_urgent_level || text.size() > sizeof(text_) || module != module_ ||
+            level != level_ || text != std::string_view{text_, size_}) {
+            tell();
+            module_ = module;
+            level_ = level;
+            size_ = text.size() <= sizeof(text_) ? text.size() : 0;
+            std::memcpy(text_, text.data(), size_);
+            since_ = now.tv_sec;
+            return false;
+        }
+        ++count_;
+        if (now.tv_sec - since_ >= told_after_s) {
+            tell();
+            since_ = now.tv_sec;
+        }
+        return true;
+    }
+
+    // The next message is written in any case: the last one is not in the file.
+    void forget() noexcept {
+        level_ = '\0';
+        count_ = 0;
+    }
+
+private:
+    static constexpr char least_urgent_level = '4'; // '-' is below all levels
+    static constexpr std::time_t told_after_s = 60;
+
+    void tell() noexcept {
+        if (count_ == 0) return;
+        char notice[64];
+        (void)std::snprintf(notice, sizeof(notice), "last message repeated %u times\n", count_);
+        if (!write_line(g_state.modules[module_].name, level_, notice, false)) ++g_state.lost;
+        count_ = 0;
+    }
+
+    unsigned module_ = 0;
+    char level_ = '\0';  // of no message
+    unsigned count_ = 0; // of those that were not written
+    std::time_t since_ = 0;
+    std::size_t size_ = 0;
+    char text_[512] = {}; // a longer message is written each time
+};
+constinit repeats g_repeats;
+
 [[gnu::format(printf, 3, 0)]] void write_message(unsigned module, char level, const char *fmt,
                                                  std::va_list arguments) noexcept {
     const int saved = errno;
     char text[4096];
     const int length = std::vsnprintf(text, sizeof(text), fmt, arguments);
     const std::size_t kept = length < 0 ? 0 : std::min(static_cast<std::size_t>(length), sizeof(text) - 1);
+    if (g_repeats.swallow(module, level, {text, kept})) {
+        errno = saved;
+        return;
+    }
     if (g_state.lost != g_lost_and_told) {
         char notice[64];
         (void)std::snprintf(notice, sizeof(notice), "%u messages lost\n", g_state.lost - g_lost_and_told);
         if (write_line("-", '4', notice, false)) g_lost_and_told = g_state.lost;
     }
     const bool cut = static_cast<std::size_t>(length) >= sizeof(text); // also when nothing could be formatted
-    if (!write_line(g_state.modules[module].name, level, {text, kept}, cut)) ++g_state.lost;
+    if (!write_line(g_state.modules[module].name, level, {text, kept}, cut)) {
+        ++g_state.lost;
+        g_repeats.forget();
+    }
     errno = saved;
 }
 
@@ -102,6 +163,7 @@ bool dbg_set_threshold(const char *name, int level) noexcept {
 }
 
 int dbg_init(const char *program, const char *logfile, int limit) {
+    g_repeats.forget();
     (void)std::snprintf(g_state.program, sizeof(g_state.program), "%s", program ? program : "");
     return logfile && log_file_open(g_state.file, logfile, limit * limit_unit) ? 0 : -1;
 }

@@ -10,6 +10,8 @@
 //         is one message, whatever was formatted into it: the message's last line feed, and blanks behind it,
 //         are dropped; every other control character, a backslash and what is not UTF-8 are written escaped
 //         (\n, \\, \x1b). A message of more than 4095 bytes is cut and ends in "...".
+//         A message of level 4 and below that is the same as the one before is not written again; "last message repeated
+//         N times" stands for it when another one comes, and once a minute while it goes on.
 // errno:  unchanged by dbg_printf and dbg_logfile, so that a caller may log before it looks at it; "%m"
 // works.
 #pragma once

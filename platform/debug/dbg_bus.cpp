@@ -3,6 +3,8 @@
 #include "debug/dbg.h"
 #include "debug/dbg_modules.h"
 
+#include <cstring>
+
 extern "C" {
 #include <libubus.h>
 }
@@ -32,11 +34,21 @@ int handle_get(ubus_context *bus, ubus_object *, ubus_request_data *request, con
     return status;
 }
 
+// A module that is no text counts as missing for the parser; without a module every one would be set.
+bool has_module_of_another_type(blob_attr *message, const blob_attr *parsed) {
+    blob_attr *member = nullptr;
+    std::size_t rest = 0;
+    blobmsg_for_each_attr (member, message, rest)
+        if (std::strcmp(blobmsg_name(member), "module") == 0) return parsed == nullptr;
+    return false;
+}
+
 int handle_set(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *message) {
     blob_attr *given[std::size(set_policy)];
     blobmsg_parse(set_policy, std::size(set_policy), given, blob_data(message),
                   static_cast<unsigned>(blob_len(message)));
-    if (!given[set_level]) return UBUS_STATUS_INVALID_ARGUMENT;
+    if (!given[set_level] || has_module_of_another_type(message, given[set_module]))
+        return UBUS_STATUS_INVALID_ARGUMENT;
     const char *module = given[set_module] ? blobmsg_get_string(given[set_module]) : nullptr;
     const auto level = static_cast<int>(blobmsg_get_u32(given[set_level]));
     return dbg_set_threshold(module, level) ? UBUS_STATUS_OK : UBUS_STATUS_INVALID_ARGUMENT;

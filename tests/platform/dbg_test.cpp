@@ -3,6 +3,7 @@
 #include "debug/dbg_modules.h"
 #include "temporary_folder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -154,6 +155,43 @@ TEST_F(dbg, messages_lost_for_want_of_a_file_are_counted_and_told_when_there_is_
     const std::string told = folder.text("sub/log");
     EXPECT_THAT(told, HasSubstr("] - 4: 2 messages lost\n"));
     EXPECT_THAT(told, EndsWith("quiet 3: three\n"));
+}
+
+TEST_F(dbg, an_error_that_repeats_is_written_once_and_counted_when_another_comes) {
+    for (int i = 0; i < 4; ++i) dbg_printf(quiet, 3, "no lease file\n");
+    const std::string once = text();
+    EXPECT_EQ(std::count(once.begin(), once.end(), '\n'), 1);
+    dbg_printf(quiet, 3, "another\n");
+    const std::string all = text();
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 3);
+    EXPECT_THAT(all, HasSubstr("quiet 3: last message repeated 3 times\n"));
+    EXPECT_THAT(all, EndsWith("quiet 3: another\n"));
+}
+
+TEST_F(dbg, messages_that_differ_in_level_module_or_text_are_all_written) {
+    dbg_printf(quiet, 3, "one\n");
+    dbg_printf(quiet, 2, "one\n");
+    dbg_printf(chatty, 2, "one\n");
+    dbg_printf(chatty, 2, "two\n");
+    dbg_logfile(chatty, "two\n");
+    const std::string all = text();
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 5);
+    EXPECT_THAT(all, Not(HasSubstr("repeated")));
+}
+
+TEST_F(dbg, who_follows_every_step_gets_every_line) {
+    for (int i = 0; i < 3; ++i) dbg_printf(chatty, 7, "step\n");
+    const std::string all = text();
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 3);
+}
+
+TEST_F(dbg, a_message_that_could_not_be_written_is_not_taken_for_repeated) {
+    const std::string sub = folder.file("sub");
+    EXPECT_EQ(dbg_init("tester", (sub + "/log").c_str(), 0), -1);
+    dbg_printf(quiet, 3, "same\n");
+    std::filesystem::create_directory(sub);
+    dbg_printf(quiet, 3, "same\n");
+    EXPECT_THAT(folder.text("sub/log"), EndsWith("quiet 3: same\n"));
 }
 
 TEST_F(dbg, the_limit_counts_in_units_of_64_kib) {

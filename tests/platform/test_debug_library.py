@@ -119,7 +119,7 @@ def test_thresholds_can_be_read_and_set_over_the_bus(probe):
 
 @pytest.mark.parametrize("arguments", [
     {}, {"module": "main"}, {"module": "main", "level": 8}, {"module": "main", "level": -1},
-    {"module": "main", "level": "7"}, {"module": "nobody", "level": 7}, {"module": "-", "level": 7}])
+    {"module": "main", "level": "7"}, {"module": 5, "level": 7}, {"module": "nobody", "level": 7}, {"module": "-", "level": 7}])
 def test_a_bad_threshold_is_refused_and_changes_nothing(probe, arguments):
     assert probe.set(**arguments) == 2
     assert probe.get()["modules"] == {"main": 3, "quiet": 3}
