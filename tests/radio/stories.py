@@ -96,7 +96,7 @@ def a_client_leaves_by_itself(air, anna, ben):
     since = len(air.reports())
     anna.leave()
     report = off(air, since, anna, DEAUTH_RECEIVED)
-    assert report["wifi_up"] > 20000 and report["key_start"] and report["key_end"]
+    assert report["wifi_up"] > 0 and report["key_start"] and report["key_end"]
     air.agree()
 
 
