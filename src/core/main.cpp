@@ -4,6 +4,9 @@
 #include "core/init.h"
 #include "core/lock.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace {
 
 void hold_signals(int how) {
@@ -19,9 +22,19 @@ void release_signals(struct uloop_timeout * /*timer*/) { hold_signals(SIG_UNBLOC
 
 struct uloop_timeout release_timer = {};
 
+// A missing standard descriptor would be the number of the next file that is opened, and what is printed would go there.
+void open_standard_descriptors() {
+    for (int fd = open("/dev/null", O_RDWR); fd >= 0; fd = open("/dev/null", O_RDWR)) {
+        if (fd <= STDERR_FILENO) continue;
+        close(fd);
+        return;
+    }
+}
+
 } // namespace
 
 int main() {
+    open_standard_descriptors();
     std::signal(SIGPIPE, SIG_IGN);
     if (!sta_file_lock()) return -1;
     hold_signals(SIG_BLOCK);

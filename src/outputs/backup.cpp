@@ -261,7 +261,9 @@ sta_backup_pass::~sta_backup_pass() {
     if (!now) return;
     bool written = false;
     if (now->exists) {
-        if (const sta_file file{std::fopen(temporary_file, "we")}) {
+        // Anybody may put a link there: it goes, and what it leads to is not touched.
+        (void)unlink(temporary_file);
+        if (const sta_file file{std::fopen(temporary_file, "wxe")}) {
             written = now->lines.write(file.get()) && sta_flush(file.get());
             if (!written) STA_LOG_AS(del_function, "%s write error.\n", backup_file);
         } else {

@@ -23,17 +23,17 @@ int dhcp_ubus_send_ip_change_event(const char *mac, const char *changed_ip, cons
     }
     const std::time_t now = std::time(nullptr);
     std::tm local{};
+    tzset(); // localtime_r need not look at the zone again
     localtime_r(&now, &local);
     char changed_time[32];
     (void)std::strftime(changed_time, sizeof(changed_time), "%Y-%m-%d %H:%M:%S", &local);
 
     struct blob_buf event = {}; // its own: the shared buffer may be in use
-    blob_buf_init(&event, 0);
-    blobmsg_add_string(&event, "mac", mac);
-    blobmsg_add_string(&event, "before_ip", before_ip);
-    blobmsg_add_string(&event, "changed_ip", changed_ip);
-    blobmsg_add_string(&event, "changed_time", changed_time);
-    if (event.head) ubus_send_event(sta_ubus_ctx, "ip_change", event.head);
+    const bool whole = blob_buf_init(&event, 0) == 0 && blobmsg_add_string(&event, "mac", mac) == 0 &&
+                       blobmsg_add_string(&event, "before_ip", before_ip) == 0 &&
+                       blobmsg_add_string(&event, "changed_ip", changed_ip) == 0 &&
+                       blobmsg_add_string(&event, "changed_time", changed_time) == 0;
+    if (whole) ubus_send_event(sta_ubus_ctx, "ip_change", event.head);
     STA_LOG("Send [%s] notify.\n", "ip_change");
     blob_buf_free(&event);
     return 0;

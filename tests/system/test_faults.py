@@ -3,6 +3,7 @@ ends with the daemon serving as before and its table equal to the driver's."""
 
 import contextlib
 import errno
+import os
 import signal
 import socket
 import time
@@ -246,3 +247,15 @@ def test_running_out_of_descriptors_for_a_while_costs_reports_and_no_station(run
     lab.wait(lambda: set(lab.online()) == {B}, 10, "the leave")
     lab.run(["prlimit", f"--pid={lab.daemon.pid}", f"--nofile={limit}:"])
     serves_as_before(lab)
+
+
+def test_a_daemon_that_was_started_without_standard_error_does_not_print_into_its_files(lab):
+    lab.start_ubusd()
+    lab.start_apsim()
+    lab.start_collector()
+    process = lab.start("wsmd", ["sh", "-c", "exec wsmd 2>&- <&-"])
+    lab.wait_for_log("init finish..")
+    assert os.readlink(f"{lab.root}/proc/{process.pid}/fd/2") == "/dev/null"
+    assert os.readlink(f"{lab.root}/proc/{process.pid}/fd/0") == "/dev/null"
+    assert (lab.files / ".sta_file_lockpath").read_text() == ""
+    assert process.stop() == 1

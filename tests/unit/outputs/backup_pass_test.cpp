@@ -241,6 +241,16 @@ TEST_F(backup_pass, gives_the_file_the_mode_of_a_new_one) {
     EXPECT_EQ(status.st_mode & 0777, 0666 & ~mask);
 }
 
+TEST_F(backup_pass, writes_through_no_link_that_somebody_has_put_in_its_way) {
+    make_stations(2);
+    write_file("/tmp/precious", "keep me\n");
+    std::filesystem::create_symlink("/tmp/precious", "/tmp/sta_sta_tmp.info");
+    in_a_pass();
+    EXPECT_EQ(read_file("/tmp/precious"), "keep me\n");
+    EXPECT_FALSE(std::filesystem::is_symlink(file));
+    EXPECT_NE(read_file(file).find(mac_of(1)), std::string::npos);
+}
+
 TEST_F(backup_pass, of_no_station_touches_nothing) {
     write_file(file, "short\n");
     { const sta_backup_pass pass; }
