@@ -1,6 +1,7 @@
 #include "bench_house.h"
 
 #include "life/members.h"
+#include "model/members.h"
 #include "model/table.h"
 #include "protocol/driver_request.h"
 #include "protocol/station_report.h"

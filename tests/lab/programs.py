@@ -29,8 +29,8 @@ def wait(predicate, what):
 
 def connect(path):
     peer = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    peer.connect(str(path))  # with a time limit it would fail at once where the listener's queue is full
     peer.settimeout(PATIENCE)
-    peer.connect(str(path))
     return peer
 
 

@@ -45,7 +45,7 @@ def test_a_change_to_bridging_subscribes_and_tries_again_until_the_monitor_is_th
     lab = open_lab(config=ROUTER).start_all()
     lab.bus("send", "dev_mode", {"forwardMode": "AP"})
     lab.wait_for_log("Change Mode To AP!")
-    lab.wait_for_log("Failed to lookup object: Not found", 2)
+    lab.wait_for_log("Failed to lookup object: Not found")
     lab.start_dhcpmon()
     lab.wait_for_log('data={')
 

@@ -3,7 +3,6 @@ ends with the daemon serving as before and its table equal to the driver's."""
 
 import contextlib
 import errno
-import os
 import signal
 import socket
 import time
@@ -255,7 +254,7 @@ def test_a_daemon_that_was_started_without_standard_error_does_not_print_into_it
     lab.start_collector()
     process = lab.start("wsmd", ["sh", "-c", "exec wsmd 2>&- <&-"])
     lab.wait_for_log("init finish..")
-    assert os.readlink(f"{lab.root}/proc/{process.pid}/fd/2") == "/dev/null"
-    assert os.readlink(f"{lab.root}/proc/{process.pid}/fd/0") == "/dev/null"
+    for fd in (0, 2):
+        assert lab.run(["readlink", f"/proc/{process.pid}/fd/{fd}"]).stdout == "/dev/null\n"
     assert (lab.files / ".sta_file_lockpath").read_text() == ""
     assert process.stop() == 1
