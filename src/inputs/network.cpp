@@ -2,6 +2,7 @@
 
 #include "base/cxx/uci.h"
 #include "tools/log.h"
+#include "tools/text.h"
 
 #include <memory>
 #include <new>
@@ -201,7 +202,7 @@ std::int32_t sta_sta_get_vlanid(const sta_info_t *sta) {
     if (!is_placed(sta)) return -1;
     char text[value_size] = "";
     if (read_of_section(__func__, sta, "vlanid", text) == -1) return -1;
-    const int vlanid = std::atoi(text); // NOLINT(cert-err34-c): no number is 0, as documented
+    const int vlanid = sta_number(text);
     STA_LOG("uci get vlanid=%d\n", vlanid);
     return vlanid;
 }

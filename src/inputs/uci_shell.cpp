@@ -5,7 +5,6 @@
 #include "tools/text.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 
 namespace {
@@ -37,7 +36,7 @@ int sta_get_uci_int(const char *command, int fallback) {
     const counted_text line{sta_execute_buf(command, fallback)};
     if (!line) return fallback;
     sta_str_trim(line.get());
-    return std::atoi(line.get()); // NOLINT(cert-err34-c): no number reads as 0, as documented
+    return sta_number(line.get());
 }
 
 void sta_get_uci_str(const char *command, char *buffer, std::size_t size) {

@@ -4,12 +4,10 @@
 // Bounds: what does not fit is cut, a number left out whole; the line feed always fits. No terminator is written.
 #pragma once
 
-#include <algorithm>
 #include <charconv>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 class sta_line {
 public:
@@ -20,9 +18,8 @@ public:
     // `instead`.
     void text(const char *from, char instead, std::size_t most = SIZE_MAX) noexcept {
         part();
-        const std::size_t length = strnlen(from, std::min(most, static_cast<std::size_t>(end_ - at_)));
-        std::transform(from, from + length, at_, [=](char c) { return is_white(c) ? instead : c; });
-        at_ += length;
+        for (; most > 0 && *from != '\0' && at_ < end_; --most, ++from)
+            *at_++ = is_white(*from) ? instead : *from;
     }
 
     // A field with a decimal number.

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -22,6 +23,11 @@ bool only_digits_and_dots(const char *text) {
 }
 
 } // namespace
+
+std::int32_t sta_number(const char *text) {
+    return static_cast<std::int32_t>(
+        std::clamp<long long>(std::strtoll(text, nullptr, 10), INT32_MIN, INT32_MAX));
+}
 
 void sta_str_trim(char *text) {
     if (!text) return;

@@ -16,6 +16,10 @@ extern "C" {
 // is a blank (Deliberate: a text that begins with a tab keeps it). Null and empty texts are left alone.
 void sta_str_trim(char *text);
 
+// The decimal number that the text begins with, behind white space; 0 for none. What does not fit becomes the largest or
+// smallest number there is.
+std::int32_t sta_number(const char *text);
+
 // Replaces every blank by "-" in place. Null is left alone.
 void sta_space_to_middleline(char *text);
 

@@ -136,7 +136,7 @@ int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const cha
         sta_free(buffer);
         return 0;
     }
-    const int count = std::atoi(static_cast<const char *>(buffer)); // NOLINT(cert-err34-c): no number is 0
+    const int count = sta_number(static_cast<const char *>(buffer));
     if (count <= 0) {
         STA_LOG("get_sta_num=%d is invalid \n", count);
         sta_free(buffer);

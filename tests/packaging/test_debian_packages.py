@@ -145,7 +145,7 @@ def look_at_it_running(root):
 def run_the_devices_own_checks(root, feed):
     shutil.copytree(feed / "files/etc", root / "etc", dirs_exist_ok=True)
     shutil.copy(feed / "test.sh", root / "run")
-    for package in ("wsmd", "libdebug-open", "libwas-sim", "wsmd-tools"):
+    for package in ("wsmd", "libdebug-open", "libwas-open", "wsmd-tools"):
         in_root(root, "sh", "/run/test.sh", package, "0.1.0", namespaces=["--net"])
 
 

@@ -311,6 +311,24 @@ TEST(expanded_format, result_is_cut_to_the_field_and_to_the_limit) {
     EXPECT_EQ(expanded<8>(""), "");
 }
 
+TEST(number, begins_the_text_behind_white_space) {
+    EXPECT_EQ(sta_number("42"), 42);
+    EXPECT_EQ(sta_number(" \t-7 apples"), -7);
+    EXPECT_EQ(sta_number("+3"), 3);
+}
+
+TEST(number, is_0_where_there_is_none) {
+    for (const char *text : {"", "apples", "-", " ", "x1"}) EXPECT_EQ(sta_number(text), 0) << text;
+}
+
+TEST(number, too_large_or_small_becomes_the_nearest_there_is) {
+    EXPECT_EQ(sta_number("2147483647"), INT32_MAX);
+    EXPECT_EQ(sta_number("2147483648"), INT32_MAX);
+    EXPECT_EQ(sta_number("99999999999"), INT32_MAX);
+    EXPECT_EQ(sta_number("999999999999999999999999"), INT32_MAX);
+    EXPECT_EQ(sta_number("-2147483649"), INT32_MIN);
+}
+
 TEST(or_null, missing_text_is_named) {
     EXPECT_STREQ(sta_or_null(nullptr), "NULL");
     EXPECT_STREQ(sta_or_null("x"), "x");
