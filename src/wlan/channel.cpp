@@ -147,9 +147,9 @@ int sta_nl_send_notice() {
 int sta_nl_family_in(const std::uint8_t *message, std::size_t received, const char *name) noexcept {
     const attribute first = attribute_at(message, received, attribute_offset);
     // A text of netlink may lack its NUL: it ends where its attribute does.
-    const char *text = reinterpret_cast<const char *>(message + first.payload);
     const std::size_t length = std::strlen(name);
-    if (strnlen(text, first.length) != length || std::memcmp(text, name, length) != 0) return 0;
+    if (first.length < length || std::memcmp(message + first.payload, name, length) != 0) return 0;
+    if (first.length > length && message[first.payload + length] != '\0') return 0;
     const attribute second = attribute_at(message, received, first.next);
     std::uint16_t id = 0;
     if (second.type != CTRL_ATTR_FAMILY_ID || second.length < sizeof(id)) return 0;

@@ -44,6 +44,17 @@ std::string row_of(const named_step &taken, std::uint16_t before) {
            " | " + (sta.restored != 0 ? "yes" : "no") + " |\n";
 }
 
+// The rows of the document's table of steps, read before a test covers the folders that the tree may be in.
+std::string documented_rows() {
+    std::ifstream page(WSMD_GOLDEN_DIR "/../../docs/architecture.md");
+    std::string text, line;
+    while (std::getline(page, line))
+        for (const named_step &one : steps)
+            if (line.rfind(std::string("| ") + one.name + " | ", 0) == 0) text += line + "\n";
+    return text;
+}
+const std::string documented = documented_rows();
+
 using state = House;
 
 TEST_F(state, moves_as_the_document_shows) {
@@ -57,12 +68,7 @@ TEST_F(state, moves_as_the_document_shows) {
                 continue; // no pass does it twice
             rows += row_of(one, before);
         }
-    std::ifstream page(WSMD_GOLDEN_DIR "/../../docs/architecture.md");
-    std::string text, line;
-    while (std::getline(page, line))
-        for (const named_step &one : steps)
-            if (line.rfind(std::string("| ") + one.name + " | ", 0) == 0) text += line + "\n";
-    EXPECT_EQ(rows, text);
+    EXPECT_EQ(rows, documented);
 }
 
 TEST_F(state, of_a_restored_station_is_confirmed_by_its_return) {
