@@ -77,6 +77,7 @@ mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const statio
             if (code != 0) return say(std::string("refused: ") + mosquitto_connack_string(code));
             std::unique_lock hold(me->lock_);
             me->connected_ = true;
+            me->resending_ = me->in_flight_ > 0;
             me->spool_.push_front({me->chosen_.prefix + "/status", "online", true});
             me->send_some(hold);
         });
@@ -89,6 +90,7 @@ mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const statio
             auto *me = static_cast<mqtt_publisher *>(self);
             std::unique_lock hold(me->lock_);
             if (me->in_flight_ > 0) --me->in_flight_;
+            if (me->in_flight_ == 0) me->resending_ = false;
             me->send_some(hold);
             if (me->in_flight_ == 0 && me->spool_.empty()) me->emptied_.notify_all();
         });
@@ -210,7 +212,7 @@ void mqtt_publisher::send_some(std::unique_lock<std::mutex> &hold) {
     static thread_local bool sending = false;
     if (sending) return;
     sending = true;
-    while (connected_ && in_flight_ < most_in_flight && !spool_.empty() && !busy_) {
+    while (connected_ && !resending_ && in_flight_ < most_in_flight && !spool_.empty() && !busy_) {
         busy_ = true; // one thread at a time, so that the order is kept
         const letter one = std::move(spool_.front());
         spool_.pop_front();

@@ -60,7 +60,8 @@ private:
     std::deque<letter> spool_;
     std::size_t in_flight_ = 0; // handed to the library, not yet acknowledged
     bool connected_ = false;
-    bool busy_ = false; // a thread is handing a message to the library
+    bool resending_ = false; // what was in flight before the last connection; what is new waits behind it
+    bool busy_ = false;      // a thread is handing a message to the library
     std::uint64_t dropped_ = 0;
     mosquitto *client_ = nullptr;
 };
