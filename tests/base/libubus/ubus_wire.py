@@ -253,7 +253,9 @@ class Broker:
 
 
 def readable(sock, seconds=0):
-    return bool(select.select([sock], [], [], seconds)[0])
+    poller = select.poll()  # select() takes no descriptor above 1023
+    poller.register(sock, select.POLLIN)
+    return bool(poller.poll(None if seconds is None else 1000 * seconds))
 
 
 class Peer:
