@@ -38,6 +38,12 @@ TEST_F(house, system_files_stay_readable_behind_the_covered_folders) {
     EXPECT_NE(read_file("/proc/" + std::to_string(getpid()) + "/status"), "");
 }
 
+TEST_F(house, a_forked_process_finds_itself_among_the_processes_whatever_its_number) {
+    const child_end end =
+        run_in_child([] { std::exit(file_exists("/proc/" + std::to_string(getpid()) + "/task") ? 7 : 8); });
+    EXPECT_EQ(end.status, 7);
+}
+
 TEST_F(house, log_lines_lose_their_line_number_and_keep_their_order) {
     STA_LOG("a %d\n", 1);
     STA_ERROR("sta_tools", "b\n");

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <pthread.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -66,6 +67,16 @@ void cover_with_links(const std::string &place) {
     }
 }
 
+// The covered /proc has no folders of processes: each makes the link to its own, a forked child, too. (Who needs it there: its
+// leak checker.) A number that comes again finds the link of its forerunner.
+void link_this_process() {
+    char name[32];
+    char target[64];
+    std::snprintf(name, sizeof(name), "/proc/%d", getpid());
+    std::snprintf(target, sizeof(target), "%s%s", shelf.c_str(), name);
+    (void)!symlink(target, name);
+}
+
 bool is_kept(const fs::path &entry) {
     for (const std::string &path : kept)
         if (path == entry.string() || path.starts_with(entry.string() + "/")) return true;
@@ -79,20 +90,6 @@ void empty(const std::string &folder) {
 
 } // namespace
 
-void link_processes() {
-    constexpr int ahead = 4096;
-    static int next = getpid();
-    std::ifstream load(shelf + "/proc/loadavg");
-    std::string skipped;
-    int last = next;
-    for (int i = 0; i < 4; ++i) load >> skipped;
-    load >> last;
-    for (; next <= last + ahead; ++next) {
-        const std::string name = "/proc/" + std::to_string(next);
-        (void)!symlink((shelf + name).c_str(), name.c_str());
-    }
-}
-
 void enter_places() {
     enter_namespaces();
     std::vector<int> handles;
@@ -100,7 +97,8 @@ void enter_places() {
         handles.push_back(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     cover(shelf);
     for (const char *place : {"/proc", "/etc", "/dev"}) cover_with_links(place);
-    link_processes();
+    link_this_process();
+    pthread_atfork(nullptr, nullptr, link_this_process);
     cover("/tmp", "mode=1777");
     cover("/run");
     if (fs::canonical("/var/run") != "/run") bind("/run", "/var/run");
@@ -117,7 +115,6 @@ void enter_places() {
 }
 
 void empty_places() {
-    link_processes();
     for (const char *place : {"/tmp", "/run", "/etc/config", "/proc/tk_sys"}) empty(place);
     fs::remove_all("/dev/console");
 }

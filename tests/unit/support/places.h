@@ -13,7 +13,3 @@ void empty_places();
 
 // The support's own shelf: no path of the daemon leads there.
 inline const std::string shelf = "/mnt";
-
-// Makes links in /proc for the processes there will soon be, too: numbers are handed out in rising order. A link whose
-// process does not exist dangles, which reads as "no such file", as it should. (Who needs one: the leak checker of a child.)
-void link_processes();
