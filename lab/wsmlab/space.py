@@ -33,12 +33,15 @@ class Timeout(LabError):
 
 
 class Printed:
-    """What a program prints: an anonymous file that it writes and this process reads."""
+    """What a program prints: an anonymous file that it writes and this process reads; `fd` is None once it is closed."""
 
     def __init__(self, name):
         self.fd = os.memfd_create(name, os.MFD_CLOEXEC)
+        self._kept = b""
 
     def bytes(self, start=0):
+        if self.fd is None:
+            return self._kept[start:]
         data = bytearray()
         while chunk := os.pread(self.fd, 1 << 20, start + len(data)):
             data += chunk
@@ -48,7 +51,11 @@ class Printed:
         return self.bytes().decode("utf-8", "replace")
 
     def close(self):
-        os.close(self.fd)
+        """When nothing writes any more: gives the file back; what was printed can still be read."""
+        if self.fd is not None:
+            self._kept = self.bytes()
+            os.close(self.fd)
+            self.fd = None
 
 
 class Follower:
@@ -286,6 +293,8 @@ class Space:
             self._unshare.wait()
         self._reader.join()
         self._control.close()
+        for printed in (self._said, *(file for process in self.processes for file in (process.out, process.err))):
+            printed.close()
 
     def __enter__(self):
         return self
