@@ -14,10 +14,16 @@ constexpr std::size_t most_reasons = 256; // of an access point
 void live_view::begin_with(std::vector<stay> here) {
     const std::lock_guard hold(lock_);
     for (stay &one : here) here_.insert_or_assign(one.mac, std::move(one));
+    counted_.stations = here_.size();
 }
 
 void live_view::take(const message &one) {
-    if (!one.what) return;
+    if (!one.what) {
+        const std::lock_guard hold(lock_);
+        counted_ = one.counted;
+        counted_.stations = here_.size();
+        return;
+    }
     const change &what = *one.what;
     const std::string text = write ? write(what) : std::string();
     const std::lock_guard hold(lock_);
@@ -51,6 +57,8 @@ void live_view::take(const message &one) {
         here_.erase(what.now.mac);
     else
         here_.insert_or_assign(what.now.mac, what.now);
+    counted_ = one.counted;
+    counted_.stations = here_.size();
     std::erase_if(subscribers_, [&text](const std::weak_ptr<subscription> &weak) {
         const auto one_of = weak.lock();
         if (!one_of) return true;
@@ -67,12 +75,17 @@ void live_view::take(const message &one) {
     });
 }
 
-std::vector<stay> live_view::stations() const {
+live_view::snapshot live_view::all() const {
     const std::lock_guard hold(lock_);
-    std::vector<stay> all;
-    all.reserve(here_.size());
-    for (const auto &[mac, one] : here_) all.push_back(one);
-    return all;
+    snapshot taken{counted_, {}, counts_};
+    taken.stations.reserve(here_.size());
+    for (const auto &[mac, one] : here_) taken.stations.push_back(one);
+    return taken;
+}
+
+input_counters live_view::counters() const {
+    const std::lock_guard hold(lock_);
+    return counted_;
 }
 
 bool live_view::find(const std::string &mac, stay &out) const {
@@ -81,11 +94,6 @@ bool live_view::find(const std::string &mac, stay &out) const {
     if (at == here_.end()) return false;
     out = at->second;
     return true;
-}
-
-std::map<std::string, live_view::totals> live_view::counts() const {
-    const std::lock_guard hold(lock_);
-    return counts_;
 }
 
 std::shared_ptr<live_view::subscription> live_view::subscribe() {

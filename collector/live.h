@@ -28,12 +28,19 @@ public:
         std::map<int, departure_count> departures; // by reason code
     };
 
+    // All of it after the same message: what is told of the one fits what is told of the other.
+    struct snapshot {
+        input_counters counted;
+        std::vector<stay> stations; // in order of their MACs
+        std::map<std::string, totals> counts;
+    };
+
     void begin_with(std::vector<stay> here);
     void take(const message &one);
 
-    std::vector<stay> stations() const; // in order of their MACs
+    snapshot all() const;
+    input_counters counters() const;
     bool find(const std::string &mac, stay &out) const;
-    std::map<std::string, totals> counts() const;
 
     // A stream of changes, as event texts. One that does not read loses nothing: it is ended when it is too far behind.
     class subscription {
@@ -58,6 +65,7 @@ public:
 
 private:
     mutable std::mutex lock_;
+    input_counters counted_;
     std::map<std::string, stay> here_;
     std::map<std::string, totals> counts_;
     std::vector<std::weak_ptr<subscription>> subscribers_;

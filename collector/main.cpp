@@ -112,8 +112,7 @@ private:
         if (!view_) return;
 #if WITH_HTTP
         view_->write = [names = names_](const change &what) { return event_text(what, *names); };
-        api_sources from{view_, names_, chosen_.store.path, {}, {}, now(), chosen_.metrics_stations};
-        from.counters = [this] { return road_.counters(); };
+        api_sources from{view_, names_, chosen_.store.path, {}, now(), chosen_.metrics_stations};
         from.outputs = [this] { return road_.figures(); };
         server_options how;
         if (!chosen_.token_file.empty()) how.token = read_token(chosen_.token_file);

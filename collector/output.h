@@ -6,10 +6,20 @@
 #include <optional>
 #include <string>
 
+// What has come so far.
+struct input_counters {
+    std::uint64_t reports = 0;
+    std::uint64_t wrong_size = 0;
+    std::uint64_t impossible = 0; // values that cannot be, or more stations than may be
+    std::uint64_t late = 0;       // overtaken by a later report
+    std::size_t stations = 0;     // that are here
+};
+
 // A message that came and what it changed, or a change that only time has brought.
 struct message {
     std::optional<received> in;
     std::optional<change> what; // absent: no report, or one that did not count
+    input_counters counted{};   // this one included: who tells of both tells of one moment
 };
 
 class output {

@@ -9,7 +9,7 @@ void pipeline::add(std::string name, std::unique_ptr<output> out, std::size_t mo
 
 void pipeline::restore(stay known, moment when) {
     sessions_.restore(std::move(known), when);
-    stations_ = sessions_.count();
+    counted_.stations = sessions_.count();
 }
 
 void pipeline::take(received in) { pass(std::move(in), false); }
@@ -17,20 +17,20 @@ void pipeline::feed(received in) { pass(std::move(in), true); }
 
 void pipeline::pass(received in, bool wait) {
     if (!in.report) {
-        ++wrong_size_;
+        ++counted_.wrong_size;
         hand_on({std::move(in), {}}, wait);
         return;
     }
-    ++reports_;
+    ++counted_.reports;
     // Reports out of a file carry the only clock there is, and it does not go back.
     const moment when = in.at != 0 ? in.at : fed_ = std::max(fed_, made_at(*in.report));
     changes_.clear();
     sessions_.tick(when, changes_);
     const std::size_t by_clock = changes_.size();
     sessions_.take(*in.report, when, changes_);
-    impossible_ = sessions_.refused;
-    late_ = sessions_.late;
-    stations_ = sessions_.count();
+    counted_.impossible = sessions_.refused;
+    counted_.late = sessions_.late;
+    counted_.stations = sessions_.count();
     // The report goes with the last change, which is its own if there is one.
     const bool counted = changes_.size() > by_clock;
     const std::size_t others = changes_.size() - (counted ? 1 : 0);
@@ -41,7 +41,7 @@ void pipeline::pass(received in, bool wait) {
 int pipeline::tick(moment when) {
     changes_.clear();
     sessions_.tick(when, changes_);
-    stations_ = sessions_.count();
+    counted_.stations = sessions_.count();
     for (change &one : changes_) hand_on({{}, std::move(one)}, false);
     const auto next = sessions_.next_deadline();
     if (!next) return -1;
@@ -49,6 +49,7 @@ int pipeline::tick(moment when) {
 }
 
 void pipeline::hand_on(message one, bool wait) {
+    one.counted = counted_;
     const auto entry = std::make_shared<const message>(std::move(one));
     for (const auto &each : workers_) wait ? each->feed(entry) : each->push(entry);
 }
@@ -62,8 +63,6 @@ worker::ending pipeline::finish(std::chrono::milliseconds patience, std::vector<
     }
     return worst;
 }
-
-input_counters pipeline::counters() const { return {reports_, wrong_size_, impossible_, late_, stations_}; }
 
 std::vector<output_figures> pipeline::figures() const {
     std::vector<output_figures> all;

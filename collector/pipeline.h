@@ -1,26 +1,17 @@
 // pipeline.h - the road of a message: counted, into sessions, and to every output.
 //
 // Waits: take() never. feed() does while an output's queue is full: for files, which can be read later as well.
-// Thread: everything but counters() and figures() is for the thread that reads the input.
+// Thread: everything but figures() is for the thread that reads the input.
 #pragma once
 
 #include "collector/sessions.h"
 #include "collector/worker.h"
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-struct input_counters {
-    std::uint64_t reports = 0;
-    std::uint64_t wrong_size = 0;
-    std::uint64_t impossible = 0; // values that cannot be, or more stations than may be
-    std::uint64_t late = 0;       // overtaken by a later report
-    std::size_t stations = 0;
-};
 
 class pipeline {
 public:
@@ -43,7 +34,7 @@ public:
     // that has lost messages.
     worker::ending finish(std::chrono::milliseconds patience, std::vector<std::string> &dropped);
 
-    input_counters counters() const;
+    const input_counters &counters() const { return counted_; }
     std::vector<output_figures> figures() const;
 
 private:
@@ -53,7 +44,6 @@ private:
     sessions sessions_;
     std::vector<std::unique_ptr<worker>> workers_;
     std::vector<change> changes_;
-    std::atomic<std::uint64_t> reports_{0}, wrong_size_{0}, impossible_{0}, late_{0};
-    std::atomic<std::size_t> stations_{0};
+    input_counters counted_;
     moment fed_ = 0; // clock of what comes from files
 };

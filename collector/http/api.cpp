@@ -27,12 +27,12 @@ bool whole(const std::string &text, std::int64_t least, std::int64_t most, std::
 
 json_array stations_json(const api_sources &from) {
     json_array all;
-    for (const stay &one : from.view->stations()) all.add(stay_json(one, *from.names));
+    for (const stay &one : from.view->all().stations) all.add(stay_json(one, *from.names));
     return all;
 }
 
 api_answer status(const api_sources &from) {
-    const input_counters in = from.counters();
+    const input_counters in = from.view->counters();
     json_array outputs;
     for (const output_figures &one : from.outputs())
         outputs.add(json_fields()
@@ -52,13 +52,12 @@ api_answer status(const api_sources &from) {
 
 api_answer access_points(const api_sources &from) {
     std::map<std::string, std::map<int, std::pair<std::int64_t, const stay *>>> radios;
-    const std::vector<stay> here = from.view->stations();
+    const auto [in, here, counts] = from.view->all();
     for (const stay &one : here) {
         auto &radio = radios[one.ap][one.radio];
         ++radio.first;
         if (!radio.second || one.seen > radio.second->seen) radio.second = &one;
     }
-    const auto counts = from.view->counts();
     for (const auto &[ap, of] : counts) radios[ap];
     json_array all;
     for (const auto &[ap, of] : radios) {

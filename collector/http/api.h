@@ -22,7 +22,6 @@ struct api_sources {
     std::shared_ptr<live_view> view;
     std::shared_ptr<const station_names> names;
     std::string store; // file; empty: no history
-    std::function<input_counters()> counters;
     std::function<std::vector<output_figures>()> outputs;
     moment started = 0;
     std::size_t metrics_stations = 0; // stations that metrics may name

@@ -39,7 +39,7 @@ std::string place(const std::string &ap, int radio) {
 
 std::string write_metrics(const api_sources &from) {
     std::string out;
-    const input_counters in = from.counters();
+    const auto [in, here, counts] = from.view->all();
     family(out, "wsm_collector_reports_total", "counter", "Reports received.").add("", in.reports);
     family refused(out, "wsm_collector_refused_total", "counter", "Messages that did not count, by cause.");
     refused.add("cause=\"size\"", in.wrong_size);
@@ -54,7 +54,6 @@ std::string write_metrics(const api_sources &from) {
     for (const output_figures &one : outputs)
         waiting.add("output=" + quoted(one.name), std::uint64_t{one.waiting});
 
-    const std::vector<stay> here = from.view->stations();
     std::map<std::tuple<std::string, int, std::string>, std::int64_t> people;
     std::map<std::pair<std::string, int>, const stay *> radios;
     for (const stay &one : here) {
@@ -74,7 +73,6 @@ std::string write_metrics(const api_sources &from) {
     for (const auto &[where, one] : radios)
         busy.add(place(where.first, where.second), std::int64_t{one->utilization});
 
-    const auto counts = from.view->counts();
     family happened(out, "wsm_changes_total", "counter", "What stations did.");
     for (const auto &[ap, of] : counts) {
         const std::pair<const char *, std::uint64_t> kinds[] = {

@@ -221,17 +221,19 @@ def test_the_pages_files_are_served_and_nothing_beside_them(serve, tmp_path):
 
 def test_requests_and_connections_are_bounded(serve):
     one = serve()
-    status, _, _ = one.ask("/api/v1/stations?x=" + "x" * 60000)
+    try:
+        status, _, _ = one.ask("/api/v1/stations?x=" + "x" * 60000)
+    except (ConnectionResetError, BrokenPipeError):
+        status = 413  # it need not read to the end what is too long
     assert status in (400, 413, 414, 431)
     many = [socket.create_connection(("127.0.0.1", int(one.port)), PATIENCE) for _ in range(80)]
     try:
         refused = 0
         for peer in many:
-            peer.sendall(b"GET /api/v1/status HTTP/1.1\r\nHost: localhost\r\n\r\n")
-        for peer in many:
             try:
+                peer.sendall(b"GET /api/v1/status HTTP/1.1\r\nHost: localhost\r\n\r\n")
                 refused += peer.recv(16) == b""
-            except ConnectionResetError:
+            except (ConnectionResetError, BrokenPipeError):
                 refused += 1
         assert 16 <= refused < 80
     finally:
@@ -291,8 +293,9 @@ def scrape(one):
 
 
 def eventful(one):
+    # The departure is the last thing that happens: whoever sees it sees all.
     one.send(told(1, 1, NOON, ssid='Caf\xe9 "A"\\'), told(2, 3, NOON, 60, wifi_up=7, wifi_down=9, floornoise=-95, utilization=12),
-             told(3, 1, NOON), told(3, 2, NOON, 60, reason="OW_STA_TIMEOUT", reason_code=300), told(4, 9, NOON), b"short")
+             told(3, 1, NOON), told(4, 9, NOON), b"short", told(3, 2, NOON, 60, reason="OW_STA_TIMEOUT", reason_code=300))
     return wait(lambda: metric(text := scrape(one), "wsm_changes_total", kind="left") == 1 and text, "the departure")
 
 

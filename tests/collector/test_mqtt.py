@@ -2,6 +2,8 @@
 
 import json
 import os
+import random
+import re
 import shutil
 import signal
 import socket
@@ -19,9 +21,17 @@ pytestmark = pytest.mark.skipif(not (shutil.which("mosquitto", path="/usr/sbin:/
 
 
 def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """A port that the kernel gives to nobody else, also while a broker is stopped: one below those it hands out, and of those
+    the ones of this process of the tests."""
+    worker = int(re.sub(r"\D", "", os.environ.get("PYTEST_XDIST_WORKER", "")) or 0) % 20
+    for port in random.sample(range(20000 + 500 * worker, 20500 + 500 * worker), 500):
+        with socket.socket() as probe:
+            try:
+                probe.bind(("127.0.0.1", port))
+                return port
+            except OSError:
+                pass
+    raise AssertionError("no port is free")
 
 
 class Broker:
@@ -55,18 +65,23 @@ class Broker:
         """A program that prints what comes, and goes on after the broker's restart."""
         one = self.start_one(["mosquitto_sub", "-p", str(self.port), "-t", topic, "-q", "1", "-c", "-i", "tester",
                               "-F", "%r %t %p"], name="mosquitto_sub")
-        wait(lambda: self.program.err.read_text().count("tester") > 0 or self.subscribed(), "the subscription")
+        self.wait_for_probe(one)
         return one
 
-    def subscribed(self):
-        # A retained message of ours comes back once the subscription is there.
-        subprocess.run(["mosquitto_pub", "-p", str(self.port), "-t", "probe", "-m", "x", "-q", "1"], check=True, timeout=30)
-        return any(line.endswith("probe x") for line in (self.folder / "mosquitto_sub.out").read_text().splitlines())
+    def wait_for_probe(self, subscriber):
+        """Until a message of ours comes back: the subscription is there, and what the broker had kept has come before."""
+        def probe():
+            subprocess.run(["mosquitto_pub", "-p", str(self.port), "-t", "probe", "-m", "x", "-q", "1"], check=True, timeout=30)
+            return "0 probe x" in subscriber.lines()
+        wait(probe, "the subscription")
 
     def retained(self):
-        done = subprocess.run(["mosquitto_sub", "-p", str(self.port), "-t", "#", "--retained-only", "-W", "1", "-F", "%t %p"],
-                              capture_output=True, text=True, check=False, timeout=30)
-        return dict(line.split(" ", 1) for line in done.stdout.splitlines())
+        """{topic: payload} of what the broker keeps."""
+        self.count += 1
+        one = self.start_one(["mosquitto_sub", "-p", str(self.port), "-t", "#", "-F", "%r %t %p"], name=f"retained{self.count}")
+        self.wait_for_probe(one)
+        one.stop()
+        return dict(line[2:].split(" ", 1) for line in one.lines() if line.startswith("1 "))
 
 
 @pytest.fixture
@@ -139,11 +154,11 @@ def test_when_it_dies_its_last_will_says_so(broker, publish):
 
 def test_private_macs_with_the_same_name_are_one_tracker(broker, publish, tmp_path):
     (tmp_path / "names").write_text(f"{mac(1)} Anna\n{mac(2)} Anna\n")
+    subscriber = broker.subscribe()
     one = publish("--home-assistant", "homeassistant", "--join-private", "--names", tmp_path / "names")
     one.send(told(1, 1, NOON), told(2, 1, NOON), told(1, 2, NOON, 60))
-    subscriber = broker.subscribe()
-    wait(lambda: "left" in "".join(payload for _, payload in messages(subscriber)) or
-         f"home/station/{mac(1)}" not in broker.retained(), "the departure")
+    wait(lambda: (f"home/station/{mac(1)}", "") in messages(subscriber), "the departure")
+    assert one.program.stop() == 0
     kept = broker.retained()
     assert [topic for topic in kept if "/presence/" in topic] == ["home/presence/wsm_name_Anna"]
     assert kept["home/presence/wsm_name_Anna"] == "home"

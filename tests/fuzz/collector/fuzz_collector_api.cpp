@@ -26,7 +26,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     from.view->begin_with({here});
     from.names = std::make_shared<const station_names>(station_names::parse(words[0]));
     from.store = "/nonexistent/store";
-    from.counters = [] { return input_counters{}; };
     from.outputs = [] { return std::vector<output_figures>{{"print", 1, 2, 3}}; };
     const api_answer answer = answer_api(from, "/api/v1/" + words[0], arguments);
     json_object *parsed = json_tokener_parse(answer.body.c_str());
