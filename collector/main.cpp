@@ -29,6 +29,7 @@
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -49,6 +50,16 @@ int failed(const std::string &why) {
     std::fprintf(stderr, "wsm-collector: %s\n", why.c_str());
     return 1;
 }
+
+#if WITH_HTTP
+// Where the page's files are, beside the program wherever both were installed; empty: nowhere.
+std::string installed_page() {
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    const auto folder = program.parent_path().parent_path() / "share/wsmd/web";
+    return std::filesystem::is_directory(folder, error) ? folder.string() : std::string();
+}
+#endif
 
 class collector {
 public:
@@ -116,7 +127,7 @@ private:
         from.outputs = [this] { return road_.figures(); };
         server_options how;
         if (!chosen_.token_file.empty()) how.token = read_token(chosen_.token_file);
-        how.web = chosen_.web;
+        how.web = chosen_.web.empty() ? installed_page() : chosen_.web;
         how.metrics = chosen_.metrics.empty() || chosen_.metrics == chosen_.http;
         how.address = chosen_.http;
         road_.add("live", std::make_unique<live_output>(view_), chosen_.queue);

@@ -100,7 +100,7 @@ constexpr setting settings[] = {
      [](options &o, const std::string &v) { return o.http = v, verdict(); }},
     {"token-file", "FILE", "whoever asks needs the token in it; a must off loopback",
      [](options &o, const std::string &v) { return o.token_file = v, verdict(); }},
-    {"web", "FOLDER", "the page's files",
+    {"web", "FOLDER", "the page's files (../share/wsmd/web, seen from the program's folder)",
      [](options &o, const std::string &v) { return o.web = v, verdict(); }},
     {"metrics", "ADDRESS:PORT", "serve /metrics in Prometheus' text format",
      [](options &o, const std::string &v) { return o.metrics = v, verdict(); }},

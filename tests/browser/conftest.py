@@ -18,6 +18,21 @@ def node(build, *arguments, **options):
     return subprocess.Popen(["node", FOLDER / "run.js", *arguments], env=environment, stdout=subprocess.PIPE, **options)
 
 
+def measured(config):
+    """What tests have measured for people, a line each."""
+    return pathlib.Path(config.getoption("--build-dir")).resolve() / "browser/measured"
+
+
+def pytest_configure(config):
+    if not hasattr(config, "workerinput"):
+        measured(config).unlink(missing_ok=True)
+
+
+def pytest_terminal_summary(terminalreporter, config):
+    if measured(config).exists():
+        terminalreporter.write_line(measured(config).read_text(encoding="utf-8").rstrip())
+
+
 def pytest_generate_tests(metafunc):
     # A module names its suite; "case" is each of the suite's tests.
     if "case" in metafunc.fixturenames:

@@ -7,7 +7,10 @@
 
 const readline = require('readline');
 
-const suites = { luci: './luci/cases.js', 'luci-live': './luci/live.js' };
+const suites = {
+	'luci': './luci/cases.js', 'luci-live': './luci/live.js',
+	'collector': './collector/cases.js'
+};
 
 function load(suite) {
 	return require(suites[suite]);

@@ -113,7 +113,7 @@ def test_history_comes_from_the_store(serve, tmp_path):
 @pytest.mark.parametrize("path, status", [
     ("/api/v1/nothing", 404), ("/api/v2/stations", 404), ("/api/v1/stations/x/series", 404), ("/api/v1/sessions?since=soon", 400),
     ("/api/v1/sessions?limit=0", 400), ("/api/v1/sessions?limit=10001", 400), ("/api/v1/sessions?mac=x", 400),
-    ("/api/v1/sessions?x=1", 400), ("/api/v1/stations?x=1", 400), ("/api/v1/top?step=0", 400), ("/", 404), ("/x", 404),
+    ("/api/v1/sessions?x=1", 400), ("/api/v1/stations?x=1", 400), ("/api/v1/top?step=0", 400), ("/x", 404),
     ("/api/v1/sessions?since=99999999999999999999d", 400)])
 def test_a_wrong_question_is_refused_with_a_reason(serve, path, status):
     assert one_member(serve().get(path, status)) == "error"
@@ -217,6 +217,15 @@ def test_the_pages_files_are_served_and_nothing_beside_them(serve, tmp_path):
     for path in ("/../secret", "/%2e%2e/secret", "/lib/..%2f..%2fsecret", "/.hidden", "/lib", "/lib/", "//secret", "/none",
                  "/lib//page.js"):
         assert one.ask(path)[0] in (400, 404), path
+
+
+def test_the_page_is_that_beside_the_program(serve):
+    one = serve()
+    web = pathlib.Path(__file__).resolve().parents[2] / "collector/web"
+    for path, name, kind in (("/", "index.html", "text/html"), ("/main.js", "main.js", "text/javascript"), ("/base.css", "base.css", "text/css")):
+        status, headers, body = one.ask(path)
+        assert (status, headers["Content-Type"], body) == (200, f"{kind}; charset=utf-8", (web / name).read_bytes())
+        assert headers["Content-Security-Policy"].startswith("default-src 'self';"), "neither scripts in the page nor other hosts"
 
 
 def test_requests_and_connections_are_bounded(serve):

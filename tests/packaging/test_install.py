@@ -62,9 +62,10 @@ int main(void) {
 """
 
 
-def test_every_file_has_its_place(installed, cache, bundled):
+def test_every_file_has_its_place(installed, cache, bundled, tree):
+    page = {f"share/wsmd/web/{name}" for name in files_below(tree / "collector/web")}
     lab = cache.get("WSMD_LAB") == "ON"
-    expected = DAEMON | (BASE if bundled else set()) | (TOOLS if lab else set())
+    expected = DAEMON | (BASE if bundled else set()) | (TOOLS | page if lab else set())
     assert files_below(installed) == sorted(expected)
 
 

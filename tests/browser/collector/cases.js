@@ -1,0 +1,10 @@
+/* Every test of the collector's page, by its name. */
+'use strict';
+
+module.exports = [
+	...require('./logic.js'),
+	...require('./looks.js'),
+	...require('./changes.js'),
+	...require('./trouble.js'),
+	...require('./life.js')
+];

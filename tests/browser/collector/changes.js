@@ -1,0 +1,100 @@
+/* What comes and goes in the table, and what its reader does with it. */
+'use strict';
+
+const assert = require('assert/strict');
+const { until } = require('../browser.js');
+const { test, ROW } = require('./page.js');
+const { makeStation, mac } = require('./stations.js');
+
+const now = () => Date.now() / 1000;
+
+module.exports = [
+	test('a station that comes is shown, and one that leaves goes', {}, async (visit) => {
+		await visit.rows(3);
+		visit.collector.tell('joined', { ...makeStation(3, now()), name: 'Newcomer' });
+		await visit.rows(4);
+		assert.ok((await visit.column('.name')).includes('Newcomer'));
+		visit.collector.tell('left', { ...makeStation(3, now()), name: 'Newcomer', state: 'gone', ended: now() });
+		await visit.rows(3);
+		await visit.says('3 stations');
+	}),
+
+	test('a report changes its row in place', {}, async (visit) => {
+		await visit.rows(3);
+		visit.collector.report(0, { signal: -77, rate_down: 123, state: 'leaving' });
+
+		const row = visit.page.locator(ROW).filter({ hasText: 'Kitchen speaker' });
+
+		await until('the new signal', async () => (await row.locator('.figure').innerText()).startsWith('−77'));
+		assert.equal(await row.locator('.badge').innerText(), 'leaving');
+		assert.match(await row.locator('.rate .first').innerText(), /^↓ 123/);
+	}),
+
+	test('a report that the list has overtaken changes nothing', {}, async (visit) => {
+		await visit.rows(3);
+		visit.collector.tell('updated', { ...visit.collector.stations[0], signal: -11, reports: 1 });
+		visit.collector.tell('left', { ...visit.collector.stations[1], id: 0 });
+		visit.collector.report(2, { signal: -66 });
+		await until('the report behind them', async () => (await visit.column('.figure')).some(text => text.startsWith('−66')));
+		await visit.says('3 stations');
+		assert.ok(!(await visit.column('.figure')).some(text => text.startsWith('−11')));
+	}),
+
+	test('a heading sorts by its column, and once more the other way round', { options: { stations: 20 } }, async (visit) => {
+		await visit.rows(20);
+
+		const signals = async () => (await visit.column('.figure')).map(text => parseInt(text.replace('−', '-'), 10));
+		const heading = visit.page.getByRole('button', { name: 'Signal' });
+		const sorted = (numbers, sign) => numbers.every((n, i) => i == 0 || sign * (n - numbers[i - 1]) >= 0);
+
+		await heading.click();
+		await until('the strongest first', async () => sorted(await signals(), -1));
+		assert.equal(await visit.page.getByRole('columnheader', { name: 'Signal' }).getAttribute('aria-sort'), 'descending');
+		await heading.press('Enter');
+		await until('the weakest first', async () => sorted(await signals(), 1));
+		await visit.sound();
+	}),
+
+	test('search and choices leave those who fit, and stay in the address', { options: { stations: 120 } }, async (visit) => {
+		await visit.says('120 stations');
+		await visit.page.keyboard.press('/');
+		await visit.page.keyboard.type('tablet');
+		await visit.says('13 of 120 stations');
+		await visit.page.getByRole('combobox', { name: 'Network' }).selectOption('Guests');
+		await visit.page.getByRole('combobox', { name: 'Band' }).selectOption('2.4 GHz');
+		await until('fewer', async () => (await visit.column('.network .first')).every(text => text == 'Guests'));
+
+		const few = await visit.column('.name');
+
+		await visit.page.reload();
+		await until('the same after a reload', async () => JSON.stringify(await visit.column('.name')) == JSON.stringify(few));
+		await visit.page.getByRole('searchbox').fill('nobody has this name');
+		await until('words', async () => await visit.page.locator('.empty').innerText() == 'No station fits this choice.');
+		await visit.sound();
+	}),
+
+	test('ten thousand stations are walked through by keys and by scrolling', { options: { stations: 10000 } }, async (visit) => {
+		const { page } = visit;
+
+		await until('rows', () => page.locator(ROW).count());
+		assert.equal(await page.getByRole('table').getAttribute('aria-rowcount'), '10001');
+		await page.locator('.scroller').evaluate(node => { node.scrollTop = node.scrollHeight; });
+		await until('the last row', () => page.locator(`${ROW}[aria-rowindex="10001"]`).count());
+		assert.ok(await page.locator(ROW).count() <= 60);
+		await page.locator(`${ROW}[aria-rowindex="10001"] a`).focus();
+
+		for (let i = 0; i < 40; i++)
+			await page.keyboard.press('ArrowUp');
+
+		assert.equal(await page.evaluate(() => document.activeElement.closest('.row').getAttribute('aria-rowindex')), '9961');
+		await page.locator('.scroller').evaluate(node => { node.scrollTop = 0; });
+		await until('the first row', () => page.locator(`${ROW}[aria-rowindex="2"]`).count());
+		assert.equal(await page.evaluate(() => document.activeElement.closest('.row').getAttribute('aria-rowindex')), '9961');
+		await visit.sound();
+	}),
+
+	test('a row leads to its station', {}, async (visit) => {
+		await visit.rows(3);
+		assert.equal(await visit.page.getByRole('link', { name: 'Kitchen speaker' }).getAttribute('href'), `#/station/${mac(0)}`);
+	})
+];
