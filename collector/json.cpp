@@ -2,29 +2,43 @@
 
 #include "protocol/escape.h"
 
+#include <charconv>
 #include <cinttypes>
 #include <cstdio>
-#include <json-c/json.h>
 
 namespace {
 
-// Texts that were escaped before stay as they are; a byte that is no UTF-8 gets its escape here.
-std::string valid(std::string_view text) {
-    std::string out;
+// Texts that were escaped before keep their escapes; a byte that is no UTF-8 gets one here.
+void add_string(std::string &out, std::string_view text) {
+    out += '"';
     while (!text.empty()) {
-        const auto byte = static_cast<unsigned char>(text[0]);
-        std::size_t length = byte >= 0x20 && byte < 0x7f ? 1 : escape::utf8_length(text);
-        if (length == 0) {
+        std::size_t plain = 0; // most texts are nothing else
+        while (plain < text.size() && text[plain] >= 0x20 && text[plain] < 0x7f && text[plain] != '"' &&
+               text[plain] != '\\')
+            ++plain;
+        out += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) break;
+        std::size_t length = 1;
+        if (text[0] == '"' || text[0] == '\\') {
+            out += '\\';
+            out += text[0];
+        } else if (length = escape::utf8_length(text); length > 0) {
+            out += text.substr(0, length);
+        } else {
             char piece[8];
-            (void)std::snprintf(piece, sizeof(piece), "\\x%02x", byte);
+            (void)std::snprintf(piece, sizeof(piece), "\\\\x%02x", static_cast<unsigned char>(text[0]));
             out += piece;
             length = 1;
-        } else {
-            out += text.substr(0, length);
         }
         text.remove_prefix(length);
     }
-    return out;
+    out += '"';
+}
+
+template <class Int> void add_number(std::string &out, Int value) {
+    char text[24];
+    out.append(text, std::to_chars(text, text + sizeof(text), value).ptr);
 }
 
 } // namespace
@@ -36,54 +50,48 @@ std::string seconds_text(std::int64_t microseconds) {
     return {text, static_cast<std::size_t>(length)};
 }
 
-json_value::json_value(json_object *object) : object_(object) {}
-void json_value::releaser::operator()(json_object *object) const { json_object_put(object); }
-
-std::string json_value::write() const {
-    return json_object_to_json_string_ext(object_.get(),
-                                          JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
+std::string &json_fields::begin(std::string_view name) {
+    members_ += members_.empty() ? "{\"" : ",\"";
+    members_ += name;
+    return members_ += "\":";
 }
 
-json_fields::json_fields() : json_value(json_object_new_object()) {}
-
-json_fields &json_fields::text(const char *name, std::string_view value) {
-    const std::string good = valid(value);
-    json_object_object_add(raw(), name,
-                           json_object_new_string_len(good.data(), static_cast<int>(good.size())));
+json_fields &json_fields::text(std::string_view name, std::string_view value) {
+    add_string(begin(name), value);
     return *this;
 }
-json_fields &json_fields::number(const char *name, std::int64_t value) {
-    json_object_object_add(raw(), name, json_object_new_int64(value));
+json_fields &json_fields::number(std::string_view name, std::int64_t value) {
+    add_number(begin(name), value);
     return *this;
 }
-json_fields &json_fields::real(const char *name, double value) {
+json_fields &json_fields::natural(std::string_view name, std::uint64_t value) {
+    add_number(begin(name), value);
+    return *this;
+}
+json_fields &json_fields::real(std::string_view name, double value) {
     char text[48];
     (void)std::snprintf(text, sizeof(text), "%.1f", value);
-    json_object_object_add(raw(), name, json_object_new_double_s(value, text));
+    begin(name) += text;
     return *this;
 }
-json_fields &json_fields::time(const char *name, std::int64_t microseconds) {
-    json_object_object_add(raw(), name,
-                           json_object_new_double_s(static_cast<double>(microseconds) / 1e6,
-                                                    seconds_text(microseconds).c_str()));
+json_fields &json_fields::time(std::string_view name, std::int64_t microseconds) {
+    begin(name) += seconds_text(microseconds);
     return *this;
 }
-json_fields &json_fields::flag(const char *name, bool value) {
-    json_object_object_add(raw(), name, json_object_new_boolean(value));
+json_fields &json_fields::flag(std::string_view name, bool value) {
+    begin(name) += value ? "true" : "false";
     return *this;
 }
-json_fields &json_fields::null(const char *name) {
-    json_object_object_add(raw(), name, nullptr);
+json_fields &json_fields::null(std::string_view name) {
+    begin(name) += "null";
     return *this;
 }
-json_fields &json_fields::value(const char *name, const json_value &what) {
-    json_object_object_add(raw(), name, json_object_get(what.raw()));
-    return *this;
-}
-json_fields &json_fields::parsed(const char *name, const std::string &json) {
-    json_object_object_add(raw(), name, json_tokener_parse(json.c_str()));
+json_fields &json_fields::written(std::string_view name, std::string_view json) {
+    begin(name) += json;
     return *this;
 }
 
-json_array::json_array() : json_value(json_object_new_array()) {}
-void json_array::add(const json_value &what) { json_object_array_add(raw(), json_object_get(what.raw())); }
+void json_array::add(const json_fields &what) {
+    members_ += members_.empty() ? '[' : ',';
+    members_ += what.write();
+}

@@ -1,44 +1,39 @@
-// json.h - JSON objects and arrays for writing. Texts become valid UTF-8: what is not is escaped (protocol/escape.h).
+// json.h - JSON objects and arrays, written member by member. Texts become valid UTF-8: what is not is escaped
+// (protocol/escape.h). Every report of a busy network goes through here several times: there is no tree behind it.
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
-
-struct json_object;
 
 // Seconds with six digits of a fraction, from microseconds.
 std::string seconds_text(std::int64_t microseconds);
 
-class json_value {
+class json_fields {
 public:
-    std::string write() const;
-    json_object *raw() const { return object_.get(); }
+    // The object so far.
+    std::string write() const { return members_ + (members_.empty() ? "{}" : "}"); }
 
-protected:
-    explicit json_value(json_object *object);
-    struct releaser {
-        void operator()(json_object *object) const;
-    };
-    std::unique_ptr<json_object, releaser> object_;
+    json_fields &text(std::string_view name, std::string_view value);
+    json_fields &number(std::string_view name, std::int64_t value);
+    json_fields &natural(std::string_view name, std::uint64_t value);
+    json_fields &real(std::string_view name, double value); // one digit behind the point
+    json_fields &time(std::string_view name, std::int64_t microseconds);
+    json_fields &flag(std::string_view name, bool value);
+    json_fields &null(std::string_view name);
+    // A value that is JSON already.
+    json_fields &written(std::string_view name, std::string_view json);
+
+private:
+    std::string &begin(std::string_view name); // trusted: a name of our own
+    std::string members_;
 };
 
-class json_fields : public json_value {
+class json_array {
 public:
-    json_fields();
-    json_fields &text(const char *name, std::string_view value);
-    json_fields &number(const char *name, std::int64_t value);
-    json_fields &real(const char *name, double value); // one digit behind the point
-    json_fields &time(const char *name, std::int64_t microseconds);
-    json_fields &flag(const char *name, bool value);
-    json_fields &null(const char *name);
-    json_fields &value(const char *name, const json_value &what);
-    json_fields &parsed(const char *name, const std::string &json); // what was written before
-};
+    void add(const json_fields &what);
+    std::string write() const { return members_ + (members_.empty() ? "[]" : "]"); }
 
-class json_array : public json_value {
-public:
-    json_array();
-    void add(const json_value &what);
+private:
+    std::string members_;
 };

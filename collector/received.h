@@ -14,7 +14,7 @@ inline constexpr moment second = 1'000'000;
 
 struct received {
     moment at = 0;     // when it came; 0 for one that is read from a file, which does not say
-    std::string bytes; // the image, or whatever else came in its place
+    std::string bytes; // the image, unless nobody wants it; or whatever else came in its place
     std::optional<station_report> report;
 };
 

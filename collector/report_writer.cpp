@@ -1,11 +1,11 @@
 #include "collector/report_writer.h"
 
+#include "collector/json.h"
 #include "protocol/escape.h"
 
 #include <cinttypes>
 #include <cstdio>
 #include <ctime>
-#include <json-c/json.h>
 
 namespace {
 
@@ -18,25 +18,24 @@ std::string local_time(moment at) {
     return {text, std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts)};
 }
 
-double seconds_of(const report_clock &clock) { return clock.sec + clock.nsec / 1e9; }
-
-std::string text_of(moment at) {
+std::string seconds_of(const report_clock &clock) {
     char text[32];
-    const int length = std::snprintf(text, sizeof(text), "%" PRId64 ".%06" PRId64, at / second, at % second);
+    // An access point's clock may be anything.
+    const bool sound = clock.sec >= 0 && clock.nsec >= 0 && clock.nsec < 1'000'000'000;
+    const int length = sound ? std::snprintf(text, sizeof(text), "%d.%09d", clock.sec, clock.nsec)
+                             : std::snprintf(text, sizeof(text), "%.9f", clock.sec + clock.nsec / 1e9);
     return {text, static_cast<std::size_t>(length)};
 }
 
-template <std::size_t N> json_object *as_json(const char (&text)[N]) {
-    return json_object_new_string(escaped({text, strnlen(text, N)}).c_str());
+template <std::size_t N> void add(json_fields &to, const char *name, const char (&text)[N]) {
+    to.text(name, escaped({text, strnlen(text, N)}));
 }
-json_object *as_json(const report_clock &clock) {
-    char text[32];
-    (void)std::snprintf(text, sizeof(text), "%.9f", seconds_of(clock));
-    return json_object_new_double_s(seconds_of(clock), text);
+void add(json_fields &to, const char *name, const report_clock &clock) {
+    to.written(name, seconds_of(clock));
 }
-json_object *as_json(std::uint64_t number) { return json_object_new_uint64(number); }
-template <class Int> json_object *as_json(const Int &number) {
-    return json_object_new_int64(static_cast<std::int64_t>(number));
+void add(json_fields &to, const char *name, std::uint64_t number) { to.natural(name, number); }
+template <class Int> void add(json_fields &to, const char *name, const Int &number) {
+    to.number(name, static_cast<std::int64_t>(number));
 }
 
 template <std::size_t N> std::string as_csv(const char (&text)[N]) {
@@ -45,11 +44,7 @@ template <std::size_t N> std::string as_csv(const char (&text)[N]) {
         quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
     return quoted + '"';
 }
-std::string as_csv(const report_clock &clock) {
-    char text[32];
-    (void)std::snprintf(text, sizeof(text), "%.9f", seconds_of(clock));
-    return text;
-}
+std::string as_csv(const report_clock &clock) { return seconds_of(clock); }
 template <class Int> std::string as_csv(const Int &number) { return std::to_string(number); }
 
 } // namespace
@@ -86,17 +81,12 @@ std::string report_line(const station_report &sta, moment at) {
 }
 
 std::string report_json(const station_report &sta, moment at) {
-    json_object *object = json_object_new_object();
-#define ADD(type, field, off) json_object_object_add(object, #field, as_json(sta.field));
+    json_fields object;
+#define ADD(type, field, off) add(object, #field, sta.field);
     STATION_REPORT_FIELDS(ADD)
 #undef ADD
-    json_object_object_add(
-        object, "received",
-        at == 0 ? nullptr : json_object_new_double_s(static_cast<double>(at) / 1e6, text_of(at).c_str()));
-    std::string text =
-        json_object_to_json_string_ext(object, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
-    json_object_put(object);
-    return text;
+    at == 0 ? object.null("received") : object.time("received", at);
+    return object.write();
 }
 
 std::string report_csv_heading() {
@@ -112,5 +102,5 @@ std::string report_csv(const station_report &sta, moment at) {
 #define ADD(type, field, off) row += (row.empty() ? "" : ",") + as_csv(sta.field);
     STATION_REPORT_FIELDS(ADD)
 #undef ADD
-    return row + "," + (at == 0 ? std::string() : text_of(at));
+    return row + "," + (at == 0 ? std::string() : seconds_text(at));
 }

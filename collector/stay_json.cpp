@@ -41,6 +41,6 @@ json_fields change_json(const change &what, const station_names &names) {
     fields.text("kind", change_name(what.kind)).time("at", what.at);
     if (what.kind == change_kind::roamed)
         fields.text("from_ap", what.from_ap).number("from_radio", what.from_radio);
-    fields.value("station", stay_json(what.now, names));
+    fields.written("station", stay_json(what.now, names).write());
     return fields;
 }

@@ -1,5 +1,6 @@
 #include "collector/worker.h"
 
+#include <algorithm>
 #include <csignal>
 #include <utility>
 
@@ -53,9 +54,11 @@ void worker::push(entry one) {
 }
 
 void worker::feed(entry one) {
+    constexpr std::size_t enough = 512; // to keep the output busy; a file's content need not wait in memory
     {
         std::unique_lock hold(state_->lock);
-        state_->taken_from.wait(hold, [this] { return state_->waiting.size() < most_waiting_; });
+        const std::size_t most = std::min(most_waiting_, enough);
+        state_->taken_from.wait(hold, [this, most] { return state_->waiting.size() < most; });
         state_->waiting.push_back(std::move(one));
         if (state_->waiting.size() > 1) return;
     }

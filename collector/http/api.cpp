@@ -18,7 +18,9 @@ api_answer refusal(int status, const std::string &why) {
     return {status, "application/json", json_fields().text("error", why).write()};
 }
 
-api_answer answer(const json_value &value) { return {200, "application/json", value.write()}; }
+template <class Json> api_answer answer(const Json &value) {
+    return {200, "application/json", value.write()};
+}
 
 bool whole(const std::string &text, std::int64_t least, std::int64_t most, std::int64_t &out) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), out);
@@ -47,7 +49,7 @@ api_answer status(const api_sources &from) {
     fields.number("wrong_size", static_cast<std::int64_t>(in.wrong_size));
     fields.number("impossible", static_cast<std::int64_t>(in.impossible))
         .number("late", static_cast<std::int64_t>(in.late));
-    return answer(fields.value("outputs", outputs));
+    return answer(fields.written("outputs", outputs.write()));
 }
 
 api_answer access_points(const api_sources &from) {
@@ -73,7 +75,7 @@ api_answer access_points(const api_sources &from) {
             stations += radio.first;
         }
         json_fields one;
-        one.text("ap", ap).number("stations", stations).value("radios", list);
+        one.text("ap", ap).number("stations", stations).written("radios", list.write());
         if (const auto at = counts.find(ap); at != counts.end()) {
             const live_view::totals &sum = at->second;
             one.number("joined", static_cast<std::int64_t>(sum.joined))

@@ -94,7 +94,9 @@ def run(build_dir, *arguments, **options):
 def test_json_has_every_field_of_the_report(collector):
     one = collector("--json")
     one.send(full_image())
-    assert report(one.wait_for_lines(1)[0]) == FULL
+    line = one.wait_for_lines(1)[0]
+    assert report(line) == FULL
+    assert '"offline_ts":1700000060.000000001,' in line, "to the nanosecond, which a double would not hold"
 
 
 def test_csv_has_every_field_of_the_report_under_its_name(collector):
