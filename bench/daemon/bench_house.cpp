@@ -153,3 +153,14 @@ void send_ready_report(const std::uint8_t *image) {
         give_up("report");
     close(report);
 }
+
+void growing_sizes(benchmark::internal::Benchmark *benchmark) {
+    for (const int count : {64, 256, 512, 1024, 2048, 4096}) benchmark->Arg(count);
+    benchmark->Unit(benchmark::kMicrosecond);
+}
+
+void report_per_station(benchmark::State &state) {
+    state.counters["per_station"] =
+        benchmark::Counter(static_cast<double>(state.range(0)),
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}

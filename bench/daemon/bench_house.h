@@ -5,6 +5,7 @@
 // it: what is measured is the daemon. Its log library is the real one, at its default threshold.
 #pragma once
 
+#include <benchmark/benchmark.h>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -21,3 +22,7 @@ void write_whole(const std::string &path, const std::string &bytes);
 
 // One report as the daemon sends it, from ready bytes: socket, unlink, bind, connect, write, close.
 void send_ready_report(const std::uint8_t *image);
+
+// What is measured at growing numbers of stations: the numbers, and a figure for each station.
+void growing_sizes(benchmark::internal::Benchmark *benchmark);
+void report_per_station(benchmark::State &state);

@@ -3,6 +3,7 @@
 
 #include "bench_house.h"
 
+#include "life/address.h"
 #include "life/log_up.h"
 #include "life/pass.h"
 #include "model/table.h"
@@ -11,17 +12,11 @@
 
 #include <benchmark/benchmark.h>
 #include <cstdio>
+#include <sys/sysinfo.h>
 
 namespace {
 
 int stations(const benchmark::State &state) { return static_cast<int>(state.range(0)); }
-
-void report_per_station(benchmark::State &state) {
-    state.counters["per_station"] =
-        benchmark::Counter(static_cast<double>(state.range(0)),
-                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-    state.SetComplexityN(state.range(0));
-}
 
 void five_second_pass(benchmark::State &state) {
     populate(stations(state));
@@ -58,6 +53,74 @@ void log_up_floor(benchmark::State &state) {
     report_per_station(state);
 }
 
+// Nobody is due: all have had their early report.
+void early_reports(benchmark::State &state) {
+    populate(stations(state));
+    for (int pass = 0; pass < 4; ++pass) sta_sta_log_single_byioctl_update();
+    for (auto _ : state) sta_sta_log_single_byioctl_update();
+    report_per_station(state);
+}
+
+void early_reports_floor(benchmark::State &state) {
+    struct sysinfo system {};
+    for (auto _ : state) sysinfo(&system);
+}
+
+void write_leases(int count, const char *name) {
+    std::string text;
+    for (int i = 0; i < count; ++i) {
+        char line[128];
+        std::snprintf(line, sizeof(line),
+                      "1700000000 02:00:00:00:%02x:%02x 192.168.1.20 %s 01:02:00:00:00:%02x:%02x\n",
+                      static_cast<unsigned>(i) >> 8, static_cast<unsigned>(i) & 255, name,
+                      static_cast<unsigned>(i) >> 8, static_cast<unsigned>(i) & 255);
+        text += line;
+    }
+    write_whole("/tmp/dhcp.leases", text);
+}
+
+// The file has changed, and nothing in it that matters.
+void lease_refresh(benchmark::State &state) {
+    populate(stations(state));
+    write_leases(stations(state), "a-client-of-the-benchmark");
+    for (auto _ : state) sta_sta_update_name_by_dhcp();
+    report_per_station(state);
+}
+
+void lease_refresh_floor(benchmark::State &state) {
+    write_leases(stations(state), "a-client-of-the-benchmark");
+    for (auto _ : state) benchmark::DoNotOptimize(read_whole("/tmp/dhcp.leases"));
+    report_per_station(state);
+}
+
+// Everybody has another name.
+void lease_refresh_of_names(benchmark::State &state) {
+    populate(stations(state));
+    sta_sta_flow_count_proc();
+    bool other = false;
+    for (auto _ : state) {
+        state.PauseTiming();
+        write_leases(stations(state),
+                     (other = !other) ? "another-of-the-benchmark" : "a-client-of-the-benchmark");
+        state.ResumeTiming();
+        sta_sta_update_name_by_dhcp();
+    }
+    report_per_station(state);
+}
+
+void lease_refresh_of_names_floor(benchmark::State &state) {
+    populate(stations(state));
+    sta_sta_flow_count_proc();
+    write_leases(stations(state), "a-client-of-the-benchmark");
+    const std::string backup = read_whole("/tmp/sta_sta.info");
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(read_whole("/tmp/dhcp.leases"));
+        benchmark::DoNotOptimize(read_whole("/tmp/sta_sta.info"));
+        write_whole("/tmp/sta_sta.info", backup);
+    }
+    report_per_station(state);
+}
+
 [[gnu::noinline]] void empty_call(int module, int level, const char *format, int value) {
     asm volatile("" : : "r"(module), "r"(level), "r"(format), "r"(value) : "memory");
 }
@@ -72,15 +135,16 @@ void silenced_log_call_floor(benchmark::State &state) {
     for (auto _ : state) empty_call(g_main_id, 7, "Function %s:%d value %d\n", ++value);
 }
 
-void sizes(benchmark::internal::Benchmark *benchmark) {
-    for (const int count : {64, 256, 1024, 2048}) benchmark->Arg(count);
-    benchmark->Unit(benchmark::kMicrosecond);
-}
-
-BENCHMARK(five_second_pass)->Apply(sizes);
-BENCHMARK(five_second_pass_floor)->Apply(sizes);
-BENCHMARK(log_up)->Apply(sizes);
-BENCHMARK(log_up_floor)->Apply(sizes);
+BENCHMARK(five_second_pass)->Apply(growing_sizes);
+BENCHMARK(five_second_pass_floor)->Apply(growing_sizes);
+BENCHMARK(log_up)->Apply(growing_sizes);
+BENCHMARK(log_up_floor)->Apply(growing_sizes);
+BENCHMARK(early_reports)->Apply(growing_sizes);
+BENCHMARK(early_reports_floor)->Apply(growing_sizes);
+BENCHMARK(lease_refresh)->Apply(growing_sizes);
+BENCHMARK(lease_refresh_floor)->Apply(growing_sizes);
+BENCHMARK(lease_refresh_of_names)->Apply(growing_sizes);
+BENCHMARK(lease_refresh_of_names_floor)->Apply(growing_sizes);
 BENCHMARK(silenced_log_call);
 BENCHMARK(silenced_log_call_floor);
 

@@ -1,8 +1,10 @@
-// An association event from the socket to the written report, beside a program that makes only that event's system calls.
+// Events from the socket to the written report, beside a program that makes only an event's system calls: an association,
+// and a crowd that leaves, each with its line of the backup file.
 
 #include "bench_house.h"
 
 #include "life/driver_events.h"
+#include "life/pass.h"
 #include "model/table.h"
 #include "protocol/station_event.h"
 #include "protocol/station_report.h"
@@ -26,7 +28,7 @@ using event_message = std::array<std::uint8_t, message_size>;
 
 int driver_end = -1; // the daemon's channel ends here
 
-event_message association(int number) {
+event_message event_of(int number, bool comes) {
     event_message message{};
     nlmsghdr header{};
     header.nlmsg_len = message_size;
@@ -37,10 +39,10 @@ event_message association(int number) {
     const std::uint8_t mac[6] = {
         2, 0, 0, 0, static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number)};
     std::memcpy(event.mac, mac, sizeof(mac));
-    event.assoc = 1;
+    event.assoc = comes ? 1 : 0;
     event.rssi = -50;
     std::snprintf(event.ssid, sizeof(event.ssid), "Lobby");
-    std::snprintf(event.ifname, sizeof(event.ifname), "ath0");
+    std::snprintf(event.ifname, sizeof(event.ifname), "ath%d", comes ? 0 : number % 2);
     station_event_encode(event, std::span{message}.subspan<station_event_offset, station_event_size>());
     return message;
 }
@@ -52,10 +54,22 @@ void open_channel() {
     driver_end = ends[1];
 }
 
-void send_event(int number) {
-    const event_message message = association(number);
+void send_event(int number, bool comes = true) {
+    const event_message message = event_of(number, comes);
     if (write(driver_end, message.data(), message.size()) != static_cast<ssize_t>(message.size()))
         std::abort();
+}
+
+void read_bytes(const char *path, char *bytes, std::size_t size) {
+    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    if (read(file, bytes, size) != static_cast<ssize_t>(size)) std::abort();
+    close(file);
+}
+
+void write_bytes(const char *path, const char *bytes, std::size_t size) {
+    const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (write(file, bytes, size) != static_cast<ssize_t>(size)) std::abort();
+    close(file);
 }
 
 void read_file(const char *path) {
@@ -82,25 +96,74 @@ void association_event(benchmark::State &state) {
     }
 }
 
-void association_event_floor(benchmark::State &state) {
+void take_event_of_floor() {
     const std::uint8_t image[station_report_size] = {};
+    std::uint8_t message[2068];
+    if (recv(sta_nl.socket, message, sizeof(message), 0) <= 0) std::abort();
+    read_file("/etc/config/wifiinfo");
+    read_file("/etc/config/wireless");
+    send_ready_report(image);
+}
+
+void association_event_floor(benchmark::State &state) {
     for (auto _ : state) {
         state.PauseTiming();
         send_event(0);
         state.ResumeTiming();
-        std::uint8_t message[2068];
-        if (recv(sta_nl.socket, message, sizeof(message), 0) <= 0) std::abort();
+        take_event_of_floor();
         read_file("/proc/tk_sys/sys_mac");
-        read_file("/etc/config/wifiinfo");
-        read_file("/etc/config/wireless");
         struct sysinfo system {};
         sysinfo(&system);
-        send_ready_report(image);
     }
+}
+
+// The order in which they leave: all over the file.
+int leaver(int turn, int count) { return static_cast<int>(std::int64_t{turn} * 7919 % count); }
+
+void departures(benchmark::State &state) {
+    const auto count = static_cast<int>(state.range(0));
+    struct uloop_fd watcher = {};
+    watcher.registered = true;
+    for (auto _ : state) {
+        state.PauseTiming();
+        populate(count);
+        sta_sta_flow_count_proc();
+        state.ResumeTiming();
+        for (int turn = 0; turn < count; ++turn) {
+            send_event(leaver(turn, count), false);
+            g_sta_recv_msg(&watcher, ULOOP_READ);
+        }
+        if (!list_empty(&g_sta_sta_master.list)) state.SkipWithError("somebody is left");
+    }
+    report_per_station(state);
+}
+
+void departures_floor(benchmark::State &state) {
+    const auto count = static_cast<int>(state.range(0));
+    populate(count);
+    sta_sta_flow_count_proc();
+    const std::string whole = read_whole("/tmp/sta_sta.info");
+    const std::size_t line = whole.size() / static_cast<std::size_t>(count);
+    std::string old(whole.size(), '\0');
+    for (auto _ : state) {
+        write_bytes("/tmp/sta_sta.info", whole.data(), whole.size());
+        for (int turn = 0; turn < count; ++turn) {
+            send_event(leaver(turn, count), false);
+            take_event_of_floor();
+            if (std::rename("/tmp/sta_sta.info", "/tmp/sta_sta_tmp.info") != 0) std::abort();
+            const std::size_t left = whole.size() - line * static_cast<std::size_t>(turn);
+            read_bytes("/tmp/sta_sta_tmp.info", old.data(), left);
+            write_bytes("/tmp/sta_sta.info", old.data(), left - line);
+            unlink("/tmp/sta_sta_tmp.info");
+        }
+    }
+    report_per_station(state);
 }
 
 BENCHMARK(association_event)->Iterations(4 * burst)->Unit(benchmark::kMicrosecond);
 BENCHMARK(association_event_floor)->Iterations(4 * burst)->Unit(benchmark::kMicrosecond);
+BENCHMARK(departures)->Apply(growing_sizes);
+BENCHMARK(departures_floor)->Apply(growing_sizes);
 
 } // namespace
 

@@ -1,0 +1,86 @@
+"""What the daemon spends while people rest and while they come and go: processor time, wake-ups and private memory."""
+
+import re
+import sys
+import time
+
+from builds import ROOT
+
+sys.path.insert(0, str(ROOT / "lab"))
+
+QUIET = {"debug": "config module 'main'\n\toption level '3'\n"}
+SIZES = (128, 512, 2048)
+PERIOD = 60  # seconds: every timer of the daemon is due a whole number of times
+
+
+def of_daemon(lab, name):
+    return lab.run(["cat", f"/proc/{lab.daemon.pid}/{name}"]).stdout
+
+
+def private_kib(lab):
+    text = of_daemon(lab, "smaps_rollup")
+    return sum(int(line.split()[1]) for line in text.splitlines() if line.startswith("Private_"))
+
+
+def spent_by_daemon(lab, seconds, each_second=lambda: None):
+    """Wake-ups and processor milliseconds of the daemon per second."""
+    def read():
+        switches = re.search(r"^voluntary_ctxt_switches:\s+(\d+)", of_daemon(lab, "status"), re.MULTILINE)
+        return int(switches.group(1)), int(of_daemon(lab, "schedstat").split()[0])
+    before, start = read(), time.monotonic()
+    for second in range(1, seconds + 1):
+        each_second()
+        time.sleep(max(0.0, start + second - time.monotonic()))
+    after, spent = read(), time.monotonic() - start
+    return (after[0] - before[0]) / spent, (after[1] - before[1]) / 1e6 / spent
+
+
+def settle(lab, count):
+    """Lets `count` people in, and waits until all of them are on line. Their time goes by with pass_second only."""
+    lab.start_ubusd()
+    lab.start_apsim("--tick", "0")
+    lab.start_collector()
+    lab.start_daemon(wait=False)
+    lab.run(["ubus", "-t", "20", "wait_for", "sta"])
+    time.sleep(2)
+    lab.apsim(f"population n={count} seed=7")
+    for _ in range(12):
+        pass_second(lab)
+        time.sleep(1)
+    asked = {"get_all_sta_status": "", "get_sta_count": "all"}
+    lab.wait(lambda: lab.bus("call", "sta", "get", asked)["count"] >= 0.95 * count, 60, "the people")
+    time.sleep(12)
+
+
+def pass_second(lab):
+    """Events until now."""
+    return int(lab.apsim("pass seconds=1").rpartition("events=")[2])
+
+
+def coming_and_going(build, sizes=SIZES):
+    """Figures of each size: first everybody moves, then time stands still for them."""
+    from wsmlab import Lab  # pylint: disable=import-outside-toplevel
+    figures = {}
+    for count in sizes:
+        with Lab(build, config=QUIET, room_for=2 * count) as lab:
+            settle(lab, count)
+            before = last = pass_second(lab)
+
+            def live():
+                nonlocal last
+                last = pass_second(lab)  # pylint: disable=cell-var-from-loop
+            for kind, each_second in (("moving", live), ("resting", lambda: None)):
+                wakeups, cpu = spent_by_daemon(lab, PERIOD, each_second)
+                figures[f"{kind}_cpu_percent/{count}"] = cpu / 10
+                figures[f"{kind}_cpu_seconds_per_station_hour/{count}"] = cpu * 3.6 / count
+                figures[f"{kind}_wakeups_per_second/{count}"] = wakeups
+                figures[f"{kind}_private_kib/{count}"] = float(private_kib(lab))
+                time.sleep(10)  # what the last second has left to do is no rest
+            figures[f"moving_events_per_second/{count}"] = (last - before) / PERIOD
+    return figures
+
+
+if __name__ == "__main__":
+    # For another build than that of bench/run: one from before a change, say.
+    for name, value in coming_and_going(sys.argv[1], tuple(int(size) for size in sys.argv[2:]) or SIZES).items():
+        print(f"{name:44} {value:.4g}", flush=True)
