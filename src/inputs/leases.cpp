@@ -4,10 +4,13 @@
 #include "tools/command.h"
 #include "tools/file.h"
 #include "tools/log.h"
+#include "tools/mac_index.h"
 #include "tools/memory.h"
 #include "tools/text.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 #include <unistd.h>
 
 namespace {
@@ -28,27 +31,143 @@ std::size_t word_length(const char *at, std::size_t most) {
     return std::min(std::strcspn(at, " \r\n\t"), most);
 }
 
+// Where the piece begins that holds the character at `at` of the line that begins at `line`.
+std::size_t piece_of(std::size_t line, std::size_t at, std::size_t size) {
+    return line + (at - line) / (size - 1) * (size - 1);
+}
+
+} // namespace
+
+// The file, once for all look-ups of a walk.
+struct sta_lease_snapshot::file {
+    enum class outcome { missing, whole, unread };
+
+    // Reads it if nobody has yet. unread: the look-up has to do that itself.
+    outcome read() noexcept {
+        constexpr std::size_t most = 8 << 20;
+        if (tried) return known;
+        tried = true;
+        const sta_file leases{std::fopen(lease_file, "re")};
+        if (!leases)
+            known = outcome::missing;
+        else if (sta_read_all(leases.get(), bytes, most))
+            known = outcome::whole;
+        return known;
+    }
+
+    // Calls `visit` with the offset of each mention of `mac`, in their order, until it returns true.
+    template <class Visit> void find(const char *mac, Visit visit) noexcept {
+        constexpr unsigned searches_max = 16; // so many cost as much as the index
+        if (searches <= searches_max && ++searches > searches_max)
+            indexed = macs.add(bytes.data(), 0, bytes.size(), 0); // without memory the searches go on
+        if (indexed && sta_mac_index::is_mac(mac)) {
+            macs.find(bytes.data(), mac, [&](const sta_mac_index::mention &one) { return visit(one.at); });
+            return;
+        }
+        const std::size_t length = std::strlen(mac);
+        for (std::size_t from = 0; from < bytes.size();) {
+            const void *at = memmem(bytes.data() + from, bytes.size() - from, mac, length);
+            if (!at) return;
+            const auto offset = static_cast<std::size_t>(static_cast<const char *>(at) - bytes.data());
+            if (visit(offset)) return;
+            from = offset + 1;
+        }
+    }
+
+    // Fills `piece` of `size` bytes with what fgets gives from `begin` on.
+    void cut(std::size_t begin, char *piece, std::size_t size) const noexcept {
+        const std::size_t most = std::min(bytes.size() - begin, size - 1);
+        void *behind = memccpy(piece, bytes.data() + begin, '\n', most);
+        (behind ? static_cast<char *>(behind) : piece + most)[0] = '\0';
+    }
+
+    sta_array<char> bytes;
+
+private:
+    bool tried = false;
+    bool indexed = false;
+    outcome known = outcome::unread;
+    unsigned searches = 0;
+    sta_mac_index macs;
+};
+
+sta_lease_snapshot::file *sta_lease_snapshot::current = nullptr;
+
+sta_lease_snapshot::sta_lease_snapshot() noexcept {
+    if (current) return;
+    void *room = std::malloc(sizeof(file)); // without memory every call reads for itself
+    mine = current = room ? new (room) file : nullptr;
+}
+
+sta_lease_snapshot::~sta_lease_snapshot() {
+    if (!mine) return;
+    current = nullptr;
+    mine->~file();
+    std::free(mine);
+}
+
+namespace {
+
+using outcome = sta_lease_snapshot::file::outcome;
+
+// True: the search is over. `found` is the caller's.
+using piece_taker = bool (*)(const char *piece, const char *mac, void *found);
+
+// Reads the lease file in pieces, as fgets does with `piece` of `size` bytes, and hands to `take` at least those that hold
+// `mac`. Without a file `function` says so.
+void search(const char *function, const char *mac, char *piece, std::size_t size, piece_taker take,
+            void *found) {
+    sta_lease_snapshot::file *shared = sta_lease_snapshot::shared();
+    const outcome known = shared ? shared->read() : outcome::unread;
+    if (known == outcome::whole) {
+        const char *text = shared->bytes.data();
+        std::size_t line = 0, looked = 0, last = SIZE_MAX;
+        shared->find(mac, [&](std::size_t at) {
+            // Its line begins behind the last line feed since the mention before, if there is one.
+            if (const void *feed = memrchr(text + looked, '\n', at - looked))
+                line = static_cast<std::size_t>(static_cast<const char *>(feed) - text) + 1;
+            looked = at;
+            const std::size_t begin = piece_of(line, at, size);
+            if (begin == last) return false; // has been taken
+            last = begin;
+            shared->cut(begin, piece, size);
+            return take(piece, mac, found);
+        });
+        return;
+    }
+    const sta_file leases{known == outcome::unread ? std::fopen(lease_file, "re") : nullptr};
+    if (!leases) {
+        STA_LOG_AS(function, "%s open fail.\n", lease_file);
+        return;
+    }
+    while (std::fgets(piece, static_cast<int>(size), leases.get()))
+        if (take(piece, mac, found)) return;
+}
+
 } // namespace
 
 int sta_get_ipaddr_by_dhcp_mac(char *out, const char *mac) {
     if (!out || !mac || *mac == '\0') return -1;
-    const sta_file leases{std::fopen(lease_file, "re")};
-    if (!leases) {
-        STA_LOG("%s open fail.\n", lease_file);
-        return -1;
-    }
-    // Longer lines come in pieces, each searched by itself.
-    char piece[64];
-    while (std::fgets(piece, sizeof(piece), leases.get())) {
-        const char *address = after_mac(piece, mac);
-        const std::size_t length = address ? word_length(address, 15) : 0;
-        if (length == 0) continue;
-        std::memset(out, 0, 17);
-        std::memcpy(out, address, length);
-        STA_LOG("%s ipaddr found!\n", out);
-        return 0;
-    }
-    return -1;
+    char piece[64]; // longer lines come in pieces, each searched by itself
+    struct result {
+        char *out;
+        bool found;
+    } into = {out, false};
+    constexpr const char *function = STA_NAME_OF(sta_get_ipaddr_by_dhcp_mac);
+    search(
+        function, mac, piece, sizeof(piece),
+        [](const char *text, const char *wanted, void *given) {
+            result &mine = *static_cast<result *>(given);
+            const char *address = after_mac(text, wanted);
+            const std::size_t length = address ? word_length(address, 15) : 0;
+            if (length == 0) return false;
+            std::memset(mine.out, 0, 17);
+            std::memcpy(mine.out, address, length);
+            STA_LOG_AS(function, "%s ipaddr found!\n", mine.out);
+            return mine.found = true;
+        },
+        &into);
+    return into.found ? 0 : -1;
 }
 
 char *sta_get_name_by_dhcp_mac(const char *mac) {
@@ -56,27 +175,28 @@ char *sta_get_name_by_dhcp_mac(const char *mac) {
         STA_ERROR("sta_tools", "mac is NULL!\n");
         return nullptr;
     }
-    const sta_file leases{std::fopen(lease_file, "re")};
-    if (!leases) {
-        STA_LOG("%s open fail.\n", lease_file);
-        return nullptr;
-    }
     char line[1024];
-    while (std::fgets(line, sizeof(line), leases.get())) {
-        if (!std::strstr(line, mac)) continue;
-        const char *address = after_mac(line, mac);
-        const char *blank = address ? std::strchr(address, ' ') : nullptr;
-        if (!blank) {
-            STA_LOG("data error!\n");
-            return nullptr;
-        }
-        const char *rest = blank + 1;
-        char name[65] = "";
-        std::memcpy(name, rest, std::min(std::strcspn(rest, " \r\n"), sizeof(name) - 1));
-        STA_LOG("hostname found.[%s]------->[%s]\n", rest, name);
-        return sta_strdup(name);
-    }
-    return nullptr;
+    char *found = nullptr;
+    constexpr const char *function = STA_NAME_OF(sta_get_name_by_dhcp_mac);
+    search(
+        function, mac, line, sizeof(line),
+        [](const char *text, const char *wanted, void *given) {
+            if (!std::strstr(text, wanted)) return false;
+            const char *address = after_mac(text, wanted);
+            const char *blank = address ? std::strchr(address, ' ') : nullptr;
+            if (!blank) {
+                STA_LOG_AS(function, "data error!\n");
+                return true;
+            }
+            const char *rest = blank + 1;
+            char name[65] = "";
+            std::memcpy(name, rest, std::min(std::strcspn(rest, " \r\n"), sizeof(name) - 1));
+            STA_LOG_AS(function, "hostname found.[%s]------->[%s]\n", rest, name);
+            *static_cast<char **>(given) = sta_strdup(name);
+            return true;
+        },
+        &found);
+    return found;
 }
 
 int sta_get_ipaddr_by_snoop_mac(const char *mac, char *out) {

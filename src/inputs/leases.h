@@ -27,3 +27,22 @@ char *sta_get_default_name(void);
 // Calls `visit` with MAC and address of every snooped line on "br-lan", in file order.
 void sta_snoop_foreach_lan(void (*visit)(const char *mac, const char *ip));
 }
+
+// While one lives, all look-ups in the lease file see it as the first of them found it, and cost the same however long it is.
+// A walk over the table holds one. Without memory, or with a file above 8 MiB, each look-up reads the file itself.
+class sta_lease_snapshot {
+public:
+    struct file;
+
+    sta_lease_snapshot() noexcept;
+    ~sta_lease_snapshot();
+    sta_lease_snapshot(const sta_lease_snapshot &) = delete;
+    sta_lease_snapshot &operator=(const sta_lease_snapshot &) = delete;
+
+    // What is shared now; null outside of walks.
+    static file *shared() noexcept { return current; }
+
+private:
+    file *mine = nullptr; // null when another one was there before
+    static file *current;
+};

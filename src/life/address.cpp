@@ -2,6 +2,7 @@
 
 #include "fw/iptables.h"
 #include "inputs/leases.h"
+#include "inputs/network.h"
 #include "model/table.h"
 #include "outputs/backup.h"
 #include "outputs/collector.h"
@@ -24,7 +25,14 @@ template <class Visit> void for_each_online(Visit visit) {
     }
 }
 
-void refresh_name(sta_info_t *sta) {
+// What the stations of one refresh share: each file is read once, and the backup file written once.
+struct refresh {
+    sta_uci_snapshot configuration{};
+    sta_lease_snapshot leases{};
+    sta_backup_pass backup{};
+};
+
+void refresh_name(sta_info_t *sta, refresh &shared) {
     if (sta->repeater_type == 1) return;
     char *name = sta_get_name_by_dhcp_mac(sta->mac);
     if (!name) return;
@@ -36,7 +44,7 @@ void refresh_name(sta_info_t *sta) {
                sta_or_null(sta->name), name);
     sta_free(sta->name);
     sta->name = name;
-    sta_sta_users_backup_update(sta);
+    shared.backup.update(sta);
 }
 
 // Puts the address found into the record; the one it had goes to `old`. False when it is the same.
@@ -47,10 +55,10 @@ bool change_address(sta_info_t *sta, const char *found, char (&old)[sizeof(sta_i
     return true;
 }
 
-void refresh_leased_address(sta_info_t *sta) {
+void refresh_leased_address(sta_info_t *sta, refresh &shared) {
     char found[sizeof(sta->ip)] = "", old[sizeof(sta->ip)];
     if (sta_get_ipaddr_by_dhcp_mac(found, sta->mac) != 0 || !change_address(sta, found, old)) return;
-    sta_sta_users_backup_update(sta);
+    shared.backup.update(sta);
     STA_LOG_AS(STA_NAME_OF(sta_sta_update_online_status_ip_by_dhcp), "ip change: mac %s, %s->%s\n", sta->mac,
                old, sta->ip);
 }
@@ -70,16 +78,31 @@ void refresh_snooped_address(sta_info_t *sta) {
                sta->ip);
 }
 
+void refresh_names(refresh &shared) {
+    for_each_online([&](sta_info_t *sta) { refresh_name(sta, shared); });
+}
+
+void refresh_leased_addresses(refresh &shared) {
+    for_each_online([&](sta_info_t *sta) { refresh_leased_address(sta, shared); });
+}
+
 } // namespace
 
 void sta_sta_update_name_by_dhcp() {
-    sta_sta_update_online_status_name();
-    sta_sta_update_online_status_ip_by_dhcp();
+    refresh shared;
+    refresh_names(shared);
+    refresh_leased_addresses(shared);
 }
 
-void sta_sta_update_online_status_name() { for_each_online(refresh_name); }
+void sta_sta_update_online_status_name() {
+    refresh shared;
+    refresh_names(shared);
+}
 
-void sta_sta_update_online_status_ip_by_dhcp() { for_each_online(refresh_leased_address); }
+void sta_sta_update_online_status_ip_by_dhcp() {
+    refresh shared;
+    refresh_leased_addresses(shared);
+}
 
 void sta_sta_update_online_status_ip() { for_each_online(refresh_snooped_address); }
 

@@ -21,6 +21,7 @@ constexpr const char *function = STA_NAME_OF(sta_sta_flow_count_proc); // speaks
 struct flow_pass {
     std::int32_t now;
     sta_uci_snapshot configuration{};
+    sta_lease_snapshot leases{};
     sta_radio_tables tables{table_basic};
     sta_backup_pass backup{};
     // Deliberate: kept from one station to the next. A bridged station, which looks nothing up, acts on the

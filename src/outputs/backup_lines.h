@@ -11,6 +11,7 @@
 #pragma once
 
 #include "tools/array.h"
+#include "tools/mac_index.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -40,7 +41,7 @@ public:
     bool write(std::FILE *file) const noexcept;
 
 private:
-    using number = std::uint32_t; // of a byte, a piece or a mention: half the memory of a pass
+    using number = sta_mac_index::number; // of a byte or a piece: half the memory of a pass
 
     struct piece {
         number begin;         // in `bytes`
@@ -50,30 +51,18 @@ private:
 
         bool is_short() const noexcept { return text < backup_line_least; }
     };
-    struct mention { // of a MAC in a piece
-        number at;   // in `bytes`
-        number piece;
-        number next; // in the same bucket, later in the file
-    };
-    struct bucket {
-        number first, last;
-    };
-    static constexpr number none = UINT32_MAX;
+    static constexpr number none = sta_mac_index::none;
 
     bool make_room(std::size_t length) noexcept;
     bool add_piece(std::size_t begin, std::size_t length) noexcept;
     bool add_pieces(std::size_t begin) noexcept; // of `bytes`, from there to their end
-    bool index_piece(number which) noexcept;
-    bool link_mention(number which) noexcept;
-    bool rebuild_buckets() noexcept;
-    piece *last_piece() noexcept; // the last one that is not gone, or null
-    bool ends_torn() noexcept;    // the last line has no line feed
+    piece *last_piece() noexcept;                // the last one that is not gone, or null
+    bool ends_torn() noexcept;                   // the last line has no line feed
     void drop(piece &one, const char *mac, backup_line_told tell) noexcept;
     std::string_view text_of(const piece &one) const noexcept { return {bytes.data() + one.begin, one.text}; }
 
     sta_array<char> bytes;
     sta_array<piece> pieces;
-    sta_array<mention> mentions;
-    sta_array<bucket> buckets; // a power of two
+    sta_mac_index macs; // of the pieces' texts
     bool short_ones_gone = true;
 };

@@ -1,5 +1,7 @@
-// file.h - guards for C resources, so that no function needs a clean-up label.
+// file.h - guards for C resources, so that no function needs a clean-up label; reading a file whole.
 #pragma once
+
+#include "tools/array.h"
 
 #include <cstdio>
 #include <memory>
@@ -15,3 +17,7 @@ struct sta_file_closer {
     void operator()(std::FILE *file) const noexcept { sta_close_file(file); }
 };
 using sta_file = std::unique_ptr<std::FILE, sta_file_closer>;
+
+// Appends what is left of `file` to `bytes`. False without memory, when reading fails, and when `bytes` would have more than
+// `most`.
+bool sta_read_all(std::FILE *file, sta_array<char> &bytes, std::size_t most) noexcept;

@@ -1,6 +1,7 @@
 // Addresses and names: from the lease file, the snooping table, the DHCP monitor and events.
 #include <gmock/gmock.h>
 #include <malloc.h>
+#include <sstream>
 
 #include "support/house.h"
 
@@ -448,6 +449,38 @@ TEST_F(dhcp_update, that_no_collector_hears_of_is_logged) {
     remove("/tmp/sta_server_domain");
     sta_sta_update_ip_by_dhcp_update_event(first_mac, "10.0.0.2", "phone");
     EXPECT_EQ(said().back(), "sta_domain_socket_send error!!!\n");
+}
+
+class refresh_of_many : public House {
+protected:
+    refresh_of_many() {
+        int number = 0;
+        for (const char *mac : {first_mac, second_mac, third_mac}) {
+            sta_info_t *sta = put_station(mac, sta_status_online);
+            sta_put_text(sta->ip, ("10.0.0." + std::to_string(++number)).c_str());
+            sta->name = sta_strdup("old");
+        }
+    }
+};
+
+// Names first, then addresses, as if each station had been rewritten by itself: what changes twice stands behind the others.
+TEST_F(refresh_of_many, leaves_the_lines_in_the_order_in_which_the_stations_changed) {
+    lease("1 " + std::string(first_mac) + " 10.0.0.9 phone *\n1 " + second_mac + " 10.0.0.2 tv *\n1 " +
+          third_mac + " 10.0.0.3 pc *\n");
+    sta_sta_update_name_by_dhcp();
+    std::vector<std::string> order;
+    std::istringstream file(backup());
+    for (std::string name, mac, ip, rest; file >> name >> mac >> ip && std::getline(file, rest);)
+        order.push_back(name + " " + mac + " " + ip);
+    EXPECT_EQ(order, (lines{"tv 02:00:00:00:00:02 10.0.0.2", "pc 02:00:00:00:00:03 10.0.0.3",
+                            "phone 02:00:00:00:00:01 10.0.0.9"}));
+    EXPECT_FALSE(file_exists("/tmp/sta_sta_tmp.info"));
+}
+
+TEST_F(refresh_of_many, writes_nothing_when_nothing_has_changed) {
+    lease("1 " + std::string(first_mac) + " 10.0.0.1 old *\n");
+    sta_sta_update_name_by_dhcp();
+    EXPECT_FALSE(file_exists("/tmp/sta_sta.info"));
 }
 
 } // namespace

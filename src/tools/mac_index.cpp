@@ -1,0 +1,79 @@
+#include "tools/mac_index.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace {
+
+constexpr std::size_t mac_length = sta_mac_index::mac_length;
+
+bool is_hex(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+bool is_of_mac(char c) { return c == ':' || is_hex(c); }
+
+// How many of the 17 characters at `text` end with one that a MAC, in either case, does not have there; 0: it is one.
+std::size_t length_of_no_mac(const char *text) {
+    std::size_t length = mac_length;
+    while (length > 0 && (length % 3 == 0 ? text[length - 1] == ':' : is_hex(text[length - 1]))) --length;
+    return length;
+}
+
+// Two words: all characters but the colon between them, which is always one.
+std::size_t hash_mac(const char *text) {
+    std::uint64_t head = 0, tail = 0;
+    std::memcpy(&head, text, sizeof(head));
+    std::memcpy(&tail, text + mac_length - sizeof(tail), sizeof(tail));
+    // A product spreads upwards only: its upper half comes down and spreads again.
+    constexpr std::uint64_t odd = 0x9e3779b97f4a7c15U;
+    std::uint64_t hash = (head ^ std::rotl(tail, 32)) * odd;
+    hash = (hash ^ (hash >> 32)) * odd;
+    return static_cast<std::size_t>(hash >> 32);
+}
+
+} // namespace
+
+bool sta_mac_index::is_mac(const char *text) noexcept {
+    return std::strlen(text) == mac_length && length_of_no_mac(text) == 0;
+}
+
+bool sta_mac_index::add(const char *text, number begin, std::size_t length, number owner) noexcept {
+    const char *part = text + begin;
+    for (std::size_t at = 0; at + mac_length <= length;) {
+        const std::size_t misfit = length_of_no_mac(part + at);
+        if (misfit > 0) {
+            // No MAC reaches over a character that none has; others may fit when the next one begins later.
+            at += is_of_mac(part[at + misfit - 1]) ? 1 : misfit;
+            continue;
+        }
+        if (!mentions.push({begin + static_cast<number>(at), owner, none}) ||
+            !link(text, static_cast<number>(mentions.size() - 1)))
+            return false;
+        ++at;
+    }
+    return true;
+}
+
+sta_mac_index::number sta_mac_index::first_like(const char *mac) const noexcept {
+    return buckets.size() > 0 ? buckets[hash_mac(mac) & (buckets.size() - 1)].first : none;
+}
+
+bool sta_mac_index::link(const char *text, number which) noexcept {
+    if (mentions.size() > buckets.size()) return rebuild(text);
+    bucket &home = buckets[hash_mac(text + mentions[which].at) & (buckets.size() - 1)];
+    if (home.first == none)
+        home.first = which;
+    else
+        mentions[home.last].next = which;
+    home.last = which;
+    return true;
+}
+
+bool sta_mac_index::rebuild(const char *text) noexcept {
+    const std::size_t wanted = std::max<std::size_t>(256, 4 * buckets.size());
+    if (!buckets.assign(wanted, {none, none})) return false;
+    for (number i = 0; i < mentions.size(); ++i) {
+        mentions[i].next = none;
+        link(text, i); // there is room for all: it cannot come back here
+    }
+    return true;
+}
