@@ -22,6 +22,6 @@ def table(message):
     for name, member in _MESSAGES[message]["properties"].items():
         if "$ref" in member:
             member = _MESSAGES["members"][member["$ref"].rsplit("/", 1)[1]]
-        kind = {"string": "text", "integer": "number", "number": "number"}.get(member.get("type"), "text")
+        kind = {"integer": "number", "number": "number", "boolean": "yes or no", "object": "table", "array": "list"}.get(member.get("type"), "text")
         rows.append(f"| `{name}` | {kind} | {member['description'].replace('|', chr(92) + '|')} |")
     return "\n".join(rows) + "\n"

@@ -2,6 +2,7 @@
 
 #include "bus/events.h"
 #include "bus/station_list.h"
+#include "bus/wsmd_object.h"
 #include "inputs/uci_shell.h"
 #include "life/timers.h"
 #include "model/table.h"
@@ -97,6 +98,7 @@ int sta_ubus_object_connect(struct uloop_timeout *timer) {
 
     if (waiting_dbg_object) ubus_add_object(sta_ubus_ctx, waiting_dbg_object);
     waiting_dbg_object = nullptr;
+    sta_wsmd_publish(); // the last: whoever asks `sta` finds it under the number it always had
     return result;
 }
 

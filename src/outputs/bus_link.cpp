@@ -3,6 +3,7 @@
 struct ubus_context *sta_ubus_ctx = nullptr;
 struct blob_buf sta_ubus_reply_buf = {};
 struct ubus_object sta_ubus_object = {};
+struct ubus_object sta_wsmd_object = {};
 
 bool sta_bus_make_room(struct blob_buf *buf) noexcept {
     constexpr int station_size_max = 4096; // every text full, the name at its longest: 2.4 KiB

@@ -10,7 +10,8 @@
 extern "C" {
 extern struct ubus_context *sta_ubus_ctx;
 extern struct blob_buf sta_ubus_reply_buf;
-extern struct ubus_object sta_ubus_object;
+extern struct ubus_object sta_ubus_object; // `sta`
+extern struct ubus_object sta_wsmd_object; // `wsmd`
 }
 
 // The longest content that a bus message can carry (a message has at most 1 MiB, headers included). Longer

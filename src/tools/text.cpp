@@ -129,6 +129,16 @@ bool sta_mac_is_plain(const char *mac) noexcept {
     return true;
 }
 
+bool sta_read_mac(const char *text, std::uint8_t (&mac)[6]) noexcept {
+    if (!text) return false;
+    for (std::size_t i = 0; i < sizeof(mac); ++i, text += 3) {
+        if (!is_hex(text[0]) || !is_hex(text[1]) || text[2] != (i + 1 < sizeof(mac) ? ':' : '\0'))
+            return false;
+        (void)std::from_chars(text, text + 2, mac[i], 16);
+    }
+    return true;
+}
+
 void sta_expand_format(char *dst, std::size_t size, const char *src, std::size_t limit) noexcept {
     constexpr std::string_view flags = "-+ #0'";
     constexpr std::string_view lengths = "hljztLq";

@@ -62,6 +62,10 @@ inline constexpr const char *sta_no_address = "0.0.0.0";
 // MAC passes before it becomes part of a shell command. Restored lines and leases can hold anything.
 bool sta_mac_is_plain(const char *mac) noexcept;
 
+// Reads "aa:bb:cc:dd:ee:ff", in capitals or not, and nothing else. False for anything else, and for null; `mac` is then
+// what was read so far.
+bool sta_read_mac(const char *text, std::uint8_t (&mac)[6]) noexcept;
+
 // Fills the field `dst` with `src`, cut to the field (or to `limit` characters if that is less), terminated,
 // the rest zeroed so that nothing of an older text travels on the wire. `src` may be `dst` itself; null
 // counts as empty.

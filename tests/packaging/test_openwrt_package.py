@@ -245,7 +245,8 @@ def test_an_upgrade_adds_the_options_that_are_missing_and_keeps_the_others(open_
 def test_the_web_login_reads_and_writes_apart(feed):
     rules = json.loads((feed / "files/usr/share/rpcd/acl.d/wsmd.json").read_text())
     assert list(rules) == ["wsmd"] and rules["wsmd"]["description"]
-    assert rules["wsmd"]["read"] == {"ubus": {"sta": ["get"], "sta.debug": ["get"]}, "uci": ["wsmd"]}
+    assert rules["wsmd"]["read"] == {"ubus": {"sta": ["get"], "wsmd": ["stations", "station"], "sta.debug": ["get"]},
+                                     "uci": ["wsmd"]}
     assert rules["wsmd"]["write"] == {"ubus": {"sta": ["set", "delete"], "sta.debug": ["set"]}, "uci": ["wsmd"]}
 
 
@@ -283,9 +284,10 @@ def test_a_member_of_the_group_may_ask_for_stations_and_do_nothing_else(ruled_la
     def status(*words):
         return ruled_lab.run(as_group(MEMBER, "ubus", "-S", *words), check=False).status
 
-    assert ruled_lab.bus("list") == ["sta", "sta.debug"]  # for root
-    assert ruled_lab.run(as_group(MEMBER, "ubus", "list")).stdout == "sta\n"
+    assert ruled_lab.bus("list") == ["sta", "sta.debug", "wsmd"]  # for root
+    assert ruled_lab.run(as_group(MEMBER, "ubus", "list")).stdout == "sta\nwsmd\n"
     assert status("call", "sta", "get", '{"get_all_sta_status":"online"}') == 0
+    assert status("call", "wsmd", "stations", "{}") == 0
     assert status("call", "sta", "set", '{"set_update_log_period":1}') == DENIED
     assert status("call", "sta", "delete", '{"mac":"02:00:00:00:00:01","radio":0}') == DENIED
     assert status("call", "sta.debug", "set", '{"level":7}') != 0

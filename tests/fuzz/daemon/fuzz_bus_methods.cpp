@@ -2,12 +2,14 @@
 #include "life.h"
 
 #include "bus/object.h"
+#include "bus/wsmd_object.h"
 #include "outputs/bus_link.h"
 #include "pieces.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     static constexpr ubus_handler_t methods[] = {sta_ubus_get_info_methods, sta_ubus_set_info_methods,
-                                                 sta_ubus_delete_info_methods};
+                                                 sta_ubus_delete_info_methods, sta_wsmd_stations,
+                                                 sta_wsmd_station};
     life here;
     pieces calls(data, size);
     for (piece one; calls.next(one);) {

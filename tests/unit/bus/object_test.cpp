@@ -27,7 +27,7 @@ using connecting = BusHouse;
 TEST_F(connecting, publishes_the_object_with_its_three_methods) {
     EXPECT_EQ(sta_ubus_object_init(), 0);
     peer other;
-    EXPECT_THAT(other.objects(), ElementsAre("sta"));
+    EXPECT_THAT(other.objects(), ElementsAre("sta", "wsmd"));
     EXPECT_EQ(
         other.signature("sta"),
         (lines{"get TABLE", "  get_all_sta_status INT32 3", "  get_all_tk_sta_status INT32 3",
@@ -96,7 +96,7 @@ TEST_F(connecting, without_a_broker_tries_again_every_two_seconds_until_it_is_th
     start_bus();
     EXPECT_TRUE(loop_until([] { return sta_ubus_ctx != nullptr; }));
     peer other;
-    EXPECT_THAT(other.objects(), ElementsAre("sta"));
+    EXPECT_THAT(other.objects(), ElementsAre("sta", "wsmd"));
 }
 
 class log_object : public BusHouse {

@@ -22,6 +22,7 @@ void add_member(lines &all, blob_attr *member, const std::string &indent) {
         return line("INT32 " + std::to_string(static_cast<std::int32_t>(blobmsg_get_u32(member))));
     case BLOBMSG_TYPE_INT16:
         return line("INT16 " + std::to_string(static_cast<std::int16_t>(blobmsg_get_u16(member))));
+    case BLOBMSG_TYPE_BOOL: return line("BOOL " + std::to_string(blobmsg_get_u8(member)));
     case BLOBMSG_TYPE_ARRAY: line("ARRAY"); break;
     case BLOBMSG_TYPE_TABLE: line("TABLE"); break;
     default: return line("type " + std::to_string(blobmsg_type(member)));

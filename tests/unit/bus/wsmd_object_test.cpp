@@ -1,0 +1,292 @@
+// The object `wsmd` on a real bus: typed stations in pages, and what is refused.
+#include <gmock/gmock.h>
+
+#include "support/bus_house.h"
+
+#include "model/table.h"
+#include "support/driver_tables.h"
+#include "tools/memory.h"
+#include "tools/text.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Not;
+using testing::StartsWith;
+using lines = std::vector<std::string>;
+
+constexpr const char *first_mac = "02:00:00:00:00:01";
+constexpr const char *second_mac = "00:11:22:33:44:ab";
+
+class explaining : public ConnectedHouse {
+protected:
+    bus_call ask(const std::string &method, const std::string &arguments = "{}") {
+        return other.call("wsmd", method, arguments);
+    }
+    // The MACs of a page, and its other members.
+    static lines macs(const bus_call &page) {
+        lines found;
+        for (const std::string &line : page.reply.value_or(lines{}))
+            if (line.starts_with("    mac STRING ")) found.push_back(line.substr(15));
+        return found;
+    }
+    void expect_refused(const std::string &method, const std::string &arguments, const std::string &why,
+                        const std::string &name) {
+        const bus_call refused = ask(method, arguments);
+        EXPECT_EQ(refused.status, UBUS_STATUS_INVALID_ARGUMENT) << arguments;
+        EXPECT_EQ(refused.reply, (lines{"error STRING " + why, "name STRING " + name})) << arguments;
+    }
+};
+
+std::string numbered_mac(int number) {
+    char mac[18];
+    std::snprintf(mac, sizeof(mac), "02:00:00:00:%02x:%02x", (number >> 8) & 0xff, number & 0xff);
+    return mac;
+}
+
+// A station with a value of its own in every member that is shown.
+sta_info_t *full_station() {
+    sta_info_t *sta = put_station(first_mac, sta_status_online);
+    sta_put_text(sta->ssid, "lobby");
+    sta_put_text(sta->ifname, "ath0");
+    sta_put_text(sta->ip, "10.0.0.1");
+    sta->name = sta_strdup("phone");
+    sta_put_text(sta->ap_mac, "02:54:4b:00:00:01\n");
+    sta_put_text(sta->version, "11ax");
+    sta->online_clock.sec = sta_monotonic_seconds() - 7;
+    sta->online_ts.sec = 1700000000;
+    sta->radio_id = 1;
+    sta->channel = 36;
+    sta->vlanid = 12;
+    sta->repeater_type = 1;
+    sta->roam_enable = 1;
+    sta->rssi = -51;
+    sta->floornoise = -96;
+    sta->flow_rateup = 200 * 1024;
+    sta->flow_ratedown = 300 * 1024;
+    sta->maxRate = 4804;
+    sta->wifi_up = 0x123456789ULL;
+    sta->wifi_down = 22;
+    sta->onesecrxbyte = 23;
+    sta->onesectxbyte = 24;
+    sta->txPkt = 25;
+    sta->rxper = 26;
+    sta->txper = 27;
+    sta->maxBW = 2;
+    sta->maxMCS = 11;
+    sta_put_text(sta->ap_auth_req, "18:12:19.120");
+    sta_put_text(sta->key_end, "18:12:19.144");
+    sta->cost_auth_req = 2;
+    sta->cost_msg4 = 14;
+    return sta;
+}
+
+const lines full_members{"mac STRING 02:00:00:00:00:01",
+                         "private BOOL 1",
+                         "state STRING online",
+                         "confirmed BOOL 1",
+                         "ip STRING 10.0.0.1",
+                         "name STRING phone",
+                         "ssid STRING lobby",
+                         "interface STRING ath0",
+                         "access_point STRING 02:54:4b:00:00:01",
+                         "radio INT32 1",
+                         "band STRING 5 GHz",
+                         "channel INT32 36",
+                         "vlan INT32 12",
+                         "protocol STRING 11ax",
+                         "repeater BOOL 1",
+                         "roaming BOOL 1",
+                         "came INT64 1700000000",
+                         "connected INT32 7",
+                         "signal INT32 -51",
+                         "noise INT32 -96",
+                         "rx_rate INT64 200000000",
+                         "tx_rate INT64 300000000",
+                         "max_rate INT64 4804000000",
+                         "rx_bytes INT64 4886718345",
+                         "tx_bytes INT64 22",
+                         "rx_bytes_second INT64 23",
+                         "tx_bytes_second INT64 24",
+                         "tx_packets INT64 25",
+                         "rx_error_percent INT32 26",
+                         "tx_error_percent INT32 27",
+                         "width INT32 80",
+                         "max_mcs INT32 11",
+                         "steps TABLE",
+                         "  auth STRING 18:12:19.120",
+                         "  key_end STRING 18:12:19.144",
+                         "  auth_ms INT32 2",
+                         "  msg4_ms INT32 14"};
+
+TEST_F(explaining, a_station_has_numbers_in_plain_units) {
+    full_station();
+    const bus_call result = ask("station", R"({"mac":"02:00:00:00:00:01"})");
+    EXPECT_EQ(result.status, 0);
+    ASSERT_TRUE(result.reply);
+    lines members = *result.reply;
+    // The clock may go on by a second between the test and the daemon.
+    std::replace(members.begin(), members.end(), std::string{"connected INT32 8"},
+                 std::string{"connected INT32 7"});
+    EXPECT_EQ(members, full_members);
+}
+
+TEST_F(explaining, what_is_not_known_of_a_station_is_left_out) {
+    sta_info_t *sta = put_station(second_mac);
+    sta_put_text(sta->ssid, "");
+    sta_put_text(sta->ip, "0.0.0.0");
+    sta->name = sta_strdup("-");
+    sta->online_clock = {};
+    sta->restored = 1;
+    EXPECT_EQ(ask("station", R"({"mac":"00:11:22:33:44:AB"})").reply,
+              (lines{"mac STRING 00:11:22:33:44:ab", "private BOOL 0", "state STRING waiting",
+                     "confirmed BOOL 0", "radio INT32 0", "repeater BOOL 0", "roaming BOOL 0",
+                     "rx_bytes INT64 0", "tx_bytes INT64 0", "rx_bytes_second INT64 0",
+                     "tx_bytes_second INT64 0", "tx_packets INT64 0", "rx_error_percent INT32 0",
+                     "tx_error_percent INT32 0", "width INT32 20", "max_mcs INT32 0", "steps TABLE"}));
+}
+
+TEST_F(explaining, a_band_is_named_where_a_channel_belongs_to_one) {
+    sta_info_t *sta = put_station(first_mac);
+    const auto band = [&](std::int32_t channel) {
+        sta->channel = channel;
+        const lines reply = ask("stations", R"({"fields":["band"]})").reply.value();
+        return reply.at(reply.size() - 1);
+    };
+    EXPECT_EQ(band(1), "    band STRING 2.4 GHz");
+    EXPECT_EQ(band(14), "    band STRING 2.4 GHz");
+    EXPECT_EQ(band(36), "    band STRING 5 GHz");
+    EXPECT_EQ(band(177), "    band STRING 5 GHz");
+    for (const std::int32_t none : {0, 15, 35, 178, -1})
+        EXPECT_EQ(band(none), "    mac STRING 02:00:00:00:00:01");
+}
+
+TEST_F(explaining, a_station_shows_the_drivers_figures_of_now) {
+    sta_put_text(put_station(first_mac)->ifname, "ath0");
+    driver_lists({{"ath0", {table_entry(first_mac).basic8(125, -40)}}});
+    EXPECT_THAT(ask("station", R"({"mac":"02:00:00:00:00:01"})").reply.value(), Contains("signal INT32 -40"));
+    EXPECT_EQ(driver_commands(), (std::vector<int>{5, 1}));
+}
+
+TEST_F(explaining, members_that_the_driver_does_not_give_do_not_ask_it) {
+    sta_put_text(put_station(first_mac)->ifname, "ath0");
+    driver_lists({{"ath0", {table_entry(first_mac)}}});
+    ask("stations", R"({"fields":["mac","ip","name","state"]})");
+    EXPECT_TRUE(driver_commands().empty());
+}
+
+TEST_F(explaining, an_unknown_station_is_not_found) {
+    const bus_call result = ask("station", R"({"mac":"02:00:00:00:00:01"})");
+    EXPECT_EQ(result.status, UBUS_STATUS_NOT_FOUND);
+    EXPECT_FALSE(result.reply);
+}
+
+TEST_F(explaining, no_stations_are_an_empty_list) {
+    EXPECT_EQ(ask("stations").reply, (lines{"total INT32 0", "stations ARRAY"}));
+}
+
+TEST_F(explaining, stations_come_in_the_order_of_their_addresses_with_the_members_asked_for) {
+    put_station(first_mac, sta_status_online);
+    put_station(second_mac);
+    EXPECT_EQ(ask("stations", R"({"fields":["state","private"]})").reply,
+              (lines{"total INT32 2", "stations ARRAY", "  TABLE", "    mac STRING 00:11:22:33:44:ab",
+                     "    private BOOL 0", "    state STRING waiting", "  TABLE",
+                     "    mac STRING 02:00:00:00:00:01", "    private BOOL 1", "    state STRING online"}));
+}
+
+TEST_F(explaining, pages_show_every_station_once) {
+    lines wanted, seen;
+    for (int i = 0; i < 300; ++i) wanted.push_back(numbered_mac(i));
+    for (int i = 299; i >= 0; --i) put_station(numbered_mac(i).c_str());
+    std::string after;
+    int pages = 0;
+    for (bool more = true; more; ++pages) {
+        const bus_call page = ask("stations", R"({"limit":128,"fields":["mac"])" +
+                                                  (after.empty() ? "" : R"(,"after":")" + after + '"') + "}");
+        ASSERT_EQ(page.status, 0);
+        const lines found = macs(page);
+        seen.insert(seen.end(), found.begin(), found.end());
+        more = page.reply->back().starts_with("next ");
+        if (more) after = page.reply->back().substr(12);
+    }
+    EXPECT_EQ(pages, 3);
+    EXPECT_EQ(seen, wanted);
+}
+
+TEST_F(explaining, a_page_of_64_stations_is_the_default_and_one_of_256_is_the_most) {
+    for (int i = 0; i < 300; ++i) put_station(numbered_mac(i).c_str());
+    EXPECT_EQ(macs(ask("stations")).size(), 64U);
+    EXPECT_EQ(macs(ask("stations", R"({"limit":256})")).size(), 256U);
+}
+
+TEST_F(explaining, a_station_that_goes_between_two_pages_shifts_no_other) {
+    for (int i = 0; i < 4; ++i) put_station(numbered_mac(i).c_str());
+    sta_info_t *gone = stations().at(1);
+    EXPECT_EQ(ask("stations", R"({"limit":2,"fields":["mac"]})").reply->back(),
+              "next STRING 02:00:00:00:00:01");
+    list_del_init(&gone->list);
+    EXPECT_THAT(macs(ask("stations", R"({"limit":2,"after":"02:00:00:00:00:01"})")),
+                ElementsAre("02:00:00:00:00:02", "02:00:00:00:00:03"));
+    list_add_tail(&gone->list, &g_sta_sta_master.list);
+}
+
+TEST_F(explaining, a_record_whose_address_is_none_is_not_shown) {
+    put_station("02-00-00-00-00-01");
+    put_station("02:00:00:00:00:0");
+    put_station("");
+    EXPECT_EQ(ask("stations").reply, (lines{"total INT32 0", "stations ARRAY"}));
+}
+
+TEST_F(explaining, an_unknown_field_is_refused_with_its_name) {
+    expect_refused("stations", R"({"fields":["mac","colour"]})", "unknown field", "colour");
+    expect_refused("stations", R"({"fields":[""]})", "unknown field", "");
+    expect_refused("stations", R"({"fields":["mac",7]})", "unknown field", "fields");
+    expect_refused("stations", R"({"fields":[")" + std::string(100, 'x') + R"("]})", "unknown field",
+                   std::string(64, 'x'));
+}
+
+TEST_F(explaining, bad_arguments_are_refused_with_their_name) {
+    put_station(first_mac);
+    expect_refused("stations", R"({"limit":0})", "not 1 to 256", "limit");
+    expect_refused("stations", R"({"limit":257})", "not 1 to 256", "limit");
+    expect_refused("stations", R"({"limit":-1})", "not 1 to 256", "limit");
+    expect_refused("stations", R"({"limit":"5"})", "bad argument", "limit");
+    expect_refused("stations", R"({"after":"02:00"})", "no MAC address", "after");
+    expect_refused("stations", R"({"after":"02:00:00:00:00:01x"})", "no MAC address", "after");
+    expect_refused("stations", R"({"after":1})", "bad argument", "after");
+    expect_refused("stations", R"({"fields":"mac"})", "bad argument", "fields");
+    expect_refused("stations", R"({"colour":"red"})", "bad argument", "colour");
+    expect_refused("station", R"({})", "no MAC address", "mac");
+    expect_refused("station", R"({"mac":""})", "no MAC address", "mac");
+    expect_refused("station", R"({"mac":7})", "bad argument", "mac");
+    EXPECT_TRUE(driver_requests().empty());
+}
+
+TEST_F(explaining, the_session_that_the_web_server_adds_is_no_argument) {
+    EXPECT_EQ(ask("stations", R"({"ubus_rpc_session":"0123"})").status, 0);
+}
+
+TEST_F(explaining, without_memory_answers_with_an_error_and_goes_on) {
+    for (int i = 0; i < 40; ++i) full_station();
+    driver_lists({{"ath0", {table_entry(first_mac)}}});
+    for (const auto &[method, arguments] :
+         {std::pair{"stations", "{}"}, {"station", R"({"mac":"02:00:00:00:00:01"})"}}) {
+        for (unsigned nth = 1;; ++nth) {
+            fail_allocation(nth);
+            const bus_call result = ask(method, arguments);
+            const bool failed = allocation_failed();
+            fail_allocation(0);
+            if (!failed) break;
+            if (result.status == 0)
+                EXPECT_THAT(result.reply.value(),
+                            Contains(StartsWith(method == std::string{"station"} ? "mac " : "total ")));
+            else
+                EXPECT_EQ(result.status, UBUS_STATUS_NO_MEMORY);
+            ASSERT_LT(nth, 600U);
+        }
+    }
+    EXPECT_EQ(macs(ask("stations")).size(), 40U);
+}
+
+} // namespace
