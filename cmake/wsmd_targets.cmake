@@ -23,6 +23,7 @@ endif()
 target_compile_options(wsmd_common INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-format-truncation>)
 target_compile_definitions(wsmd_common INTERFACE _GNU_SOURCE)
 target_link_options(wsmd_common INTERFACE -Wl,--as-needed)
+set(is_test $<BOOL:$<TARGET_PROPERTY:WSMD_IS_TEST>>)
 if(WSMD_SANITIZE)
   target_compile_options(wsmd_common INTERFACE
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
@@ -33,9 +34,11 @@ if(WSMD_SANITIZE)
 else()
   # Hardening that a device keeps; the sanitizers bring their own checks.
   target_compile_options(wsmd_common INTERFACE -fstack-protector-strong
-    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE$<SEMICOLON>-D_FORTIFY_SOURCE=2>)
+    $<$<NOT:$<OR:$<CONFIG:Debug>,${is_test}>>:-U_FORTIFY_SOURCE$<SEMICOLON>-D_FORTIFY_SOURCE=2>)
   target_link_options(wsmd_common INTERFACE -Wl,-z,relro,-z,now)
 endif()
+# A test runs for milliseconds and is compiled for seconds: without optimisation, half of them.
+target_compile_options(wsmd_common INTERFACE $<${is_test}:-O0$<SEMICOLON>-g1>)
 
 # wsmd_device: what runs on the access point. No exceptions, no RTTI, no C++ runtime library.
 add_library(wsmd_device INTERFACE)
@@ -90,7 +93,7 @@ endfunction()
 function(wsmd_gtest name)
   cmake_parse_arguments(A "" "" "SOURCES;LIBS;DEFINES" ${ARGN})
   add_executable(${name} ${A_SOURCES})
-  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests WSMD_IS_TEST ON)
   target_compile_definitions(${name} PRIVATE WSMD_GOLDEN_DIR="${PROJECT_SOURCE_DIR}/tests/golden" ${A_DEFINES})
   target_link_libraries(${name} PRIVATE wsmd_common ${A_LIBS} GTest::gmock GTest::gtest GTest::gtest_main)
   add_test(NAME ${name} COMMAND ${name})
