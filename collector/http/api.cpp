@@ -115,8 +115,8 @@ api_answer history(const api_sources &from, const std::string &path, const api_a
     using question = table (store_reader::*)(const store_range &);
     static const std::map<std::string, question> questions{
         {"sessions", &store_reader::sessions}, {"departures", &store_reader::departures},
-        {"top", &store_reader::top},           {"changes", &store_reader::events},
-        {"radios", &store_reader::radios},
+        {"top", &store_reader::top},           {"flapping", &store_reader::flapping},
+        {"changes", &store_reader::events},    {"radios", &store_reader::radios},
     };
     static const std::map<std::string, question> of_station{
         {"sessions", &store_reader::sessions},

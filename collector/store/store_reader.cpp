@@ -78,6 +78,16 @@ table store_reader::top(const store_range &range) {
         range);
 }
 
+table store_reader::flapping(const store_range &range) {
+    return ask("WITH own AS (SELECT s.mac, s.returns, s.state = 3 AND s.ended - s.began < ?6 AS brief FROM "
+               "stay s WHERE" +
+                   std::string(overlapping) +
+                   ") SELECT mac, count(*) AS sessions, sum(brief) AS brief, sum(returns) AS returns FROM own"
+                   " GROUP BY mac HAVING sum(brief) + sum(returns) > 2"
+                   " ORDER BY sum(brief) + sum(returns) DESC, mac LIMIT ?5",
+               range, true);
+}
+
 table store_reader::events(const store_range &range) {
     return ask("SELECT e.id, e.at, e.kind, s.mac, e.stay, e.ap, e.radio, e.from_ap, e.from_radio FROM event e"
                " JOIN stay s ON s.id = e.stay WHERE e.at BETWEEN ?1 AND ?2 AND (?3 = '' OR s.mac = ?3)"

@@ -25,6 +25,7 @@ public:
     table sessions(const store_range &range);   // stays that overlap the range, the newest first
     table departures(const store_range &range); // how many stays ended, by reason
     table top(const store_range &range);        // stations by bytes
+    table flapping(const store_range &range);   // stations that came again and again, most often first
     table events(const store_range &range);     // the newest first
     table addresses(const store_range &range);  // of stations, the newest first
     table series(const store_range &range);     // a station's signal, rates and bytes over time

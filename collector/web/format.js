@@ -52,6 +52,7 @@ export function duration(seconds) {
 /* Times are seconds since 1970; the zone is the viewer's. */
 const CLOCK = new Intl.DateTimeFormat(undefined, { hour: '2-digit', minute: '2-digit' });
 const DAY = new Intl.DateTimeFormat(undefined, { weekday: 'short', day: 'numeric', month: 'short' });
+const SHORT_DAY = new Intl.DateTimeFormat(undefined, { weekday: 'short', day: 'numeric' });
 const FULL = new Intl.DateTimeFormat(undefined, { dateStyle: 'medium', timeStyle: 'medium' });
 
 export function clock(at) {
@@ -60,6 +61,11 @@ export function clock(at) {
 
 export function day(at) {
 	return Number.isFinite(at) ? DAY.format(at * 1000) : NONE;
+}
+
+/* Beside others of its month. */
+export function shortDay(at) {
+	return Number.isFinite(at) ? SHORT_DAY.format(at * 1000) : NONE;
 }
 
 export function fullTime(at) {

@@ -33,6 +33,8 @@ const app = { model, live, get state() { return state; } };
 /* By the first word of the address behind "#/". What is seldom looked at is fetched when it is. */
 const views = {
 	'stations': async () => stationsView,
+	'station': async () => (await import('./station.js')).stationView,
+	'access-points': async () => (await import('./access_points.js')).accessPointsView
 };
 
 async function show() {
@@ -46,7 +48,7 @@ async function show() {
 	main.scrollTop = 0;
 	document.title = `${view.title} – wsmd`;
 
-	for (const link of document.querySelectorAll('nav a'))
+	for (const link of document.querySelectorAll('body > header nav a'))
 		link.getAttribute('href').slice(2) == view.nav ? link.setAttribute('aria-current', 'page') : link.removeAttribute('aria-current');
 
 	view.told?.(state);

@@ -69,9 +69,9 @@ async function violations(page) {
 		.map(({ id, help, nodes }) => `${id}: ${help}: ${nodes.slice(0, 3).map(node => node.html.slice(0, 200)).join(' | ')}`));
 }
 
-/* Whatever reaches out of the window to the side, and words that reach out of their box. */
-function stickingOut(page) {
-	return page.evaluate(() => {
+/* Whatever reaches out of the window to the side, and words that reach out of their box; not what can be scrolled within `scrollers`. */
+function stickingOut(page, scrollers = 'none') {
+	return page.evaluate((inner) => {
 		const found = [];
 
 		if (document.scrollingElement.scrollWidth > document.documentElement.clientWidth)
@@ -80,16 +80,19 @@ function stickingOut(page) {
 		for (const node of document.body.querySelectorAll('*')) {
 			const box = node.getBoundingClientRect();
 
+			if (node.parentNode.closest(inner))
+				continue;
+
 			if (box.width && (box.left < -0.5 || box.right > document.documentElement.clientWidth + 0.5))
 				found.push(`${node.tagName} ${node.className} ${node.textContent.slice(0, 40)}: ${box.left} to ${box.right}`);
 		}
 
 		for (const cell of document.querySelectorAll('td, th'))
-			if (cell.scrollWidth > cell.clientWidth + 1)
+			if (cell.scrollWidth > cell.clientWidth + 1 && !cell.closest(inner))
 				found.push(`cell ${cell.textContent.slice(0, 40)}: ${cell.scrollWidth} in ${cell.clientWidth}`);
 
 		return found;
-	});
+	}, scrollers);
 }
 
 /* Live objects after a collection of the browser's garbage. */

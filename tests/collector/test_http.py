@@ -110,6 +110,17 @@ def test_history_comes_from_the_store(serve, tmp_path):
     assert one.get("/api/v1/sessions?until=1999-01-01") == []
 
 
+def test_stations_that_come_again_and_again_are_told(serve, tmp_path):
+    one = serve("--store", f"sqlite:{tmp_path}/store", "--commit", "0", "--grace", "0")
+    for begin in range(NOON, NOON + 300, 100):
+        one.send(told(1, 1, begin), told(1, 2, begin, 50))
+    one.send(told(2, 1, NOON), told(2, 1, NOON + 300), told(2, 1, NOON + 310), told(2, 1, NOON + 320))
+    one.send(*(told(3, kind, NOON, 400) for kind in (1, 2)))
+    rows = wait(lambda: (rows := one.get("/api/v1/flapping")) and len(rows) == 2 and rows[0]["brief"] == 3 and rows, "both")
+    assert [(row["mac"], row["sessions"], row["brief"], row["returns"]) for row in rows] == [(mac(1), 3, 3, 0), (mac(2), 1, 0, 3)]
+    assert [row["brief"] for row in one.get("/api/v1/flapping?step=20")] == [0], "whose stays are all longer"
+
+
 @pytest.mark.parametrize("path, status", [
     ("/api/v1/nothing", 404), ("/api/v2/stations", 404), ("/api/v1/stations/x/series", 404), ("/api/v1/sessions?since=soon", 400),
     ("/api/v1/sessions?limit=0", 400), ("/api/v1/sessions?limit=10001", 400), ("/api/v1/sessions?mac=x", 400),

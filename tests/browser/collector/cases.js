@@ -4,6 +4,7 @@
 module.exports = [
 	...require('./logic.js'),
 	...require('./looks.js'),
+	...require('./views.js'),
 	...require('./changes.js'),
 	...require('./trouble.js'),
 	...require('./life.js')

@@ -102,5 +102,58 @@ module.exports = [
 		assert.deepEqual(rowsInView(499500, 500, 50, 10000), [ 9982, 10000 ]);
 		assert.deepEqual(rowsInView(499500, 500, 50, 3), [ 3, 3 ]);
 		assert.deepEqual(rowsInView(-20, 500, 50, 3), [ 0, 3 ]);
+	}),
+	pure('timeline', 'a stay is cut where it roamed, and lasts until now while it goes on', ({ places }) => {
+		const sessions = [ { id: 2, began: 500, ended: null, ap: 'B', radio: 1 }, { id: 1, began: 100, ended: 200, ap: 'A', radio: 0 } ];
+		const changes = [ { id: 8, at: 700, kind: 'roamed', stay: 2, ap: 'B', radio: 1, from_ap: 'A', from_radio: 0 }, { id: 7, at: 500, kind: 'joined', stay: 2, ap: 'A', radio: 0 } ];
+
+		assert.deepEqual(places(sessions, changes, 1000), [
+			{ from: 100, to: 200, ap: 'A', radio: 0, stay: 1, ongoing: false },
+			{ from: 500, to: 700, ap: 'A', radio: 0, stay: 2, ongoing: false },
+			{ from: 700, to: 1000, ap: 'B', radio: 1, stay: 2, ongoing: true }
+		]);
+	}),
+	pure('timeline', 'days are the viewer\'s, the newest first, also where one has 25 hours', ({ days }) => {
+		const zone = process.env.TZ;
+
+		process.env.TZ = 'Europe/Berlin';
+
+		try {
+			/* 25 October 2026 ends an hour late there; the piece begins a minute before its midnight. */
+			const begin = Date.UTC(2026, 9, 24, 22) / 1000;
+			const piece = { from: begin - 60, to: begin + 3600, ap: 'A', radio: 0, stay: 1 };
+			const [ last, middle, first ] = days([ piece ], begin - 60, begin + 25 * 3600 + 1);
+
+			assert.deepEqual([ middle.end - middle.begin, middle.begin, middle.seconds, middle.stays, middle.roams ], [ 25 * 3600, begin, 3600, 1, 0 ]);
+			assert.deepEqual([ first.seconds, last.pieces.length, last.begin ], [ 60, 0, begin + 25 * 3600 ]);
+		}
+		finally {
+			zone === undefined ? delete process.env.TZ : process.env.TZ = zone;
+		}
+	}),
+	pure('scale', 'figures are round and hold all values', ({ figures }) => {
+		assert.deepEqual(figures(0, 13), [ 0, 5, 10, 15 ]);
+		assert.deepEqual(figures(-80, -40), [ -80, -70, -60, -50, -40 ]);
+		assert.deepEqual(figures(0, 0.7), [ 0, 0.2, 0.4, 0.6, 0.8 ]);
+		assert.deepEqual(figures(5, 5).at(-1) > 5, true);
+	}),
+	pure('scale', 'a line is broken where nothing was reported', ({ runs }) => {
+		assert.deepEqual(runs([ [ 0, 1 ], [ 10, 2 ], [ 20, null ], [ 30, 3 ], [ 60, 4 ] ], 10), [ [ [ 0, 1 ], [ 10, 2 ], [ 30, 3 ] ], [ [ 60, 4 ] ] ]);
+	}),
+	pure('sums', 'stations of all radios are added at each time', ({ sumByTime }) => {
+		assert.deepEqual(sumByTime([ { at: 300, stations: 2 }, { at: 0, stations: 1 }, { at: 300, stations: 4 } ], 300), [ [ 150, 1 ], [ 450, 6 ] ]);
+	}),
+	pure('sums', 'networks have their stations, bands and mean signal', ({ networks }) => {
+		const of = (ssid, channel, signal) => station({ ssid, channel, signal, up: 1, down: 2 });
+
+		assert.deepEqual(networks([ of('A', 6, -50), of('B', 36, null), of('B', 6, -60), of('B', 36, -70) ]), [
+			{ ssid: 'B', count: 3, total: 9, signal: -65, bands: [ [ '2.4 GHz', 1 ], [ '5 GHz', 2 ] ] },
+			{ ssid: 'A', count: 1, total: 3, signal: -50, bands: [ [ '2.4 GHz', 1 ] ] }
+		]);
+	}),
+	pure('sums', 'a reason counts over all access points', ({ byReason }) => {
+		const row = (ap, reason_code, departures) => ({ ap, reason_code, reason: String(reason_code), ended_by: '', departures });
+
+		assert.deepEqual(byReason([ row('A', 300, 5), row('A', 307, 2), row('B', 307, 4) ]).map(({ reason, departures }) => [ reason, departures ]), [ [ '307', 6 ], [ '300', 5 ] ]);
 	})
 ];

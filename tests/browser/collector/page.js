@@ -52,7 +52,7 @@ class Visit {
 	}
 
 	async sound() {
-		assert.deepEqual(await stickingOut(this.page), []);
+		assert.deepEqual(await stickingOut(this.page, '.wide'), []);
 		assert.deepEqual(await violations(this.page), []);
 		assert.equal(await this.page.evaluate(() => window.hurt), undefined);
 	}
