@@ -57,6 +57,7 @@ class _Life:
         lab.start_collector()
         lab.start_daemon(record=_RECORDING)
         lab.wait_for_family()
+        self._told = lab.start("ubus subscribe", ["ubus", "subscribe", "wsmd"])
         watch = lab.watch_bus().subscribe()
         lab.apsim(f"assoc mac={_MAC} ifname=ath0 radio=0")
         self._lines["ubus subscribe sta"] = _line("notify", watch.wait_for_notification(mac=_MAC))
@@ -67,7 +68,18 @@ class _Life:
             lambda: backup.exists() and backup.read_text(), 10, "the station's line in the backup file")
         watch.stop()
 
+    def _told_of(self, kind):
+        """The first notification of this kind that the object wsmd has sent."""
+        if kind == "roamed":
+            self._lab.apsim(f"roam mac={_MAC} ifname=ath1 radio=1")
+            self._lab.apsim(f"roam mac={_MAC} ifname=ath0 radio=0")
+        return self._lab.wait(lambda: next((line for line in self._told.text().splitlines(keepends=True)
+                                            if line.startswith(f'{{ "{kind}"') and line.endswith("\n")), None),
+                              10, f"a notification {kind}")
+
     def printed_by(self, command):
+        if command.startswith("ubus subscribe wsmd # "):
+            return self._told_of(command.rsplit(" ", 1)[1])
         return self._lines[command] if command in self._lines else self._lab.run(shlex.split(command)).stdout
 
     def _period_request(self):

@@ -5,6 +5,7 @@
 #include "bus/wsmd_object.h"
 #include "inputs/uci_shell.h"
 #include "life/timers.h"
+#include "model/departures.h"
 #include "model/table.h"
 #include "outputs/bus_link.h"
 #include "tools/log.h"
@@ -168,6 +169,7 @@ int sta_ubus_delete_info_methods(struct ubus_context * /*ctx*/, struct ubus_obje
     const sta_info_t *sta = sta_sta_find_usr(mac);
     if (sta && sta->radio_id == radio) {
         STA_LOG("stamac = %s, sta_radio_id = %d, tempt_radio_id = %d\n", sta->mac, radio, sta->radio_id);
+        sta_departures_kick(sta->mac);
         sta_sta_delete_sta_by_roam(sta); // the driver's event removes it from the table
     } else {
         STA_LOG("sta can't find or radio doesn't match\n");

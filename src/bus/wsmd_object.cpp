@@ -2,8 +2,10 @@
 
 #include "bus/arguments.h"
 #include "inputs/network.h"
+#include "model/departures.h"
 #include "model/table.h"
 #include "outputs/bus_link.h"
+#include "outputs/happenings.h"
 #include "outputs/station_view.h"
 #include "protocol/driver_request.h"
 #include "tools/array.h"
@@ -26,9 +28,13 @@ constexpr struct blobmsg_policy stations_policy[STATIONS_MAX] = {
 enum { STATION_MAC, STATION_MAX };
 constexpr struct blobmsg_policy station_policy[STATION_MAX] = {{"mac", BLOBMSG_TYPE_STRING}};
 
+enum { DEPARTED_LIMIT, DEPARTED_MAX };
+constexpr struct blobmsg_policy departed_policy[DEPARTED_MAX] = {{"limit", BLOBMSG_TYPE_INT32}};
+
 constexpr struct ubus_method wsmd_methods[] = {
     {"stations", sta_wsmd_stations, 0, 0, stations_policy, STATIONS_MAX},
     {"station", sta_wsmd_station, 0, 0, station_policy, STATION_MAX},
+    {"departed", sta_wsmd_departed, 0, 0, departed_policy, DEPARTED_MAX},
 };
 struct ubus_object_type wsmd_type = {"wsmd", 0, wsmd_methods, std::size(wsmd_methods)};
 
@@ -76,6 +82,12 @@ const char *take_fields(struct blob_attr *array, station_fields &fields) {
     return nullptr;
 }
 
+// A page's size, where it is given. False for one that cannot be.
+bool take_limit(struct blob_attr *argument, std::uint32_t &limit) {
+    if (argument) limit = blobmsg_get_u32(argument);
+    return limit >= 1 && limit <= page_max;
+}
+
 // Brings the figures of a station up to date, if they are asked for.
 void refresh(sta_radio_tables &tables, sta_info_t *sta, station_fields fields) {
     if ((fields & sta_view_figures()) == 0) return;
@@ -106,8 +118,9 @@ int sta_wsmd_stations(struct ubus_context *ctx, struct ubus_object * /*obj*/, st
     char after[18] = "";
     if (found[STATIONS_AFTER] && !take_mac(found[STATIONS_AFTER], after))
         return sta_arguments_refuse(ctx, req, "no MAC address", "after");
-    const std::uint32_t limit = found[STATIONS_LIMIT] ? blobmsg_get_u32(found[STATIONS_LIMIT]) : page_default;
-    if (limit < 1 || limit > page_max) return sta_arguments_refuse(ctx, req, "not 1 to 256", "limit");
+    std::uint32_t limit = page_default;
+    if (!take_limit(found[STATIONS_LIMIT], limit))
+        return sta_arguments_refuse(ctx, req, "not 1 to 256", "limit");
     station_fields fields = sta_view_all();
     if (found[STATIONS_FIELDS])
         if (const char *unknown = take_fields(found[STATIONS_FIELDS], fields))
@@ -132,6 +145,7 @@ int sta_wsmd_stations(struct ubus_context *ctx, struct ubus_object * /*obj*/, st
     const station_clock clock;
     answer reply;
     if (!reply.make_room()) return UBUS_STATUS_NO_MEMORY;
+    sta_put_sequence(&reply.buf);
     blobmsg_add_u32(&reply.buf, "total", total);
     void *array = blobmsg_open_array(&reply.buf, "stations");
     for (std::size_t i = 0; i < page; ++i) {
@@ -162,5 +176,30 @@ int sta_wsmd_station(struct ubus_context *ctx, struct ubus_object * /*obj*/, str
     if (!reply.make_room()) return UBUS_STATUS_NO_MEMORY;
     refresh(tables, sta, sta_view_all());
     sta_view_put(&reply.buf, sta, sta_view_all(), station_clock{});
+    return reply.send(ctx, req);
+}
+
+int sta_wsmd_departed(struct ubus_context *ctx, struct ubus_object * /*obj*/, struct ubus_request_data *req,
+                      const char * /*method*/, struct blob_attr *msg) {
+    struct blob_attr *found[DEPARTED_MAX];
+    if (const char *bad = sta_arguments_read(departed_policy, DEPARTED_MAX, found, msg))
+        return sta_arguments_refuse(ctx, req, "bad argument", bad);
+    std::uint32_t limit = page_default;
+    if (!take_limit(found[DEPARTED_LIMIT], limit))
+        return sta_arguments_refuse(ctx, req, "not 1 to 256", "limit");
+    answer reply;
+    if (!reply.make_room()) return UBUS_STATUS_NO_MEMORY;
+    sta_put_sequence(&reply.buf);
+    blobmsg_add_u32(&reply.buf, "total", sta_departures_total());
+    void *array = blobmsg_open_array(&reply.buf, "departed");
+    for (std::size_t i = 0; i < limit; ++i) {
+        const station_departure *one = sta_departures_newest(i);
+        if (!one) break;
+        if (!reply.make_room()) return UBUS_STATUS_NO_MEMORY;
+        void *table = blobmsg_open_table(&reply.buf, nullptr);
+        sta_put_departure(&reply.buf, *one);
+        blobmsg_close_table(&reply.buf, table);
+    }
+    blobmsg_close_array(&reply.buf, array);
     return reply.send(ctx, req);
 }

@@ -17,4 +17,6 @@ int sta_wsmd_stations(struct ubus_context *ctx, struct ubus_object *obj, struct 
                       const char *method, struct blob_attr *msg);
 int sta_wsmd_station(struct ubus_context *ctx, struct ubus_object *obj, struct ubus_request_data *req,
                      const char *method, struct blob_attr *msg);
+int sta_wsmd_departed(struct ubus_context *ctx, struct ubus_object *obj, struct ubus_request_data *req,
+                      const char *method, struct blob_attr *msg);
 }

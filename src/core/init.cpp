@@ -6,13 +6,16 @@
 #include "core/watch.h"
 #include "fw/iptables.h"
 #include "inputs/dhcpmon_list.h"
+#include "inputs/network.h"
 #include "inputs/uci_shell.h"
 #include "life/address.h"
 #include "life/listen.h"
 #include "life/restore.h"
 #include "life/timers.h"
+#include "model/departures.h"
 #include "model/table.h"
 #include "tools/log.h"
+#include "tools/text.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -22,6 +25,20 @@ std::int32_t sta_mode = 1;
 namespace {
 
 constexpr const char *tag = "WSMD";
+
+// How many departures are kept; anything that is no number keeps none.
+void read_departed() {
+    char text[65] = "";
+    sta_uci_get_param("wsmd.main.departed", text, sizeof(text) - 1);
+    const std::int32_t entries =
+        text[0] != '\0' ? sta_number(text) : static_cast<std::int32_t>(departures_default);
+    sta_departures_keep(entries > 0 ? static_cast<std::uint32_t>(entries) : 0);
+}
+
+void read_settings() {
+    sta_debug_cfg_read();
+    read_departed();
+}
 
 [[noreturn]] void fail(const char *why) {
     STA_LOG_AS(STA_NAME_OF(sta_service_start), "%s\n", why);
@@ -35,7 +52,7 @@ void sta_init() {
     dbg_init("sta", "/tmp/sta.log", 10);
     g_main_id = dbg_module_reg("main");
     sta_mode = sta_get_mod_type();
-    sta_control_wsmd_init(sta_debug_cfg_read);
+    sta_control_wsmd_init(read_settings);
     STA_LOG("%s starting..\n", tag);
     if (sta_sta_dhcpmon_list_init() != 0) {
         STA_LOG("Dhcpmon list init fail\n");

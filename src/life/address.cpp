@@ -6,6 +6,7 @@
 #include "model/table.h"
 #include "outputs/backup.h"
 #include "outputs/collector.h"
+#include "outputs/happenings.h"
 #include "protocol/station_report.h"
 #include "tools/check.h"
 #include "tools/log.h"
@@ -61,6 +62,7 @@ void refresh_leased_address(sta_info_t *sta, refresh &shared) {
     shared.backup.update(sta);
     STA_LOG_AS(STA_NAME_OF(sta_sta_update_online_status_ip_by_dhcp), "ip change: mac %s, %s->%s\n", sta->mac,
                old, sta->ip);
+    sta_tell_address(sta, sta->ip, station_origin::lease);
 }
 
 void refresh_snooped_address(sta_info_t *sta) {
@@ -76,6 +78,7 @@ void refresh_snooped_address(sta_info_t *sta) {
     sta_sta_users_backup_update(sta);
     STA_LOG_AS(STA_NAME_OF(sta_sta_update_online_status_ip), "ip change: mac %s, %s->%s\n", sta->mac, old,
                sta->ip);
+    sta_tell_address(sta, sta->ip, station_origin::snoop);
 }
 
 void refresh_names(refresh &shared) {
@@ -134,7 +137,8 @@ void sta_sta_update_ip_by_ip_change_event(const char *mac, const char *before_ip
             return;
         }
         STA_LOG("IP change: mac %s, %s->%s.\n ", sta->mac, sta->ip, changed_ip);
-        sta_put_text(sta->ip, changed_ip);
+        char old[sizeof(sta->ip)];
+        if (change_address(sta, changed_ip, old)) sta_tell_address(sta, sta->ip, station_origin::event);
     }
 }
 
@@ -159,8 +163,10 @@ void sta_sta_update_ip_by_dhcp_update_event(const char *mac, const char *ip, con
             STA_LOG("MAC don't match: mac=%s, list_mac=%s.\n", mac, sta->mac);
             continue;
         }
-        sta_put_text(sta->ip, ip);
+        char old[sizeof(sta->ip)];
+        const bool moved = change_address(sta, ip, old);
         if (!sta->name) STA_LOG("sta_name is null\n");
+        const bool renamed = !sta->name || std::strcmp(sta->name, hostName) != 0;
         if (char *name = sta_strdup(hostName)) {
             sta_free(sta->name);
             sta->name = name;
@@ -170,6 +176,8 @@ void sta_sta_update_ip_by_dhcp_update_event(const char *mac, const char *ip, con
         STA_LOG("dhcp update: mac %s, ip %s, hostname %s, time_us %lld.\n ", sta->mac, sta->ip, hostName,
                 static_cast<long long>(time_us));
         if (sta_domain_socket_send(sta) == -1) STA_LOG("sta_domain_socket_send error!!!\n");
+        if (moved) sta_tell_address(sta, sta->ip, station_origin::event);
+        if (renamed && sta->name) sta_tell_name(sta, sta->name, station_origin::event);
         return;
     }
 }

@@ -1,8 +1,10 @@
 #include "life/log_up.h"
 
 #include "inputs/network.h"
+#include "life/departure.h"
 #include "life/members.h"
 #include "life/reports.h"
+#include "model/departures.h"
 #include "model/table.h"
 #include "outputs/collector.h"
 #include "outputs/notify.h"
@@ -16,6 +18,7 @@ namespace {
 
 constexpr unsigned all_sections = table_basic | table_extended;
 constexpr std::int32_t unlisted_seconds_max = 300;
+constexpr std::int8_t left_for_another = 2;
 constexpr std::int8_t single_pass = 2; // the third, counted from 0
 
 } // namespace
@@ -34,6 +37,9 @@ void sta_sta_log_byioctl_update() {
             sta->load_uptime = now;
         } else if (now - sta->load_uptime >= unlisted_seconds_max) {
             sta_sta_log_off(sta);
+            // One that an event has announced to go to another access point has gone there, as far as anybody knows.
+            sta_departed_by_absence(sta, sta->is_reassoc == left_for_another ? departure_cause::roam
+                                                                             : departure_cause::unlisted);
             sta_sta_del_usr(sta);
             continue;
         }

@@ -6,6 +6,7 @@
 #include "model/state.h"
 #include "model/table.h"
 #include "outputs/backup.h"
+#include "outputs/happenings.h"
 #include "outputs/notify.h"
 #include "protocol/driver_request.h"
 #include "tools/log.h"
@@ -30,6 +31,7 @@ struct flow_pass {
 
     void take_address(sta_info_t *sta);
     static void take_name(sta_info_t *sta);
+    static void tell_changes(const sta_info_t *sta, const char *old_ip, const char *old_name);
     void go_online(sta_info_t *sta);
 };
 
@@ -58,7 +60,18 @@ void flow_pass::take_name(sta_info_t *sta) {
     if (!sta->name) sta->name = sta_get_default_name();
 }
 
+// What the lease file has said of the station that it had not said before.
+void flow_pass::tell_changes(const sta_info_t *sta, const char *old_ip, const char *old_name) {
+    if (std::strcmp(sta->ip, sta_no_address) != 0 && std::strcmp(sta->ip, old_ip) != 0)
+        sta_tell_address(sta, sta->ip, station_origin::lease);
+    if (sta->repeater_type != 1 && std::strcmp(sta->name, "-") != 0 && std::strcmp(sta->name, old_name) != 0)
+        sta_tell_name(sta, sta->name, station_origin::lease);
+}
+
 void flow_pass::go_online(sta_info_t *sta) {
+    char old_ip[sizeof(sta->ip)], old_name[65]; // a lease's name has 64 characters at most
+    sta_put_text(old_ip, sta->ip);
+    sta_put_text(old_name, sta->name);
     take_address(sta);
     sta->work_up = 0;
     sta->work_down = 0;
@@ -74,6 +87,7 @@ void flow_pass::go_online(sta_info_t *sta) {
     sta_state_move(sta, station_step::completed);
     sta->time_delay = 0;
     sta->pkt_loserate = 0;
+    tell_changes(sta, old_ip, old_name);
 }
 
 } // namespace

@@ -1,7 +1,9 @@
 #include "life/sweep.h"
 
+#include "life/departure.h"
 #include "life/members.h"
 #include "life/reports.h"
+#include "model/departures.h"
 #include "model/table.h"
 
 struct uloop_timeout sta_restored_sweep_timer = {};
@@ -22,6 +24,7 @@ void sta_sta_restored_sweep(struct uloop_timeout * /*timer*/) {
         clock_gettime(CLOCK_REALTIME, &now);
         sta->offline_ts = {static_cast<std::int32_t>(now.tv_sec), static_cast<std::int32_t>(now.tv_nsec)};
         sta_sta_log_off(sta);
+        sta_departed_by_absence(sta, departure_cause::swept);
         sta_sta_del_usr(sta);
     }
 }

@@ -4,6 +4,7 @@
 #include "inputs/network.h"
 #include "model/table.h"
 #include "outputs/backup_lines.h"
+#include "outputs/happenings.h"
 #include "protocol/backup_line.h"
 #include "tools/file.h"
 #include "tools/line.h"
@@ -89,7 +90,14 @@ std::size_t make_line(sta_info_t *sta, char (&line)[line_size]) {
                "wifi_down_rate %llu\n",
                static_cast<ull>(last_up), static_cast<ull>(last_down), static_cast<ull>(sta->wifi_up),
                static_cast<ull>(sta->wifi_down), up_rate, down_rate);
-    if (sta_sta_get_brmode(sta) == 1) sta_sta_get_ip_hostname_by_dhcpmon_list(sta);
+    if (sta_sta_get_brmode(sta) == 1) {
+        const bool had_none = std::strcmp(sta->ip, sta_no_address) == 0;
+        sta_sta_get_ip_hostname_by_dhcpmon_list(sta);
+        if (had_none && std::strcmp(sta->ip, sta_no_address) != 0) {
+            sta_tell_address(sta, sta->ip, station_origin::dhcpmon);
+            if (sta->name) sta_tell_name(sta, sta->name, station_origin::dhcpmon);
+        }
+    }
 
     char ssid[sizeof(sta->ssid)];
     sta_put_text(ssid, sta->ssid);

@@ -198,7 +198,7 @@ def test_the_shell_finds_nothing_wrong_with_the_scripts(feed):
 # --- the configuration ---
 
 DEFAULTS = {"debug": "0", "syslog": "0", "loglevel": "5", "log_file": "1", "log_file_level": "6",
-            "log_file_size": "65536", "log_file_name": "/tmp/sta.log"}
+            "log_file_size": "65536", "log_file_name": "/tmp/sta.log", "departed": "128"}
 
 
 def test_every_option_is_explained_and_set_to_its_default(feed):
@@ -245,7 +245,7 @@ def test_an_upgrade_adds_the_options_that_are_missing_and_keeps_the_others(open_
 def test_the_web_login_reads_and_writes_apart(feed):
     rules = json.loads((feed / "files/usr/share/rpcd/acl.d/wsmd.json").read_text())
     assert list(rules) == ["wsmd"] and rules["wsmd"]["description"]
-    assert rules["wsmd"]["read"] == {"ubus": {"sta": ["get"], "wsmd": ["stations", "station"], "sta.debug": ["get"]},
+    assert rules["wsmd"]["read"] == {"ubus": {"sta": ["get"], "wsmd": ["stations", "station", "departed"], "sta.debug": ["get"]},
                                      "uci": ["wsmd"]}
     assert rules["wsmd"]["write"] == {"ubus": {"sta": ["set", "delete"], "sta.debug": ["set"]}, "uci": ["wsmd"]}
 

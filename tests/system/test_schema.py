@@ -22,6 +22,7 @@ def lived(running_lab):
     """A lab in which a station came, got its address, roamed and left, and what was heard of it."""
     lab = running_lab
     watch = lab.watch_bus().subscribe()
+    lab.told = lab.start("subscriber", ["ubus", "-S", "subscribe", "wsmd"])
     lab.apsim(f"lease mac={MAC} ip=192.168.10.50 name=phone")
     lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0")
     lab.wait_for_report(mac=MAC, log_type=3)
@@ -35,6 +36,7 @@ def lived(running_lab):
     lab.apsim(f"disassoc mac={MAC} reason=307")
     lab.wait_for_report(mac=MAC, log_type=2)
     watch.wait_for_notification(mac=MAC, log_type=2)
+    lab.wait(lambda: any('"left"' in line for line in lab.told.lines()), 10, "the departure to be told")
     return lab, watch
 
 
@@ -58,6 +60,11 @@ def test_every_message_of_a_station_s_life_is_as_the_schema_says(lived):
         check(answer, "sta get answer")
     check(lab.bus("call", "sta.debug", "get"), "sta.debug get answer")
     check(lab.page, "wsmd stations answer")
+    check(lab.bus("call", "wsmd", "departed"), "wsmd departed answer")
+    for line in lab.told.lines():
+        for kind, message in json.loads(line).items():
+            check(message, f"wsmd {kind}")
+    assert {"joined", "changed", "roamed", "left"} >= {kind for line in lab.told.lines() for kind in json.loads(line)} >= {"left"}
     check(lab.one, "wsmd station")
     assert list(lab.one) == [name for name in SCHEMA["$defs"]["wsmd station"]["properties"] if name in lab.one]
 

@@ -3,7 +3,9 @@
 
 #include "support/bus_house.h"
 
+#include "model/departures.h"
 #include "model/table.h"
+#include "outputs/happenings.h"
 #include "support/driver_tables.h"
 #include "tools/memory.h"
 #include "tools/text.h"
@@ -23,6 +25,14 @@ class explaining : public ConnectedHouse {
 protected:
     bus_call ask(const std::string &method, const std::string &arguments = "{}") {
         return other.call("wsmd", method, arguments);
+    }
+    // The members of an answer without "boot" and "seq".
+    lines members(const std::string &method, const std::string &arguments = "{}") {
+        lines found = ask(method, arguments).reply.value_or(lines(2));
+        EXPECT_THAT(found.at(0), StartsWith("boot STRING "));
+        EXPECT_THAT(found.at(1), StartsWith("seq INT32 "));
+        found.erase(found.begin(), found.begin() + 2);
+        return found;
     }
     // The MACs of a page, and its other members.
     static lines macs(const bus_call &page) {
@@ -183,13 +193,13 @@ TEST_F(explaining, an_unknown_station_is_not_found) {
 }
 
 TEST_F(explaining, no_stations_are_an_empty_list) {
-    EXPECT_EQ(ask("stations").reply, (lines{"total INT32 0", "stations ARRAY"}));
+    EXPECT_EQ(members("stations"), (lines{"total INT32 0", "stations ARRAY"}));
 }
 
 TEST_F(explaining, stations_come_in_the_order_of_their_addresses_with_the_members_asked_for) {
     put_station(first_mac, sta_status_online);
     put_station(second_mac);
-    EXPECT_EQ(ask("stations", R"({"fields":["state","private"]})").reply,
+    EXPECT_EQ(members("stations", R"({"fields":["state","private"]})"),
               (lines{"total INT32 2", "stations ARRAY", "  TABLE", "    mac STRING 00:11:22:33:44:ab",
                      "    private BOOL 0", "    state STRING waiting", "  TABLE",
                      "    mac STRING 02:00:00:00:00:01", "    private BOOL 1", "    state STRING online"}));
@@ -235,7 +245,7 @@ TEST_F(explaining, a_record_whose_address_is_none_is_not_shown) {
     put_station("02-00-00-00-00-01");
     put_station("02:00:00:00:00:0");
     put_station("");
-    EXPECT_EQ(ask("stations").reply, (lines{"total INT32 0", "stations ARRAY"}));
+    EXPECT_EQ(members("stations"), (lines{"total INT32 0", "stations ARRAY"}));
 }
 
 TEST_F(explaining, an_unknown_field_is_refused_with_its_name) {
@@ -257,6 +267,8 @@ TEST_F(explaining, bad_arguments_are_refused_with_their_name) {
     expect_refused("stations", R"({"after":1})", "bad argument", "after");
     expect_refused("stations", R"({"fields":"mac"})", "bad argument", "fields");
     expect_refused("stations", R"({"colour":"red"})", "bad argument", "colour");
+    expect_refused("departed", R"({"limit":0})", "not 1 to 256", "limit");
+    expect_refused("departed", R"({"limit":true})", "bad argument", "limit");
     expect_refused("station", R"({})", "no MAC address", "mac");
     expect_refused("station", R"({"mac":""})", "no MAC address", "mac");
     expect_refused("station", R"({"mac":7})", "bad argument", "mac");
@@ -287,6 +299,154 @@ TEST_F(explaining, without_memory_answers_with_an_error_and_goes_on) {
         }
     }
     EXPECT_EQ(macs(ask("stations")).size(), 40U);
+}
+
+// A departure with a value of its own in every member.
+station_departure full_departure() {
+    station_departure one = {};
+    sta_put_text(one.mac, first_mac);
+    sta_put_text(one.name, "phone");
+    sta_put_text(one.ip, "10.0.0.1");
+    sta_put_text(one.ssid, "lobby");
+    sta_put_text(one.ifname, "ath1");
+    one.radio_id = 1;
+    one.channel = 36;
+    one.came = 1700000000;
+    one.left = 1700000060;
+    one.lasted = 59;
+    one.reason_code = 307;
+    one.reason = "OW_STA_DEAUTH_RECV";
+    one.rx_bytes = 0x123456789ULL;
+    one.tx_bytes = 8;
+    one.signal = -70;
+    one.ended_by = departure_cause::station;
+    return one;
+}
+
+TEST_F(explaining, departures_are_shown_with_all_that_is_known) {
+    sta_departures_add(full_departure());
+    EXPECT_EQ(members("departed"), (lines{"total INT32 1",
+                                          "departed ARRAY",
+                                          "  TABLE",
+                                          "    mac STRING 02:00:00:00:00:01",
+                                          "    name STRING phone",
+                                          "    ip STRING 10.0.0.1",
+                                          "    ssid STRING lobby",
+                                          "    interface STRING ath1",
+                                          "    radio INT32 1",
+                                          "    channel INT32 36",
+                                          "    came INT64 1700000000",
+                                          "    left INT64 1700000060",
+                                          "    lasted INT32 59",
+                                          "    ended_by STRING station",
+                                          "    known_from STRING event",
+                                          "    reason_code INT32 307",
+                                          "    reason STRING OW_STA_DEAUTH_RECV",
+                                          "    signal INT32 -70",
+                                          "    rx_bytes INT64 4886718345",
+                                          "    tx_bytes INT64 8"}));
+}
+
+TEST_F(explaining, of_a_departure_nothing_is_made_up) {
+    station_departure one = {};
+    sta_put_text(one.mac, first_mac);
+    one.left = 1700000060;
+    one.lasted = -1;
+    one.inferred = true;
+    sta_departures_add(one);
+    EXPECT_EQ(members("departed"),
+              (lines{"total INT32 1", "departed ARRAY", "  TABLE", "    mac STRING 02:00:00:00:00:01",
+                     "    radio INT32 0", "    left INT64 1700000060", "    ended_by STRING unknown",
+                     "    known_from STRING inferred", "    rx_bytes INT64 0", "    tx_bytes INT64 0"}));
+}
+
+TEST_F(explaining, the_newest_departures_come_first_and_as_many_as_are_asked_for) {
+    for (int i = 0; i < 5; ++i) {
+        station_departure one = full_departure();
+        sta_put_text(one.mac, numbered_mac(i).c_str());
+        sta_departures_add(one);
+    }
+    EXPECT_THAT(macs(ask("departed", R"({"limit":2})")), ElementsAre(numbered_mac(4), numbered_mac(3)));
+    EXPECT_EQ(macs(ask("departed")).size(), 5U);
+}
+
+class telling : public explaining {
+protected:
+    telling() {
+        other.subscribe("wsmd");
+        EXPECT_TRUE(soon([] { return sta_wsmd_object.has_subscribers; }));
+    }
+    // The next notification without "boot" and "seq", which follows the one before.
+    lines heard() {
+        if (!soon([&] { return other.notifications.size() > taken; })) return {};
+        lines found = other.notifications.at(taken++);
+        EXPECT_THAT(found.at(1), StartsWith("boot STRING "));
+        const int number = std::stoi(found.at(2).substr(10));
+        EXPECT_EQ(number, last == 0 ? number : last + 1);
+        last = number;
+        found.erase(found.begin() + 1, found.begin() + 3);
+        return found;
+    }
+    std::size_t taken = 0;
+    int last = 0;
+};
+
+TEST_F(telling, who_joins_is_told_with_all_that_is_known) {
+    sta_tell_joined(full_station(), true);
+    lines wanted{"joined", "mac STRING 02:00:00:00:00:01", "again BOOL 1", "station TABLE"};
+    for (const std::string &member : full_members) wanted.push_back("  " + member);
+    lines found = heard();
+    std::replace(found.begin(), found.end(), std::string{"  connected INT32 8"},
+                 std::string{"  connected INT32 7"});
+    EXPECT_EQ(found, wanted);
+}
+
+TEST_F(telling, each_happening_has_the_next_number) {
+    sta_info_t *sta = full_station();
+    sta_tell_address(sta, "10.0.0.2", station_origin::lease);
+    sta_tell_name(sta, "tv", station_origin::dhcpmon);
+    sta_tell_roamed(sta, "ath1", 0);
+    sta_tell_left(full_departure());
+    sta_tell_resync(2, 3);
+    EXPECT_EQ(heard(), (lines{"changed", "mac STRING 02:00:00:00:00:01", "address STRING 10.0.0.2",
+                              "origin STRING lease"}));
+    EXPECT_EQ(heard(),
+              (lines{"changed", "mac STRING 02:00:00:00:00:01", "name STRING tv", "origin STRING dhcpmon"}));
+    EXPECT_EQ(heard(),
+              (lines{"roamed", "mac STRING 02:00:00:00:00:01", "from TABLE", "  interface STRING ath1",
+                     "  radio INT32 0", "to TABLE", "  interface STRING ath0", "  radio INT32 1"}));
+    const lines left = heard();
+    EXPECT_THAT(left, Contains("  ended_by STRING station"));
+    EXPECT_EQ(left.front(), "left");
+    EXPECT_EQ(heard(), (lines{"resync", "arrived INT32 2", "departed INT32 3"}));
+    EXPECT_EQ(ask("stations").reply->at(1), "seq INT32 " + std::to_string(last));
+}
+
+TEST_F(telling, what_nobody_has_heard_leaves_a_gap) {
+    sta_info_t *sta = full_station();
+    sta_tell_resync(1, 0);
+    sta_wsmd_object.has_subscribers = false;
+    sta_tell_joined(sta, false);
+    sta_wsmd_object.has_subscribers = true;
+    sta_tell_resync(2, 0);
+    EXPECT_EQ(heard().front(), "resync");
+    ++last;
+    EXPECT_EQ(heard(), (lines{"resync", "arrived INT32 2", "departed INT32 0"}));
+}
+
+TEST_F(explaining, without_a_subscriber_the_numbers_go_on) {
+    const auto number = [&] { return std::stoi(ask("stations").reply->at(1).substr(10)); };
+    const int before = number();
+    sta_tell_resync(1, 1);
+    EXPECT_EQ(number(), before + 1);
+}
+
+TEST_F(explaining, a_kick_through_the_older_object_is_remembered) {
+    put_station(first_mac)->radio_id = 0;
+    other.call("sta", "delete", R"({"mac":"02:00:00:00:00:01","radio":1})");
+    EXPECT_FALSE(sta_departures_take_kick(first_mac)); // it is on another radio
+    other.call("sta", "delete", R"({"mac":"02:00:00:00:00:01","radio":0})");
+    EXPECT_TRUE(sta_departures_take_kick(first_mac));
 }
 
 } // namespace

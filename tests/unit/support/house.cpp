@@ -6,6 +6,7 @@
 #include "inputs/network.h"
 #include "life/listen.h"
 #include "life/timers.h"
+#include "model/departures.h"
 #include "model/members.h"
 #include "model/table.h"
 #include "outputs/bus_link.h"
@@ -30,6 +31,7 @@ void set_globals() {
     for (std::int32_t &count : g_sta_sta_master.device_count) count = 0;
     INIT_LIST_HEAD(&dhcpmon_list);
     mem_total_cnt = 0;
+    sta_departures_forget();
     sta_max_num = 512;
     std::snprintf(g_path, sizeof(g_path), "/etc/config/wireless");
     sta_mode = 1;

@@ -1,0 +1,13 @@
+// association.h - a station associates or disassociates: the record is made, filled, reported and added, or reported and
+// removed.
+//
+// Logs:   level 7, in the name of g_sta_recv_msg.   Blocks: as reports and configuration look-ups do.
+#pragma once
+
+struct station_change;
+
+void sta_associate(const station_change &change) noexcept;
+
+// Also for one that goes to another access point: its record then stays until that one tells, or the driver has not listed it
+// for long enough.
+void sta_disassociate(const station_change &change) noexcept;

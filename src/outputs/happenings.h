@@ -1,0 +1,34 @@
+// happenings.h - what happens to stations, told in order to who has subscribed to the bus object `wsmd`.
+//
+// Format: docs/bus-api.md. Each has the next number of this start of the daemon, also when nobody hears it: who sees a gap, or
+//         another start, asks for the stations anew.
+// Cost:   a comparison while nobody has subscribed.   Blocks: as sending on the bus does. Without memory one is lost, and its
+//         number shows it.
+#pragma once
+
+#include "base/cxx/ubox.h"
+#include "model/record.h"
+
+struct station_departure;
+
+// How an address or a name came to be known.
+enum class station_origin : std::uint8_t { lease, snoop, dhcpmon, event, neighbour, restored };
+
+// The bus's word for it.
+const char *station_origin_name(station_origin origin) noexcept;
+
+// A station has associated; `again`: one that was there already.
+void sta_tell_joined(const sta_info_t *sta, bool again) noexcept;
+void sta_tell_left(const station_departure &departure) noexcept;
+// A station has moved from one interface or radio to another; `sta` is where it is now.
+void sta_tell_roamed(const sta_info_t *sta, const char *old_ifname, std::int32_t old_radio) noexcept;
+void sta_tell_address(const sta_info_t *sta, const char *address, station_origin origin) noexcept;
+void sta_tell_name(const sta_info_t *sta, const char *name, station_origin origin) noexcept;
+// The table was compared with the driver's.
+void sta_tell_resync(std::uint32_t arrived, std::uint32_t departed) noexcept;
+
+// Appends "boot" and "seq": this start of the daemon, and the number of the last happening.
+void sta_put_sequence(struct blob_buf *buf) noexcept;
+
+// Appends the members of a departure to the table that is open.
+void sta_put_departure(struct blob_buf *buf, const station_departure &departure) noexcept;

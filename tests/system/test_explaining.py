@@ -1,0 +1,97 @@
+"""The daemon explains itself: the object wsmd in a station's life."""
+
+import json
+
+import pytest
+
+A, B = "02:00:00:00:00:0a", "02:00:00:00:00:0b"
+
+
+class Told:
+    """What a subscriber of wsmd is told, in order."""
+
+    def __init__(self, lab):
+        self.lab = lab
+        self.process = lab.start("subscriber", ["ubus", "-S", "subscribe", "wsmd"])
+        self.seen = 0
+        # Until the subscription has arrived nobody is told: a station comes and goes until one is.
+        lab.wait(self._greeted, 20, "the subscription")
+        self.seen = len(self.all())
+
+    def _greeted(self):
+        self.lab.apsim("assoc mac=02:00:00:00:00:fe ifname=ath0 radio=0")
+        self.lab.apsim("disassoc mac=02:00:00:00:00:fe reason=307")
+        self.lab.wait(lambda: "02:00:00:00:00:fe" not in self.lab.online(), 10, "the greeter to be gone")
+        return any("left" in one for one in self.all())
+
+    def all(self):
+        return [json.loads(line) for line in self.process.lines() if line.endswith("}")]
+
+    def next(self, kind, **members):
+        """The next notification of this kind with these members, later than the one before."""
+        def found():
+            told = self.all()
+            for number in range(self.seen, len(told)):
+                message = told[number].get(kind)
+                if message and all(message.get(name) == value for name, value in members.items()):
+                    self.seen = number + 1
+                    return message
+            return None
+        return self.lab.wait(found, 20, f"{kind} {members}")
+
+
+@pytest.fixture
+def told(running_lab):
+    return Told(running_lab)
+
+
+def departed(lab, **arguments):
+    return lab.bus("call", "wsmd", "departed", arguments)["departed"]
+
+
+def test_a_station_s_life_is_told_in_order_and_its_end_explained(told):
+    lab = told.lab
+    lab.apsim(f"lease mac={A} ip=192.168.10.50 name=phone")
+    lab.apsim(f"assoc mac={A} ifname=ath0 radio=0")
+    joined = told.next("joined", mac=A)
+    assert joined["again"] is False
+    assert joined["station"]["interface"] == "ath0"
+    address = told.next("changed", mac=A, address="192.168.10.50")
+    assert address["origin"] == "lease"
+    assert told.next("changed", mac=A, name="phone")["origin"] == "lease"
+    lab.apsim(f"roam mac={A} ifname=ath1 radio=1")
+    roamed = told.next("roamed", mac=A)
+    assert (roamed["from"], roamed["to"]) == ({"interface": "ath0", "radio": 0}, {"interface": "ath1", "radio": 1})
+    lab.apsim(f"disassoc mac={A} reason=307")
+    left = told.next("left", mac=A)
+    numbers = [message["seq"] for one in told.all() for message in one.values()]
+    assert numbers == list(range(numbers[0], numbers[0] + len(numbers)))
+    assert {message["boot"] for one in told.all() for message in one.values()} == {joined["boot"]}
+    gone = departed(lab, limit=1)[0]
+    assert gone == left["departure"]
+    assert (gone["ended_by"], gone["known_from"], gone["reason"]) == ("station", "event", "OW_STA_DEAUTH_RECV")
+    assert (gone["ip"], gone["interface"]) == ("192.168.10.50", "ath1")
+
+
+def test_a_station_that_was_kicked_left_by_a_kick(running_lab):
+    running_lab.apsim(f"assoc mac={A} ifname=ath0 radio=0")
+    running_lab.wait_for_report(mac=A, log_type=1)
+    running_lab.bus("call", "sta", "delete", {"mac": A, "radio": 0})
+    running_lab.wait(lambda: departed(running_lab), 10, "the departure")
+    assert [(one["mac"], one["ended_by"]) for one in departed(running_lab)] == [(A, "kick")]
+
+
+def test_the_configuration_says_how_many_departures_are_kept(open_lab):
+    lab = open_lab(config={"wsmd": "config wsmd 'main'\n\toption departed '2'\n"}).start_all()
+    for mac in (A, B, "02:00:00:00:00:0c"):
+        lab.apsim(f"assoc mac={mac} ifname=ath0 radio=0")
+        lab.apsim(f"disassoc mac={mac} reason=300")
+    lab.wait(lambda: lab.bus("call", "wsmd", "departed")["total"] == 3, 10, "three departures")
+    assert [(one["mac"], one["ended_by"]) for one in departed(lab)] == [("02:00:00:00:00:0c", "idle"), (B, "idle")]
+
+
+def test_another_start_of_the_daemon_has_another_name(running_lab):
+    before = running_lab.bus("call", "wsmd", "stations")["boot"]
+    running_lab.daemon.stop()
+    running_lab.start_daemon()
+    assert running_lab.bus("call", "wsmd", "stations")["boot"] != before
