@@ -15,12 +15,20 @@ from .happenings import KINDS, Happenings, ended_with
 
 PAUSE_S = 0.05
 MOST_STATIONS = 4096
+MOST_DAYS = 60
 BROKEN_PIPE = 128 + signal.SIGPIPE
 
 
 def _seconds(word):
     value = float(word)
     if not (math.isfinite(value) and value > 0):
+        raise ValueError
+    return value
+
+
+def _days(word):
+    value = int(word.removesuffix("d"))
+    if not 1 <= value <= MOST_DAYS:
         raise ValueError
     return value
 
@@ -35,6 +43,7 @@ def _stations(word):
 def arguments(words):
     parser = argparse.ArgumentParser(prog="./demo", description="Runs the daemon in the lab with simulated clients.")
     _stations.__name__, _seconds.__name__ = f"number from 0 to {MOST_STATIONS}", "number of seconds above 0"
+    _days.__name__ = f"number of days from 1 to {MOST_DAYS}"
     parser.add_argument("--version", action="version", version=f"wsmd demo {version()}")
     parser.add_argument("--stations", type=_stations, default=12, metavar="N", help="clients that come and go (%(default)s)")
     parser.add_argument("--seconds", type=_seconds, metavar="S", help="end after so long; without it, on Ctrl-C")
@@ -45,12 +54,19 @@ def arguments(words):
     what.add_argument("--shell", action="store_true", help="a shell in the newest demo that runs")
     what.add_argument("--exec", nargs=argparse.REMAINDER, metavar="COMMAND",
                       help="run this command in the newest demo that runs, like: --exec ubus list")
+    parser.add_argument("--web", nargs="?", const="127.0.0.1:8080", metavar="ADDRESS:PORT",
+                        help="serve the collector's page (%(const)s), to be looked at in a browser")
+    parser.add_argument("--history", type=_days, metavar="DAYS", help="with --web: so many days, like 7d, that went before")
     parser.add_argument("--plain", action="store_true", help="plain lines also on a terminal")
     parser.add_argument("--build-dir", default="build", help=argparse.SUPPRESS)
     parser.add_argument("--check", action="store_true", help=argparse.SUPPRESS)  # only look at the options
     options = parser.parse_args(words)
     if options.exec == []:
         parser.error("--exec: which command?")
+    if options.history and not options.web:
+        parser.error("--history: of which page? It goes with --web")
+    if options.web and (options.scenario or options.replay or options.shell or options.exec):
+        parser.error("--web: goes with simulated clients only")
     return options
 
 
@@ -68,15 +84,22 @@ def check(options):
                 pass
 
 
-def run_plain(lab, begin, end, tell):
-    """One line per happening."""
+def run_unseen(lab, begin, end, tell):
+    """Only told: somebody looks at the page."""
     happenings = Happenings(lab)
     begin()
     while time.monotonic() < end:
         for happening in happenings.take():
-            print(happening, flush=True)
             tell(happening)
         time.sleep(PAUSE_S)
+
+
+def run_plain(lab, begin, end, tell):
+    """One line per happening."""
+    def print_and_tell(happening):
+        print(happening, flush=True)
+        tell(happening)
+    run_unseen(lab, begin, end, print_and_tell)
 
 
 def run_live(lab, begin, end, tell):
@@ -95,6 +118,15 @@ def wants_view(options):
             and importlib.util.find_spec("urwid") is not None)
 
 
+def lab_for(options):
+    if not options.web:
+        return Lab(options.build_dir, room_for=options.stations)
+    from .web import LabWithPage
+    if options.history:
+        print(f"making {options.history} days of history", flush=True)
+    return LabWithPage(options.build_dir, options.web, options.history or 0, options.stations, room_for=options.stations)
+
+
 def show(options):
     counts = collections.Counter()
 
@@ -102,11 +134,13 @@ def show(options):
         if getattr(item, "source", None) == "report":
             counts[KINDS.get(item.values["log_type"], "other")] += 1
 
-    with Lab(options.build_dir, room_for=options.stations) as lab, running.announced(lab):
+    with lab_for(options) as lab, running.announced(lab):
         lab.start_all(dhcpmon=True)
+        if options.web:
+            print(f"the page: {lab.url} (Ctrl-C ends the demo)", flush=True)
         print(f"access point up, firewall {lab.firewall}, {options.stations} clients, seed {options.seed}", flush=True)
         end = time.monotonic() + options.seconds if options.seconds is not None else math.inf
-        run = run_live if wants_view(options) else run_plain
+        run = run_plain if options.plain else run_unseen if options.web else run_live if wants_view(options) else run_plain
         try:
             run(lab, lambda: lab.apsim(f"population n={options.stations} seed={options.seed}"), end, count)
         except KeyboardInterrupt:
