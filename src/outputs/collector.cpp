@@ -3,10 +3,13 @@
 #include "outputs/report.h"
 #include "tools/descriptor.h"
 #include "tools/log.h"
+#include "tools/stop.h"
 #include "tools/text.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 namespace {
@@ -24,6 +27,18 @@ struct unix_address {
     }
     const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&address); }
 };
+
+// A collector that lets nobody in makes the daemon wait; a stop ends that, and after it nobody is waited for. A stop that is
+// held back interrupts nothing: looked for ten times a second.
+int connect_until_stopped(int fd, const unix_address &server) {
+    constexpr timeval look{.tv_sec = 0, .tv_usec = 100 * 1000};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &look, sizeof(look));
+    if (sta_stop_pending()) fcntl(fd, F_SETFL, O_NONBLOCK);
+    int result;
+    do result = connect(fd, server.get(), server.size);
+    while (result < 0 && (errno == EAGAIN || errno == EINTR) && !sta_stop_pending());
+    return result;
+}
 
 unsigned lost = 0; // reports since the last that came through
 
@@ -53,7 +68,7 @@ int sta_domain_socket_send(const sta_info_t *sta) {
         return -1;
     }
     const unix_address server{server_path};
-    if (connect(report.get(), server.get(), server.size) < 0) {
+    if (connect_until_stopped(report.get(), server) < 0) {
         STA_LOG("domain connect error.\n");
         if (lost++ == 0) STA_NOTICE("no collector at %s: reports are lost\n", server_path);
         return -1;

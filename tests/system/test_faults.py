@@ -90,6 +90,18 @@ def test_a_collector_that_accepts_late_gets_every_report_in_order(running_lab):
     serves_as_before(running_lab)
 
 
+def test_a_stop_ends_the_wait_for_a_collector_that_lets_nobody_in(running_lab):
+    running_lab.apsim("burst n=8")
+    running_lab.wait(lambda: len(running_lab.online()) == 8, 30, "8 stations")
+    running_lab.collector.stop()
+    with collector(running_lab, backlog=0):
+        sent = running_lab.logged("sta domain socket send.")
+        running_lab.start("set", ["ubus", "call", "sta", "set", '{"set_update_log_period":60}'])  # a walk over all
+        running_lab.wait_for_log("sta domain socket send.", sent + 2)
+        assert running_lab.daemon.stop() == 1
+    assert not any("-outgoing" in rule for rule in running_lab.firewall_rules("mangle"))
+
+
 def test_a_collector_that_hangs_up_at_once_loses_its_reports_and_nothing_else(running_lab):
     running_lab.collector.stop()
     count = 40

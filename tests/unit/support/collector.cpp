@@ -9,12 +9,12 @@ namespace {
 constexpr const char *path = "/tmp/sta_server_domain";
 }
 
-collector::collector() : listener(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
+collector::collector(int room) : listener(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::string(path).copy(address.sun_path, sizeof(address.sun_path) - 1);
     if (bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
-        listen(listener, 1024) != 0)
+        listen(listener, room - 1) != 0)
         throw std::runtime_error("the collector cannot listen");
 }
 

@@ -15,7 +15,8 @@ struct collected_report {
 
 class collector {
 public:
-    collector();
+    // `room`: reports that it lets wait before it makes the daemon wait.
+    explicit collector(int room = 1024);
     ~collector();
     collector(const collector &) = delete;
     collector &operator=(const collector &) = delete;
