@@ -2,6 +2,7 @@
 
 #include "life/pass.h"
 #include "tools/log.h"
+#include "tools/stop.h"
 
 #include <algorithm>
 #include <climits>
@@ -33,7 +34,8 @@ void sta_flow_count_timer(struct uloop_timeout *timer) {
 void sta_sta_log_up_timer(struct uloop_timeout *timer) {
     sta_sta_log_up_proc();
     STA_LOG("update period:%d s\n", sta_log_update_period);
-    arm(timer, sta_sta_log_up_timer, milliseconds(sta_log_update_period));
+    // A negative period is due again at once, and the loop runs what is due before it looks at anything else: at a stop, too.
+    if (!sta_stop_pending()) arm(timer, sta_sta_log_up_timer, milliseconds(sta_log_update_period));
 }
 
 void sta_single_log_up_timer(struct uloop_timeout *timer) {

@@ -94,6 +94,13 @@ def test_a_signal_ends_it_with_status_1_and_without_its_chains(running_lab, numb
     assert ":prerouting_lan -" in running_lab.firewall_rules("nat")
 
 
+def test_a_period_that_is_always_due_does_not_hold_up_a_stop(running_lab):
+    walks = running_lab.logged("update period:-1000 s")
+    running_lab.bus("call", "sta", "set", {"set_update_log_period": -1000})
+    running_lab.wait_for_log("update period:-1000 s", walks + 2)
+    assert running_lab.daemon.stop() == 1
+
+
 def test_its_last_words_name_the_module_and_nothing_else(running_lab):
     running_lab.daemon.stop()
     ends = [line for line in running_lab.log_lines() if "Function sta_deinit:" in line]
