@@ -4,6 +4,7 @@ import { band, bytes, dbm, duration, fullTime, isPrivateMac, rate, signalShare, 
 import { trend } from './model.js';
 import { rowsInView } from './window.js';
 
+const ORDERING = 300; // ms
 const SPARK = { width: 72, height: 20 };
 
 class Row {
@@ -99,6 +100,7 @@ export class Rows {
 	#rows = new Map(); // entry to its row
 	#entries = [];
 	#height = 0;
+	#ordering = 0;
 
 	constructor(heads, now) {
 		this.now = now;
@@ -106,7 +108,7 @@ export class Rows {
 		this.table = h('div', { role: 'table', 'aria-label': 'Stations' },
 			h('div', { role: 'rowgroup', class: 'head' }, h('div', { role: 'row', class: 'row', 'aria-rowindex': 1 }, ...heads)), this.body);
 		this.node = h('div', { class: 'scroller', tabindex: 0, role: 'region', 'aria-label': 'List of stations' }, this.table);
-		this.node.addEventListener('scroll', () => this.refresh(), { passive: true });
+		this.node.addEventListener('scroll', () => this.refresh(false), { passive: true });
 		this.node.addEventListener('keydown', (event) => this.#key(event));
 		this.resized = new ResizeObserver(() => {
 			this.#height = 0;
@@ -121,8 +123,8 @@ export class Rows {
 		this.refresh();
 	}
 
-	/* Renews what is seen. */
-	refresh() {
+	/* Renews what is seen; without `all` only the rows that have come into sight. */
+	refresh(all = true) {
 		if (this.node.hidden || !this.node.isConnected)
 			return;
 
@@ -155,8 +157,14 @@ export class Rows {
 		for (const [ entry, index ] of wanted) {
 			let row = this.#rows.get(entry);
 
-			if (!row) {
+			const fresh = !row;
+
+			if (fresh) {
 				row = free.pop() ?? new Row();
+
+				if (!row.node.parentNode)
+					this.body.append(row.node);
+
 				this.#rows.set(entry, row);
 			}
 
@@ -166,16 +174,20 @@ export class Rows {
 				row.node.setAttribute('aria-rowindex', index + 2);
 			}
 
-			row.fillIn(entry, now);
+			if (all || fresh)
+				row.fillIn(entry, now);
 		}
 
 		for (const row of free)
 			row.node.remove();
 
-		this.#inOrder();
+		this.#ordering ||= setTimeout(() => {
+			this.#ordering = 0;
+			this.#inOrder();
+		}, ORDERING);
 	}
 
-	/* The order of reading is that of the table. */
+	/* The order of reading is that of the table; seldom, since a row that is moved in the document is laid out anew. */
 	#inOrder() {
 		let at = this.body.firstChild;
 
@@ -216,6 +228,7 @@ export class Rows {
 	}
 
 	close() {
+		clearTimeout(this.#ordering);
 		this.resized.disconnect();
 	}
 }

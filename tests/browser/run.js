@@ -9,7 +9,7 @@ const readline = require('readline');
 
 const suites = {
 	'luci': './luci/cases.js', 'luci-live': './luci/live.js',
-	'collector': './collector/cases.js'
+	'collector': './collector/cases.js', 'collector-live': './collector/live.js'
 };
 
 function load(suite) {

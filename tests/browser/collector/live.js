@@ -1,0 +1,122 @@
+/* The page on the real collector. Told: the program, an empty folder, and messages by name as base64. */
+'use strict';
+
+const assert = require('assert/strict');
+const { spawn } = require('child_process');
+const fs = require('fs');
+const net = require('net');
+const path = require('path');
+const { newPage, until, violations } = require('../browser.js');
+const { ROW, FAILED_REQUEST } = require('./page.js');
+
+class Real {
+	constructor({ program, folder, messages }) {
+		Object.assign(this, { program, folder, messages, port: 0, socket: path.join(folder, 'socket') });
+	}
+
+	async start(...options) {
+		let said = '';
+
+		this.process = spawn(this.program, [ '--quiet', '--socket', this.socket, '--http', `127.0.0.1:${this.port}`, '--grace', '0', '--commit', '0',
+			'--store', `sqlite:${path.join(this.folder, 'store')}`, ...options ], { stdio: [ 'ignore', 'ignore', 'pipe' ] });
+		this.process.stderr.on('data', (data) => { said += data; });
+		this.ended = new Promise((resolve) => this.process.on('exit', resolve));
+
+		if (!this.port)
+			this.port = +(await until('a port', () => said.match(/http: port (\d+)/)))[1];
+
+		await until('a collector that listens', () => fetch(`http://127.0.0.1:${this.port}/`).then(() => true, () => false));
+		await until('its socket', () => fs.existsSync(this.socket));
+	}
+
+	async stop() {
+		this.process.kill('SIGTERM');
+		await this.ended;
+	}
+
+	send(name) {
+		return new Promise((resolve, reject) => {
+			const peer = net.connect(this.socket, () => peer.end(Buffer.from(this.messages[name], 'base64')));
+
+			peer.on('close', resolve).on('error', reject).resume();
+		});
+	}
+
+	get url() {
+		return `http://127.0.0.1:${this.port}/`;
+	}
+}
+
+/* One test with a collector and a page. */
+function test(name, options, body) {
+	return {
+		name,
+		async run(browser, told) {
+			const real = new Real(told);
+			const page = await newPage(browser);
+
+			try {
+				await real.start(...options(told));
+				await body(real, page);
+			}
+			finally {
+				await page.context().close();
+				await real.stop();
+			}
+		}
+	};
+}
+
+const rows = (page, n) => until(`${n} rows`, async () => await page.locator(ROW).count() == n);
+
+module.exports = [
+	test('stations come, roam and leave, and a restart does not stop the page', () => [], async (real, page) => {
+		await page.goto(real.url);
+		await until('nobody', async () => await page.locator('.empty').innerText() == 'No station is here.');
+		await real.send('first');
+		await rows(page, 1);
+		await real.send('hostile');
+		await rows(page, 2);
+		assert.ok((await page.locator(`${ROW} .network bdi`).allInnerTexts()).includes('<img src=x onerror="window.hurt=1">\\xff\\n'));
+		await real.send('roamed');
+		await until('the other radio', async () => (await page.locator(ROW).first().innerText()).includes('radio 1 · 1 roam'));
+		assert.deepEqual(await violations(page), []);
+		assert.deepEqual(page.errors, []);
+
+		await real.stop();
+		await until('the notice', () => page.locator('.notice').isVisible());
+		await real.start();
+		await until('a connection', async () => await page.locator('#connection').innerText() == 'Live');
+		await rows(page, 2);
+		await real.send('left');
+		await rows(page, 1);
+		assert.equal(await page.evaluate(() => window.hurt), undefined);
+		assert.deepEqual(page.errors.filter(text => !FAILED_REQUEST.test(text)), []);
+	}),
+
+	test('the store tells of a station and of access points', () => [], async (real, page) => {
+		for (const name of [ 'first', 'hostile', 'roamed', 'left' ])
+			await real.send(name);
+
+		await until('the store', async () => (await (await fetch(`${real.url}api/v1/changes`)).json()).some(({ kind }) => kind == 'left'));
+		await page.goto(`${real.url}#/station/02:00:00:00:00:01`);
+		await until('its roam', async () => await page.locator('.piece').count() >= 2);
+		assert.ok((await page.getByRole('table', { name: 'Departures' }).innerText()).includes('deauth recv'));
+		assert.deepEqual(await violations(page), []);
+		await page.goto(`${real.url}#/access-points`);
+		await until('the reasons', async () => (await page.locator('.cards').innerText()).includes('deauth recv'));
+		assert.equal(await page.locator('.ap').count(), 1);
+		assert.deepEqual(await violations(page), []);
+		assert.deepEqual(page.errors, []);
+	}),
+
+	test('a token in the address opens the page', ({ folder }) => [ '--token-file', path.join(folder, 'token') ], async (real, page) => {
+		await real.send('first');
+		await page.goto(real.url);
+		assert.ok((await page.locator('body').innerText()).includes('a token is needed'));
+		await page.goto(`${real.url}?token=a-token_of.letters-0123456789`);
+		await rows(page, 1);
+		assert.equal(new URL(page.url()).search, '', 'the token has left the address');
+		assert.deepEqual(page.errors.filter(text => !FAILED_REQUEST.test(text)), []);
+	})
+];
