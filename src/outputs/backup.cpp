@@ -14,6 +14,7 @@
 
 #include <charconv>
 #include <concepts>
+#include <memory>
 #include <new>
 
 namespace {
@@ -151,19 +152,82 @@ bool is_deletable(const char *mac) {
     return false;
 }
 
-// Reads up to a line feed or the buffer's end into `line` (zeroed). The number of bytes; 0 at the end of the
-// file.
-std::size_t read_piece(std::FILE *file, char (&line)[line_size]) {
-    std::memset(line, 0, sizeof(line));
-    std::size_t length = 0;
-    while (length < backup_line_max) {
-        const int c = std::getc(file);
-        if (c == EOF) break;
-        line[length++] = static_cast<char>(c);
-        if (c == '\n') break;
+// Copies a file without the lines of a MAC, and tells of those. Lines are taken as they lie behind one another, many at a time.
+class line_remover {
+public:
+    explicit line_remover(const char *mac) noexcept
+        : mac_(mac), mac_length_(std::strlen(mac)), room_(static_cast<char *>(std::malloc(most))) {}
+
+    // False when not every byte was taken. What cannot be read ends the file.
+    bool copy(std::FILE *from, std::FILE *to) noexcept {
+        char little[2 * backup_line_max];
+        char *buffer = room_ ? room_.get() : little; // without memory in smaller steps
+        const std::size_t size = room_ ? most : sizeof(little);
+        bool well = true;
+        bool ended = false; // the file has
+        bool torn = false;  // its last line was cut by its end: there is nothing more to read
+        for (std::size_t have = 0; !ended;) {
+            const std::size_t got = std::fread(buffer + have, 1, size - have, from);
+            ended = got < size - have;
+            have += got;
+            const std::size_t used = copy_lines(buffer, have, ended, torn, to, well);
+            have -= used;
+            std::memmove(buffer, buffer + used, have);
+        }
+        if (!torn) tell_dropped(mac_, "", true);
+        return well;
     }
-    return length;
-}
+
+private:
+    static constexpr std::size_t most = 32768;
+
+    // Copies the whole lines of `have` bytes; all of them when the file has `ended`. How many were used.
+    std::size_t copy_lines(const char *buffer, std::size_t have, bool ended, bool &torn, std::FILE *to,
+                           bool &well) const noexcept {
+        const char *const end = buffer + have;
+        const char *kept = buffer;     // begins what is still to be written
+        const char *mention = nullptr; // the next one of the MAC; `end`: there is none
+        const bool has_nul = std::memchr(buffer, '\0', have) != nullptr;
+        const char *line = buffer;
+        while (line < end) {
+            const auto reach = std::min(static_cast<std::size_t>(end - line), backup_line_max);
+            const auto *feed = static_cast<const char *>(std::memchr(line, '\n', reach));
+            if (!feed && reach < backup_line_max) {
+                if (!ended) break;
+                torn = true;
+            }
+            const char *next = feed ? feed + 1 : line + reach;
+            const auto length = static_cast<std::size_t>(next - line);
+            const std::size_t text = has_nul ? strnlen(line, length) : length;
+            if (!mention || mention < line) {
+                mention = static_cast<const char *>(
+                    memmem(line, static_cast<std::size_t>(end - line), mac_, mac_length_));
+                if (!mention) mention = end;
+            }
+            const bool too_short = text < backup_line_least;
+            if (too_short || (mention < next && mention + mac_length_ <= line + text)) {
+                well = write(kept, line, to) && well;
+                kept = next;
+                tell_dropped(mac_, {line, text}, too_short);
+            }
+            line = next;
+        }
+        well = write(kept, line, to) && well;
+        return static_cast<std::size_t>(line - buffer);
+    }
+
+    static bool write(const char *begin, const char *end, std::FILE *to) noexcept {
+        const auto length = static_cast<std::size_t>(end - begin);
+        return length == 0 || std::fwrite(begin, 1, length, to) == length;
+    }
+
+    struct freer {
+        void operator()(char *room) const noexcept { std::free(room); }
+    };
+    const char *mac_;
+    std::size_t mac_length_;
+    std::unique_ptr<char, freer> room_;
+};
 
 // Whether the file of all stations could be written, after each attempt.
 void backup_written(bool well) {
@@ -207,17 +271,10 @@ void sta_sta_users_backup_del(const char *mac) {
             STA_LOG("%s open fail.\n", backup_file);
             return;
         }
-        while (!std::feof(from.get()) && !std::ferror(from.get())) {
-            char line[line_size];
-            const std::size_t length = read_piece(from.get(), line);
-            if (std::strlen(line) < backup_line_least)
-                tell_dropped(mac, line, true);
-            else if (std::strstr(line, mac))
-                tell_dropped(mac, line, false);
-            else
-                (void)std::fwrite(line, 1, length, to.get());
-        }
-        if (!sta_flush(to.get())) {
+        // What is read and written is large.
+        (void)std::setvbuf(from.get(), nullptr, _IONBF, 0);
+        (void)std::setvbuf(to.get(), nullptr, _IONBF, 0);
+        if (!line_remover{mac}.copy(from.get(), to.get())) {
             // Better a line too many than the other stations' lost.
             STA_LOG("%s write error.\n", backup_file);
             if (std::rename(temporary_file, backup_file) != 0) STA_LOG("%s rename error.\n", temporary_file);
