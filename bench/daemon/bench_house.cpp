@@ -101,7 +101,7 @@ void populate(int count) {
     sta_info_t *sta = nullptr;
     sta_info_t *next = nullptr;
     list_for_each_entry_safe (sta, next, &g_sta_sta_master.list, list) {
-        list_del_init(&sta->list);
+        sta_members_unlink(sta);
         sta_sta_free(sta);
     }
     g_sta_sta_master.online = 0;
@@ -125,7 +125,7 @@ void populate(int count) {
         sta->name = sta_strdup("a-client-of-the-benchmark");
         sta_put_text(sta->ifname, i % 2 == 0 ? "ath0" : "ath1");
         sta_put_text(sta->ip, "192.168.1.20");
-        list_add_tail(&sta->list, &g_sta_sta_master.list);
+        sta_members_link(sta);
         ++g_sta_sta_master.online;
     }
 }

@@ -119,7 +119,7 @@ void sta_associate(const station_change &change) {
     // It may have been merged into another record: the early report starts over on the one that is in the table.
     sta_info_t *known = sta_members_admit(sta);
     if (!known) return;
-    known->single_log_up_cnt = 0;
+    sta_members_await_report(known);
     if (before.is_another_than(known))
         sta_tell_roamed(known, before.ifname, before.radio_id);
     else

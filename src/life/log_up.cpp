@@ -5,7 +5,9 @@
 #include "life/members.h"
 #include "life/reports.h"
 #include "model/departures.h"
+#include "model/members.h"
 #include "model/table.h"
+#include "outputs/backup.h"
 #include "outputs/collector.h"
 #include "outputs/notify.h"
 #include "protocol/driver_request.h"
@@ -27,6 +29,7 @@ void sta_sta_log_byioctl_update() {
     const std::int32_t now = sta_uptime_seconds();
     const sta_uci_snapshot configuration;
     sta_radio_tables tables{all_sections};
+    sta_backup_pass backup;
     sta_info_t *sta = nullptr;
     sta_info_t *next = nullptr;
     list_for_each_entry_safe (sta, next, &g_sta_sta_master.list, list) {
@@ -40,7 +43,7 @@ void sta_sta_log_byioctl_update() {
             // One that an event has announced to go to another access point has gone there, as far as anybody knows.
             sta_departed_by_absence(sta, sta->is_reassoc == left_for_another ? departure_cause::roam
                                                                              : departure_cause::unlisted);
-            sta_sta_del_usr(sta);
+            sta_members_dismiss(sta, backup);
             continue;
         }
         sta->log_type = report_update;
@@ -52,6 +55,8 @@ void sta_sta_log_byioctl_update() {
 }
 
 void sta_sta_log_single_byioctl_update() {
+    if (!sta_early_reports_due) return;
+    sta_early_reports_due = false;
     const sta_uci_snapshot configuration;
     sta_radio_tables tables{all_sections};
     sta_info_t *sta = nullptr;
@@ -63,6 +68,6 @@ void sta_sta_log_single_byioctl_update() {
             sta->log_type = report_update;
             if (sta_domain_socket_send(sta) == -1) STA_LOG("sta_domain_socket_send error!!!\n");
         }
-        ++sta->single_log_up_cnt;
+        if (++sta->single_log_up_cnt <= single_pass) sta_early_reports_due = true;
     }
 }

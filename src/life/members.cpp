@@ -55,12 +55,23 @@ sta_info_t *sta_members_admit(sta_info_t *sta) {
 
 int sta_sta_add_usr(sta_info_t *sta) { return sta_members_admit(sta) ? 0 : -1; }
 
-void sta_sta_del_usr(sta_info_t *sta) {
-    if (!sta) return;
+namespace {
+
+template <class RemoveLine> void let_go(sta_info_t *sta, RemoveLine remove_line) {
     sta_members_unlink(sta);
-    sta_sta_users_backup_del(sta->mac);
-    STA_LOG("Delete user(ip=%s, mac=%s).\n", sta->ip, sta->mac);
+    remove_line(sta->mac);
+    STA_LOG_AS(STA_NAME_OF(sta_sta_del_usr), "Delete user(ip=%s, mac=%s).\n", sta->ip, sta->mac);
     sta_sta_free(sta);
+}
+
+} // namespace
+
+void sta_sta_del_usr(sta_info_t *sta) {
+    if (sta) let_go(sta, sta_sta_users_backup_del);
+}
+
+void sta_members_dismiss(sta_info_t *sta, sta_backup_pass &backup) {
+    let_go(sta, [&](const char *mac) { backup.remove(mac); });
 }
 
 void sta_sta_del_usr_by_mac(const char *mac, const char *ifname) {

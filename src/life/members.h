@@ -9,6 +9,8 @@
 
 #include "model/record.h"
 
+class sta_backup_pass;
+
 extern "C" {
 
 // Adds a record, or merges it into the one with its MAC: that takes its name (when it has one), status,
@@ -27,3 +29,6 @@ void sta_sta_del_usr_by_mac(const char *mac, const char *ifname);
 
 // As sta_sta_add_usr, but gives the record that is now in the table: `sta` or the one it was merged into. Null: refused.
 sta_info_t *sta_members_admit(sta_info_t *sta);
+
+// As sta_sta_del_usr, for who lets several go in one walk: their lines go when `backup` is written.
+void sta_members_dismiss(sta_info_t *sta, sta_backup_pass &backup);

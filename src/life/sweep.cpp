@@ -5,6 +5,7 @@
 #include "life/reports.h"
 #include "model/departures.h"
 #include "model/table.h"
+#include "outputs/backup.h"
 
 struct uloop_timeout sta_restored_sweep_timer = {};
 
@@ -16,6 +17,7 @@ void sta_sta_restored_sweep_arm(struct uloop_timeout *timer) {
 
 void sta_sta_restored_sweep(struct uloop_timeout * /*timer*/) {
     if (g_sta_sta_master.online < 1) return;
+    sta_backup_pass backup;
     sta_info_t *sta = nullptr;
     sta_info_t *next = nullptr;
     list_for_each_entry_safe (sta, next, &g_sta_sta_master.list, list) {
@@ -25,6 +27,6 @@ void sta_sta_restored_sweep(struct uloop_timeout * /*timer*/) {
         sta->offline_ts = {static_cast<std::int32_t>(now.tv_sec), static_cast<std::int32_t>(now.tv_nsec)};
         sta_sta_log_off(sta);
         sta_departed_by_absence(sta, departure_cause::swept);
-        sta_sta_del_usr(sta);
+        sta_members_dismiss(sta, backup);
     }
 }

@@ -1,6 +1,7 @@
 #include "model/members.h"
 
 #include "model/state.h"
+#include "model/station_index.h"
 #include "model/table.h"
 #include "tools/log.h"
 #include "tools/memory.h"
@@ -9,6 +10,8 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+
+bool sta_early_reports_due = false;
 
 sta_info_t *sta_sta_new(const char *mac, const char *ssid) {
     if (!mac || !ssid) return nullptr;
@@ -33,9 +36,19 @@ void sta_sta_free(sta_info_t *sta) {
     sta_free(sta);
 }
 
-void sta_members_link(sta_info_t *sta) noexcept { list_add_tail(&sta->list, &g_sta_sta_master.list); }
+void sta_members_link(sta_info_t *sta) noexcept {
+    list_add_tail(&sta->list, &g_sta_sta_master.list);
+    sta_index_linked(&g_sta_sta_master.list, sta);
+    sta_early_reports_due = true;
+}
+
+void sta_members_await_report(sta_info_t *sta) noexcept {
+    sta->single_log_up_cnt = 0;
+    sta_early_reports_due = true;
+}
 
 void sta_members_unlink(sta_info_t *sta) noexcept {
+    sta_index_unlinked(&g_sta_sta_master.list, sta);
     list_del_init(&sta->list);
     sta_state_move(sta, station_step::left);
 }

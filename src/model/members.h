@@ -21,3 +21,9 @@ void sta_members_link(sta_info_t *sta) noexcept;
 
 // Takes a record out; it is the caller's again. One that was on line is not counted any more.
 void sta_members_unlink(sta_info_t *sta) noexcept;
+
+// The early report of a record of the table starts over, as a new record's does by itself.
+void sta_members_await_report(sta_info_t *sta) noexcept;
+
+// Whether a record of the table may wait for its early report: set here, and cleared by who has found none.
+extern bool sta_early_reports_due;

@@ -346,29 +346,33 @@ sta_backup_pass::~sta_backup_pass() {
     std::free(now);
 }
 
-void sta_backup_pass::update(sta_info_t *sta) {
-    if (single) {
-        sta_sta_users_backup_update(sta);
-        return;
-    }
-    if (!now) {
-        void *room = std::malloc(sizeof(state));
-        now = room ? new (room) state : nullptr;
-        const sta_file file{std::fopen(backup_file, "re")};
-        single = !now || (file && !now->lines.read(file.get()));
-        if (single) {
-            if (now) now->exists = false; // nothing of it will be written
-            sta_sta_users_backup_update(sta);
-            return;
-        }
-        now->exists = file != nullptr;
-    }
-    if (is_deletable(sta->mac)) {
+bool sta_backup_pass::is_open() {
+    if (single || now) return !single;
+    void *room = std::malloc(sizeof(state));
+    now = room ? new (room) state : nullptr;
+    const sta_file file{std::fopen(backup_file, "re")};
+    single = !now || (file && !now->lines.read(file.get()));
+    if (now) now->exists = file && !single; // nothing of what was half read will be written
+    return !single;
+}
+
+void sta_backup_pass::remove(const char *mac) {
+    if (!is_open()) {
+        sta_sta_users_backup_del(mac);
+    } else if (is_deletable(mac)) {
         if (now->exists)
-            now->lines.remove(sta->mac, tell_dropped);
+            now->lines.remove(mac, tell_dropped);
         else
             STA_LOG_AS(del_function, "%s no found!\n", backup_file);
     }
+}
+
+void sta_backup_pass::update(sta_info_t *sta) {
+    if (!is_open()) {
+        sta_sta_users_backup_update(sta);
+        return;
+    }
+    remove(sta->mac);
     if (sta->mac[0] == '\0') return;
     now->exists = true;
     if (sta->no_backup) return;

@@ -35,8 +35,8 @@ void sta_sta_load_devc(void);
 void sta_sta_save_devc(void);
 }
 
-// One pass over the table that rewrites the line of every station: the same bytes and log lines as calling
-// sta_sta_users_backup_update for each, with one reading and one atomic writing of the file.
+// One walk over the table that rewrites or removes the lines of many stations: the same bytes and log lines as calling
+// sta_sta_users_backup_update or sta_sta_users_backup_del for each, with one reading and one atomic writing of the file.
 class sta_backup_pass {
 public:
     sta_backup_pass() = default;
@@ -45,9 +45,12 @@ public:
     sta_backup_pass &operator=(const sta_backup_pass &) = delete;
 
     void update(sta_info_t *sta);
+    void remove(const char *mac);
 
 private:
+    bool is_open(); // reads the file if nobody has yet
+
     struct state;
-    state *now = nullptr; // made by the first update
+    state *now = nullptr; // made by the first call
     bool single = false;  // no memory for the file: fall back to the single operations
 };

@@ -4,6 +4,7 @@
 #include "support/house.h"
 
 #include "life/log_up.h"
+#include "model/members.h"
 #include "model/table.h"
 #include "support/driver_tables.h"
 #include "tools/memory.h"
@@ -283,6 +284,29 @@ TEST_F(single, damaged_counters_are_counted_up_or_left_alone) {
     EXPECT_EQ(low->single_log_up_cnt, -127);
     EXPECT_EQ(high->single_log_up_cnt, 127);
     EXPECT_THAT(reported(), IsEmpty());
+}
+
+// 2,048 records would be read each second to find that nobody waits.
+TEST_F(single, table_is_not_walked_while_nobody_waits) {
+    sta_info_t *sta = station_on(first_mac, 2, "ath2");
+    for (int i = 0; i < 4; ++i) sta_sta_log_single_byioctl_update();
+    EXPECT_EQ(reported().size(), 1U);
+    sta->single_log_up_cnt = 2; // behind everybody's back
+    sta_sta_log_single_byioctl_update();
+    EXPECT_EQ(sta->single_log_up_cnt, 2);
+    sta_members_await_report(sta);
+    for (int i = 0; i < 4; ++i) sta_sta_log_single_byioctl_update();
+    EXPECT_EQ(reported().size(), 1U);
+    EXPECT_EQ(sta->single_log_up_cnt, 3);
+}
+
+TEST_F(single, newcomer_is_waited_for_when_all_others_have_had_their_report) {
+    station_on(first_mac, 2, "ath2");
+    for (int i = 0; i < 4; ++i) sta_sta_log_single_byioctl_update();
+    station_on(second_mac, 2, "ath2");
+    EXPECT_THAT(reported(), ElementsAre("3 02:00:00:00:00:01"));
+    for (int i = 0; i < 3; ++i) sta_sta_log_single_byioctl_update();
+    EXPECT_THAT(reported(), ElementsAre("3 02:00:00:00:00:02"));
 }
 
 } // namespace

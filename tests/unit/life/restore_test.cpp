@@ -312,7 +312,7 @@ TEST_F(restore, stations_beyond_the_limit_are_all_taken_as_none_is_on_line) {
 }
 
 TEST_F(restore, without_memory_for_a_record_ends_there_without_a_sweep) {
-    fail_allocation(3); // record and name of the first station, record of the second
+    fail_allocation(4); // record, name and index of the first station, record of the second
     EXPECT_EQ(of("one 02:00:00:00:00:01 10.0.0.1 1\ntwo 02:00:00:00:00:02 10.0.0.2 2\n").size(), 1U);
     EXPECT_TRUE(allocation_failed());
     EXPECT_FALSE(sta_restored_sweep_timer.pending);

@@ -231,6 +231,40 @@ TEST_F(backup_pass, over_200_stations_and_a_file_full_of_foreign_text) {
     same_over(before + times(700, 't'));
 }
 
+TEST_F(backup_pass, removes_as_single_removals_do) {
+    make_stations(40);
+    const auto update_and_remove = [](auto update, auto remove) {
+        forget_log();
+        int turn = 0;
+        for (sta_info_t *sta : stations()) ++turn % 3 == 0 ? update(sta) : remove(sta->mac);
+    };
+    std::string before = "short\n" + line_of("02:00:00:00:77:01");
+    for (unsigned i = 0; i < 40; i += 2) before += line_of(mac_of(i));
+    for (const std::string &torn : {std::string(), line_of(mac_of(3)).substr(0, 60)}) {
+        write_file(file, before + torn);
+        update_and_remove(sta_sta_users_backup_update, sta_sta_users_backup_del);
+        const outcome expected = outcome_now();
+        write_file(file, before + torn);
+        {
+            sta_backup_pass pass;
+            update_and_remove([&](sta_info_t *sta) { pass.update(sta); },
+                              [&](const char *mac) { pass.remove(mac); });
+        }
+        EXPECT_EQ(read_file(file), expected.file);
+        EXPECT_EQ(log_lines(), expected.log);
+    }
+}
+
+TEST_F(backup_pass, that_only_removes_makes_no_file) {
+    forget_log();
+    {
+        sta_backup_pass pass;
+        pass.remove("02:00:00:00:00:01");
+    }
+    EXPECT_FALSE(file_exists(file));
+    EXPECT_EQ(log_lines(), lines{"sta_sta_users_backup_del: /tmp/sta_sta.info no found!\n"});
+}
+
 TEST_F(backup_pass, gives_the_file_the_mode_of_a_new_one) {
     make_stations(1);
     same_over("");

@@ -19,7 +19,7 @@ namespace {
 
 void free_everything() {
     for (sta_info_t *sta : stations()) {
-        list_del_init(&sta->list);
+        sta_members_unlink(sta);
         sta_sta_free(sta);
     }
     sta_sta_empty_dhcpmon_list();
@@ -86,6 +86,6 @@ sta_info_t *put_station(const char *mac, std::uint16_t status) {
     sta_info_t *sta = sta_sta_new(mac, "net");
     sta->status = status;
     if (status == sta_status_online) ++g_sta_sta_master.online;
-    list_add_tail(&sta->list, &g_sta_sta_master.list);
+    sta_members_link(sta);
     return sta;
 }
