@@ -105,7 +105,7 @@ module.exports = [
 		assert.deepEqual(await violations(page), []);
 		await page.goto(`${real.url}#/access-points`);
 		await until('the reasons', async () => (await page.locator('.cards').innerText()).includes('deauth recv'));
-		assert.equal(await page.locator('.ap').count(), 1);
+		await until('the access point', async () => await page.locator('.ap').count() == 1);
 		assert.deepEqual(await violations(page), []);
 		assert.deepEqual(page.errors, []);
 	}),

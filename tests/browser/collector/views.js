@@ -147,7 +147,7 @@ tests.push(
 
 	test('access points: one of them has a view of its own', { options: { address: ACCESS_POINTS, stations: 120 }, prepare: withHistory }, async (visit) => {
 		await loaded(visit);
-		assert.equal(await visit.page.locator('.ap').count(), 3);
+		await until('three', async () => await visit.page.locator('.ap').count() == 3);
 		await visit.page.getByRole('link', { name: ap(2) }).click();
 		await until('one', async () => await visit.page.locator('.ap').count() == 1);
 		await loaded(visit);
