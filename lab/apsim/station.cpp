@@ -27,6 +27,11 @@ std::uint64_t number_of(const mac_address &mac) {
 
 int step_towards(int value, int goal) { return value + (goal > value) - (goal < value); }
 
+// How busy the channel is: a table says it per cent, which the daemon takes as it is, an event as a share of 255, which the
+// daemon turns into per cent, cut.
+int per_cent(int share) { return share * 100 / 255; }
+int share(int per_cent) { return (per_cent * 255 + 99) / 100; }
+
 // Mbit/s that the signal carries.
 std::uint32_t link_rate(int rssi, std::uint32_t most) {
     const int quality = std::clamp(rssi + 95, 0, 50);
@@ -50,7 +55,7 @@ station::station(const mac_address &address, int on_radio, std::string_view ifna
 
     basic.tx_time = 4000;
     basic.floornoise = -95;
-    basic.utilization = 60;
+    basic.utilization = per_cent(60);
     basic.maxRate = on_radio == 0 ? 300 : 867;
     basic.rx_rate = basic.tx_rate = basic.maxRate / 2;
     basic.channel = on_radio == 0 ? 6 : 36;
@@ -90,6 +95,7 @@ field_result station::set(std::string_view name, std::string_view text) {
 station_event station::happening(std::uint32_t assoc) const {
     station_event now = event;
     copy_figures(now, basic, extended);
+    if (!by_hand.contains("utilization")) now.utilization = share(basic.utilization);
     now.assoc = assoc;
     now.time_stamp = static_cast<std::uint32_t>(std::time(nullptr));
     return now;
@@ -167,7 +173,7 @@ void station_table::advance(station &one, int noise, int utilization) {
     move("chain_rssi0", basic.chain_rssi0, rssi - random.between(0, 3));
     move("chain_rssi1", basic.chain_rssi1, rssi - random.between(0, 3));
     move("floornoise", basic.floornoise, noise);
-    move("utilization", basic.utilization, utilization);
+    move("utilization", basic.utilization, per_cent(utilization));
     move("tx_time", basic.tx_time, 1000 * random.between(1, 2 + utilization / 10));
     move("online_time", basic.online_time, basic.online_time + 1);
     const std::uint32_t link = link_rate(basic.rssi, basic.maxRate);

@@ -1,6 +1,7 @@
 """The driver simulator's figures, its population, its lease file, and the program itself."""
 
 import json
+import struct
 import subprocess
 
 import pytest
@@ -32,6 +33,17 @@ def test_figures_set_by_hand_stay(open_apsim):
     now = wait(lambda: (now := apsim.list()[0])["online_time"] > 20 and now, "twenty seconds of simulated time")
     assert {name: now[name] for name in by_hand} == by_hand
     assert now["tx_bytes"] > 0, "the others move on"
+
+
+def test_a_table_says_per_cent_how_busy_the_channel_is_and_an_event_a_share_of_255(apsim):
+    listener = apsim.listener()
+    apsim.ok(f"assoc mac={MAC} ifname=ath0 radio=0")
+    assert (listener.record()[0], apsim.list()[0]["utilization"]) == (1, 23)
+    apsim.ok("pass seconds=100")
+    busy = apsim.list()[0]["utilization"]
+    assert 1 <= busy <= 86
+    apsim.ok(f"disassoc mac={MAC}")
+    assert struct.unpack_from("<i", listener.record(), 192)[0] * 100 // 255 == busy, "what the daemon makes of it"
 
 
 def test_time_that_stands_still_passes_when_it_is_told_to(apsim):
