@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
 #include <linux/netlink.h>
 
 bool netlink_listener_in(const char *line, netlink_listener &found) noexcept {
@@ -34,9 +37,11 @@ bool find_netlink_listeners(std::uint32_t own_port, array<netlink_listener> &fou
     return whole;
 }
 
-bool netlink_port_is_of(std::uint32_t port, const char *process_name) noexcept {
+namespace {
+
+bool is_called(const char *folder, const char *process_name) {
     char path[40];
-    std::snprintf(path, sizeof(path), "/proc/%u/comm", static_cast<unsigned>(port));
+    std::snprintf(path, sizeof(path), "/proc/%.20s/comm", folder);
     std::FILE *file = std::fopen(path, "re");
     if (!file) return false;
     char name[32] = "";
@@ -44,4 +49,39 @@ bool netlink_port_is_of(std::uint32_t port, const char *process_name) noexcept {
     std::fclose(file);
     name[std::strcspn(name, "\n")] = '\0';
     return read && std::strcmp(name, process_name) == 0;
+}
+
+// Its number in the innermost of the process namespaces that it is in; 0 when that cannot be read.
+unsigned long innermost_number(const char *folder) {
+    char path[40];
+    std::snprintf(path, sizeof(path), "/proc/%.20s/status", folder);
+    std::FILE *file = std::fopen(path, "re");
+    if (!file) return 0;
+    unsigned long number = 0;
+    char line[256];
+    while (std::fgets(line, sizeof(line), file)) {
+        if (std::strncmp(line, "NSpid:", 6) != 0) continue;
+        const char *last = std::strrchr(line, '\t'); // outermost first
+        if (last) number = std::strtoul(last, nullptr, 10);
+        break;
+    }
+    std::fclose(file);
+    return number;
+}
+
+} // namespace
+
+bool netlink_port_is_of(std::uint32_t port, const char *process_name) noexcept {
+    char own[16];
+    std::snprintf(own, sizeof(own), "%u", static_cast<unsigned>(port));
+    if (is_called(own, process_name)) return true;
+    // In a jail it has another number than here, and the port is named after that one.
+    DIR *processes = opendir("/proc");
+    if (!processes) return false;
+    bool found = false;
+    while (const dirent *one = found ? nullptr : readdir(processes))
+        found = one->d_name[0] >= '1' && one->d_name[0] <= '9' && is_called(one->d_name, process_name) &&
+                innermost_number(one->d_name) == port;
+    closedir(processes);
+    return found;
 }

@@ -20,5 +20,5 @@ bool netlink_listener_in(const char *line, netlink_listener &found) noexcept;
 bool find_netlink_listeners(std::uint32_t own_port, array<netlink_listener> &found) noexcept;
 
 // True when the process that `port` is named after has this name. The kernel gives the first netlink socket of a
-// process the process's number.
+// process the process's number: the one that it has in its own process namespace, which may be a jail's.
 bool netlink_port_is_of(std::uint32_t port, const char *process_name) noexcept;

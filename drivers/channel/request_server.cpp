@@ -69,7 +69,8 @@ int request_server::listen(const char *path) noexcept {
     listener_.owner = this;
     listener_.cb = [](uloop_fd *self, unsigned) { static_cast<listener_watch *>(self)->owner->accept_all(); };
     if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
-        ::listen(fd, static_cast<int>(peers_waiting_max)) != 0 || uloop_fd_add(&listener_, ULOOP_READ) != 0) {
+        chmod(path, 0660) != 0 || ::listen(fd, static_cast<int>(peers_waiting_max)) != 0 ||
+        uloop_fd_add(&listener_, ULOOP_READ) != 0) {
         const int error = errno;
         close(fd);
         return error;

@@ -29,7 +29,8 @@ public:
     request_server(request_server &&) = delete;
 
     // Listens at `path`, in place of a socket that nobody listens at any more. 0, or an error number: EADDRINUSE when
-    // somebody listens there, ENOTSOCK when it is something else, ENAMETOOLONG when it is no path for a socket.
+    // somebody listens there, ENOTSOCK when it is something else, ENAMETOOLONG when it is no path for a socket. Owner and
+    // group of the socket may ask: a request can send stations away.
     int listen(const char *path) noexcept;
 
 private:

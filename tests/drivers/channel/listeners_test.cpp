@@ -2,7 +2,10 @@
 
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <string>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -38,6 +41,54 @@ TEST(netlink_port, is_of_the_process_that_has_its_number) {
     EXPECT_FALSE(netlink_port_is_of(own, name.substr(1).c_str()));
     EXPECT_FALSE(netlink_port_is_of(own, ""));
     EXPECT_FALSE(netlink_port_is_of(4294963135U, name.c_str())) << "no process has this number";
+}
+
+// A process in a process namespace of its own, in which it has number 1.
+class jailed_process {
+public:
+    jailed_process() {
+        int up[2], down[2];
+        if (pipe(up) != 0 || pipe(down) != 0) return;
+        child_ = fork();
+        if (child_ == 0) {
+            close(down[1]);
+            char byte = 0;
+            if (unshare(CLONE_NEWUSER | CLONE_NEWPID) != 0) _exit(1);
+            if (fork() == 0) {
+                prctl(PR_SET_NAME, "a-jailed-one");
+                (void)!write(up[1], "x", 1);
+                (void)!read(down[0], &byte, 1); // until the test lets go
+                _exit(0);
+            }
+            close(up[1]);
+            wait(nullptr);
+            _exit(0);
+        }
+        close(up[1]);
+        close(down[0]);
+        char byte = 0;
+        runs_ = read(up[0], &byte, 1) == 1;
+        close(up[0]);
+        hold_ = down[1];
+    }
+    ~jailed_process() {
+        close(hold_);
+        waitpid(child_, nullptr, 0);
+    }
+    bool runs() const { return runs_; }
+
+private:
+    pid_t child_ = -1;
+    int hold_ = -1;
+    bool runs_ = false;
+};
+
+TEST(netlink_port, is_of_the_jailed_process_that_has_its_number_in_its_jail) {
+    const jailed_process jailed;
+    if (!jailed.runs()) GTEST_SKIP() << "no process namespaces here";
+    EXPECT_TRUE(netlink_port_is_of(1, "a-jailed-one"));
+    EXPECT_FALSE(netlink_port_is_of(2, "a-jailed-one")) << "another number";
+    EXPECT_FALSE(netlink_port_is_of(1, "another-one")) << "another name";
 }
 
 TEST(array, keeps_what_it_has_when_it_grows_and_fills_a_gap_with_the_last) {

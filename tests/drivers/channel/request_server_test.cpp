@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <thread>
 #include <unistd.h>
@@ -138,6 +139,13 @@ TEST_F(request_server_socket, takes_the_place_of_a_socket_that_nobody_listens_at
     EXPECT_EQ(server.listen(path.c_str()), 0);
     EXPECT_EQ(request_server(nullptr, nullptr).listen(folder.c_str()), ENOTSOCK);
     EXPECT_EQ(request_server(nullptr, nullptr).listen(std::string(108, 'x').c_str()), ENAMETOOLONG);
+}
+
+TEST_F(request_server_socket, may_be_asked_by_its_owner_and_its_group_alone) {
+    ASSERT_EQ(server.listen(path.c_str()), 0);
+    struct stat about {};
+    ASSERT_EQ(stat(path.c_str(), &about), 0);
+    EXPECT_EQ(about.st_mode & 0777, 0660U);
 }
 
 } // namespace
