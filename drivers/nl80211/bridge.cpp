@@ -1,6 +1,7 @@
 #include "nl80211/bridge.h"
 
 #include "nl80211/log.h"
+#include "nl80211/supervisor.h"
 #include "protocol/escape.h"
 
 #include <algorithm>
@@ -102,6 +103,7 @@ void bridge::stop() noexcept {
 
 void bridge::tick() noexcept {
     uloop_timeout_set(&tick_, tick_ms);
+    supervisor_alive();
     if (!kernel_.is_open() && kernel_.open()) {
         ticks_ = 0;
         must_list_ = true;

@@ -2,6 +2,7 @@
 // and answers its requests, from the kernel's wireless configuration and hostapd's control sockets.
 #include "nl80211/bridge.h"
 #include "nl80211/log.h"
+#include "nl80211/supervisor.h"
 #include "protocol/was_wire.h"
 
 #include <cerrno>
@@ -77,7 +78,11 @@ int main(int argc, char **argv) {
         log_line("%s: %s", what, std::strerror(errno));
         return 1;
     }
-    uloop_run();
+    // Told from within the loop, which forgets a signal that comes before it runs.
+    uloop_timeout started{};
+    started.cb = [](uloop_timeout *) { supervisor_started(); };
+    uloop_timeout_set(&started, 0);
+    if (!uloop_cancelled) uloop_run();
     whole.stop();
     return 0;
 }
