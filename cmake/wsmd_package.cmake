@@ -1,4 +1,4 @@
-# Debian packages of a build: cpack -G DEB in the build folder makes wsmd, wsmd-tools and wsmd-base.
+# Debian packages of a build: cpack -G DEB in the build folder makes wsmd, wsm-bridge, wsmd-tools and wsmd-base.
 # The components are those of the install() calls. Included last: CPack looks at what is there by then.
 
 set(CPACK_PACKAGE_NAME wsmd)
@@ -18,6 +18,9 @@ if(WSMD_BASE_BUNDLED)
   list(APPEND CPACK_COMPONENTS_ALL base)
   set(tools_depends "wsmd-base (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
   string(APPEND daemon_depends ", ${tools_depends}")
+endif()
+if(TARGET wsm-bridge)
+  list(APPEND CPACK_COMPONENTS_ALL bridge)
 endif()
 if(WSMD_LAB)
   list(APPEND CPACK_COMPONENTS_ALL tools)
@@ -48,6 +51,11 @@ wsmd_package(daemon wsmd "${daemon_depends}"
   "${PROJECT_DESCRIPTION}"
   "Keeps one record for every wireless client of an access point, reports its"
   "coming, going and figures to a collector, and answers for it on the bus.")
+wsmd_package(bridge wsm-bridge "${tools_depends}"
+  "Wireless driver of mac80211 radios for wsmd"
+  "Tells the daemon of stations that come, go and roam at an access point with"
+  "hostapd, and answers its driver requests, with the program wsm-bridge.")
+set(CPACK_DEBIAN_BRIDGE_PACKAGE_RECOMMENDS wsmd)
 wsmd_package(base wsmd-base ""
   "Base libraries, bus broker and configuration tools below wsmd"
   "Event loop, messages, bus and configuration packages, with the programs ubusd,"

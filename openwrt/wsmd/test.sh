@@ -17,6 +17,10 @@ libdebug-open)
 libwas-open)
 	[ -f /usr/lib/libwas.so ]
 	;;
+wsm-bridge)
+	[ -x /etc/init.d/wsm-bridge ] && [ "$(uci -q get wsm-bridge.main)" = bridge ] || exit 1
+	wsm-bridge --help | grep -q '^usage: wsm-bridge'
+	;;
 wsmd-tools)
 	apsim --help | grep -q '^usage: apsim' && wsm-collector --help | grep -q '^usage: wsm-collector' &&
 		wsm-record --help | grep -q '^usage: wsm-record'

@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import time
@@ -15,9 +16,9 @@ import pytest
 from trees import files_below
 
 RELEASE = "bookworm"
-NEEDED = "iptables,libjson-c5,libmicrohttpd12,libmosquitto1,libsqlite3-0,libssl3,libstdc++6"  # what the packages depend on
+NEEDED = "iptables,libjson-c5,libmicrohttpd12,libmosquitto1,libnl-genl-3-200,libsqlite3-0,libssl3,libstdc++6"  # what the packages depend on
 ROOT_IS_OLD = 30 * 24 * 3600               # seconds
-NAMES = ["wsmd-base", "wsmd", "wsmd-tools"]
+NAMES = ["wsmd-base", "wsmd", "wsm-bridge", "wsmd-tools"]
 
 
 def run(*command, **options):
@@ -31,7 +32,7 @@ def packages(build_dir, cache, bundled, sanitized, tmp_path_factory):
     """The packages that the build makes: name to path."""
     if shutil.which("dpkg-shlibdeps") is None or shutil.which("fakeroot" if os.geteuid() else "dpkg-deb") is None:
         pytest.skip("no tools for Debian packages")
-    if sanitized or not bundled or cache.get("WSMD_LAB") != "ON":
+    if sanitized or not bundled or cache.get("WSMD_LAB") != "ON" or not (build_dir / "bin/wsm-bridge").exists():
         pytest.skip("packages are made of a whole build without sanitizers")
     folder = tmp_path_factory.mktemp("packages")
     run("cpack", "-G", "DEB", "--config", build_dir / "CPackConfig.cmake", "-B", folder)
@@ -59,11 +60,13 @@ def test_each_depends_on_what_it_needs(packages):
     depends = {name: field(packages[name], "Depends").split(", ") for name in NAMES}
     for name in NAMES:
         assert any(word.startswith("libc6 ") for word in depends[name])
-        assert any(word.startswith("libjson-c5 ") for word in depends[name])
+        assert name == "wsm-bridge" or any(word.startswith("libjson-c5 ") for word in depends[name])
     assert {"iptables", f"wsmd-base (= {version})"} <= set(depends["wsmd"])
     assert f"wsmd-base (= {version})" in depends["wsmd-tools"]
+    assert f"wsmd-base (= {version})" in depends["wsm-bridge"]
+    assert any(word.startswith("libnl-genl-3-200 ") for word in depends["wsm-bridge"])
     assert any(word.startswith("libstdc++6 ") for word in depends["wsmd-tools"])
-    assert not any("libstdc++" in word for word in depends["wsmd"] + depends["wsmd-base"])
+    assert not any("libstdc++" in word for word in depends["wsmd"] + depends["wsmd-base"] + depends["wsm-bridge"])
 
 
 def test_each_says_what_it_is(packages):
@@ -124,13 +127,13 @@ def in_root(root, *command, namespaces=()):
 
 
 def belongings(root):
-    """Every file of the root but what package management, its caches and the list of groups keep about it."""
-    kept = ("var/lib/dpkg/", "var/cache/", "var/log/", "etc/ld.so.cache", "etc/group-", "etc/gshadow-", "dev/", "proc/")
+    """Every file of the root but what package management, its caches and the lists of accounts keep about it."""
+    kept = ("var/lib/dpkg/", "var/cache/", "var/log/", "etc/ld.so.cache", "etc/group-", "etc/gshadow-", "etc/passwd-", "etc/shadow-", "dev/", "proc/")
     return [name for name in files_below(root) if not name.startswith(kept)]
 
 
-def groups(root):
-    return (root / "etc/group").read_text(encoding="utf-8")
+def accounts(root):
+    return [(root / "etc" / name).read_text(encoding="utf-8") for name in ("group", "passwd")]
 
 
 def look_at_it_running(root):
@@ -145,17 +148,18 @@ def look_at_it_running(root):
 def run_the_devices_own_checks(root, feed):
     shutil.copytree(feed / "files/etc", root / "etc", dirs_exist_ok=True)
     shutil.copy(feed / "test.sh", root / "run")
-    for package in ("wsmd", "libdebug-open", "libwas-open", "wsmd-tools"):
+    for package in ("wsmd", "wsm-bridge", "libdebug-open", "libwas-open", "wsmd-tools"):
         in_root(root, "sh", "/run/test.sh", package, "0.1.0", namespaces=["--net"])
 
 
 def test_in_a_fresh_root_they_install_run_and_leave_nothing_behind(fresh_root, packages, feed):
     root = fresh_root
-    before, groups_before = belongings(root), groups(root)
+    before, accounts_before = belongings(root), accounts(root)
     for name in NAMES:
         shutil.copy(packages[name], root / "var/cache")
     in_root(root, "dpkg", "--install", *(f"/var/cache/{packages[name].name}" for name in NAMES))
-    assert "\nwsmd:x:" in groups(root)
+    assert "\nwsmd:x:" in accounts(root)[0]
+    assert re.search(r"^wsm-bridge:x:\d+:\d+::/nonexistent:/usr/sbin/nologin$", accounts(root)[1], re.M)
 
     look_at_it_running(root)
     run_the_devices_own_checks(root, feed)
@@ -166,4 +170,4 @@ def test_in_a_fresh_root_they_install_run_and_leave_nothing_behind(fresh_root, p
         f"etc/config/{name}" for name in ("debug", "sysinfo", "system", "wifiinfo", "wireless")} | {  # what the checks laid out
         "run/fresh_root.sh", "run/test.sh", "tmp/.sta_file_lockpath", "tmp/sta.log"}
     assert left - ours == set()
-    assert groups(root) == groups_before
+    assert accounts(root) == accounts_before

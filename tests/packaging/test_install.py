@@ -10,7 +10,7 @@ from trees import files_below
 DAEMON = {
     "include/debug/dbg.h", "include/was/was.h",
     "lib/libdebug.so", "lib/libwas.so", "lib/pkgconfig/libdebug.pc", "lib/pkgconfig/libwas.pc",
-    "lib/systemd/system/wsmd.service",
+    "lib/systemd/system/wsmd.service", "lib/tmpfiles.d/wsmd.conf",
     "sbin/wsm-check", "sbin/wsmd",
     "share/acl.d/wsmd.json",
     "share/doc/wsmd/README.Debian", "share/doc/wsmd/copyright",
@@ -29,6 +29,13 @@ BASE = {
     *(f"lib/pkgconfig/lib{name}.pc" for name in ("blobmsg_json", "ubox", "ubus", "uci")),
     "lib/systemd/system/ubusd.service",
     "share/doc/wsmd-base/copyright",
+}
+BRIDGE = {
+    "lib/systemd/system/wsm-bridge.service",
+    "sbin/wsm-bridge",
+    "share/doc/wsm-bridge/bridge.md", "share/doc/wsm-bridge/copyright",
+    "share/doc/wsm-bridge/examples/config/wifiinfo", "share/doc/wsm-bridge/examples/config/wireless",
+    "share/man/man8/wsm-bridge.8",
 }
 TOOLS = {
     "bin/apsim", "bin/dhcpmon", "bin/wsm-collector", "bin/wsm-record", "bin/wsm-replay",
@@ -62,10 +69,11 @@ int main(void) {
 """
 
 
-def test_every_file_has_its_place(installed, cache, bundled, tree):
+def test_every_file_has_its_place(installed, build_dir, cache, bundled, tree):
     page = {f"share/wsmd/web/{name}" for name in files_below(tree / "collector/web")}
     lab = cache.get("WSMD_LAB") == "ON"
-    expected = DAEMON | (BASE if bundled else set()) | (TOOLS | page if lab else set())
+    bridge = BRIDGE if (build_dir / "bin/wsm-bridge").exists() else set()
+    expected = DAEMON | bridge | (BASE if bundled else set()) | (TOOLS | page if lab else set())
     assert files_below(installed) == sorted(expected)
 
 

@@ -40,9 +40,9 @@ def test_it_names_licence_and_maintainer(described, tree):
     assert re.fullmatch(r".+ <.+@.+>", described["MAINTAINER"])
 
 
-def test_it_has_four_packages_and_each_has_a_title_of_one_line(described):
+def test_it_has_five_packages_and_each_has_a_title_of_one_line(described):
     titles = {name.split(".")[0]: value for name, value in described.items() if name.endswith(".TITLE")}
-    assert sorted(titles) == ["libdebug-open", "libwas-open", "wsmd", "wsmd-tools"]
+    assert sorted(titles) == ["libdebug-open", "libwas-open", "wsm-bridge", "wsmd", "wsmd-tools"]
     assert all(10 < len(title) <= 70 for title in titles.values())
 
 
@@ -61,6 +61,13 @@ def test_it_builds_against_the_devices_own_base_libraries(described):
 def test_the_configuration_survives_an_upgrade(described):
     assert described["wsmd.conffiles"] == "/etc/config/wsmd"
     assert described["libdebug-open.conffiles"] == "/etc/config/debug"
+    assert described["wsm-bridge.conffiles"] == "/etc/config/wsm-bridge"
+
+
+def test_the_bridge_has_a_user_of_its_own_and_the_device_s_netlink_library(described):
+    assert described["wsm-bridge.USERID"] == "wsm-bridge:wsm-bridge"
+    assert {"+libnl-tiny", "+libwas-open", "+procd-ujail"} <= set(described["wsm-bridge.DEPENDS"].split())
+    assert "-DWSMD_NETLINK=libnl-tiny" in described["CMAKE_OPTIONS"].split()
 
 
 def test_the_group_of_the_bus_rules_is_made(described, feed):
@@ -69,16 +76,17 @@ def test_the_group_of_the_bus_rules_is_made(described, feed):
 
 
 def test_what_is_packed_is_what_was_installed(tree, feed, installed, tmp_path):
-    if not (installed / "bin/apsim").exists():
-        pytest.skip("built without the lab")
+    if not (installed / "bin/apsim").exists() or not (installed / "sbin/wsm-bridge").exists():
+        pytest.skip("built without the lab or the bridge")
     staged = tmp_path / "staged"
     staged.mkdir()
     (staged / "usr").symlink_to(installed)
-    packages = ["wsmd", "libdebug-open", "libwas-open", "wsmd-tools"]
+    packages = ["wsmd", "wsm-bridge", "libdebug-open", "libwas-open", "wsmd-tools"]
     make(tree, feed, *(f"install-{name}" for name in packages), PKG_INSTALL_DIR=staged, DEST=tmp_path / "packed")
     assert {name: files_below(tmp_path / "packed" / name) for name in packages} == {
         "wsmd": ["etc/capabilities/wsmd.json", "etc/config/wsmd", "etc/init.d/wsmd", "etc/uci-defaults/wsmd",
                  "usr/sbin/wsm-check", "usr/sbin/wsmd", "usr/share/acl.d/wsmd.json", "usr/share/rpcd/acl.d/wsmd.json"],
+        "wsm-bridge": ["etc/capabilities/wsm-bridge.json", "etc/config/wsm-bridge", "etc/init.d/wsm-bridge", "usr/sbin/wsm-bridge"],
         "libdebug-open": ["etc/config/debug", "usr/lib/libdebug.so"],
         "libwas-open": ["usr/lib/libwas.so"],
         "wsmd-tools": ["usr/bin/apsim", "usr/bin/dhcpmon", "usr/bin/wsm-collector", "usr/bin/wsm-record", "usr/lib/libwsm-record.so"],
@@ -115,7 +123,65 @@ def test_what_is_taken_from_the_tree_is_enough_to_configure_a_build(tree, feed, 
                     "-DWSMD_BASE=bundled"], check=True, capture_output=True)
 
 
-# --- the init script ---
+def test_every_header_of_the_tree_that_its_programs_include_is_taken_from_it(tree, feed, tmp_path):
+    make(tree, feed, "prepare", PKG_BUILD_DIR=tmp_path / "source")
+    source = tmp_path / "source"
+    here = {name for name in files_below(source) if name.endswith(".h")}
+    endings = {"/".join(name.split("/")[at:]) for name in here for at in range(name.count("/") + 1)}
+    for path in sorted(source.rglob("*.cpp")) + sorted(source.rglob("*.h")):
+        for header in re.findall(r'^#include "(.+)"', path.read_text(encoding="utf-8"), re.M):
+            assert header in endings, f"{path.relative_to(source)} includes {header}"
+    assert {"protocol/was_wire.h", "drivers/nl80211/bridge.h"} <= here
+
+
+# --- the init scripts ---
+
+def run_bridge_init(tree, feed, call, tmp_path):
+    """The same for the bridge's script, with its folders below `tmp_path`."""
+    script = (f'. "{tree / STUBS}/procd.sh"; . "{feed}/files/etc/init.d/wsm-bridge"; '
+              f'RUN="{tmp_path}"; HOSTAPD_RIGHTS="{tmp_path}/wpad.json"; {call}')
+    done = subprocess.run(["sh", "-c", script], check=False, capture_output=True, text=True)
+    assert done.stderr == ""
+    return [line.split() for line in done.stdout.splitlines()]
+
+
+def test_the_bridge_answers_where_the_daemon_asks_though_only_root_can_make_a_socket_there(tree, feed, tmp_path):
+    calls = run_bridge_init(tree, feed, "start_service", tmp_path)
+    assert ["procd_set_param", "command", "/usr/sbin/wsm-bridge", "--socket", f"{tmp_path}/wsm-bridge/was.sock",
+            "--control", "/var/run/hostapd"] in calls
+    assert ["chown", "wsm-bridge:root", f"{tmp_path}/wsm-bridge"] in calls
+    assert (tmp_path / "wsm-bridge").stat().st_mode & 0o7777 == 0o2750
+    assert os.readlink(tmp_path / "was.sock") == "wsm-bridge/was.sock"
+    run_bridge_init(tree, feed, "start_service; stop_service", tmp_path)
+    assert not (tmp_path / "was.sock").is_symlink()
+
+
+def test_the_bridge_is_started_again_for_ever_as_its_own_user_with_one_right(tree, feed, tmp_path):
+    calls = run_bridge_init(tree, feed, "start_service", tmp_path)
+    assert ["procd_set_param", "respawn", "3600", "1", "0"] in calls
+    assert ["procd_set_param", "user", "wsm-bridge"] in calls
+    assert ["procd_set_param", "no_new_privs", "1"] in calls
+    assert ["procd_set_param", "capabilities", "/etc/capabilities/wsm-bridge.json"] in calls
+    assert ["procd_add_jail", "wsm-bridge", "requirejail"] in calls
+    rights = json.loads((feed / "files/etc/capabilities/wsm-bridge.json").read_text())
+    assert sorted(rights) == ["ambient", "bounding", "effective", "inheritable", "permitted"]
+    assert all(one == ["CAP_NET_ADMIN"] for one in rights.values())
+
+
+@pytest.mark.parametrize("has_user, group", [(True, "network"), (False, "root")], ids=["as its own user", "as root"])
+def test_the_bridge_may_use_the_sockets_of_a_hostapd_that_runs(tree, feed, tmp_path, has_user, group):
+    if has_user:
+        (tmp_path / "wpad.json").touch()
+    assert ["procd_set_param", "group", group] in run_bridge_init(tree, feed, "start_service", tmp_path)
+
+
+def test_the_bridge_has_the_radios_of_its_configuration(tree, feed, tmp_path):
+    calls = run_bridge_init(tree, feed, "BRIDGE_RADIOS='wlan2=0 wlan3=1'; BRIDGE_CONTROL=/elsewhere; start_service", tmp_path)
+    assert ["procd_append_param", "command", "--radio", "wlan2=0"] in calls
+    assert ["procd_append_param", "command", "--radio", "wlan3=1"] in calls
+    assert [call[-2:] for call in calls if call[1:2] == ["command"]][0] == ["--control", "/elsewhere"]
+    assert run_bridge_init(tree, feed, "service_triggers", tmp_path) == [["procd_add_reload_trigger", "wsm-bridge"]]
+
 
 def run_init(tree, feed, call, tmp_path, wireless="/etc/config", capability_text="{}"):
     """The calls of the init library that a function of the script makes, as lists of words."""
@@ -190,7 +256,8 @@ def test_the_jail_leaves_the_rights_that_iptables_and_the_driver_ask_for(tree, f
 def test_the_shell_finds_nothing_wrong_with_the_scripts(feed):
     if shutil.which("shellcheck") is None:
         pytest.skip("shellcheck is not installed")
-    scripts = [feed / name for name in ("files/etc/init.d/wsmd", "files/etc/uci-defaults/wsmd", "test.sh")]
+    scripts = [feed / name for name in ("files/etc/init.d/wsmd", "files/etc/init.d/wsm-bridge", "files/etc/uci-defaults/wsmd",
+                                      "test.sh")]
     done = subprocess.run(["shellcheck", "-s", "dash", *scripts], capture_output=True, text=True, check=False)
     assert done.stdout == ""
 

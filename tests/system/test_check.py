@@ -45,6 +45,14 @@ def test_on_a_healthy_access_point_nothing_is_missing(running_lab, check):
     assert lines["ok"]["capability file"] == "room for 768 stations"
 
 
+def test_a_driver_may_answer_behind_a_link(open_lab, check):
+    lab = open_lab()
+    lab.run(["sh", "-c", "mkdir /run/driver && ln -s driver/was.sock /run/was.sock"])
+    lab.start("apsim", ["apsim", "--socket", "/run/../run/driver/was.sock"])
+    lab.wait(lambda: lab.run(["test", "-S", "/run/driver/was.sock"], check=False).status == 0, 10, "the driver")
+    assert found(check(lab))["ok"]["driver"] == "a driver program answers at /var/run/was.sock"
+
+
 def test_quiet_says_nothing_of_a_healthy_access_point(running_lab, check):
     done = check(running_lab, "--quiet")
     assert (done.status, done.stdout, done.stderr) == (0, "", "")

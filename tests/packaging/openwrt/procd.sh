@@ -2,7 +2,7 @@
 # The init library's calls, one line each, as the service makes them.
 
 for call in procd_open_instance procd_close_instance procd_set_param procd_append_param procd_add_jail \
-	procd_add_jail_mount procd_add_jail_mount_rw procd_add_reload_trigger logger; do
+	procd_add_jail_mount procd_add_jail_mount_rw procd_add_reload_trigger logger chown; do
 	eval "$call() { echo $call \"\$@\"; }"
 done
 
@@ -20,5 +20,13 @@ uci() {
 		;;
 	*) return 1 ;;
 	esac
+}
+BRIDGE_RADIOS='' # as the options of its configuration list them
+config_load() { [ "$*" = wsm-bridge ]; }
+config_get() { [ "$2 $3" = 'main control' ] && eval "$1=\${BRIDGE_CONTROL:-\$4}"; }
+config_list_foreach() {
+	local one
+	[ "$1 $2" = 'main radio' ] || return 1
+	for one in $BRIDGE_RADIOS; do "$3" "$one"; done
 }
 jsonfilter() { [ "$*" = "-i $CAPABILITY_FILE -e @.wireless.wireless_path" ] && echo "$WIRELESS_FOLDER"; }
