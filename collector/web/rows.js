@@ -112,6 +112,10 @@ export class Rows {
 		this.node.addEventListener('keydown', (event) => this.#key(event));
 		this.resized = new ResizeObserver(() => {
 			this.#height = 0;
+
+			for (const row of this.#rows.values())
+				row.index = -1; // another height is another place
+
 			this.refresh();
 		});
 		this.resized.observe(this.node);

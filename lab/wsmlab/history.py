@@ -49,22 +49,21 @@ def name_of(number):
 
 
 def _hours_of_presence(number, chance):
-    """Stays of one day: hours at which they begin and end. What a station is decides when it is there."""
+    """Stays that begin in one day: hours of their begin and end. What a station is decides when it is there."""
     if number % 10 == 9:  # one that cannot stay
         hour = chance.uniform(7, 9)
         while hour < 21:
             yield hour, hour + chance.uniform(0.02, 0.2)
             hour += chance.uniform(0.4, 1.4)
     elif number % 7 == 6:  # never carried away
-        yield 0, 23.9
+        yield chance.uniform(0.1, 3), 23.9
     elif number % 2:  # comes to work
         first = chance.uniform(7.2, 9.5)
         noon = chance.uniform(11.8, 12.4)
         yield first, noon
         yield noon + chance.uniform(0.5, 1), chance.uniform(16, 18.5)
     else:  # lives here
-        yield 0, chance.uniform(6.5, 8)
-        yield chance.uniform(17, 19), 23.9
+        yield chance.uniform(16.5, 20), 24 + chance.uniform(6.5, 9)
 
 
 class _Stay:
@@ -90,7 +89,7 @@ class _Stay:
             flow_rateup=1024 * self.chance.randrange(1, 20 * self.heavy), flow_ratedown=1024 * self.chance.randrange(2, 40 * self.heavy),
             wifi_up=self.up, wifi_down=self.down, **more)
 
-    def reports(self):
+    def reports(self, leaves=True):
         yield self._report(self.begin, ONLINE)
         at = self.begin + PERIOD
         while at < self.end:
@@ -106,20 +105,23 @@ class _Stay:
             else:
                 yield self._report(at, UPDATE)
             at += PERIOD
+        if not leaves:
+            return
         code, reason = self.chance.choices([what for what, _ in REASONS], [weight for _, weight in REASONS])[0]
         yield self._report(self.end, OFFLINE, offline_ts=self.end, reason_code=code, reason=reason)
 
 
-def reports(days, until, stations, seed=1):
-    """The images of `days` days up to `until`, seconds since 1970, in the order of their times. Everybody has left at the end."""
+def reports(days, until, stations, seed=1, leave=True):
+    """The images of `days` days up to `until`, seconds since 1970, in the order of their times. Everybody has left at the end,
+    unless `leave` is false: then who is there at that time is there still."""
     chance = random.Random(seed)
     begin = until - days * 86400
     told = []
     for number in range(1, max(stations, LEAST) + 1):
-        for midnight in range(begin // 86400 * 86400, until, 86400):
+        for midnight in range(begin // 86400 * 86400 - 86400, until, 86400):
             for first, last in _hours_of_presence(number, chance):
                 start, end = max(begin, midnight + first * 3600), min(until, midnight + last * 3600)
                 if end - start >= 30 and chance.random() < 0.93:
-                    told += _Stay(number, start, end, chance).reports()
+                    told += _Stay(number, start, end, chance).reports(leave or end < until)
     told.sort(key=lambda one: one[0])
     return [image for _, image in told]

@@ -3,6 +3,8 @@ collector/live.js on the real one."""
 
 import base64
 import pathlib
+import random
+import subprocess
 import sys
 import time
 
@@ -12,7 +14,11 @@ TESTS = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(TESTS / "collector"))  # images.py: reports by hand
 sys.path.insert(0, str(TESTS / "system"))  # formats.py: their layout
 
+sys.path.insert(0, str(TESTS.parent / "lab"))
+
+from formats import REPORT, struct  # noqa: E402
 from images import told  # noqa: E402
+from wsmlab import history  # noqa: E402
 
 SUITE = "collector"
 
@@ -33,3 +39,34 @@ def test_page_of_the_real_collector(browser, build_dir, tmp_path, name):
     (tmp_path / "token").write_text("a-token_of.letters-0123456789\n")
     browser.run("collector-live", name, {"program": str(build_dir / "bin/wsm-collector"), "folder": str(tmp_path),
                                          "messages": {key: base64.b64encode(text).decode() for key, text in messages.items()}})
+
+
+def fields_of(report):
+    """What the next report of the same station has as well."""
+    names = ("mac", "ssid", "ifname", "ip", "online_ts", "oltime", "wifi_up", "wifi_down", "radio_id", "floornoise", "utilization", "maxRate",
+             "version", "channel", "ap_mac", "rssi", "flow_rateup", "flow_ratedown")
+    return {name: struct.unpack_from(REPORT[name][1], report, REPORT[name][0])[0] for name in names}
+
+
+def test_pictures_of_a_week_of_the_real_collector(browser, build_dir, tmp_path):
+    now = int(time.time())
+    images = history.reports(7, now - 240, 90, leave=False)
+    (tmp_path / "reports").write_bytes(b"".join(images))
+    (tmp_path / "names").write_text("".join(f"{history.mac_of(n)} {history.name_of(n)}\n" for n in range(91) if n % 6 != 3))
+    program = build_dir / "bin/wsm-collector"
+    subprocess.run([program, "--quiet", "--store", f"sqlite:{tmp_path}/store", tmp_path / "reports"], check=True)
+    last = {}
+    for report in images:
+        fields = fields_of(report)
+        last[fields["mac"]] = (fields, struct.unpack_from("<H", report, 296)[0])
+    chance = random.Random(1)
+    updates = []
+    for _ in range(20):
+        for fields, kind in last.values():
+            if kind in (1, 3):
+                fields["oltime"] += 12
+                fields["rssi"] = max(-88, min(-38, fields["rssi"] + chance.randrange(-3, 4)))
+                updates.append(base64.b64encode(history.image(log_type=3, **fields)).decode())
+    browser.run("collector-live", "pictures of a week", {
+        "program": str(program), "folder": str(tmp_path), "messages": {}, "updates": updates,
+        "options": ["--names", str(tmp_path / "names")]})

@@ -53,6 +53,11 @@ def test_history_is_in_order_ends_before_now_and_is_the_same_each_time():
     assert len({one["mac"] for one in reports}) == 30
 
 
+def test_who_is_there_at_the_end_of_history_may_stay():
+    last = {one["mac"]: one["log_type"] for one in map(values_of, history.reports(1, NOON, 30, leave=False))}
+    assert 2 in last.values() and 3 in last.values()
+
+
 @pytest.fixture
 def demo(build_dir, tmp_path):
     def start(*options):

@@ -6,12 +6,14 @@ const { spawn } = require('child_process');
 const fs = require('fs');
 const net = require('net');
 const path = require('path');
-const { newPage, until, violations } = require('../browser.js');
+const { newPage, picture, until, violations } = require('../browser.js');
 const { ROW, FAILED_REQUEST } = require('./page.js');
 
 class Real {
-	constructor({ program, folder, messages }) {
-		Object.assign(this, { program, folder, messages, port: 0, socket: path.join(folder, 'socket') });
+	constructor(told) {
+		const { program, folder, messages } = told;
+
+		Object.assign(this, { told, program, folder, messages, port: 0, socket: path.join(folder, 'socket') });
 	}
 
 	async start(...options) {
@@ -107,6 +109,43 @@ module.exports = [
 		await until('the reasons', async () => (await page.locator('.cards').innerText()).includes('deauth recv'));
 		await until('the access point', async () => await page.locator('.ap').count() == 1);
 		assert.deepEqual(await violations(page), []);
+		assert.deepEqual(page.errors, []);
+	}),
+
+	/* The store has a week, the names and the stations' next reports are told: {options, updates: [base64]}. */
+	test('pictures of a week', ({ options }) => options, async (real, page) => {
+		const { updates } = real.told;
+
+		await page.goto(real.url);
+		await until('rows', () => page.locator(ROW).count());
+		await until('a connection', async () => await page.locator('#connection').innerText() == 'Live');
+
+		for (real.messages.next of updates)
+			await real.send('next');
+
+		await until('trends', () => page.locator('.trend polyline:is(.rising, .falling)').count());
+		await until('the last report', async () => (await (await fetch(`${real.url}api/v1/status`)).json()).reports == updates.length);
+		await page.mouse.move(2, 2);
+		await picture(page, 'collector-stations');
+
+		await page.emulateMedia({ colorScheme: 'dark' });
+		await page.setViewportSize({ width: 1280, height: 1000 });
+
+		const here = await (await fetch(`${real.url}api/v1/stations`)).json();
+		const { mac } = here.find(({ name, roams }) => name && roams > 1) ?? here[0];
+
+		await page.goto(`${real.url}#/station/${mac}`);
+		await until('its week', async () => await page.locator('.piece').count() > 10 && await page.locator('.plot .line').count() > 10);
+		await page.locator('#connection[data-phase="live"]').waitFor();
+		assert.deepEqual(await violations(page), []);
+		await picture(page, 'collector-station');
+
+		await page.emulateMedia({ colorScheme: 'light' });
+		await page.goto(`${real.url}#/access-points`);
+		await until('three access points', async () => await page.locator('.ap').count() == 3);
+		await until('their week', async () => await page.locator('.plot .line').count() >= 15);
+		assert.deepEqual(await violations(page), []);
+		await picture(page, 'collector-access-points');
 		assert.deepEqual(page.errors, []);
 	}),
 

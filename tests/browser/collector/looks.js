@@ -23,6 +23,7 @@ for (const width of WIDTHS)
 					assert.equal(await visit.page.locator('.empty').innerText(), 'No station is here.');
 
 				assert.ok(await visit.page.locator(ROW).count() <= 60, 'only rows that are seen are in the document');
+				await visit.stacked();
 				await visit.sound();
 				await picture(visit.page, `stations ${name}`);
 			}));
@@ -39,6 +40,7 @@ for (const dark of [ false, true ])
 
 		for (const width of WIDTHS) {
 			await visit.page.setViewportSize({ width, height: 900 });
+			await visit.stacked();
 			await visit.sound();
 			await picture(visit.page, `hostile ${width} ${dark ? 'dark' : 'light'}`);
 		}

@@ -51,6 +51,15 @@ class Visit {
 			rows.sort((a, b) => a.getAttribute('aria-rowindex') - b.getAttribute('aria-rowindex')).map(row => row.querySelector(cell).innerText), name);
 	}
 
+	/* When rows stand one below the other; after a resize they do so with the next frame. */
+	async stacked() {
+		await until('rows that do not cover each other', async () => {
+			const boxes = await this.page.locator(ROW).evaluateAll(rows => rows.map(row => row.getBoundingClientRect()).map(({ top, bottom }) => [ top, bottom ]).sort((a, b) => a[0] - b[0]));
+
+			return boxes.every(([ top ], i) => i == 0 || top >= boxes[i - 1][1] - 0.5);
+		});
+	}
+
 	async sound() {
 		assert.deepEqual(await stickingOut(this.page, '.wide'), []);
 		assert.deepEqual(await violations(this.page), []);
