@@ -64,8 +64,7 @@ std::string installed_page() {
 class collector {
 public:
     explicit collector(options chosen) : chosen_(std::move(chosen)), road_(chosen_.rules) {
-        names_ = std::make_shared<const station_names>(
-            station_names::read(chosen_.drop_names ? std::string() : chosen_.names));
+        names_ = std::make_shared<station_names>(names_of(chosen_));
         if (!chosen_.hash_mac.empty()) {
 #if WITH_HASH
             hide_ = [hidden = std::make_shared<const pseudonyms>(chosen_.hash_mac)](received &in) {
@@ -90,7 +89,7 @@ public:
         road_.add("print", std::make_unique<printer>(chosen_.shape, chosen_.summarise), chosen_.queue);
         sigset_t wanted;
         sigemptyset(&wanted);
-        for (const int number : {SIGINT, SIGTERM}) sigaddset(&wanted, number);
+        for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&wanted, number);
         sigprocmask(SIG_BLOCK, &wanted, nullptr);
         signals_ = signalfd(-1, &wanted, SFD_CLOEXEC | SFD_NONBLOCK);
         std::signal(SIGPIPE, SIG_IGN); // who does not read any more is noticed when writing
@@ -174,8 +173,34 @@ private:
 
     bool stopped() {
         signalfd_siginfo info;
-        while (read(signals_, &info, sizeof(info)) == sizeof(info)) stop_ = true;
+        while (read(signals_, &info, sizeof(info)) == sizeof(info))
+            info.ssi_signo == SIGHUP &&reloadable() ? reload() : void(stop_ = true);
         return stop_;
+    }
+
+    // Without a file the terminal may be gone, and we go with it.
+    bool reloadable() const { return !chosen_.config.empty() || !chosen_.names.empty(); }
+
+    static station_names names_of(const options &from) {
+        return station_names::read(from.drop_names ? std::string() : from.names);
+    }
+
+    // Takes what can change while we run: the rules of stays, and names. Nothing changes when something is wrong.
+    void reload() {
+        options again;
+        std::string why = read_options_again(chosen_, again);
+        try {
+            if (why.empty()) names_->replace(names_of(again));
+        } catch (const std::exception &error) {
+            why = error.what();
+        }
+        if (!why.empty()) {
+            std::fprintf(stderr, "wsm-collector: not reloaded: %s\n", why.c_str());
+            return;
+        }
+        chosen_.rules = again.rules;
+        road_.set_rules(again.rules);
+        std::fprintf(stderr, "wsm-collector: reloaded\n");
     }
 
     int listen() {
@@ -242,7 +267,7 @@ private:
     }
 
     options chosen_;
-    std::shared_ptr<const station_names> names_;
+    std::shared_ptr<station_names> names_;
     std::shared_ptr<live_view> view_;
     std::function<void(received &)> hide_; // who it is about
     pipeline road_;

@@ -51,8 +51,14 @@ station_names station_names::read(const std::string &path) {
     return parse(text);
 }
 
-const std::string &station_names::of(const std::string &mac) const {
-    static const std::string none;
+std::string station_names::of(const std::string &mac) const {
+    const std::lock_guard hold(lock_);
     const auto at = names_.find(mac);
-    return at == names_.end() ? none : at->second;
+    return at == names_.end() ? std::string() : at->second;
+}
+
+void station_names::replace(station_names by) {
+    const std::lock_guard hold(lock_);
+    names_.swap(by.names_);
+    wrong = by.wrong;
 }

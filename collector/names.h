@@ -3,21 +3,30 @@
 #pragma once
 
 #include <map>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 
+// Thread: of() and replace() from any.
 class station_names {
 public:
+    station_names() = default;
+    station_names(station_names &&other) noexcept : wrong(other.wrong), names_(std::move(other.names_)) {}
+
     // Lines that are none are left out and counted. Names are escaped, and cut to 64 bytes.
     static station_names parse(std::string_view text);
     // Empty without a path; throws std::runtime_error when the file cannot be read.
     static station_names read(const std::string &path);
 
     // Empty when there is none.
-    const std::string &of(const std::string &mac) const;
+    std::string of(const std::string &mac) const;
+    // From now on it knows the names of `by`, for all who hold it.
+    void replace(station_names by);
     std::size_t count() const { return names_.size(); }
     std::size_t wrong = 0;
 
 private:
+    mutable std::mutex lock_;
     std::map<std::string, std::string> names_;
 };

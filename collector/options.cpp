@@ -200,16 +200,32 @@ std::string apply_text(options &chosen, const std::string &text) {
     return {};
 }
 
+std::string read_options_again(const options &before, options &chosen) {
+    chosen = {};
+    chosen.config = before.config;
+    chosen.files = before.files;
+    chosen.given = before.given;
+    if (!chosen.config.empty()) {
+        std::ifstream file(chosen.config);
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        if (!file) return "cannot read " + chosen.config;
+        if (std::string why = apply_text(chosen, text); !why.empty()) return chosen.config + ", " + why;
+    }
+    for (const auto &[name, value] : chosen.given)
+        if (const std::string why = find(name)->apply(chosen, value); !why.empty())
+            return "--" + name + ": " + why;
+    return {};
+}
+
 options parse_options(int argc, char **argv) {
-    std::vector<std::pair<std::string, std::string>> given;
-    options chosen;
+    options words;
     bool only_files = false;
     for (int i = 1; i < argc; ++i) {
         std::string_view word = argv[i];
         if (only_files || !word.starts_with("--")) {
             if (!only_files && word.size() > 1 && word[0] == '-')
                 wrong_usage("unknown option " + std::string(word));
-            chosen.files.emplace_back(word);
+            words.files.emplace_back(word);
             continue;
         }
         if (word == "--") {
@@ -233,19 +249,11 @@ options parse_options(int argc, char **argv) {
         else if (known->argument)
             wrong_usage("--" + name + ": " + known->argument + " is missing");
         if (!known->argument && value != "yes") wrong_usage("--" + name + ": takes no value");
-        if (name == "config") chosen.config = value;
-        given.emplace_back(name, value);
+        if (name == "config") words.config = value;
+        words.given.emplace_back(name, value);
     }
-    if (!chosen.config.empty()) {
-        std::ifstream file(chosen.config);
-        const std::string text{std::istreambuf_iterator<char>(file), {}};
-        if (!file) wrong_usage("cannot read " + chosen.config);
-        if (const std::string why = apply_text(chosen, text); !why.empty())
-            wrong_usage(chosen.config + ", " + why);
-    }
-    for (const auto &[name, value] : given)
-        if (const std::string why = find(name)->apply(chosen, value); !why.empty())
-            wrong_usage("--" + name + ": " + why);
+    options chosen;
+    if (const std::string why = read_options_again(words, chosen); !why.empty()) wrong_usage(why);
     if (chosen.follow && chosen.files.empty()) wrong_usage("--follow: which file?");
     return chosen;
 }

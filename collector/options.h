@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct options {
@@ -35,6 +36,7 @@ struct options {
     bool drop_names = false;
     std::string config;
     std::vector<std::string> files;
+    std::vector<std::pair<std::string, std::string>> given; // on the command line: name and value
 };
 
 // The help text.
@@ -42,6 +44,10 @@ std::string usage();
 
 // Reads the command line, and the configuration file that it names. Ends the program on --help and on wrong usage.
 options parse_options(int argc, char **argv);
+
+// What the configuration file says now, and the command line as it was. Empty, or what is wrong; then `chosen` is not to be
+// used.
+std::string read_options_again(const options &before, options &chosen);
 
 // One setting. Empty, or what is wrong with it.
 std::string apply_setting(options &chosen, const std::string &name, const std::string &value);

@@ -1,8 +1,11 @@
 #include "collector/socket_input.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <poll.h>
+#include <string_view>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -42,6 +45,17 @@ bool watch(int poll, int fd) {
     return epoll_ctl(poll, EPOLL_CTL_ADD, fd, &wanted) == 0;
 }
 
+// The socket that the service manager has opened for us, -1: none.
+int handed_over() {
+    constexpr int first = 3;
+    const char *pid = std::getenv("LISTEN_PID"), *count = std::getenv("LISTEN_FDS");
+    if (!pid || !count || pid != std::to_string(getpid()) || std::string_view(count) != "1") return -1;
+    const int flags = fcntl(first, F_GETFL);
+    const bool usable = flags >= 0 && fcntl(first, F_SETFD, FD_CLOEXEC) == 0 &&
+                        fcntl(first, F_SETFL, flags | O_NONBLOCK) == 0;
+    return usable ? first : -1;
+}
+
 } // namespace
 
 socket_input::~socket_input() {
@@ -49,10 +63,11 @@ socket_input::~socket_input() {
     if (poll_ >= 0) close(poll_);
     if (listener_ < 0) return;
     close(listener_);
-    unlink(path_.c_str());
+    if (!path_.empty()) unlink(path_.c_str());
 }
 
 std::string socket_input::listen(const std::string &path) {
+    if (listener_ = handed_over(); listener_ >= 0) return watch_listener("the socket that was handed over");
     if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path))
         return path + ": not a path for a socket";
     struct stat there {};
@@ -72,6 +87,10 @@ std::string socket_input::listen(const std::string &path) {
     }
     listener_ = fd;
     path_ = path;
+    return watch_listener(path);
+}
+
+std::string socket_input::watch_listener(const std::string &path) {
     poll_ = epoll_create1(EPOLL_CLOEXEC);
     return poll_ >= 0 && watch(poll_, listener_) ? std::string() : failed("cannot watch", path);
 }

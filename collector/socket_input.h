@@ -18,7 +18,8 @@ public:
     ~socket_input();
     socket_input(socket_input &&) = delete;
 
-    // Listens at `path`, in place of a socket that nobody listens at any more. Empty, or what went wrong.
+    // Listens at `path`, in place of a socket that nobody listens at any more; or takes the listening socket that the service
+    // manager hands over (LISTEN_PID, LISTEN_FDS), which stays when we end. Empty, or what went wrong.
     std::string listen(const std::string &path);
 
     // Waits for at most `milliseconds` (-1: for ever) until somebody has sent something or `also` can be read, and takes
@@ -33,6 +34,7 @@ private:
         int fd;
         std::string in;
     };
+    std::string watch_listener(const std::string &path);
     bool accept_some();
     void receive_all();
     bool receive(peer &from) const;
