@@ -44,7 +44,7 @@ def test_the_makers_log_library_gets_every_message(vendor_lab):
 
 
 def test_the_makers_bus_object_is_published(vendor_lab):
-    assert vendor_lab.bus("list") == ["sta", "vendor.debug"]
+    assert vendor_lab.bus("list") == ["sta", "vendor.debug", "wsmd"]
 
 
 def test_the_makers_driver_library_gets_every_request(vendor_lab):
