@@ -1,4 +1,4 @@
-# Debian packages of a build: cpack -G DEB in the build folder makes wsmd, wsm-bridge, wsmd-tools and wsmd-base.
+# Debian packages of a build: cpack -G DEB in the build folder makes wsmd, wsm-bridge, wsmd-base, wsmd-tools and wsm-collector.
 # The components are those of the install() calls. Included last: CPack looks at what is there by then.
 
 set(CPACK_PACKAGE_NAME wsmd)
@@ -23,7 +23,7 @@ if(TARGET wsm-bridge)
   list(APPEND CPACK_COMPONENTS_ALL bridge)
 endif()
 if(WSMD_LAB)
-  list(APPEND CPACK_COMPONENTS_ALL tools)
+  list(APPEND CPACK_COMPONENTS_ALL tools collector)
 endif()
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -61,9 +61,14 @@ wsmd_package(base wsmd-base ""
   "Event loop, messages, bus and configuration packages, with the programs ubusd,"
   "ubus and uci.")
 wsmd_package(tools wsmd-tools "${tools_depends}"
-  "Driver simulator, report collector and recorder of wsmd"
+  "Driver simulator, lease monitor and recorder of wsmd"
   "apsim plays the wireless driver, dhcpmon the lease service on the bus,"
-  "wsm-collector prints the daemon's reports, wsm-record writes down what the"
-  "daemon receives, and wsm-replay plays that to another daemon.")
+  "wsm-record writes down what the daemon receives, and wsm-replay plays that"
+  "to another daemon.")
+wsmd_package(collector wsm-collector ""
+  "Collector of station reports of wsmd"
+  "Takes the reports of an access point and prints them, keeps them in a"
+  "database, serves them as a page, as JSON and for Prometheus, and publishes"
+  "them to a broker.")
 
 include(CPack)

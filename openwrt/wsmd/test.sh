@@ -22,7 +22,10 @@ wsm-bridge)
 	wsm-bridge --help | grep -q '^usage: wsm-bridge'
 	;;
 wsmd-tools)
-	apsim --help | grep -q '^usage: apsim' && wsm-collector --help | grep -q '^usage: wsm-collector' &&
-		wsm-record --help | grep -q '^usage: wsm-record'
+	apsim --help | grep -q '^usage: apsim' && wsm-record --help | grep -q '^usage: wsm-record'
+	;;
+wsm-collector)
+	[ -x /etc/init.d/wsm-collector ] && [ "$(uci -q get wsm-collector.main)" = collector ] || exit 1
+	wsm-collector --help | grep -q '^usage: wsm-collector'
 	;;
 esac

@@ -18,7 +18,7 @@ from trees import files_below
 RELEASE = "bookworm"
 NEEDED = "iptables,libjson-c5,libmicrohttpd12,libmosquitto1,libnl-genl-3-200,libsqlite3-0,libssl3,libstdc++6"  # what the packages depend on
 ROOT_IS_OLD = 30 * 24 * 3600               # seconds
-NAMES = ["wsmd-base", "wsmd", "wsm-bridge", "wsmd-tools"]
+NAMES = ["wsmd-base", "wsmd", "wsm-bridge", "wsmd-tools", "wsm-collector"]
 
 
 def run(*command, **options):
@@ -55,17 +55,20 @@ def test_together_they_hold_what_is_installed_and_each_file_once(packages, insta
     assert sorted(packed) == [f"usr/{name}" for name in files_below(installed)]
 
 
-def test_each_depends_on_what_it_needs(packages):
+def test_each_depends_on_what_it_needs(packages, cache):
     version = field(packages["wsmd"], "Version")
     depends = {name: field(packages[name], "Depends").split(", ") for name in NAMES}
     for name in NAMES:
         assert any(word.startswith("libc6 ") for word in depends[name])
-        assert name == "wsm-bridge" or any(word.startswith("libjson-c5 ") for word in depends[name])
+        assert name in ("wsm-bridge", "wsm-collector") or any(word.startswith("libjson-c5 ") for word in depends[name])
     assert {"iptables", f"wsmd-base (= {version})"} <= set(depends["wsmd"])
     assert f"wsmd-base (= {version})" in depends["wsmd-tools"]
     assert f"wsmd-base (= {version})" in depends["wsm-bridge"]
     assert any(word.startswith("libnl-genl-3-200 ") for word in depends["wsm-bridge"])
-    assert any(word.startswith("libstdc++6 ") for word in depends["wsmd-tools"])
+    assert all(any(word.startswith("libstdc++6 ") for word in depends[name]) for name in ("wsmd-tools", "wsm-collector"))
+    ends = {"libsqlite3-0": "SQLITE", "libmicrohttpd12": "HTTP", "libmosquitto1": "MQTT", "libssl3": "HASH"}
+    of_collector = {word.split()[0] for word in depends["wsm-collector"]}
+    assert of_collector & set(ends) == {name for name, end in ends.items() if cache.get(f"COLLECTOR_{end}_FOUND") == "1"}
     assert not any("libstdc++" in word for word in depends["wsmd"] + depends["wsmd-base"] + depends["wsm-bridge"])
 
 
@@ -136,6 +139,18 @@ def accounts(root):
     return [(root / "etc" / name).read_text(encoding="utf-8") for name in ("group", "passwd")]
 
 
+def look_at_the_collector_s_user_and_settings(root):
+    assert "\nwsm-collector:x:" in accounts(root)[1]
+    settings = root / "etc/wsm-collector.conf"
+    assert settings.stat().st_mode & 0o777 == 0o640
+    assert in_root(root, "stat", "-c", "%U:%G", "/etc/wsm-collector.conf") == "root:wsm-collector\n"
+    # As its user it reads them and works, where systemd would have made the folder.
+    in_root(root, "install", "-d", "-o", "wsm-collector", "/var/lib/wsm-collector")
+    in_root(root, "setpriv", "--reuid=wsm-collector", "--regid=wsm-collector", "--init-groups", "sh", "-c",
+            "wsm-collector --config /etc/wsm-collector.conf /dev/null")
+    assert (root / "var/lib/wsm-collector/stations.db").exists()
+
+
 def look_at_it_running(root):
     shutil.copy(pathlib.Path(__file__).with_name("fresh_root.sh"), root / "run")
     answer, report, size, end = in_root(root, "/run/fresh_root.sh", namespaces=["--net"]).splitlines()
@@ -148,7 +163,7 @@ def look_at_it_running(root):
 def run_the_devices_own_checks(root, feed):
     shutil.copytree(feed / "files/etc", root / "etc", dirs_exist_ok=True)
     shutil.copy(feed / "test.sh", root / "run")
-    for package in ("wsmd", "wsm-bridge", "libdebug-open", "libwas-open", "wsmd-tools"):
+    for package in ("wsmd", "wsm-bridge", "libdebug-open", "libwas-open", "wsmd-tools", "wsm-collector"):
         in_root(root, "sh", "/run/test.sh", package, "0.1.0", namespaces=["--net"])
 
 
@@ -160,6 +175,7 @@ def test_in_a_fresh_root_they_install_run_and_leave_nothing_behind(fresh_root, p
     in_root(root, "dpkg", "--install", *(f"/var/cache/{packages[name].name}" for name in NAMES))
     assert "\nwsmd:x:" in accounts(root)[0]
     assert re.search(r"^wsm-bridge:x:\d+:\d+::/nonexistent:/usr/sbin/nologin$", accounts(root)[1], re.M)
+    look_at_the_collector_s_user_and_settings(root)
 
     look_at_it_running(root)
     run_the_devices_own_checks(root, feed)

@@ -38,10 +38,15 @@ BRIDGE = {
     "share/man/man8/wsm-bridge.8",
 }
 TOOLS = {
-    "bin/apsim", "bin/dhcpmon", "bin/wsm-collector", "bin/wsm-record", "bin/wsm-replay",
+    "bin/apsim", "bin/dhcpmon", "bin/wsm-record", "bin/wsm-replay",
     "lib/libwsm-record.so",
     "share/doc/wsmd-tools/copyright",
-    *(f"share/man/man1/{name}.1" for name in ("apsim", "dhcpmon", "wsm-collector", "wsm-record", "wsm-replay")),
+    *(f"share/man/man1/{name}.1" for name in ("apsim", "dhcpmon", "wsm-record", "wsm-replay")),
+}
+COLLECTOR = {
+    "bin/wsm-collector", "lib/systemd/system/wsm-collector.service", "lib/systemd/system/wsm-collector.socket",
+    "lib/sysusers.d/wsm-collector.conf", "share/doc/wsm-collector/copyright", "share/man/man1/wsm-collector.1",
+    "share/wsmd/wsm-collector.conf",
 }
 
 PROGRAM = """
@@ -73,7 +78,7 @@ def test_every_file_has_its_place(installed, build_dir, cache, bundled, tree):
     page = {f"share/wsmd/web/{name}" for name in files_below(tree / "collector/web")}
     lab = cache.get("WSMD_LAB") == "ON"
     bridge = BRIDGE if (build_dir / "bin/wsm-bridge").exists() else set()
-    expected = DAEMON | bridge | (BASE if bundled else set()) | (TOOLS | page if lab else set())
+    expected = DAEMON | bridge | (BASE if bundled else set()) | (TOOLS | COLLECTOR | page if lab else set())
     assert files_below(installed) == sorted(expected)
 
 

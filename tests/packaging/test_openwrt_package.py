@@ -8,9 +8,8 @@ import subprocess
 
 import pytest
 
+from init_scripts import STUBS, run_init
 from trees import files_below
-
-STUBS = "tests/packaging/openwrt"
 
 
 def make(tree, feed, *arguments, **variables):
@@ -40,9 +39,9 @@ def test_it_names_licence_and_maintainer(described, tree):
     assert re.fullmatch(r".+ <.+@.+>", described["MAINTAINER"])
 
 
-def test_it_has_five_packages_and_each_has_a_title_of_one_line(described):
+def test_it_has_six_packages_and_each_has_a_title_of_one_line(described):
     titles = {name.split(".")[0]: value for name, value in described.items() if name.endswith(".TITLE")}
-    assert sorted(titles) == ["libdebug-open", "libwas-open", "wsm-bridge", "wsmd", "wsmd-tools"]
+    assert sorted(titles) == ["libdebug-open", "libwas-open", "wsm-bridge", "wsm-collector", "wsmd", "wsmd-tools"]
     assert all(10 < len(title) <= 70 for title in titles.values())
 
 
@@ -60,6 +59,7 @@ def test_it_builds_against_the_devices_own_base_libraries(described):
 
 def test_the_configuration_survives_an_upgrade(described):
     assert described["wsmd.conffiles"] == "/etc/config/wsmd"
+    assert described["wsm-collector.conffiles"] == "/etc/config/wsm-collector"
     assert described["libdebug-open.conffiles"] == "/etc/config/debug"
     assert described["wsm-bridge.conffiles"] == "/etc/config/wsm-bridge"
 
@@ -81,7 +81,7 @@ def test_what_is_packed_is_what_was_installed(tree, feed, installed, tmp_path):
     staged = tmp_path / "staged"
     staged.mkdir()
     (staged / "usr").symlink_to(installed)
-    packages = ["wsmd", "wsm-bridge", "libdebug-open", "libwas-open", "wsmd-tools"]
+    packages = ["wsmd", "wsm-bridge", "libdebug-open", "libwas-open", "wsmd-tools", "wsm-collector"]
     make(tree, feed, *(f"install-{name}" for name in packages), PKG_INSTALL_DIR=staged, DEST=tmp_path / "packed")
     assert {name: files_below(tmp_path / "packed" / name) for name in packages} == {
         "wsmd": ["etc/capabilities/wsmd.json", "etc/config/wsmd", "etc/init.d/wsmd", "etc/uci-defaults/wsmd",
@@ -89,12 +89,15 @@ def test_what_is_packed_is_what_was_installed(tree, feed, installed, tmp_path):
         "wsm-bridge": ["etc/capabilities/wsm-bridge.json", "etc/config/wsm-bridge", "etc/init.d/wsm-bridge", "usr/sbin/wsm-bridge"],
         "libdebug-open": ["etc/config/debug", "usr/lib/libdebug.so"],
         "libwas-open": ["usr/lib/libwas.so"],
-        "wsmd-tools": ["usr/bin/apsim", "usr/bin/dhcpmon", "usr/bin/wsm-collector", "usr/bin/wsm-record", "usr/lib/libwsm-record.so"],
+        "wsmd-tools": ["usr/bin/apsim", "usr/bin/dhcpmon", "usr/bin/wsm-record", "usr/lib/libwsm-record.so"],
+        "wsm-collector": ["etc/config/wsm-collector", "etc/init.d/wsm-collector", "usr/bin/wsm-collector",
+                          *(f"usr/share/wsmd/web/{name}" for name in files_below(tree / "collector/web"))],
     }
     packed = tmp_path / "packed/wsmd"
     modes = {name: (packed / name).stat().st_mode & 0o777 for name in files_below(packed)}
     assert modes["etc/config/wsmd"] == 0o600
     assert modes["usr/share/acl.d/wsmd.json"] == 0o644
+    assert (tmp_path / "packed/wsm-collector/etc/config/wsm-collector").stat().st_mode & 0o777 == 0o600
     assert {modes[name] for name in ("usr/sbin/wsmd", "etc/init.d/wsmd", "etc/uci-defaults/wsmd")} == {0o755}
 
 
@@ -183,19 +186,6 @@ def test_the_bridge_has_the_radios_of_its_configuration(tree, feed, tmp_path):
     assert run_bridge_init(tree, feed, "service_triggers", tmp_path) == [["procd_add_reload_trigger", "wsm-bridge"]]
 
 
-def run_init(tree, feed, call, tmp_path, wireless="/etc/config", capability_text="{}"):
-    """The calls of the init library that a function of the script makes, as lists of words."""
-    capability = tmp_path / "tk_device/tk_device.json"
-    if capability_text is not None:
-        capability.parent.mkdir(exist_ok=True)
-        capability.write_text(capability_text)
-    script = (f'. "{tree / STUBS}/procd.sh"; . "{feed}/files/etc/init.d/wsmd"; '
-              f'CAPABILITY_FILE="{capability}"; WIRELESS_FOLDER="{wireless}"; {call}')
-    done = subprocess.run(["sh", "-c", script], check=False, capture_output=True, text=True)
-    assert done.stderr == ""
-    return [line.split() for line in done.stdout.splitlines()]
-
-
 def test_the_daemon_is_started_again_for_ever(tree, feed, tmp_path):
     calls = run_init(tree, feed, "start_service", tmp_path)
     assert calls[0] == ["procd_open_instance"] and calls[-1] == ["procd_close_instance"]
@@ -256,8 +246,9 @@ def test_the_jail_leaves_the_rights_that_iptables_and_the_driver_ask_for(tree, f
 def test_the_shell_finds_nothing_wrong_with_the_scripts(feed):
     if shutil.which("shellcheck") is None:
         pytest.skip("shellcheck is not installed")
-    scripts = [feed / name for name in ("files/etc/init.d/wsmd", "files/etc/init.d/wsm-bridge", "files/etc/uci-defaults/wsmd",
-                                      "test.sh")]
+    scripts = [feed / f"files/etc/{name}" for name in ("init.d/wsmd", "init.d/wsm-bridge", "init.d/wsm-collector",
+                                                       "uci-defaults/wsmd")]
+    scripts.append(feed / "test.sh")
     done = subprocess.run(["shellcheck", "-s", "dash", *scripts], capture_output=True, text=True, check=False)
     assert done.stdout == ""
 

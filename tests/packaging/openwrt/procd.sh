@@ -22,8 +22,15 @@ uci() {
 	esac
 }
 BRIDGE_RADIOS='' # as the options of its configuration list them
-config_load() { [ "$*" = wsm-bridge ]; }
-config_get() { [ "$2 $3" = 'main control' ] && eval "$1=\${BRIDGE_CONTROL:-\$4}"; }
+config_load() { [ "$*" = wsm-bridge ] || [ "$*" = wsm-collector ]; }
+config_get() { # VARIABLE main OPTION [DEFAULT]: what OPTION_... says
+	case "$2 $3" in
+	'main control') eval "$1=\${BRIDGE_CONTROL:-\$4}" ;;
+	main\ *) eval "$1=\${OPTION_$3:-\$4}" ;;
+	*) return 1 ;;
+	esac
+}
+config_get_bool() { config_get "$@"; }
 config_list_foreach() {
 	local one
 	[ "$1 $2" = 'main radio' ] || return 1
