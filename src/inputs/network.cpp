@@ -4,9 +4,11 @@
 #include "tools/log.h"
 #include "tools/text.h"
 
+#include <ctime>
+#include <iterator>
 #include <memory>
-#include <new>
 #include <string_view>
+#include <sys/stat.h>
 
 char g_path[32] = "/etc/config/wireless";
 static_assert(std::string_view{"/etc/config/wireless"} == sta_wireless_default);
@@ -43,63 +45,141 @@ void copy_value(char *destination, const char *text, std::size_t size) {
     std::memset(destination + length, 0, size - length);
 }
 
+// The walk that goes on: its look-ups see a file as the first of them did.
+unsigned walk_depth = 0;
+unsigned walk_number = 0;
+
+// What a file was when it was read. It is the same still when nothing of this has changed, if its last change was long enough
+// before the reading to show: a file system's clock is coarse.
+class file_state {
+public:
+    void take(const char *path) noexcept {
+        exists = read(path, status);
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        constexpr std::time_t coarse = 2; // seconds
+        settled = !exists || now.tv_sec - status.st_ctim.tv_sec > coarse;
+    }
+    bool is_still(const char *path) const noexcept {
+        struct stat now {};
+        if (!settled || read(path, now) != exists) return false;
+        return !exists ||
+               (now.st_dev == status.st_dev && now.st_ino == status.st_ino && now.st_size == status.st_size &&
+                same(now.st_mtim, status.st_mtim) && same(now.st_ctim, status.st_ctim));
+    }
+    bool is_there() const noexcept { return exists; }
+
+private:
+    static bool read(const char *path, struct stat &into) noexcept { return stat(path, &into) == 0; }
+    static bool same(const timespec &a, const timespec &b) noexcept {
+        return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+    }
+    struct stat status {};
+    bool exists = false;
+    bool settled = false;
+};
+
+// Something that was read from files, to be read again when they are not what they were.
+class kept {
+public:
+    // Whether it is good for another look: `unchanged` is asked once in a walk.
+    template <class Unchanged> bool is_good(Unchanged unchanged) noexcept {
+        if (good && !(walk_depth > 0 && seen_in == walk_number)) good = unchanged();
+        if (good) seen_in = walk_number;
+        return good;
+    }
+    void is_read() noexcept {
+        good = true;
+        seen_in = walk_number;
+    }
+
+private:
+    bool good = false;
+    unsigned seen_in = 0;
+};
+
 // One configuration file, as far as it could be loaded.
 class config_file {
 public:
-    // Loads `path` if nobody has yet; a failure is not kept. The package, or null with the reason logged in the name of
+    // Loads `path` if it is not what it was; a failure is not kept. The package, or null with the reason logged in the name of
     // `function`.
-    uci_package *load(const char *function, const char *path, const char *missing) {
-        if (package) return package;
+    uci_package *load(const char *function, const char *path, const char *missing) noexcept {
+        if (its.is_good([&] { return state.is_still(path); })) return package;
         switch (try_load(path)) {
         case outcome::missing: STA_LOG_AS(function, "%s\n", missing); break;
         case outcome::no_context: STA_LOG_AS(function, "context no found!\n"); break;
         // Deliberate: the same words for both files.
         case outcome::unreadable: STA_LOG_AS(function, "wireless config no found!\n"); break;
-        case outcome::loaded: break;
+        case outcome::loaded: its.is_read(); break;
         }
         return package;
     }
-    uci_context *get() const noexcept { return context.get(); }
+    uci_context *get() const noexcept { return context; }
 
 private:
     enum class outcome { missing, no_context, unreadable, loaded };
 
-    outcome try_load(const char *path) {
-        if (access(path, F_OK) != 0) return outcome::missing;
-        context.reset(uci_alloc_context());
+    outcome try_load(const char *path) noexcept {
+        if (context) uci_free_context(context); // the package, too
+        context = nullptr;
+        package = nullptr;
+        state.take(path); // before the reading: a change meanwhile shows at the next look
+        if (!state.is_there()) return outcome::missing;
+        context = uci_alloc_context();
         if (!context) return outcome::no_context;
-        if (uci_load(context.get(), path, &package) != UCI_OK) package = nullptr;
+        if (uci_load(context, path, &package) != UCI_OK) package = nullptr;
         return package ? outcome::loaded : outcome::unreadable;
     }
 
-    uci_guard context;
+    kept its;
+    file_state state;
+    uci_context *context = nullptr; // lives as long as the program
     uci_package *package = nullptr;
 };
 
-} // namespace
+config_file wireless;
+config_file sysinfo;
 
-// What the calls of one walk share, filled by the first of them.
-struct sta_uci_snapshot::files {
-    uci_guard parameters;       // keeps the packages that were looked up in it
-    char chip[value_size] = ""; // as soon as it is known
-    config_file wireless;
-    config_file sysinfo;
+// The chip family. What was set and not committed counts, too.
+class chip_family {
+public:
+    // Empty when there is none, which is logged.
+    const char *get() noexcept {
+        const auto unchanged = [&] {
+            for (std::size_t i = 0; i < std::size(places); ++i)
+                if (!states[i].is_still(places[i])) return false;
+            return true;
+        };
+        if (its.is_good(unchanged)) return text;
+        for (std::size_t i = 0; i < std::size(places); ++i) states[i].take(places[i]);
+        std::memset(text, 0, sizeof(text));
+        sta_uci_get_param("wifiinfo.global.sdk", text, sizeof(text) - 1);
+        if (text[0] != '\0') its.is_read();
+        return text;
+    }
+
+private:
+    static constexpr const char *places[] = {
+        UCI_CONFDIR "/wifiinfo",
+        UCI_SAVEDIR "/wifiinfo",
+#ifdef UCI_CONF2DIR
+        UCI_CONF2DIR "/wifiinfo",
+#endif
+    };
+    kept its;
+    file_state states[std::size(places)];
+    char text[value_size] = "";
 };
 
-sta_uci_snapshot::files *sta_uci_snapshot::current = nullptr;
+chip_family chip;
+
+} // namespace
 
 sta_uci_snapshot::sta_uci_snapshot() noexcept {
-    if (current) return;
-    void *room = std::malloc(sizeof(files)); // without memory every call loads for itself
-    mine = current = room ? new (room) files : nullptr;
+    if (walk_depth++ == 0) ++walk_number;
 }
 
-sta_uci_snapshot::~sta_uci_snapshot() {
-    if (!mine) return;
-    current = nullptr;
-    mine->~files();
-    std::free(mine);
-}
+sta_uci_snapshot::~sta_uci_snapshot() { --walk_depth; }
 
 namespace {
 
@@ -116,12 +196,10 @@ int copy_option(uci_context *context, uci_section *section, const char *wanted, 
 // `function` speaks.
 int read_of_section(const char *function, const sta_info_t *sta, const char *wanted,
                     char (&value)[value_size]) {
-    char own[value_size] = "";
-    char(&chip)[value_size] = sta_uci_snapshot::shared() ? sta_uci_snapshot::shared()->chip : own;
-    if (chip[0] == '\0') sta_uci_get_param("wifiinfo.global.sdk", chip, sizeof(chip) - 1);
-    if (std::string_view{chip} == "mtk")
+    const std::string_view family = chip.get();
+    if (family == "mtk")
         return sta_uci_get_wireless_element(sta->ifname, "ifname", nullptr, wanted, value, sizeof(value) - 1);
-    if (std::string_view{chip} == "qca") {
+    if (family == "qca") {
         const char *device = std::strncmp(sta->ifname, "ath0", 4) == 0 ? "wifi0" : "wifi1";
         return sta_uci_get_wireless_element(sta->ssid, "ssid", device, wanted, value, sizeof(value) - 1);
     }
@@ -136,16 +214,13 @@ bool is_placed(const sta_info_t *sta) { return sta && sta->ifname[0] != '\0' && 
 void sta_uci_get_param(const char *path, char *destination, std::size_t size) {
     const std::unique_ptr<char, uci_freer> edited{path ? strdup(path)
                                                        : nullptr}; // the look-up cuts it to pieces
-    sta_uci_snapshot::files *shared = sta_uci_snapshot::shared();
-    if (shared && !shared->parameters) shared->parameters.reset(uci_alloc_context());
-    const uci_guard own{shared ? nullptr : uci_alloc_context()};
-    uci_context *context = shared ? shared->parameters.get() : own.get();
+    const uci_guard context{uci_alloc_context()};
     if (!edited || !context || !destination) {
         STA_LOG("pointer is not valid\n");
         return;
     }
     uci_ptr found{};
-    if (uci_lookup_ptr(context, &found, edited.get(), true) != UCI_OK) {
+    if (uci_lookup_ptr(context.get(), &found, edited.get(), true) != UCI_OK) {
         STA_LOG("uci no found!\n");
         return;
     }
@@ -163,8 +238,6 @@ int sta_uci_get_wireless_element(const char *value, const char *match, const cha
         return -1;
     }
     STA_LOG("sta_uci_get_wireless_element:%s\n", g_path);
-    config_file own;
-    config_file &wireless = sta_uci_snapshot::shared() ? sta_uci_snapshot::shared()->wireless : own;
     const uci_package *package = wireless.load(__func__, g_path, "Not wireless file");
     if (!package) return -1;
     uci_context *context = wireless.get();
@@ -185,8 +258,6 @@ int sta_uci_get_sysinfo_element(char *destination, std::size_t size) {
         STA_LOG("param is NULL!\n");
         return -1;
     }
-    config_file own;
-    config_file &sysinfo = sta_uci_snapshot::shared() ? sta_uci_snapshot::shared()->sysinfo : own;
     const uci_package *package = sysinfo.load(__func__, sysinfo_file, "Not sysinfo file");
     if (!package) return -1;
     uci_element *element = nullptr;

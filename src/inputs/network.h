@@ -2,13 +2,14 @@
 // bridged elsewhere.
 //
 // Source: uci "wifiinfo.global.sdk" (chip family "mtk" or "qca"), the wireless package (g_path, sections
-//         "wifi-iface") and "/etc/config/sysinfo". Nothing is kept: every call loads what it needs, so a
-//         change counts at the next event. A walk over all stations is one event: its calls share a snapshot.
+//         "wifi-iface") and "/etc/config/sysinfo". What was read is kept as long as the file is the same by
+//         inode, size and times, so a change counts at the next event; a file that has changed less than two seconds before
+//         it was read is read again. A walk over all stations is one event: it holds a snapshot.
 // Chip:   "mtk" finds a station's section by "ifname"; "qca" by "ssid" and the device "wifi0" (interfaces
 //         ath0...) or "wifi1".
 // Result: 0 or -1, every failure logged at level 7; a lookup without a matching section is a success that
 //         leaves the destination as it is (Deliberate: such a station gets an empty value).
-// Owns:   nothing; contexts are freed on every path.
+// Owns:   the last reading of each file.
 #pragma once
 
 #include "model/record.h"
@@ -47,20 +48,11 @@ int sta_sta_get_brmode(const sta_info_t *sta);
 }
 
 // While one lives, all look-ups see each configuration file as the first that could load it found it. A walk over the
-// table holds one: it asks every station's question of the same configuration, and loads it once.
+// table holds one: it asks every station's question of the same configuration, and looks at the files once.
 class sta_uci_snapshot {
 public:
-    struct files;
-
     sta_uci_snapshot() noexcept;
     ~sta_uci_snapshot();
     sta_uci_snapshot(const sta_uci_snapshot &) = delete;
     sta_uci_snapshot &operator=(const sta_uci_snapshot &) = delete;
-
-    // What is shared now; null outside of walks.
-    static files *shared() noexcept { return current; }
-
-private:
-    files *mine = nullptr; // null when another one was there before
-    static files *current;
 };
