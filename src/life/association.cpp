@@ -86,7 +86,7 @@ struct place {
 
 } // namespace
 
-void sta_associate(const station_change &change) {
+void sta_associate(const station_change &change) noexcept {
     const station_event &figures = change.figures;
     sta_info_t *sta = sta_sta_new(change.mac, figures.ssid);
     if (!sta) return;
@@ -126,7 +126,7 @@ void sta_associate(const station_change &change) {
         sta_tell_joined(known, before.known);
 }
 
-void sta_disassociate(const station_change &change) {
+void sta_disassociate(const station_change &change) noexcept {
     sta_info_t *sta = sta_sta_find_usr(change.mac);
     if (sta && std::strcmp(sta->ifname, change.figures.ifname) == 0) {
         take_final_figures(sta, change);
