@@ -4,7 +4,7 @@ import { lineChart } from './chart.js';
 import { foreign, h, setText } from './dom.js';
 import { band, bytes, counted, dbm, duration, percent } from './format.js';
 import { byReason, networks, radioName, sumByTime } from './sums.js';
-import { card, daysOf, failure, rangePicker, reasonWords, stationLink, stepOf, table } from './parts.js';
+import { card, daysOf, failure, rangePicker, reasonWords, renewed, stationLink, stepOf, table } from './parts.js';
 
 const RENEWAL = 10000; // ms
 const MOST_POINTS = 10000; // that the collector gives
@@ -23,6 +23,7 @@ export function accessPointsView(app, words, query) {
 			chosen ? h('a', { href: `#/access-points?days=${range}` }, 'All access points') : ''), rangePicker('access-points', range, more)),
 		notice, now, nets, past);
 	const over = new AbortController();
+	let known = false;
 
 	async function renew() {
 		try {
@@ -55,14 +56,16 @@ export function accessPointsView(app, words, query) {
 			const [ radios, departures, flapping, top ] = await Promise.all([
 				ask('radios', { step, limit: MOST_POINTS }), ask('departures', { limit: 1000 }), ask('flapping', { step: BRIEF, limit: 20 }), ask('top', { limit: 20 }) ]);
 
+			known = true;
 			past.replaceChildren(...history({ radios, departures, flapping, top, from, to, step }));
 		}
 		catch (error) {
 			if (over.signal.aborted)
 				return;
 
-			past.replaceChildren(error instanceof Refusal && error.status == 404 ?
-				h('p', { class: 'empty' }, 'This collector keeps no history. Start it with --store for days and charts.') : failure(error, load));
+			/* What is shown stays, when it could not be renewed. */
+			if (!known)
+				past.replaceChildren(failure(error, load));
 		}
 
 		past.setAttribute('aria-busy', 'false');
@@ -71,7 +74,7 @@ export function accessPointsView(app, words, query) {
 	renew();
 	load();
 
-	const tick = setInterval(renew, RENEWAL);
+	const tick = setInterval(renew, RENEWAL), renewal = renewed(past, load);
 	let drawn = -Infinity;
 
 	return {
@@ -92,6 +95,7 @@ export function accessPointsView(app, words, query) {
 		},
 		close() {
 			clearInterval(tick);
+			clearInterval(renewal);
 			over.abort();
 		}
 	};

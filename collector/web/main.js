@@ -37,10 +37,26 @@ const views = {
 	'access-points': async () => (await import('./access_points.js')).accessPointsView
 };
 
+let turn = 0;
+
+/* A word of an address, also one that was cut or typed wrongly. */
+function decoded(word) {
+	try {
+		return decodeURIComponent(word);
+	}
+	catch {
+		return word;
+	}
+}
+
 async function show() {
+	const mine = ++turn;
 	const [ path, query = '' ] = location.hash.replace(/^#\/?/, '').split('?');
-	const [ name, ...words ] = path.split('/').map(decodeURIComponent);
-	const made = await (views[name] ?? views.stations)();
+	const [ name, ...words ] = path.split('/').map(decoded);
+	const made = await (Object.hasOwn(views, name) ? views[name] : views.stations)();
+
+	if (mine != turn)
+		return; // somebody has gone on meanwhile
 
 	view?.close?.();
 	view = made(app, words, new URLSearchParams(query));

@@ -1,6 +1,6 @@
 /* What the views of history share. */
 import { h } from './dom.js';
-import { why } from './api.js';
+import { Refusal, why } from './api.js';
 
 export const RANGES = [ [ 1, '24 hours' ], [ 7, '7 days' ], [ 30, '30 days' ] ];
 
@@ -18,6 +18,16 @@ export function rangePicker(path, chosen, more = {}) {
 /* Seconds of a chart's point, so that a range has about three hundred. */
 export function stepOf(days) {
 	return { 1: 300, 7: 1800, 30: 7200 }[days];
+}
+
+const RENEWAL = 300000; // ms
+
+/* Loads history again from time to time, but not under somebody who is reading it by keys or pointer. Returns the interval. */
+export function renewed(past, load) {
+	return setInterval(() => {
+		if (!document.hidden && !past.contains(document.activeElement) && !past.matches(':hover'))
+			load();
+	}, RENEWAL);
 }
 
 export function card(title, ...content) {
@@ -46,6 +56,10 @@ export function reasonWords(reason) {
 	return /^OW_STA_[A-Z0-9_]+$/.test(reason) ? reason.slice(7).toLowerCase().replaceAll('_', ' ') : reason || 'not told';
 }
 
+/* Why there is no history, and a way to ask again where that can help. */
 export function failure(error, again) {
+	if (error instanceof Refusal && error.status == 404)
+		return h('p', { class: 'empty' }, 'This collector keeps no history. Start it with --store for days and charts.');
+
 	return h('div', { class: 'notice', role: 'alert' }, why(error), ' ', h('button', { type: 'button', onclick: again }, 'Try again'));
 }

@@ -1,14 +1,16 @@
 /* The view of one station: what it is doing, and its last days. */
-import { get, Refusal } from './api.js';
+import { get } from './api.js';
 import { lineChart } from './chart.js';
 import { foreign, h } from './dom.js';
 import { band, bytes, clock, counted, day, dbm, duration, isPrivateMac, rate, signalWord, stateWord, when } from './format.js';
-import { card, daysOf, failure, rangePicker, reasonWords, stepOf, table } from './parts.js';
+import { card, daysOf, failure, rangePicker, reasonWords, renewed, stepOf, table } from './parts.js';
 import { days as daysIn, places } from './timeline.js';
 
+const MAC = /^[0-9a-f]{2}(:[0-9a-f]{2}){5}$/;
 const MOST = 10000; // rows that the collector gives
 
-export function stationView(app, [ mac = '' ], query) {
+export function stationView(app, [ word = '' ], query) {
+	const mac = word.toLowerCase();
 	const range = daysOf(query);
 	const title = h('h1', { dir: 'auto' }, mac);
 	const about = h('p', { class: 'about' });
@@ -20,7 +22,10 @@ export function stationView(app, [ mac = '' ], query) {
 		h('header', { class: 'title' }, h('div', null, title, about), rangePicker(`station/${mac}`, range)),
 		notice, facts, past);
 	const over = new AbortController();
-	const view = { node, title: mac, nav: '', changed: showNow, close: () => over.abort(),
+	const view = { node, title: mac, nav: '', changed: showNow, close() {
+			clearInterval(renewal);
+			over.abort();
+		},
 		told({ phase, words }) {
 			notice.hidden = phase != 'lost';
 			notice.textContent = phase == 'lost' ? `${words} Trying again.` : '';
@@ -72,6 +77,12 @@ export function stationView(app, [ mac = '' ], query) {
 		const to = Date.now() / 1000, from = to - range * 86400;
 		const ask = (what, more) => get(`stations/${mac}/${what}`, { since: Math.floor(from), limit: MOST, ...more }, over.signal);
 
+		if (!MAC.test(mac)) {
+			past.replaceChildren(h('p', { class: 'empty' }, 'This is not the MAC of a station.'));
+			past.setAttribute('aria-busy', 'false');
+			return;
+		}
+
 		past.setAttribute('aria-busy', 'true');
 
 		try {
@@ -85,9 +96,9 @@ export function stationView(app, [ mac = '' ], query) {
 			if (over.signal.aborted)
 				return;
 
-			past.replaceChildren(error instanceof Refusal && error.status == 404 ?
-				h('p', { class: 'empty' }, error.message == 'not a MAC' ? 'This is not the MAC of a station.' : 'This collector keeps no history. Start it with --store for days and charts.') :
-				failure(error, load));
+			/* What is shown stays, when it could not be renewed. */
+			if (!known)
+				past.replaceChildren(failure(error, load));
 		}
 
 		past.setAttribute('aria-busy', 'false');
@@ -129,6 +140,8 @@ export function stationView(app, [ mac = '' ], query) {
 
 	load();
 	showNow();
+
+	const renewal = renewed(past, load);
 
 	return view;
 }

@@ -27,14 +27,14 @@ async function launch() {
 }
 
 /* A page that keeps what went wrong in it: console errors, exceptions, unhandled rejections. */
-async function newPage(browser, { width = 1280, height = 900, dark = false, locale = 'en-GB' } = {}) {
+async function newPage(browser, { width = 1280, height = 900, dark = false, locale = 'en-GB', zone = 'UTC' } = {}) {
 	const context = await browser.newContext({
 		viewport: { width, height },
 		screen: { width, height },
 		isMobile: width < 600,
 		colorScheme: dark ? 'dark' : 'light',
 		locale,
-		timezoneId: 'UTC'
+		timezoneId: zone
 	});
 	const page = await context.newPage();
 

@@ -140,8 +140,40 @@ tests.push(
 		await visit.sound();
 	}),
 
-	test('an address that no station has', { options: { address: '#/station/%3Cimg%20src=x%20onerror=alert(1)%3E' }, console: FAILED_REQUEST }, async (visit) => {
-		await until('words', async () => (await visit.page.locator('.cards').innerText()).length > 20);
+	test('a station: history is asked for again while the page stays open', { options: { address: STATION, frozen: true }, prepare: withHistory }, async (visit) => {
+		const { collector, page } = visit;
+		const before = () => collector.asked.filter(what => what.endsWith('/series')).length;
+
+		await loaded(visit);
+		assert.equal(before(), 1);
+		collector.trouble[`stations/${mac(1)}/series`] = 503;
+
+		await until('the question', async () => {
+			await page.clock.runFor(20000);
+			return before() > 1;
+		});
+		await loaded(visit);
+		assert.ok(await page.locator('.plot').count(), 'what was shown stays when it cannot be renewed');
+		page.errors = page.errors.filter(text => !FAILED_REQUEST.test(text));
+	}),
+
+	test('times are those of the viewer', { options: { address: STATION, zone: 'Asia/Tokyo' }, prepare(collector) {
+		collector.stations[1].began = Math.floor(Date.now() / 86400000) * 86400 - 86400 + 3600; // yesterday at one o'clock, ten in Tokyo
+		withHistory(collector);
+	} }, async (visit) => {
+		await until('its figures', async () => (await visit.page.locator('.facts').innerText()).includes(', 10:00'));
+	}),
+
+	test('an address in capital letters, and one that is cut, lead somewhere', { options: { address: STATION.toUpperCase().replace('STATION', 'station') }, prepare: withHistory }, async (visit) => {
+		await until('its name', async () => await visit.page.getByRole('heading', { level: 1 }).innerText() == "Anna's phone");
+		await visit.page.evaluate(() => { location.hash = '#/%E0%A4%A'; });
+		await visit.says('3 stations');
+		await visit.page.evaluate(() => { location.hash = '#/constructor'; });
+		await visit.says('3 stations');
+	}),
+
+	test('an address that no station has', { options: { address: '#/station/%3Cimg%20src=x%20onerror=alert(1)%3E' } }, async (visit) => {
+		await until('words', async () => await visit.page.locator('.cards').innerText() == 'This is not the MAC of a station.');
 		await visit.sound();
 	}),
 
