@@ -17,6 +17,7 @@ constexpr std::size_t most_in_flight = 64;
 constexpr int keep_alive = 20; // s
 constexpr auto patience_at_the_end = std::chrono::seconds(5);
 constexpr std::size_t most_tracked = 4096;
+constexpr std::size_t most_said = 16; // complaints of the library between two connections
 
 void say(const std::string &text) { std::fprintf(stderr, "wsm-collector: mqtt: %s\n", text.c_str()); }
 
@@ -77,9 +78,20 @@ mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const statio
             if (code != 0) return say(std::string("refused: ") + mosquitto_connack_string(code));
             std::unique_lock hold(me->lock_);
             me->connected_ = true;
+            {
+                const std::lock_guard hold_said(me->said_lock_);
+                me->said_.clear();
+            }
             me->resending_ = me->in_flight_ > 0;
             me->spool_.push_front({me->chosen_.prefix + "/status", "online", true});
             me->send_some(hold);
+        });
+        // Why there is no connection: a certificate that is not trusted, for one. Once, not at each attempt.
+        mosquitto_log_callback_set(client_, [](mosquitto *, void *self, int level, const char *text) {
+            auto *me = static_cast<mqtt_publisher *>(self);
+            if (level != MOSQ_LOG_ERR) return;
+            const std::lock_guard hold(me->said_lock_); // the library may write while it is asked to send
+            if (me->said_.insert(text).second && me->said_.size() < most_said) say(escaped(text));
         });
         mosquitto_disconnect_callback_set(client_, [](mosquitto *, void *self, int) {
             auto *me = static_cast<mqtt_publisher *>(self);

@@ -55,6 +55,9 @@ private:
     bool begun_ = false; // the first attempt to connect was successful
     bool complained_ = false;
 
+    std::mutex said_lock_;
+    std::set<std::string> said_; // by the library, since the last connection
+
     std::mutex lock_;
     std::condition_variable emptied_;
     std::deque<letter> spool_;

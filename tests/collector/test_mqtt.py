@@ -37,12 +37,12 @@ def free_port():
 class Broker:
     """A mosquitto that keeps sessions, and a subscriber to everything."""
 
-    def __init__(self, folder, start):
+    def __init__(self, folder, start, more=""):
         self.folder, self.start_one, self.port = folder, start, free_port()
         self.count = 0
         (folder / "mosquitto.conf").write_text(
             f"listener {self.port} 127.0.0.1\nallow_anonymous true\npersistence true\npersistence_location {folder}/\n"
-            f"max_queued_messages 0\nuser {'root' if os.geteuid() == 0 else ''}\n")
+            f"max_queued_messages 0\nuser {'root' if os.geteuid() == 0 else ''}\n{more}")
         self.run()
 
     def run(self):
@@ -103,11 +103,15 @@ class Publisher:
 
 
 @pytest.fixture
-def publish(start, build_dir, tmp_path, broker):
+def with_mqtt(build_dir):
     done = subprocess.run([build_dir / "bin/wsm-collector", "--publish", "x", "--socket", "/"], capture_output=True, text=True,
                           timeout=30, check=False)
     if "built without" in done.stderr:
         pytest.skip("built without libmosquitto")
+
+
+@pytest.fixture
+def publish(start, build_dir, tmp_path, broker, with_mqtt):  # pylint: disable=unused-argument
     return lambda *options: Publisher(start, build_dir, tmp_path, f"mqtt://127.0.0.1:{broker.port}/home", *options)
 
 
@@ -198,6 +202,57 @@ def test_a_spool_that_is_full_drops_the_oldest_and_counts(broker, publish):
     # Each report is two messages; what tells of the collector and the access point may be among those that were lost.
     wait(lambda: arrived() + lost >= 1000, "the rest")
     assert lost > 0 and arrived() + lost <= 1010
+
+
+def certificates(folder):
+    """Two authorities, a certificate of the broker and one of the collector, both by the first."""
+    def openssl(*words):
+        subprocess.run(["openssl", *words], cwd=folder, check=True, capture_output=True, timeout=60)
+
+    for name in ("ca", "other"):
+        openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj",
+                f"/CN={name}", "-keyout", f"{name}.key", "-out", f"{name}.crt")
+    (folder / "names").write_text("subjectAltName=IP:127.0.0.1\n")
+    for name in ("broker", "client"):
+        openssl("req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-subj", f"/CN={name}", "-keyout",
+                f"{name}.key", "-out", f"{name}.csr")
+        openssl("x509", "-req", "-in", f"{name}.csr", "-CA", "ca.crt", "-CAkey", "ca.key", "-CAcreateserial", "-days", "2",
+                "-extfile", "names", "-out", f"{name}.crt")
+
+
+@pytest.fixture
+def tls(start, tmp_path, build_dir, with_mqtt):  # pylint: disable=unused-argument
+    """A broker that asks for a certificate, and a function that starts a collector with these options."""
+    if shutil.which("openssl") is None:
+        pytest.skip("openssl is not installed")
+    certificates(tmp_path)
+    port = free_port()
+    broker = Broker(tmp_path, start, f"listener {port} 127.0.0.1\ncafile {tmp_path}/ca.crt\ncertfile {tmp_path}/broker.crt\n"
+                                     f"keyfile {tmp_path}/broker.key\nrequire_certificate true\n")
+    return broker, lambda *options: Publisher(start, build_dir, tmp_path, f"mqtts://127.0.0.1:{port}/home", *options)
+
+
+def test_with_tls_both_sides_show_a_certificate(tls, tmp_path):
+    broker, publish_tls = tls
+    subscriber = broker.subscribe()
+    one = publish_tls("--publish-ca", tmp_path / "ca.crt", "--publish-cert", tmp_path / "client.crt", "--publish-key",
+                      tmp_path / "client.key")
+    one.send(told(1, 1, NOON))
+    wait(lambda: [report["mac"] for report in reports(subscriber)] == [mac(1)], "the report")
+    assert one.program.stop() == 0
+
+
+@pytest.mark.parametrize("authority, certified, word", [("other", True, "certificate verify failed"), ("ca", False, "certificate required")])
+def test_a_broker_that_is_not_trusted_or_does_not_trust_us_gets_nothing_and_a_message_says_why(tls, tmp_path, authority, certified, word):
+    broker, publish_tls = tls
+    subscriber = broker.subscribe()
+    ours = ["--publish-cert", tmp_path / "client.crt", "--publish-key", tmp_path / "client.key"] if certified else []
+    one = publish_tls("--publish-ca", tmp_path / f"{authority}.crt", *ours)
+    one.send(told(1, 1, NOON))
+    wait(lambda: word in one.program.err.read_text(), "the message")
+    one.program.stop(signal.SIGKILL)
+    broker.wait_for_probe(subscriber)
+    assert messages(subscriber) == []
 
 
 @pytest.mark.parametrize("url", ["http://x", "mqtt://", "mqtt://:1", "mqtt://x:0", "mqtt://x:99999", "mqtt://x/a+b", "mqtt://x/#"])
