@@ -2,9 +2,11 @@
 
 import http.client
 import json
+import os
 import pathlib
 import re
 import shutil
+import signal
 import socket
 import subprocess
 import time
@@ -283,7 +285,7 @@ def test_more_streams_than_may_be_are_refused(serve):
 def test_a_stream_that_is_not_read_is_cut_off_and_keeps_nobody_waiting(serve):
     one = serve()
     slow = socket.create_connection(("127.0.0.1", int(one.port)), PATIENCE)
-    slow.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+    slow.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
     slow.sendall(b"GET /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n")
     assert slow.recv(12) == b"HTTP/1.1 200"
     for number in range(8000):
@@ -292,7 +294,58 @@ def test_a_stream_that_is_not_read_is_cut_off_and_keeps_nobody_waiting(serve):
     taken = wait(lambda: [out for out in one.get("/api/v1/status")["outputs"] if out["name"] == "live" and out["waiting"] == 0],
                  "the view")
     assert taken[0]["taken"] + taken[0]["dropped"] == 8000
+    # Now it reads: what was on its way, and then the end, which it would not see if it were still served.
+    text = bytearray()
+    try:
+        while not text.endswith(b"0\r\n\r\n") and (some := slow.recv(1 << 20)):
+            text += some
+    except ConnectionResetError:
+        pass  # it did not read for so long that it was not even told
+    assert text.count(b"event: updated") < 7000
     slow.close()
+
+
+def test_names_are_shown_unless_they_are_not_to_be(serve, tmp_path):
+    (tmp_path / "names").write_text(f"{mac(1)} Anna\n")
+    for options, name in ((), "Anna"), (("--drop-names",), ""):
+        one = serve("--names", tmp_path / "names", *options)
+        one.send(told(1, 1, NOON))
+        assert one.stations(1)[0]["name"] == name
+        assert one.program.stop() == 0
+
+
+def test_an_output_that_blocks_loses_its_own_oldest_and_no_other_waits(start, build_dir, serve, tmp_path):
+    serve().program.stop()  # or it is skipped
+    os.mkfifo(tmp_path / "blocked.out")
+    reader = os.open(tmp_path / "blocked.out", os.O_RDONLY | os.O_NONBLOCK)
+    one = Served.__new__(Served)
+    one.path = tmp_path / "socket"
+    one.program = start([build_dir / "bin/wsm-collector", "--json", "--queue", "1000", "--socket", one.path, "--http", "127.0.0.1:0",
+                         "--store", f"sqlite:{tmp_path}/store", "--commit", "0", "--sample", "0"], name="blocked")
+    one.program.wait_for_socket(one.path)
+    one.port = re.search(r"http: port (\d+)", one.program.err.read_text())[1]
+
+    def outputs():
+        return {out["name"]: out for out in one.get("/api/v1/status")["outputs"]}
+    sent = 6000
+    for number in range(sent):
+        one.send(told(1 + number % 50, 3, NOON, number))
+        if number % 500 == 499:  # the others are slow machines' prey as well, with so short a queue
+            wait(lambda: outputs()["store"]["waiting"] == outputs()["live"]["waiting"] == 0, "the others")
+    wait(lambda: one.get("/api/v1/status")["reports"] == sent, "the reports")
+    now_are = outputs()
+    for name in ("live", "store"):
+        assert (now_are[name]["taken"], now_are[name]["dropped"]) == (sent, 0)
+    assert now_are["print"]["waiting"] == 1000
+    lost = now_are["print"]["dropped"]
+    assert lost == sent - 1000 - now_are["print"]["taken"] > 0
+    one.program.process.send_signal(signal.SIGTERM)
+    os.set_blocking(reader, True)
+    with open(reader, "rb") as printed:
+        numbers = [json.loads(line)["oltime"] for line in printed]
+    assert one.program.wait_for_end() == 0
+    assert numbers == sorted(numbers) and numbers[-1000:] == list(range(sent - 1000, sent)) and len(numbers) == sent - lost
+    assert f"print: {lost} messages dropped" in one.program.err.read_text()
 
 
 def metric(text, name, **labels):
