@@ -89,12 +89,11 @@ mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const statio
         // Why there is no connection: a certificate that is not trusted, for one. Once, not at each attempt.
         mosquitto_log_callback_set(client_, [](mosquitto *, void *self, int level, const char *text) {
             auto *me = static_cast<mqtt_publisher *>(self);
-            if (level != MOSQ_LOG_ERR) return;
-            const std::lock_guard hold(me->said_lock_); // the library may write while it is asked to send
-            if (me->said_.insert(text).second && me->said_.size() < most_said) say(escaped(text));
+            if (level == MOSQ_LOG_ERR) me->complain(escaped(text));
         });
-        mosquitto_disconnect_callback_set(client_, [](mosquitto *, void *self, int) {
+        mosquitto_disconnect_callback_set(client_, [](mosquitto *, void *self, int code) {
             auto *me = static_cast<mqtt_publisher *>(self);
+            if (code != 0) me->complain(std::string("the connection has ended: ") + mosquitto_strerror(code));
             const std::lock_guard hold(me->lock_);
             me->connected_ = false;
         });
@@ -122,6 +121,11 @@ mqtt_publisher::~mqtt_publisher() {
     mosquitto_disconnect(client_);
     mosquitto_loop_stop(client_, true);
     mosquitto_destroy(client_);
+}
+
+void mqtt_publisher::complain(const std::string &text) {
+    const std::lock_guard hold(said_lock_); // of its own: the library may complain while it is asked to send
+    if (said_.size() < most_said && said_.insert(text).second) say(text);
 }
 
 void mqtt_publisher::take(const message &one) {

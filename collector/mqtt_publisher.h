@@ -40,6 +40,8 @@ private:
         std::set<std::string> stations;
         bool changed = false;
     };
+    // Says it, once between two connections.
+    void complain(const std::string &text);
     void post(letter one);
     void send_some(std::unique_lock<std::mutex> &hold);
     void track(const stay &now_is, bool gone);
