@@ -38,6 +38,7 @@ bridge::bridge(const settings &how) noexcept
     : settings_(how), networks_([this] {
           networks::settings for_networks{};
           for_networks.control_folder = settings_.control_folder;
+          for_networks.control_global = settings_.control_global;
           for_networks.control = {[](void *self, std::uint32_t network, const control_line &line) {
                                       static_cast<bridge *>(self)->heard_from_hostapd(network, line);
                                   },

@@ -17,6 +17,7 @@ class bridge {
 public:
     struct settings {
         const char *control_folder; // of hostapd's sockets
+        const char *control_global; // its global one
         const char *daemon;         // name of the process that is told
         const char *memory;         // file that outlives the bridge; see memory.h
         radio_choice choices[networks::choices_max];

@@ -52,10 +52,11 @@ control_line control_line_decode(std::string_view line,
     if (take_prefix(line, "IFNAME=")) decoded.ifname = take_word(line);
     if (!line.starts_with('<')) {
         const std::string_view answer = take_word(line);
-        decoded.kind = answer == "OK"     ? control_line::ok
-                       : answer == "FAIL" ? control_line::fail
-                       : answer == "PONG" ? control_line::pong
-                                          : control_line::other;
+        decoded.kind = answer == "OK"                     ? control_line::ok
+                       : answer == "FAIL"                 ? control_line::fail
+                       : answer == "PONG"                 ? control_line::pong
+                       : answer == "FAIL-NO-IFNAME-MATCH" ? control_line::no_network
+                                                          : control_line::other;
         return decoded;
     }
     while (!line.empty() && line[0] != '>') line.remove_prefix(1);

@@ -15,6 +15,7 @@ struct control_line {
         other, // also every event that is not of stations
         ok,
         fail,
+        no_network, // the global socket's hostapd has none of that name
         pong,
         connected,
         disconnected,

@@ -16,10 +16,10 @@ constexpr std::size_t line_max = 2 * control_frame_max + 256;
 
 } // namespace
 
-hostapd_control::hostapd_control(const handlers &told, std::uint32_t network, const char *folder,
-                                 const char *ifname) noexcept
-    : told_(told), network_(network) {
-    std::snprintf(path_, sizeof(path_), "%s/%s", folder, ifname);
+hostapd_control::hostapd_control(const handlers &told, const place &where) noexcept
+    : told_(told), network_(where.network), global_(where.global) {
+    std::snprintf(path_, sizeof(path_), "%s/%s", where.folder, where.ifname);
+    std::snprintf(ifname_, sizeof(ifname_), "%s", where.ifname);
     watch_.fd = -1;
     watch_.owner = this;
     watch_.cb = [](uloop_fd *self, unsigned) { static_cast<watch *>(self)->owner->read(); };
@@ -32,10 +32,18 @@ hostapd_control::~hostapd_control() {
 }
 
 bool hostapd_control::open() noexcept {
+    by_global_ = false;
+    if (connect_to(path_)) return true;
+    by_global_ = global_ && connect_to(global_);
+    return by_global_;
+}
+
+bool hostapd_control::connect_to(const char *path) noexcept {
     sockaddr_un address{};
-    static_assert(sizeof(path_) == sizeof(address.sun_path));
     address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path_, sizeof(path_));
+    const std::size_t length = std::strlen(path);
+    if (length >= sizeof(address.sun_path)) return false;
+    std::memcpy(address.sun_path, path, length);
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) return false;
     // A name of the kernel's choice, without a file: hostapd can answer whoever it runs as. Connected, nobody else can.
@@ -63,9 +71,14 @@ void hostapd_control::lose() noexcept {
 
 bool hostapd_control::say(const char *command) noexcept {
     if (watch_.fd < 0) return false;
-    const std::size_t size = std::strlen(command);
-    if (send(watch_.fd, command, size, MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(size))
-        return true;
+    // The attachment is to the whole socket, all else to the network.
+    const bool to_network =
+        by_global_ && std::strcmp(command, "ATTACH") != 0 && std::strcmp(command, "DETACH") != 0;
+    char words[96];
+    std::snprintf(words, sizeof(words), "%s%s%s%s", to_network ? "IFNAME=" : "", to_network ? ifname_ : "",
+                  to_network ? " " : "", command);
+    const std::size_t size = std::strlen(words);
+    if (send(watch_.fd, words, size, MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(size)) return true;
     if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) lose(); // nobody is there any more
     return false;
 }
@@ -104,6 +117,7 @@ void hostapd_control::read() noexcept {
 
 void hostapd_control::take(const control_line &line) noexcept {
     switch (line.kind) {
+    case control_line::no_network: lose(); return;
     case control_line::ok:
     case control_line::fail:
         if (state_ == attaching) {
@@ -121,7 +135,9 @@ void hostapd_control::take(const control_line &line) noexcept {
         return;
     case control_line::pong:
     case control_line::other: return;
-    default: told_.heard(told_.owner, network_, line); return;
+    default:
+        if (!by_global_ || line.ifname == ifname_) told_.heard(told_.owner, network_, line);
+        return;
     }
 }
 

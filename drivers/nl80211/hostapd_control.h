@@ -1,4 +1,8 @@
-// hostapd_control.h - the control socket of one network of hostapd's.
+// hostapd_control.h - one network of hostapd's, by its control socket or, where it has none, by hostapd's global one.
+//
+// Source of the global one: hostapd's -g. It takes commands with "IFNAME=NAME " in front, answers
+// "FAIL-NO-IFNAME-MATCH" for a network that it does not have, and sends the events of all its networks to whoever has
+// attached, with the same words in front.
 //
 // hostapd 2.10 sends to those who listen to it by waiting for them: a client that does not read stops all of its
 // networks. So what comes is read at once and whole, nothing is ever waited for here, and only what is needed is
@@ -18,9 +22,14 @@ public:
         void (*changed)(void *owner, std::uint32_t network, bool attached, bool frames);
         void *owner;
     };
-    // `network` is the interface's index. The socket is `folder`/`ifname`.
-    hostapd_control(const handlers &told, std::uint32_t network, const char *folder,
-                    const char *ifname) noexcept;
+    // Which network, and where its sockets are.
+    struct place {
+        std::uint32_t network; // the interface's index
+        const char *ifname;
+        const char *folder; // of the socket that is called like the interface
+        const char *global; // the global one, which outlives this; null: none is looked for
+    };
+    hostapd_control(const handlers &told, const place &where) noexcept;
     ~hostapd_control();
     hostapd_control(hostapd_control &&) = delete;
 
@@ -45,6 +54,7 @@ private:
         hostapd_control *owner;
     };
     bool open() noexcept;
+    bool connect_to(const char *path) noexcept;
     void lose() noexcept;
     void read() noexcept;
     void take(const control_line &line) noexcept;
@@ -53,6 +63,9 @@ private:
     handlers told_;
     std::uint32_t network_;
     char path_[108];
+    char ifname_[16];
+    const char *global_;
+    bool by_global_ = false;
     watch watch_{};
     state state_ = absent;
     bool frames_ = false;

@@ -17,6 +17,8 @@ constexpr const char *usage =
     "The wireless driver of an access point with mac80211 radios and hostapd, for wsmd.\n"
     "Runs until SIGINT or SIGTERM; needs CAP_NET_ADMIN.\n\n"
     "  --control FOLDER  hostapd's control sockets (/var/run/hostapd)\n"
+    "  --global PATH     hostapd's global control socket, for networks without one\n"
+    "                    (/var/run/hostapd/global)\n"
     "  --socket PATH     where driver requests are answered (/var/run/was.sock)\n"
     "  --radio IF=N      interface IF, which may end with '*', is of radio 0 or 1;\n"
     "                    others: 0 at 2.4 GHz, else 1. May be repeated\n"
@@ -44,9 +46,10 @@ void take_choice(char *text, bridge::settings &settings) {
 } // namespace
 
 int main(int argc, char **argv) {
-    enum { control = 1, path, radio, daemon_name, memory, help };
+    enum { control = 1, global, path, radio, daemon_name, memory, help };
     constexpr option known[] = {
         {"control", required_argument, nullptr, control},
+        {"global", required_argument, nullptr, global},
         {"socket", required_argument, nullptr, path},
         {"radio", required_argument, nullptr, radio},
         {"daemon", required_argument, nullptr, daemon_name},
@@ -54,11 +57,13 @@ int main(int argc, char **argv) {
         {"help", no_argument, nullptr, help},
         {nullptr, 0, nullptr, 0},
     };
-    bridge::settings settings{"/var/run/hostapd", "wsmd", "/var/run/wsm-bridge/stations", {}, 0};
+    bridge::settings settings{
+        "/var/run/hostapd", "/var/run/hostapd/global", "wsmd", "/var/run/wsm-bridge/stations", {}, 0};
     const char *socket_path = was_socket_path;
     for (int which = 0; (which = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
         switch (which) {
         case control: settings.control_folder = optarg; break;
+        case global: settings.control_global = optarg; break;
         case path: socket_path = optarg; break;
         case radio: take_choice(optarg, settings); break;
         case daemon_name: settings.daemon = optarg; break;

@@ -94,7 +94,8 @@ void networks::take(const kernel_message &message) noexcept {
     if (!is_network || one->control) return;
     if (void *memory = std::malloc(sizeof(hostapd_control))) {
         one->control = new (memory)
-            hostapd_control(settings_.control, one->ifindex, settings_.control_folder, one->facts.ifname);
+            hostapd_control(settings_.control, {one->ifindex, one->facts.ifname, settings_.control_folder,
+                                                settings_.control_global});
         one->control->tend();
     }
 }

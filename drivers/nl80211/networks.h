@@ -35,6 +35,7 @@ public:
     static constexpr std::size_t choices_max = 16;
     struct settings {
         const char *control_folder;
+        const char *control_global; // null: none
         hostapd_control::handlers control;
         void (*ended)(void *owner, std::uint32_t network); // it is gone
         void *owner;

@@ -19,6 +19,7 @@ protected:
         ASSERT_NE(mkdtemp(name), nullptr);
         folder = name;
         path = folder + "/wlan0";
+        global = folder + "/global";
         ASSERT_EQ(uloop_init(), 0);
         control = std::make_unique<hostapd_control>(
             hostapd_control::handlers{
@@ -32,13 +33,18 @@ protected:
                                                                                       : "attached");
                 },
                 this},
-            7, folder.c_str(), "wlan0");
+            hostapd_control::place{7, "wlan0", folder.c_str(), global.c_str()});
     }
     void TearDown() override {
         control.reset();
         stop();
         uloop_done();
         rmdir(folder.c_str());
+    }
+    // hostapd has its global socket alone.
+    void start_global() {
+        path = global;
+        start();
     }
     void start() {
         hostapd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
@@ -81,7 +87,7 @@ protected:
         say(frames);
     }
 
-    std::string folder, path;
+    std::string folder, path, global;
     int hostapd = -1;
     sockaddr_un client{};
     socklen_t length = 0;
@@ -172,6 +178,74 @@ TEST_F(hostapds_socket, is_told_to_send_a_station_away_with_a_frame_or_without) 
     EXPECT_EQ(command(), "DEAUTHENTICATE 02:00:00:00:00:01");
     EXPECT_TRUE(control->send_away({{2, 0, 0, 0, 0, 0xff}}, false));
     EXPECT_EQ(command(), "DEAUTHENTICATE 02:00:00:00:00:ff tx=0");
+}
+
+TEST_F(hostapds_socket, of_all_networks_is_used_where_the_network_has_none) {
+    start_global();
+    control->tend();
+    ASSERT_EQ(command(), "ATTACH");
+    say("OK\n");
+    ASSERT_EQ(command(), "IFNAME=wlan0 SET notify_mgmt_frames 1");
+    say("OK\n");
+    EXPECT_EQ(happened, lines{"attached with frames"});
+    EXPECT_TRUE(control->send_away({{2, 0, 0, 0, 0, 1}}, false));
+    EXPECT_EQ(command(), "IFNAME=wlan0 DEAUTHENTICATE 02:00:00:00:00:01 tx=0");
+    control->detach();
+    EXPECT_EQ(command(), "IFNAME=wlan0 SET notify_mgmt_frames 0");
+    EXPECT_EQ(command(), "DETACH");
+}
+
+TEST_F(hostapds_socket, of_all_networks_tells_of_this_one_among_them) {
+    start_global();
+    control->tend();
+    command();
+    say("OK\n");
+    command();
+    say("OK\n");
+    happened.clear();
+    say("IFNAME=wlan0 <3>AP-STA-CONNECTED 02:00:00:00:00:01");
+    say("IFNAME=wlan1 <3>AP-STA-CONNECTED 02:00:00:00:00:02");
+    say("IFNAME=wlan00 <3>CTRL-EVENT-TERMINATING ");
+    say("<3>AP-STA-CONNECTED 02:00:00:00:00:03");
+    EXPECT_EQ(happened, lines{"heard 7 " + std::to_string(control_line::connected)});
+}
+
+TEST_F(hostapds_socket, of_all_networks_may_be_of_a_hostapd_without_this_one) {
+    start_global();
+    control->tend();
+    command();
+    say("OK\n");
+    command();
+    say("FAIL-NO-IFNAME-MATCH\n");
+    EXPECT_FALSE(control->is_attached());
+    EXPECT_EQ(happened, lines{});
+}
+
+TEST_F(hostapds_socket, of_all_networks_loses_one_that_has_been_removed) {
+    start_global();
+    control->tend();
+    command();
+    say("OK\n");
+    command();
+    say("OK\n");
+    for (int second = 1; second <= 5; ++second) control->tend();
+    EXPECT_EQ(command(), "IFNAME=wlan0 PING");
+    say("FAIL-NO-IFNAME-MATCH\n");
+    EXPECT_EQ(happened, (lines{"attached with frames", "lost"}));
+}
+
+TEST_F(hostapds_socket, is_the_networks_own_where_there_are_both) {
+    start();
+    const int its_own = hostapd;
+    const std::string its_path = path;
+    start_global();
+    control->tend();
+    EXPECT_EQ(command(), "");
+    close(hostapd);
+    unlink(global.c_str());
+    hostapd = its_own;
+    path = its_path;
+    EXPECT_EQ(command(), "ATTACH");
 }
 
 TEST_F(hostapds_socket, is_left_as_it_was) {

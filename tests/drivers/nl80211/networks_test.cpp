@@ -25,6 +25,7 @@ protected:
     std::vector<std::uint32_t> ended;
     networks make() { // built in the caller's place: it is never moved
         how.control_folder = "/nowhere";
+        how.control_global = nullptr;
         how.control = {nullptr, nullptr, nullptr};
         how.ended = [](void *list, std::uint32_t network) {
             static_cast<std::vector<std::uint32_t> *>(list)->push_back(network);
