@@ -5,6 +5,7 @@
 #include "life/address.h"
 #include "outputs/bus_link.h"
 #include "tools/check.h"
+#include "tools/health.h"
 #include "tools/log.h"
 #include "tools/text.h"
 
@@ -133,6 +134,7 @@ int sta_ubus_dhcpdump_subscribe() {
         STA_ERROR("sta_ubus", "Failed to add watch handler: %s\n", ubus_strerror(result));
         return result;
     }
+    ++sta_health.bus_lookups;
     result = ubus_lookup_id(sta_ubus_ctx, "dhcpmon.client.notify", &dhcpdump_id);
     if (result != UBUS_STATUS_OK) {
         remove_subscriber();

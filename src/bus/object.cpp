@@ -8,6 +8,7 @@
 #include "model/departures.h"
 #include "model/table.h"
 #include "outputs/bus_link.h"
+#include "tools/health.h"
 #include "tools/log.h"
 #include "wlan/removal.h"
 
@@ -117,6 +118,7 @@ int sta_ubus_add_dbg_object(struct ubus_object *obj) {
 
 int sta_ubus_get_info_methods(struct ubus_context *ctx, struct ubus_object * /*obj*/,
                               struct ubus_request_data *req, const char * /*method*/, struct blob_attr *msg) {
+    const sta_turn turn{"sta get"};
     STA_LOG("sta_ubus_get_info_methods\n");
     struct blob_attr *found[GET_MAX] = {};
     parse(get_policy, found, msg);
@@ -145,6 +147,7 @@ int sta_ubus_get_info_methods(struct ubus_context *ctx, struct ubus_object * /*o
 int sta_ubus_set_info_methods(struct ubus_context * /*ctx*/, struct ubus_object * /*obj*/,
                               struct ubus_request_data * /*req*/, const char * /*method*/,
                               struct blob_attr *msg) {
+    const sta_turn turn{"sta set"};
     STA_LOG("sta_ubus_set_info_methods\n");
     struct blob_attr *found[SET_MAX] = {};
     parse(set_policy, found, msg);
@@ -159,6 +162,7 @@ int sta_ubus_set_info_methods(struct ubus_context * /*ctx*/, struct ubus_object 
 int sta_ubus_delete_info_methods(struct ubus_context * /*ctx*/, struct ubus_object * /*obj*/,
                                  struct ubus_request_data * /*req*/, const char * /*method*/,
                                  struct blob_attr *msg) {
+    const sta_turn turn{"sta delete"};
     STA_LOG("sta_ubus_delete_info_methods\n");
     struct blob_attr *found[DELETE_MAX] = {};
     parse(delete_policy, found, msg);

@@ -1,6 +1,7 @@
 #include "bus/wsmd_object.h"
 
 #include "bus/arguments.h"
+#include "bus/health_answer.h"
 #include "inputs/network.h"
 #include "model/departures.h"
 #include "model/table.h"
@@ -9,6 +10,7 @@
 #include "outputs/station_view.h"
 #include "protocol/driver_request.h"
 #include "tools/array.h"
+#include "tools/health.h"
 #include "tools/log.h"
 #include "tools/text.h"
 #include "wlan/tables.h"
@@ -35,6 +37,7 @@ constexpr struct ubus_method wsmd_methods[] = {
     {"stations", sta_wsmd_stations, 0, 0, stations_policy, STATIONS_MAX},
     {"station", sta_wsmd_station, 0, 0, station_policy, STATION_MAX},
     {"departed", sta_wsmd_departed, 0, 0, departed_policy, DEPARTED_MAX},
+    {"health", sta_wsmd_health, 0, 0, nullptr, 0},
 };
 struct ubus_object_type wsmd_type = {"wsmd", 0, wsmd_methods, std::size(wsmd_methods)};
 
@@ -112,6 +115,7 @@ void sta_wsmd_publish() noexcept {
 
 int sta_wsmd_stations(struct ubus_context *ctx, struct ubus_object * /*obj*/, struct ubus_request_data *req,
                       const char * /*method*/, struct blob_attr *msg) {
+    const sta_turn turn{"wsmd stations"};
     struct blob_attr *found[STATIONS_MAX];
     if (const char *bad = sta_arguments_read(stations_policy, STATIONS_MAX, found, msg))
         return sta_arguments_refuse(ctx, req, "bad argument", bad);
@@ -162,6 +166,7 @@ int sta_wsmd_stations(struct ubus_context *ctx, struct ubus_object * /*obj*/, st
 
 int sta_wsmd_station(struct ubus_context *ctx, struct ubus_object * /*obj*/, struct ubus_request_data *req,
                      const char * /*method*/, struct blob_attr *msg) {
+    const sta_turn turn{"wsmd station"};
     struct blob_attr *found[STATION_MAX];
     if (const char *bad = sta_arguments_read(station_policy, STATION_MAX, found, msg))
         return sta_arguments_refuse(ctx, req, "bad argument", bad);
@@ -181,6 +186,7 @@ int sta_wsmd_station(struct ubus_context *ctx, struct ubus_object * /*obj*/, str
 
 int sta_wsmd_departed(struct ubus_context *ctx, struct ubus_object * /*obj*/, struct ubus_request_data *req,
                       const char * /*method*/, struct blob_attr *msg) {
+    const sta_turn turn{"wsmd departed"};
     struct blob_attr *found[DEPARTED_MAX];
     if (const char *bad = sta_arguments_read(departed_policy, DEPARTED_MAX, found, msg))
         return sta_arguments_refuse(ctx, req, "bad argument", bad);
@@ -201,5 +207,15 @@ int sta_wsmd_departed(struct ubus_context *ctx, struct ubus_object * /*obj*/, st
         blobmsg_close_table(&reply.buf, table);
     }
     blobmsg_close_array(&reply.buf, array);
+    return reply.send(ctx, req);
+}
+
+int sta_wsmd_health(struct ubus_context *ctx, struct ubus_object * /*obj*/, struct ubus_request_data *req,
+                    const char * /*method*/, struct blob_attr *msg) {
+    if (const char *bad = sta_arguments_read(nullptr, 0, nullptr, msg))
+        return sta_arguments_refuse(ctx, req, "bad argument", bad);
+    answer reply;
+    if (!reply.make_room()) return UBUS_STATUS_NO_MEMORY;
+    sta_put_health(&reply.buf);
     return reply.send(ctx, req);
 }

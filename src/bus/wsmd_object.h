@@ -19,4 +19,6 @@ int sta_wsmd_station(struct ubus_context *ctx, struct ubus_object *obj, struct u
                      const char *method, struct blob_attr *msg);
 int sta_wsmd_departed(struct ubus_context *ctx, struct ubus_object *obj, struct ubus_request_data *req,
                       const char *method, struct blob_attr *msg);
+int sta_wsmd_health(struct ubus_context *ctx, struct ubus_object *obj, struct ubus_request_data *req,
+                    const char *method, struct blob_attr *msg);
 }

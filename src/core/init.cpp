@@ -14,6 +14,7 @@
 #include "life/timers.h"
 #include "model/departures.h"
 #include "model/table.h"
+#include "tools/health.h"
 #include "tools/log.h"
 #include "tools/text.h"
 
@@ -52,6 +53,8 @@ void sta_init() {
     dbg_init("sta", "/tmp/sta.log", 10);
     g_main_id = dbg_module_reg("main");
     sta_mode = sta_get_mod_type();
+    sta_health.is_client = sta_mode == 0;
+    sta_health.started = sta_monotonic_seconds();
     sta_control_wsmd_init(read_settings);
     STA_LOG("%s starting..\n", tag);
     if (sta_sta_dhcpmon_list_init() != 0) {

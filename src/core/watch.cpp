@@ -2,6 +2,7 @@
 
 #include "base/cxx/ubox.h"
 #include "tools/command.h"
+#include "tools/health.h"
 
 namespace {
 
@@ -30,6 +31,7 @@ bool has_changed(file_watcher &watcher) {
 }
 
 void poll_file(uloop_timeout *timer) {
+    const sta_turn turn{"file watch"};
     file_watcher &watcher = *container_of(timer, file_watcher, timer);
     if (watcher.callback && has_changed(watcher)) watcher.callback();
     timer->cb = poll_file;

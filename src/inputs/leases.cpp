@@ -3,6 +3,7 @@
 #include "model/record.h"
 #include "tools/command.h"
 #include "tools/file.h"
+#include "tools/health.h"
 #include "tools/log.h"
 #include "tools/mac_index.h"
 #include "tools/memory.h"
@@ -117,6 +118,7 @@ using piece_taker = bool (*)(const char *piece, const char *mac, void *found);
 // `mac`. Without a file `function` says so.
 void search(const char *function, const char *mac, char *piece, std::size_t size, piece_taker take,
             void *found) {
+    ++sta_health.lease_lookups;
     sta_lease_snapshot::file *shared = sta_lease_snapshot::shared();
     const outcome known = shared ? shared->read() : outcome::unread;
     if (known == outcome::whole) {

@@ -1,6 +1,7 @@
 #include "inputs/network.h"
 
 #include "base/cxx/uci.h"
+#include "tools/health.h"
 #include "tools/log.h"
 #include "tools/text.h"
 
@@ -212,6 +213,7 @@ bool is_placed(const sta_info_t *sta) { return sta && sta->ifname[0] != '\0' && 
 } // namespace
 
 void sta_uci_get_param(const char *path, char *destination, std::size_t size) {
+    ++sta_health.configuration_lookups;
     const std::unique_ptr<char, uci_freer> edited{path ? strdup(path)
                                                        : nullptr}; // the look-up cuts it to pieces
     const uci_guard context{uci_alloc_context()};
@@ -238,6 +240,7 @@ int sta_uci_get_wireless_element(const char *value, const char *match, const cha
         return -1;
     }
     STA_LOG("sta_uci_get_wireless_element:%s\n", g_path);
+    ++sta_health.configuration_lookups;
     const uci_package *package = wireless.load(__func__, g_path, "Not wireless file");
     if (!package) return -1;
     uci_context *context = wireless.get();
@@ -258,6 +261,7 @@ int sta_uci_get_sysinfo_element(char *destination, std::size_t size) {
         STA_LOG("param is NULL!\n");
         return -1;
     }
+    ++sta_health.configuration_lookups;
     const uci_package *package = sysinfo.load(__func__, sysinfo_file, "Not sysinfo file");
     if (!package) return -1;
     uci_element *element = nullptr;

@@ -1,7 +1,9 @@
 #include "life/driver_events.h"
 
 #include "life/association.h"
+#include "life/resync.h"
 #include "protocol/station_event.h"
+#include "tools/health.h"
 #include "tools/log.h"
 #include "wlan/channel.h"
 #include "wlan/station_change.h"
@@ -31,9 +33,11 @@ void watch(struct uloop_fd *watcher) { uloop_fd_add(watcher, ULOOP_READ | ULOOP_
 void sta_nl_handle(std::span<const std::uint8_t> message, long received) {
     if (sta_nl_is_broken(message.data(), received)) {
         EVENT_LOG("The message contains an error.\n");
+        ++sta_health.events_malformed;
         return;
     }
     if (sta_nl_is_event(message.data())) {
+        ++sta_health.events_received;
         handle_event(message.subspan<station_event_offset, station_event_size>());
         return;
     }
@@ -42,13 +46,18 @@ void sta_nl_handle(std::span<const std::uint8_t> message, long received) {
 }
 
 void g_sta_recv_msg(struct uloop_fd *watcher, unsigned int /*events*/) {
+    const sta_turn turn{"driver event"};
     STA_LOG("Run in function g_sta_recv_msg\n");
     std::uint8_t message[sta_nl_message_max] = {};
     const ssize_t got = recv(sta_nl.socket, message, sizeof(message), 0);
     if (got < 0) {
         const int reason = errno;
         STA_LOG("Recv msg error. %d [%d] [%s]\n", static_cast<int>(got), reason, std::strerror(reason));
-        if (reason == ENOBUFS) STA_NOTICE("events of the driver were lost: its socket was full\n");
+        if (reason == ENOBUFS) {
+            STA_NOTICE("events of the driver were lost: its socket was full\n");
+            ++sta_health.overruns;
+            sta_resync_request();
+        }
         watch(watcher); // the loop has let go of a socket in error
         return;
     }

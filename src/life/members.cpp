@@ -4,6 +4,7 @@
 #include "model/state.h"
 #include "model/table.h"
 #include "outputs/backup.h"
+#include "tools/health.h"
 #include "tools/log.h"
 #include "tools/memory.h"
 #include "tools/text.h"
@@ -35,6 +36,7 @@ sta_info_t *sta_members_admit(sta_info_t *sta) {
     static bool full = false;
     if (g_sta_sta_master.online >= sta_max_num) {
         STA_LOG_AS(function, "sta add user %s failed ! reach max sta_numbers %d.\n", sta->mac, sta_max_num);
+        ++sta_health.stations_refused;
         if (sta_first(full))
             STA_NOTICE("the table is full with %d stations: %s is not kept\n", sta_max_num, sta->mac);
         sta_sta_free(sta);

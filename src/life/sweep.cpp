@@ -6,6 +6,7 @@
 #include "model/departures.h"
 #include "model/table.h"
 #include "outputs/backup.h"
+#include "tools/health.h"
 
 struct uloop_timeout sta_restored_sweep_timer = {};
 
@@ -16,6 +17,7 @@ void sta_sta_restored_sweep_arm(struct uloop_timeout *timer) {
 }
 
 void sta_sta_restored_sweep(struct uloop_timeout * /*timer*/) {
+    const sta_turn turn{"sweep"};
     if (g_sta_sta_master.online < 1) return;
     sta_backup_pass backup;
     sta_info_t *sta = nullptr;

@@ -1,6 +1,7 @@
 #include "life/timers.h"
 
 #include "life/pass.h"
+#include "tools/health.h"
 #include "tools/log.h"
 #include "tools/stop.h"
 
@@ -27,11 +28,13 @@ int milliseconds(std::int32_t seconds) {
 } // namespace
 
 void sta_flow_count_timer(struct uloop_timeout *timer) {
+    const sta_turn turn{"five-second pass"};
     sta_sta_flow_count_proc();
     arm(timer, sta_flow_count_timer, 5000);
 }
 
 void sta_sta_log_up_timer(struct uloop_timeout *timer) {
+    const sta_turn turn{"log-up"};
     sta_sta_log_up_proc();
     STA_LOG("update period:%d s\n", sta_log_update_period);
     // A negative period is due again at once, and the loop runs what is due before it looks at anything else: at a stop, too.
@@ -39,6 +42,7 @@ void sta_sta_log_up_timer(struct uloop_timeout *timer) {
 }
 
 void sta_single_log_up_timer(struct uloop_timeout *timer) {
+    const sta_turn turn{"early reports"};
     sta_sta_single_log_up_proc();
     arm(timer, sta_single_log_up_timer, 1000);
 }

@@ -1,6 +1,9 @@
 #include "model/state.h"
 
 #include "model/table.h"
+#include "tools/health.h"
+
+#include <algorithm>
 
 void sta_state_move(sta_info_t *sta, station_step step, const sta_info_t *incoming) noexcept {
     const bool was_online = sta->status == sta_status_online;
@@ -18,6 +21,8 @@ void sta_state_move(sta_info_t *sta, station_step step, const sta_info_t *incomi
     case station_step::completed:
         sta->status = sta_status_online;
         ++g_sta_sta_master.online;
+        sta_health.stations_most =
+            std::max(sta_health.stations_most, static_cast<std::uint32_t>(g_sta_sta_master.online));
         break;
     case station_step::returned:
         // Deliberate: a record that comes with another status than waiting is not counted, neither before nor after.

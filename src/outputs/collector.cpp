@@ -2,6 +2,7 @@
 
 #include "outputs/report.h"
 #include "tools/descriptor.h"
+#include "tools/health.h"
 #include "tools/log.h"
 #include "tools/stop.h"
 #include "tools/text.h"
@@ -55,9 +56,11 @@ int sta_domain_socket_send(const sta_info_t *sta) {
         STA_LOG("sta is NULL.\n");
         return -1;
     }
+    const sta_stopwatch watch{sta_health.reports_slowest};
     const descriptor report{socket(AF_UNIX, SOCK_STREAM, 0)};
     if (report.get() < 0) {
         STA_LOG("domain socket error.\n");
+        ++sta_health.reports_without_socket;
         return -1;
     }
     fcntl(report.get(), F_SETFD, FD_CLOEXEC);
@@ -65,17 +68,21 @@ int sta_domain_socket_send(const sta_info_t *sta) {
     unlink(client_path);
     if (bind(report.get(), client.get(), client.size) < 0) {
         STA_LOG("domain bind error.\n");
+        ++sta_health.reports_not_bound;
         return -1;
     }
     const unix_address server{server_path};
     if (connect_until_stopped(report.get(), server) < 0) {
         STA_LOG("domain connect error.\n");
+        ++sta_health.reports_not_connected;
         if (lost++ == 0) STA_NOTICE("no collector at %s: reports are lost\n", server_path);
         return -1;
     }
     came_through();
     std::uint8_t image[station_report_size];
     station_report_encode(sta_report_of(*sta), image);
-    (void)!write(report.get(), image, sizeof(image)); // the collector had its chance
+    // The collector had its chance.
+    const bool written = write(report.get(), image, sizeof(image)) == static_cast<ssize_t>(sizeof(image));
+    ++(written ? sta_health.reports_sent : sta_health.reports_not_written);
     return 0;
 }

@@ -1,16 +1,20 @@
 // memory.h - the counting allocator: records, names and texts that modules hand to each other.
 //
 // Owns:   nothing; the caller frees with sta_free.   Thread: event loop only.
-// Counts: live blocks, not bytes. Blocks of malloc, json-c or libubox go to free(), never here, and the
+// Counts: live blocks, and the bytes that the allocator gave for them. Blocks of malloc, json-c or libubox go to free(), never here, and the
 //         reverse.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 extern "C" {
 
 // Live blocks handed out and not yet given back. Diagnostic only.
 extern std::uint32_t mem_total_cnt;
+
+// Bytes of those blocks, as large as the allocator has made them.
+extern std::size_t mem_total_bytes;
 
 // A zero-filled block of `size` bytes, or null (nothing is counted or logged then). Size 0 counts when it is
 // not null.
@@ -21,6 +25,9 @@ char *sta_strdup(const char *text);
 
 // Gives a block back; null is ignored.
 void sta_free(void *block);
+
+// Makes a block larger or smaller, as realloc does. Null without memory: the block is then as it was.
+void *sta_realloc(void *block, std::size_t size);
 
 // Logs the number of live blocks at level 7.
 void sta_mem_dump(void);

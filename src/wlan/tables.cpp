@@ -6,7 +6,7 @@
 #include "tools/log.h"
 #include "tools/memory.h"
 #include "tools/text.h"
-#include "was/was.h"
+#include "wlan/driver_call.h"
 
 #include <algorithm>
 #include <climits>
@@ -131,7 +131,7 @@ int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const cha
     }
     // One byte more than the driver is told of: its answer may fill all it was given.
     void *buffer = sta_malloc(driver_count_size + 1);
-    if (!buffer || was_ext_ioctl_msg(buffer, driver_count_size, ifname, driver_station_count, 0) != 0) {
+    if (!buffer || sta_driver_call(buffer, driver_count_size, ifname, driver_station_count) != 0) {
         STA_LOG("ifname:%s get sta num fail \n", ifname);
         sta_free(buffer);
         return 0;
@@ -144,7 +144,7 @@ int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const cha
     }
     const std::uint64_t wanted = table_size(mask, static_cast<std::uint64_t>(count));
     const auto size = static_cast<std::size_t>(wanted);
-    void *grown = wanted <= INT_MAX ? std::realloc(buffer, size) : nullptr; // still the one counted block
+    void *grown = wanted <= INT_MAX ? sta_realloc(buffer, size) : nullptr; // still the one counted block
     bool fetched = false;
     if (grown) {
         buffer = grown;
@@ -152,7 +152,7 @@ int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const cha
         std::memset(bytes, 0, size);
         wire::put(bytes + table_num_offset, static_cast<std::uint32_t>(count));
         wire::put(bytes + table_mask_offset, static_cast<std::uint32_t>(mask));
-        fetched = was_ext_ioctl_msg(buffer, static_cast<int>(size), ifname, driver_station_table, 0) == 0;
+        fetched = sta_driver_call(buffer, static_cast<int>(size), ifname, driver_station_table) == 0;
     }
     if (!fetched) {
         STA_LOG("%s was ext ioctl get msg fail\n", ifname);
@@ -161,6 +161,33 @@ int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const cha
     }
     *table = static_cast<std::uint8_t *>(buffer);
     return count;
+}
+
+bool sta_driver_list(const char *ifname, unsigned mask, std::uint8_t **table,
+                     std::uint32_t *entries) noexcept {
+    *table = nullptr;
+    *entries = 0;
+    char answer[driver_count_size + 1] = "";
+    if (sta_driver_call(answer, driver_count_size, ifname, driver_station_count) != 0) return false;
+    if (answer[0] < '0' || answer[0] > '9') return false; // no count
+    const std::int32_t count = sta_number(answer);
+    if (count == 0) return true;
+    const std::uint64_t size = table_size(mask, static_cast<std::uint64_t>(count));
+    if (size > INT_MAX) return false;
+    auto *bytes = static_cast<std::uint8_t *>(sta_malloc(static_cast<std::uint32_t>(size)));
+    if (!bytes) return false;
+    wire::put(bytes + table_num_offset, static_cast<std::uint32_t>(count));
+    wire::put(bytes + table_mask_offset, static_cast<std::uint32_t>(mask));
+    if (sta_driver_call(bytes, static_cast<int>(size), ifname, driver_station_table) != 0) {
+        sta_free(bytes);
+        return false;
+    }
+    *table = bytes;
+    *entries =
+        std::min(wire::get<std::uint32_t>(bytes + table_num_offset), static_cast<std::uint32_t>(count));
+    wire::put(bytes + table_num_offset,
+              static_cast<std::uint32_t>(count)); // the extended entries lie behind so many
+    return true;
 }
 
 int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count) {

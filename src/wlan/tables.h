@@ -21,6 +21,12 @@ int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const cha
 int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count);
 }
 
+// The driver's list for `ifname` with the sections of `mask`. False: it has not answered, so that nothing is known. True: `table`
+// has `entries` entries that are filled, and places for as many as its count says; from the counting allocator, to be freed with
+// sta_free; null when there are none.
+bool sta_driver_list(const char *ifname, unsigned mask, std::uint8_t **table,
+                     std::uint32_t *entries) noexcept;
+
 // The tables of both radios during one walk over the stations: each is fetched once, through the interface of
 // the first station that is met on its radio, whether that works or not.
 class sta_radio_tables {

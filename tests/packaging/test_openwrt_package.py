@@ -303,7 +303,7 @@ def test_an_upgrade_adds_the_options_that_are_missing_and_keeps_the_others(open_
 def test_the_web_login_reads_and_writes_apart(feed):
     rules = json.loads((feed / "files/usr/share/rpcd/acl.d/wsmd.json").read_text())
     assert list(rules) == ["wsmd"] and rules["wsmd"]["description"]
-    assert rules["wsmd"]["read"] == {"ubus": {"sta": ["get"], "wsmd": ["stations", "station", "departed"], "sta.debug": ["get"]},
+    assert rules["wsmd"]["read"] == {"ubus": {"sta": ["get"], "wsmd": ["stations", "station", "departed", "health"], "sta.debug": ["get"]},
                                      "uci": ["wsmd"]}
     assert rules["wsmd"]["write"] == {"ubus": {"sta": ["set", "delete"], "sta.debug": ["set"]}, "uci": ["wsmd"]}
 

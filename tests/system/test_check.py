@@ -27,6 +27,8 @@ def found(done):
     """The lines by their first word: {"ok": {"bus": "object sta, 0 stations"}, ...}"""
     lines = {"ok": {}, "note": {}, "MISSING": {}}
     for line in done.stdout.splitlines():
+        if line.startswith(" "):  # more of the line above
+            continue
         kind, rest = line.split(None, 1)
         name, text = rest.split(":", 1)
         lines[kind][name] = text.strip()
@@ -40,7 +42,8 @@ def test_on_a_healthy_access_point_nothing_is_missing(running_lab, check):
     lines = found(done)
     assert (done.status, lines["MISSING"], done.stderr) == (0, {}, "")
     assert set(lines["ok"]) == {"daemon", "libdebug.so", "libwas.so", "driver", "capability file", "bus", "chains", "collector",
-                                "configuration"}
+                                "configuration", "health"}
+    assert "driver:\n" in done.stdout and "longest_us: " in done.stdout
     assert lines["ok"]["bus"] == "object sta, 1 stations"
     assert lines["ok"]["capability file"] == "room for 768 stations"
 

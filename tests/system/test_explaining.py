@@ -1,8 +1,12 @@
 """The daemon explains itself: the object wsmd in a station's life."""
 
 import json
+import signal
 
 import pytest
+
+from driver import Driver
+from wsmlab.overflow import overflow
 
 A, B = "02:00:00:00:00:0a", "02:00:00:00:00:0b"
 
@@ -95,3 +99,52 @@ def test_another_start_of_the_daemon_has_another_name(running_lab):
     running_lab.daemon.stop()
     running_lab.start_daemon()
     assert running_lab.bus("call", "wsmd", "stations")["boot"] != before
+
+
+def health(lab):
+    return lab.bus("call", "wsmd", "health")
+
+
+def agree(lab):
+    """Whether the daemon knows the driver's stations and no other."""
+    page = lab.bus("call", "wsmd", "stations", {"limit": 256, "fields": ["mac"]})
+    return "next" not in page and {one["mac"] for one in page["stations"]} == {one["mac"] for one in lab.stations()}
+
+
+def test_an_overrun_of_the_drivers_socket_is_seen_and_healed(told):
+    lab = told.lab
+    for number in range(100):
+        lab.apsim(f"assoc mac=02:00:00:00:01:{number:02x} ifname=ath0 radio=0")
+    lab.wait(lambda: agree(lab), 20, "a hundred stations")
+    # From now on the daemon listens to another family: it hears nothing of what the driver does.
+    Driver(lab)
+    for number in range(50):
+        lab.apsim(f"disassoc mac=02:00:00:00:01:{number:02x} reason=307")
+    for number in range(100):
+        lab.apsim(f"assoc mac=02:00:00:00:02:{number:02x} ifname=ath{number % 2} radio={number % 2}")
+    assert not agree(lab)
+    lab.daemon.signal(signal.SIGSTOP)
+    assert overflow(lab) > 0
+    lab.daemon.signal(signal.SIGCONT)
+    lab.wait(lambda: agree(lab), 10, "table and driver to agree")
+    assert health(lab)["events"]["resyncs"] == 1
+    resync = told.next("resync")
+    assert (resync["arrived"], resync["departed"]) == (100, 50)
+    assert health(lab)["events"]["overruns"] >= 1
+    assert {(one["ended_by"], one["known_from"]) for one in departed(lab, limit=50)} == {("unknown", "inferred")}
+    for number in range(50):
+        lab.wait_for_report(mac=f"02:00:00:00:01:{number:02x}", log_type=2)
+    lab.wait_for_report(mac="02:00:00:00:02:63", log_type=1)
+
+
+def test_health_counts_what_has_happened(running_lab):
+    before = health(running_lab)
+    assert (before["role"], before["family"], before["stations"]["known"]) == ("access-point", True, 0)
+    running_lab.apsim(f"assoc mac={A} ifname=ath0 radio=0")
+    running_lab.wait_for_report(mac=A, log_type=3)
+    after = health(running_lab)
+    assert after["events"] == {**before["events"], "received": before["events"]["received"] + 1}
+    assert after["driver"]["requests"] > before["driver"]["requests"]
+    assert after["reports"]["sent"] >= 2
+    assert after["loop"]["longest_us"] > 0 and after["loop"]["what"]
+    assert after["memory"]["blocks"] >= 1 and after["memory"]["bytes"] >= 696

@@ -61,6 +61,7 @@ def test_every_message_of_a_station_s_life_is_as_the_schema_says(lived):
     check(lab.bus("call", "sta.debug", "get"), "sta.debug get answer")
     check(lab.page, "wsmd stations answer")
     check(lab.bus("call", "wsmd", "departed"), "wsmd departed answer")
+    check(lab.bus("call", "wsmd", "health"), "wsmd health answer")
     for line in lab.told.lines():
         for kind, message in json.loads(line).items():
             check(message, f"wsmd {kind}")

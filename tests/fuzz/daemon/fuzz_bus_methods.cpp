@@ -7,9 +7,13 @@
 #include "pieces.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    static constexpr ubus_handler_t methods[] = {
-        sta_ubus_get_info_methods, sta_ubus_set_info_methods, sta_ubus_delete_info_methods,
-        sta_wsmd_stations,         sta_wsmd_station,          sta_wsmd_departed};
+    static constexpr ubus_handler_t methods[] = {sta_ubus_get_info_methods,
+                                                 sta_ubus_set_info_methods,
+                                                 sta_ubus_delete_info_methods,
+                                                 sta_wsmd_stations,
+                                                 sta_wsmd_station,
+                                                 sta_wsmd_departed,
+                                                 sta_wsmd_health};
     life here;
     pieces calls(data, size);
     for (piece one; calls.next(one);) {

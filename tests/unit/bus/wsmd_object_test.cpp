@@ -5,8 +5,10 @@
 
 #include "model/departures.h"
 #include "model/table.h"
+#include "outputs/collector.h"
 #include "outputs/happenings.h"
 #include "support/driver_tables.h"
+#include "tools/health.h"
 #include "tools/memory.h"
 #include "tools/text.h"
 
@@ -368,6 +370,83 @@ TEST_F(explaining, the_newest_departures_come_first_and_as_many_as_are_asked_for
     }
     EXPECT_THAT(macs(ask("departed", R"({"limit":2})")), ElementsAre(numbered_mac(4), numbered_mac(3)));
     EXPECT_EQ(macs(ask("departed")).size(), 5U);
+}
+
+TEST_F(explaining, health_shows_what_was_counted) {
+    put_station(first_mac, sta_status_online);
+    put_station(second_mac);
+    sta_health.events_received = 1;
+    sta_health.events_malformed = 2;
+    sta_health.overruns = 3;
+    sta_health.resyncs = 4;
+    sta_health.driver_requests = 5;
+    sta_health.driver_failures = 6;
+    sta_health.driver_slowest = 7;
+    sta_health.reports_sent = 8;
+    sta_health.reports_without_socket = 9;
+    sta_health.reports_not_bound = 10;
+    sta_health.reports_not_connected = 11;
+    sta_health.reports_not_written = 12;
+    sta_health.reports_slowest = 13;
+    sta_health.stations_most = 14;
+    sta_health.stations_refused = 15;
+    sta_health.bus_lookups = 16;
+    sta_health.configuration_lookups = 17;
+    sta_health.lease_lookups = 18;
+    sta_health.longest_turn = 2000000000;
+    sta_health.longest_turn_of = "log-up";
+    sta_health.started = sta_monotonic_seconds();
+    lines found = ask("health").reply.value();
+    EXPECT_THAT(found.at(0), StartsWith("version STRING "));
+    EXPECT_THAT(found.at(3), StartsWith("uptime INT32 "));
+    EXPECT_THAT(found.at(found.size() - 4), StartsWith("  bytes INT64 "));
+    found.erase(found.end() - 4);
+    found.erase(found.begin(), found.begin() + 4);
+    EXPECT_EQ(found, (lines{"role STRING access-point",
+                            "family BOOL 0",
+                            "events TABLE",
+                            "  received INT32 1",
+                            "  malformed INT32 2",
+                            "  overruns INT32 3",
+                            "  resyncs INT32 4",
+                            "driver TABLE",
+                            "  requests INT32 5",
+                            "  failures INT32 6",
+                            "  slowest_us INT32 7",
+                            "reports TABLE",
+                            "  sent INT32 8",
+                            "  failed_socket INT32 9",
+                            "  failed_bind INT32 10",
+                            "  failed_connect INT32 11",
+                            "  failed_write INT32 12",
+                            "  slowest_us INT32 13",
+                            "stations TABLE",
+                            "  known INT32 2",
+                            "  online INT32 1",
+                            "  most INT32 14",
+                            "  limit INT32 512",
+                            "  refused INT32 15",
+                            "lookups TABLE",
+                            "  bus INT32 16",
+                            "  configuration INT32 17",
+                            "  leases INT32 18",
+                            "memory TABLE",
+                            "  blocks INT32 2",
+                            "loop TABLE",
+                            "  longest_us INT32 2000000000",
+                            "  what STRING log-up"}));
+    expect_refused("health", R"({"x":1})", "bad argument", "x");
+}
+
+TEST_F(explaining, health_counts_reports_that_nobody_takes_and_a_driver_that_refuses) {
+    put_station(first_mac);
+    sta_domain_socket_send(stations().at(0));
+    ask("station", R"({"mac":"02:00:00:00:00:01"})");
+    const lines found = ask("health").reply.value();
+    EXPECT_THAT(found, Contains("  failed_connect INT32 1"));
+    EXPECT_THAT(found, Contains("  sent INT32 0"));
+    EXPECT_THAT(found, Contains("  requests INT32 1"));
+    EXPECT_THAT(found, Contains("  failures INT32 1"));
 }
 
 class telling : public explaining {

@@ -5,12 +5,14 @@
 #include "inputs/dhcpmon_list.h"
 #include "inputs/network.h"
 #include "life/listen.h"
+#include "life/resync.h"
 #include "life/timers.h"
 #include "model/departures.h"
 #include "model/members.h"
 #include "model/table.h"
 #include "outputs/bus_link.h"
 #include "support/places.h"
+#include "tools/health.h"
 #include "tools/log.h"
 #include "tools/memory.h"
 #include "wlan/channel.h"
@@ -32,6 +34,8 @@ void set_globals() {
     INIT_LIST_HEAD(&dhcpmon_list);
     mem_total_cnt = 0;
     sta_departures_forget();
+    sta_resync_forget();
+    sta_health = {};
     sta_max_num = 512;
     std::snprintf(g_path, sizeof(g_path), "/etc/config/wireless");
     sta_mode = 1;

@@ -89,4 +89,23 @@ TEST_F(memory, dump_logs_the_counter) {
     EXPECT_TRUE(logged("sta_mem_dump", "sta mem_total_cnt -1\n"));
 }
 
+TEST_F(memory, bytes_are_those_that_the_allocator_gave) {
+    const std::size_t before = mem_total_bytes;
+    void *block = sta_malloc(100);
+    EXPECT_GE(mem_total_bytes, before + 100);
+    void *larger = sta_realloc(block, 5000);
+    EXPECT_GE(mem_total_bytes, before + 5000);
+    sta_free(larger);
+    EXPECT_EQ(mem_total_bytes, before);
+}
+
+TEST_F(memory, a_block_that_cannot_grow_is_as_it_was) {
+    void *block = sta_malloc(100);
+    const std::size_t before = mem_total_bytes;
+    fail_allocation(1);
+    EXPECT_EQ(sta_realloc(block, 5000), nullptr);
+    EXPECT_EQ(mem_total_bytes, before);
+    sta_free(block);
+}
+
 } // namespace

@@ -1,0 +1,3 @@
+#include "tools/health.h"
+
+sta_health_numbers sta_health = {};
