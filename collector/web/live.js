@@ -19,6 +19,7 @@ export class Live {
 		this.changed = changed;
 		this.ahead = 0; // the collector's clock less ours, seconds
 		this.known = false; // there was a list once
+		this.hiddenLong = false; // nobody has seen the page for a minute
 		this.stop = new AbortController();
 	}
 
@@ -38,11 +39,10 @@ export class Live {
 				await this.#follow(() => { failures = 0; });
 			}
 			catch (error) {
-				if (await this.#poll(error))
-					continue;
-
-				this.told({ phase: 'lost', words: why(error) });
-				await this.#rest(RETRIES[Math.min(failures++, RETRIES.length - 1)]);
+				if (!this.hiddenLong && !await this.#poll(error)) {
+					this.told({ phase: 'lost', words: why(error) });
+					await this.#rest(RETRIES[Math.min(failures++, RETRIES.length - 1)]);
+				}
 			}
 
 			while (document.hidden && this.hiddenLong) {

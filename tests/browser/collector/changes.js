@@ -55,6 +55,55 @@ module.exports = [
 		await visit.sound();
 	}),
 
+	test('rows keep their places under a pointer that moves', { options: { stations: 6, address: '#/stations?sort=signal', frozen: true } }, async (visit) => {
+		const { page, collector } = visit;
+
+		await visit.rows(6);
+		await visit.connection('Live');
+
+		const before = await visit.column('.name');
+		const last = collector.stations.findIndex(({ name, mac: own }) => [ name, own ].includes(before.at(-1)));
+
+		await page.mouse.move(400, 300);
+		collector.report(last, { signal: -31 });
+
+		await until('the report', async () => {
+			await page.clock.runFor(100);
+			await page.mouse.move(400 + Math.random() * 20, 300);
+			return (await visit.column('.figure')).at(-1).startsWith('−31');
+		});
+		assert.deepEqual(await visit.column('.name'), before);
+
+		await until('the order, when it rests', async () => {
+			await page.clock.runFor(1000);
+			return (await visit.column('.name'))[0] == before.at(-1);
+		});
+	}),
+
+	test('on a narrow page the choices are unfolded', { options: { width: 375, stations: 120 } }, async (visit) => {
+		const network = visit.page.getByRole('combobox', { name: 'Network' });
+
+		await visit.says('120 stations');
+		assert.equal(await network.isVisible(), false);
+		await visit.page.getByRole('button', { name: 'Filter' }).click();
+		await network.selectOption('Guests');
+		await visit.says('40 of 120 stations');
+		await visit.page.getByRole('combobox', { name: 'Order' }).selectOption('signal descending');
+		await until('the order', async () => visit.page.url().includes('sort=signal'));
+		await visit.sound();
+	}),
+
+	test('the link to the content leads there and leaves the address alone', {}, async (visit) => {
+		await visit.rows(3);
+
+		const before = visit.page.url();
+
+		await visit.page.keyboard.press('Tab');
+		await visit.page.keyboard.press('Enter');
+		assert.equal(await visit.page.evaluate(() => document.activeElement.id), 'main');
+		assert.equal(visit.page.url(), before);
+	}),
+
 	test('search and choices leave those who fit, and stay in the address', { options: { stations: 120 } }, async (visit) => {
 		await visit.says('120 stations');
 		await visit.page.keyboard.press('/');

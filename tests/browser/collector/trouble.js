@@ -62,6 +62,31 @@ module.exports = [
 		});
 	}),
 
+	test('a page that nobody sees gives its stream back, and goes on when it is seen', { options: { frozen: true } }, async (visit) => {
+		const { page, collector } = visit;
+		const hide = (hidden) => page.evaluate((value) => {
+			Object.defineProperty(document, 'hidden', { configurable: true, get: () => value });
+			document.dispatchEvent(new Event('visibilitychange'));
+		}, hidden);
+
+		await visit.rows(3);
+		await until('a stream', () => collector.streams.size);
+		await hide(true);
+
+		await until('its end', async () => {
+			await page.clock.runFor(5000);
+			return collector.streams.size == 0 && await page.locator('#connection').innerText() == 'Paused';
+		});
+		collector.stations = makeStations(4);
+		await hide(false);
+		await visit.connection('Live');
+
+		await until('the new list', async () => {
+			await page.clock.runFor(1000);
+			return await page.locator(ROW).count() == 4;
+		});
+	}),
+
 	test('without a token it says how to give one', { console: FAILED_REQUEST, prepare(collector) { collector.trouble = { events: 401, stations: 401, status: 401 }; } }, async (visit) => {
 		await visit.noticed('open this page once as /?token=TOKEN');
 		await visit.connection('No connection');
