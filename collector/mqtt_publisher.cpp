@@ -35,6 +35,14 @@ std::string without_colons(const std::string &mac) {
     return out;
 }
 
+// When the access point was booted, by our clock: its own may be set at any time. Its monotonic clock at the report is that
+// at the association and the time since, which a record restored from its backup does not have.
+std::string booted(const received &in) {
+    const station_report &report = *in.report;
+    if (in.at == 0 || report.online_clock.sec <= 0 || report.oltime < 0) return "null";
+    return std::to_string(in.at / second - report.online_clock.sec - report.oltime);
+}
+
 // Letters and digits of a name, for an identifier.
 std::string identifier(const std::string &name) {
     std::string out;
@@ -136,7 +144,7 @@ void mqtt_publisher::take(const message &one) {
         std::string report = report_json(*one.in->report, one.in->at);
         report.back() = ',';
         report += "\"boot\":\"" + boot_ + "\",\"seq\":" + std::to_string(++seq_) +
-                  (good ? "" : ",\"impossible\":true") + "}";
+                  ",\"booted\":" + booted(*one.in) + (good ? "" : ",\"impossible\":true") + "}";
         const std::string ap = normal_mac(std::string_view(one.in->report->ap_mac).substr(0, 17));
         post({chosen_.prefix + "/report/" + (ap.empty() ? "unknown" : ap), std::move(report), false});
     }

@@ -7,6 +7,7 @@ import re
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import time
 
@@ -127,9 +128,13 @@ def reports(subscriber):
 def test_reports_states_and_presence_are_published(broker, publish):
     subscriber = broker.subscribe()
     one = publish("--home-assistant", "homeassistant")
-    one.send(told(1, 1, NOON, ssid=b'a"\n\xff'), told(2, 1, NOON))
+    with_clock = bytearray(told(2, 1, NOON, 30))
+    struct.pack_into("<i", with_clock, 212, 5000)  # seconds since the access point was booted, at the association
+    one.send(told(1, 1, NOON, ssid=b'a"\n\xff'), with_clock)
     wait(lambda: len(reports(subscriber)) == 2, "the reports")
     first, second = reports(subscriber)
+    assert first["booted"] is None, "its clock is not known"
+    assert second["booted"] == int(second["received"]) - 5030
     assert (first["mac"], first["ssid"], first["seq"], second["seq"]) == (mac(1), 'a"\\n\\xff', 1, 2)
     assert first["boot"] == second["boot"] and first["received"] > NOON
     ap = "02:54:4b:00:00:01"
