@@ -101,9 +101,9 @@ prepare_packages() {
 }
 
 prepare_cross() {
-    local triplet=$1-linux-gnu qemu=$1 package missing=()
-    [ "$1" != armhf ] || triplet=arm-linux-gnueabihf qemu=arm
-    for package in "libstdc++6:$1" "libjson-c-dev:$1" "libgtest-dev:$1" "libgmock-dev:$1" "libnl-genl-3-dev:$1"; do
+    local triplet=$1-linux-gnu qemu=$1 package missing=() netlink=''
+    [ "$1" != armhf ] || triplet=arm-linux-gnueabihf qemu=arm netlink=libnl-genl-3-dev:armhf # the bridge's
+    for package in "libstdc++6:$1" "libjson-c-dev:$1" "libgtest-dev:$1" "libgmock-dev:$1" $netlink; do
         dpkg-query -W "$package" >/dev/null 2>&1 || missing+=("command:-:$package")
     done
     if [ ${#missing[@]} -gt 0 ] && [ "$(id -u)" -eq 0 ] && ! dpkg --print-foreign-architectures | grep -qx "$1"; then

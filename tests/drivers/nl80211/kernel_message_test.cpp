@@ -26,6 +26,7 @@ template <class Number> bytes number(std::uint16_t type, Number value) {
     std::memcpy(body.data(), &value, sizeof(value));
     return attribute(type, body);
 }
+using flags = nl80211_sta_flag_update; // mask, set
 bytes operator+(bytes left, const bytes &right) {
     left.insert(left.end(), right.begin(), right.end());
     return left;
@@ -53,8 +54,7 @@ bytes figures() {
                       number<std::int8_t>(0, -30) + number<std::int8_t>(1, -33)) +
             attribute(NL80211_STA_INFO_TX_BITRATE, rate) +
             attribute(NL80211_STA_INFO_RX_BITRATE, number<std::uint16_t>(NL80211_RATE_INFO_BITRATE, 540)) +
-            attribute(NL80211_STA_INFO_STA_FLAGS,
-                      bytes{0xfe, 0, 0, 0, 0xa2, 0, 0, 0})); // authorized, authenticated, associated
+            number<flags>(NL80211_STA_INFO_STA_FLAGS, {0xfe, 0xa2})); // authorized, authenticated, associated
 }
 
 TEST(kernel_message, of_a_new_entry_has_no_figures) {
@@ -89,9 +89,9 @@ TEST(kernel_message, of_an_answer_has_all_figures) {
 
 TEST(kernel_message, with_narrow_counters_alone_has_those) {
     kernel_message one;
-    const bytes info = attribute(NL80211_ATTR_STA_INFO,
-                                 number<std::uint32_t>(NL80211_STA_INFO_RX_BYTES, 4711) +
-                                     attribute(NL80211_STA_INFO_STA_FLAGS, bytes{0, 0, 0, 0, 2, 0, 0, 0}));
+    const bytes info =
+        attribute(NL80211_ATTR_STA_INFO, number<std::uint32_t>(NL80211_STA_INFO_RX_BYTES, 4711) +
+                                             number<flags>(NL80211_STA_INFO_STA_FLAGS, {0, 2}));
     ASSERT_TRUE(kernel_message_decode(message(NL80211_CMD_NEW_STATION, of_anna() + info), one));
     EXPECT_EQ(one.figures.rx_bytes, 4711U);
     EXPECT_FALSE(one.figures.authorized) << "a flag that the mask leaves out";
