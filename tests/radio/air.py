@@ -11,6 +11,7 @@ Times are those of a machine ten times slower than a real one: everything waits 
 """
 
 import json
+import os
 import pathlib
 import re
 import signal
@@ -19,7 +20,12 @@ import time
 
 PATIENCE = 60
 CONTROL = "/run/hostapd"
+GLOBAL = "/run/hostapd-global"
 AP_RADIOS = 2
+USER = 4712
+# As its services start it: no right but one, and hostapd's sockets through their group.
+AS_ITS_USER = ["setpriv", f"--reuid={USER}", "--regid=0", "--clear-groups", "--bounding-set=-all,+net_admin",
+               "--inh-caps=-all,+net_admin", "--ambient-caps=-all,+net_admin", "--no-new-privs"]
 PASSWORD = "secret1234"
 
 WIRELESS = "\n".join(f"""config wifi-iface '{name}'
@@ -177,13 +183,18 @@ class Air:
         pathlib.Path("/run/ubus").mkdir(exist_ok=True)
         pathlib.Path("/tmp/tk_device").mkdir(exist_ok=True)
         pathlib.Path("/tmp/tk_device/tk_device.json").write_text(json.dumps(CAPABILITY))
+        folder = pathlib.Path("/run/wsm-bridge")
+        folder.mkdir()
+        os.chown(folder, USER, 0)
+        folder.chmod(0o2750)
+        pathlib.Path("/run/was.sock").symlink_to("wsm-bridge/was.sock")
         for name, text in CONFIG.items():
             (pathlib.Path("/etc/config") / name).write_text(text)
 
     def start_hostapd(self, wait_for_it=True):
         for name, text in (("radio0", RADIO_0), ("radio1", RADIO_1)):
             pathlib.Path(f"/run/{name}.conf").write_text(text)
-        self.spawn("hostapd", "hostapd", "-g", "/run/hostapd-global", "/run/radio0.conf", "/run/radio1.conf")
+        self.spawn("hostapd", "hostapd", "-g", GLOBAL, "/run/radio0.conf", "/run/radio1.conf")
         if wait_for_it:
             for name in self.networks():
                 wait(lambda name=name: "state=ENABLED" in self.hostapd(name, "status", check=False), f"{name} to be enabled")
@@ -202,7 +213,8 @@ class Air:
 
     def start_bridge(self, *options):
         heard = self.log("wsm-bridge").count("tells of its stations")
-        self.spawn("wsm-bridge", self.build_dir / "bin/wsm-bridge", "--control", CONTROL, *options)
+        self.spawn("wsm-bridge", *AS_ITS_USER, self.build_dir / "bin/wsm-bridge", "--socket", "/run/wsm-bridge/was.sock",
+                   "--control", CONTROL, *options)
         if "hostapd" in self.running:
             wait(lambda: self.log("wsm-bridge").count("tells of its stations") - heard >= len(self.networks()), "the bridge")
 

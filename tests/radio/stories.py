@@ -11,7 +11,7 @@ import sys
 import time
 import traceback
 
-from air import Air, run, wait
+from air import GLOBAL, Air, run, wait
 
 TIMEOUT, NETWORK_ENDED, DEAUTH_RECEIVED, DISASSOC_RECEIVED, DEAUTH_SENT, DISASSOC_SENT = 300, 303, 307, 308, 309, 310
 STORIES = []
@@ -281,6 +281,24 @@ def the_bridge_stands_still_and_goes_on(air, anna, ben):
         ben.leave()
     finally:
         air.running["wsm-bridge"].send_signal(signal.SIGCONT)
+    air.agree(anna)
+
+
+@story
+def hostapds_global_socket_does_for_networks_without_one(air, anna, ben):
+    air.stop("wsm-bridge")
+    air.start_bridge("--control", "/run/nowhere", "--global", GLOBAL)
+    try:
+        since = len(air.reports())
+        ben.join("Lobby", "wlan0")
+        report = air.wait_for_report(since, mac=ben.mac, log_type=1)
+        assert report["version"] == "11n" and report["ap_assoc_req"], report
+        air.agree(anna, ben)
+        ben.leave()
+        off(air, since, ben, DEAUTH_RECEIVED)
+    finally:
+        air.stop("wsm-bridge")
+        air.start_bridge()
     air.agree(anna)
 
 
