@@ -91,6 +91,14 @@ bool take_limit(struct blob_attr *argument, std::uint32_t &limit) {
     return limit >= 1 && limit <= page_max;
 }
 
+// Of two pointers to records.
+int by_mac(const void *left, const void *right) {
+    const sta_info_t *a = nullptr, *b = nullptr;
+    std::memcpy(&a, left, sizeof(a));
+    std::memcpy(&b, right, sizeof(b));
+    return std::strcmp(a->mac, b->mac);
+}
+
 // Brings the figures of a station up to date, if they are asked for.
 void refresh(sta_radio_tables &tables, sta_info_t *sta, station_fields fields) {
     if ((fields & sta_view_figures()) == 0) return;
@@ -140,9 +148,7 @@ int sta_wsmd_stations(struct ubus_context *ctx, struct ubus_object * /*obj*/, st
         if (std::strcmp(sta->mac, after) > 0 && !behind.push(sta)) return UBUS_STATUS_NO_MEMORY;
     }
     const std::size_t page = std::min<std::size_t>(behind.size(), limit);
-    std::partial_sort(
-        behind.begin(), behind.begin() + page, behind.end(),
-        [](const sta_info_t *a, const sta_info_t *b) { return std::strcmp(a->mac, b->mac) < 0; });
+    if (page > 0) std::qsort(behind.data(), behind.size(), sizeof(behind[0]), by_mac);
 
     const sta_uci_snapshot configuration;
     sta_radio_tables tables{all_sections};

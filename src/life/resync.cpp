@@ -77,6 +77,13 @@ std::uint64_t mac_number(const std::uint8_t (&mac)[6]) {
     return number;
 }
 
+int in_order(const void *left, const void *right) {
+    std::uint64_t a = 0, b = 0;
+    std::memcpy(&a, left, sizeof(a));
+    std::memcpy(&b, right, sizeof(b));
+    return a < b ? -1 : a > b ? 1 : 0;
+}
+
 class comparison {
 public:
     ~comparison() {
@@ -128,14 +135,16 @@ bool comparison::collect() {
                     driver_basic_decode(list.table + table_header_size + i * table_basic_size).mac)))
                 return false;
     }
-    std::sort(macs.begin(), macs.end());
+    if (macs.size() > 0) std::qsort(macs.data(), macs.size(), sizeof(std::uint64_t), in_order);
     return true;
 }
 
 bool comparison::is_listed(const sta_info_t *sta) const {
     std::uint8_t mac[6];
-    return !sta_read_mac(sta->mac, mac) ||
-           std::binary_search(macs.data(), macs.data() + macs.size(), mac_number(mac));
+    if (!sta_read_mac(sta->mac, mac)) return true; // out of a damaged backup file: nothing can be said of it
+    if (macs.size() == 0) return false;
+    const std::uint64_t wanted = mac_number(mac);
+    return std::bsearch(&wanted, macs.data(), macs.size(), sizeof(wanted), in_order) != nullptr;
 }
 
 // Whether the station of `entry` is also listed on `ifname`, and came there no earlier: while it roams it is listed on both.

@@ -151,6 +151,13 @@ def bus_methods():
     seed(name, "delete_a_station", pieces((2, string("mac", ONLINE) + int32("radio", 0))))
     seed(name, "delete_on_another_radio", pieces((2, string("mac", ONLINE) + int32("radio", 1))))
     seed(name, "delete_without_a_radio", pieces((2, string("mac", ONLINE))))
+    seed(name, "stations_of_the_newer_object", pieces((3, b""), (3, string("after", ONLINE) + int32("limit", 1))))
+    seed(name, "stations_with_a_limit_that_cannot_be", pieces(*[(3, int32("limit", value)) for value in (0, 257, -1)]))
+    seed(name, "stations_with_another_type_and_a_second_one",
+         pieces((3, string("limit", "5")), (3, int32("limit", 5) + int32("limit", 5)), (3, table("fields", string("", "mac")))))
+    seed(name, "station_of_the_newer_object", pieces((4, string("mac", ONLINE)), (4, string("mac", "x")), (4, b"")))
+    seed(name, "who_has_departed", pieces((5, b""), (5, int32("limit", 2))))
+    seed(name, "health", pieces((6, b""), (6, string("x", "y"))))
 
 
 CLIENTS = [{"mac": ONLINE, "ip": "192.168.10.7", "hostName": "tv"}, {"mac": ADDED, "ip": "192.168.10.8", "hostName": ""}]
