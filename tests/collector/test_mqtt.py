@@ -21,11 +21,16 @@ pytestmark = pytest.mark.skipif(not (shutil.which("mosquitto", path="/usr/sbin:/
                                 reason="mosquitto and mosquitto-clients are not installed")
 
 
+GIVEN = set()
+
+
 def free_port():
-    """A port that the kernel gives to nobody else, also while a broker is stopped: one below those it hands out, and of those
-    the ones of this process of the tests."""
+    """A port that nobody else gets, also while a broker is stopped: one below those that the kernel hands out, of those the ones
+    of this process of the tests, and each once."""
     worker = int(re.sub(r"\D", "", os.environ.get("PYTEST_XDIST_WORKER", "")) or 0) % 20
-    for port in random.sample(range(20000 + 500 * worker, 20500 + 500 * worker), 500):
+    ports = set(range(20000 + 500 * worker, 20500 + 500 * worker)) - GIVEN
+    for port in random.sample(sorted(ports), len(ports)):
+        GIVEN.add(port)
         with socket.socket() as probe:
             try:
                 probe.bind(("127.0.0.1", port))
@@ -72,8 +77,11 @@ class Broker:
     def wait_for_probe(self, subscriber):
         """Until a message of ours comes back: the subscription is there, and what the broker had kept has come before."""
         def probe():
-            subprocess.run(["mosquitto_pub", "-p", str(self.port), "-t", "probe", "-m", "x", "-q", "1"], check=True, timeout=30)
-            return "0 probe x" in subscriber.lines()
+            # Who connects just when the broker starts may lose the connection again: once more, as long as the broker runs.
+            assert self.program.process.poll() is None, self.program.err.read_text()
+            sent = subprocess.run(["mosquitto_pub", "-p", str(self.port), "-t", "probe", "-m", "x", "-q", "1"], check=False, timeout=30,
+                                  capture_output=True)
+            return sent.returncode == 0 and "0 probe x" in subscriber.lines()
         wait(probe, "the subscription")
 
     def retained(self):
