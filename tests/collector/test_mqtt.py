@@ -40,6 +40,11 @@ def free_port():
     raise AssertionError("no port is free")
 
 
+def whole_lines(program):
+    """What it has printed but for a line that it has only begun."""
+    return program.out.read_text(encoding="utf-8").split("\n")[:-1]
+
+
 class Broker:
     """A mosquitto that keeps sessions, and a subscriber to everything."""
 
@@ -90,7 +95,7 @@ class Broker:
         one = self.start_one(["mosquitto_sub", "-p", str(self.port), "-t", "#", "-F", "%r %t %p"], name=f"retained{self.count}")
         self.wait_for_probe(one)
         one.stop()
-        return dict(line[2:].split(" ", 1) for line in one.lines() if line.startswith("1 "))
+        return dict(line[2:].split(" ", 1) for line in whole_lines(one) if line.startswith("1 "))
 
 
 @pytest.fixture
@@ -126,7 +131,7 @@ def publish(start, build_dir, tmp_path, broker, with_mqtt):  # pylint: disable=u
 
 def messages(subscriber):
     """(topic, payload) of what came, without the probes."""
-    return [tuple(line.split(" ", 2)[1:]) for line in subscriber.lines() if " probe " not in line]
+    return [tuple(line.split(" ", 2)[1:]) for line in whole_lines(subscriber) if " probe " not in line]
 
 
 def reports(subscriber):
