@@ -70,12 +70,15 @@ class Collector:
         self.path = folder / "collector.sock"
         self.program = start([build_dir / "bin/wsm-collector", "--socket", self.path, *options])
         self.program.wait_for_socket(self.path)
-        self.lines = self.program.lines
 
     def send(self, *messages):
         for message in messages:
             with connect(self.path) as peer:
                 peer.sendall(message)
+
+    def lines(self):
+        """What it has printed but for a line that it has only begun."""
+        return self.program.out.read_text(encoding="utf-8").split("\n")[:-1]
 
     def wait_for_lines(self, count):
         return wait(lambda: len(lines := self.lines()) >= count and lines, f"{count} lines")

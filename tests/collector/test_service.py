@@ -34,7 +34,7 @@ def test_a_socket_that_is_handed_over_is_used_and_keeps_what_comes_during_a_rest
         send(2)
         second = run("second")
         send(3)
-        wait(lambda: len(second.lines()) == 2, "what came in between, and afterwards")
+        wait(lambda: second.out.read_text().count("\n") == 2, "what came in between, and afterwards")
         assert [json.loads(line)["mac"] for line in second.lines()] == [mac(2), mac(3)]
 
 
