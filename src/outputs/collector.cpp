@@ -32,7 +32,7 @@ struct unix_address {
 // A collector that lets nobody in makes the daemon wait; a stop ends that, and after it nobody is waited for. A stop that is
 // held back interrupts nothing: looked for ten times a second.
 int connect_until_stopped(int fd, const unix_address &server) {
-    constexpr timeval look{.tv_sec = 0, .tv_usec = 100 * 1000};
+    constexpr timeval look{.tv_sec = 0, .tv_usec = 100'000};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &look, sizeof(look));
     if (sta_stop_pending()) fcntl(fd, F_SETFL, O_NONBLOCK);
     int result;
