@@ -77,6 +77,7 @@ function(wsmd_program name)
     set_target_properties(${name} PROPERTIES OUTPUT_NAME ${A_OUTPUT})
   endif()
   set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_compile_definitions(${name} PRIVATE WSMD_VERSION="${PROJECT_VERSION}") # for --version
   target_link_options(${name} PRIVATE -pie)
   target_link_libraries(${name} PRIVATE wsmd_device ${A_LIBS})
 endfunction()
@@ -85,6 +86,7 @@ endfunction()
 function(wsmd_tool name)
   cmake_parse_arguments(A "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${A_SOURCES})
+  target_compile_definitions(${name} PRIVATE WSMD_VERSION="${PROJECT_VERSION}") # for --version
   target_link_libraries(${name} PRIVATE wsmd_common ${A_LIBS})
 endfunction()
 

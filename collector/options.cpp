@@ -171,6 +171,7 @@ std::string usage() {
         text += left + one.help + "\n";
     }
     return text +
+           "  --version\n"
            "  --help\n\n"
            "Exit status: 0 all reports were sound, 1 it could not listen, read or write, 2 wrong usage,\n"
            "3 a message of another size than a report came.\n";
@@ -237,6 +238,10 @@ options parse_options(int argc, char **argv) {
         const std::string name(word.substr(0, equals));
         if (name == "help") {
             std::fputs(usage().c_str(), stdout);
+            std::exit(0);
+        }
+        if (name == "version") {
+            std::puts("wsm-collector " WSMD_VERSION);
             std::exit(0);
         }
         const setting *known = find(name);

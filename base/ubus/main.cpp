@@ -82,6 +82,7 @@ int run(ubus_context *ctx, const options &opt, const char *name, arguments args)
 } // namespace
 
 int main(int argc, char **argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) return std::puts("ubus " WSMD_VERSION) < 0;
     options opt{};
     opt.timeout = -1;
     const char *socket_path = nullptr;

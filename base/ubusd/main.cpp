@@ -2,6 +2,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include <sys/stat.h>
 #include <syslog.h>
@@ -48,6 +49,7 @@ int usage(const char *program) {
 } // namespace
 
 int main(int argc, char **argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) return std::puts("ubusd " WSMD_VERSION) < 0;
     const char *socket_path = ubus_wire::default_socket;
     const char *rule_dir = default_rule_dir;
     for (int option; (option = getopt(argc, argv, "A:s:")) != -1;) {

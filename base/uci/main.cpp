@@ -183,6 +183,7 @@ int run(uci_context *ctx, int argc, char **argv) {
 } // namespace
 
 int main(int argc, char **argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) return std::puts("uci " WSMD_VERSION) < 0;
     uci_context *ctx = uci_alloc_context();
     if (!ctx || argc < 1) {
         (void)std::fputs("uci: Out of memory\n", stderr);

@@ -25,6 +25,7 @@ constexpr const char *usage =
     "  --daemon NAME     process that is told (wsmd)\n"
     "  --memory FILE     what a restarted bridge must know\n"
     "                    (/var/run/wsm-bridge/stations)\n"
+    "  --version\n"
     "  --help\n\n"
     "Exit status: 0 stopped by a signal, 1 it could not start, 2 wrong usage.\n";
 
@@ -46,7 +47,7 @@ void take_choice(char *text, bridge::settings &settings) {
 } // namespace
 
 int main(int argc, char **argv) {
-    enum { control = 1, global, path, radio, daemon_name, memory, help };
+    enum { control = 1, global, path, radio, daemon_name, memory, version, help };
     constexpr option known[] = {
         {"control", required_argument, nullptr, control},
         {"global", required_argument, nullptr, global},
@@ -54,6 +55,7 @@ int main(int argc, char **argv) {
         {"radio", required_argument, nullptr, radio},
         {"daemon", required_argument, nullptr, daemon_name},
         {"memory", required_argument, nullptr, memory},
+        {"version", no_argument, nullptr, version},
         {"help", no_argument, nullptr, help},
         {nullptr, 0, nullptr, 0},
     };
@@ -68,6 +70,7 @@ int main(int argc, char **argv) {
         case radio: take_choice(optarg, settings); break;
         case daemon_name: settings.daemon = optarg; break;
         case memory: settings.memory = optarg; break;
+        case version: std::puts("wsm-bridge " WSMD_VERSION); return 0;
         case help: std::fputs(usage, stdout); return 0;
         default: wrong_usage("unknown option");
         }

@@ -26,6 +26,7 @@ constexpr const char *usage =
     "  --socket PATH    where driver requests are answered (/var/run/was.sock)\n"
     "  --control PATH   where commands are taken (/var/run/apsim.sock)\n"
     "  --leases PATH    the DHCP server's lease file (/tmp/dhcp.leases)\n"
+    "  --version\n"
     "  --help\n\n"
     "Exit status: 0 stopped by a signal, 1 it could not start, 2 wrong usage.\n";
 
@@ -51,7 +52,7 @@ std::int64_t number(const char *text, std::int64_t high, const char *what) {
 }
 
 options parse(int argc, char **argv) {
-    enum { population = 1, seed, family, tick, sock, control, leases, help };
+    enum { population = 1, seed, family, tick, sock, control, leases, version, help };
     constexpr option known[] = {
         {"population", required_argument, nullptr, population},
         {"seed", required_argument, nullptr, seed},
@@ -60,6 +61,7 @@ options parse(int argc, char **argv) {
         {"socket", required_argument, nullptr, sock},
         {"control", required_argument, nullptr, control},
         {"leases", required_argument, nullptr, leases},
+        {"version", no_argument, nullptr, version},
         {"help", no_argument, nullptr, help},
         {nullptr, 0, nullptr, 0},
     };
@@ -82,6 +84,7 @@ options parse(int argc, char **argv) {
         case sock: chosen.socket = optarg; break;
         case control: chosen.control = optarg; break;
         case leases: chosen.leases = optarg; break;
+        case version: std::puts("apsim " WSMD_VERSION); std::exit(0);
         case help: std::fputs(usage, stdout); std::exit(0);
         default: wrong_usage("unknown option");
         }

@@ -14,6 +14,7 @@ constexpr const char *usage = "usage: dhcpmon [options]\n"
                               "  --bus PATH      the broker's socket (the usual one)\n"
                               "  --delay MS      answer requests so much later\n"
                               "  --silent        never answer requests\n"
+                              "  --version\n"
                               "  --help\n\n"
                               "Exit status: 0 stopped by a signal, 1 it could not start, 2 wrong usage.\n";
 
@@ -23,11 +24,15 @@ constexpr const char *usage = "usage: dhcpmon [options]\n"
 }
 
 service_options parse(int argc, char **argv) {
-    enum { leases = 1, bus, delay, silent, help };
+    enum { leases = 1, bus, delay, silent, version, help };
     constexpr option known[] = {
-        {"leases", required_argument, nullptr, leases}, {"bus", required_argument, nullptr, bus},
-        {"delay", required_argument, nullptr, delay},   {"silent", no_argument, nullptr, silent},
-        {"help", no_argument, nullptr, help},           {nullptr, 0, nullptr, 0},
+        {"leases", required_argument, nullptr, leases},
+        {"bus", required_argument, nullptr, bus},
+        {"delay", required_argument, nullptr, delay},
+        {"silent", no_argument, nullptr, silent},
+        {"version", no_argument, nullptr, version},
+        {"help", no_argument, nullptr, help},
+        {nullptr, 0, nullptr, 0},
     };
     service_options chosen;
     for (int which = 0; (which = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
@@ -42,6 +47,7 @@ service_options parse(int argc, char **argv) {
             break;
         }
         case silent: chosen.silent = true; break;
+        case version: std::puts("dhcpmon " WSMD_VERSION); std::exit(0);
         case help: std::fputs(usage, stdout); std::exit(0);
         default: wrong_usage("unknown option");
         }

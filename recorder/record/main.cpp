@@ -33,6 +33,7 @@ constexpr const char *usage =
     "  --output FILE   the recording; must not be there yet\n"
     "  --limit MIB     ends the recording, not the daemon, at this size (16)\n"
     "  --show FILE     print a line for each record instead, - for the standard input\n"
+    "  --version\n"
     "  --help\n\n"
     "Exit status: the program's. Without one: 0 the file was shown, 1 the program could\n"
     "not be started or the file not be read, 2 wrong usage.\n";
@@ -49,13 +50,11 @@ struct options {
 }
 
 options parse(int argc, char **argv) {
-    enum { output = 1, limit, show, help };
+    enum { output = 1, limit, show, version, help };
     constexpr option known[] = {
-        {"output", required_argument, nullptr, output},
-        {"limit", required_argument, nullptr, limit},
-        {"show", required_argument, nullptr, show},
-        {"help", no_argument, nullptr, help},
-        {nullptr, 0, nullptr, 0},
+        {"output", required_argument, nullptr, output}, {"limit", required_argument, nullptr, limit},
+        {"show", required_argument, nullptr, show},     {"version", no_argument, nullptr, version},
+        {"help", no_argument, nullptr, help},           {nullptr, 0, nullptr, 0},
     };
     options chosen;
     for (int which = 0; (which = getopt_long(argc, argv, "+", known, nullptr)) != -1;) {
@@ -69,6 +68,7 @@ options parse(int argc, char **argv) {
                 wrong_usage("--limit: whole MiB, 1 to 1048576");
             break;
         }
+        case version: std::puts("wsm-record " WSMD_VERSION); std::exit(0);
         case help: std::fputs(usage, stdout); std::exit(0);
         default: wrong_usage("unknown option");
         }

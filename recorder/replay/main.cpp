@@ -18,6 +18,7 @@ constexpr const char *usage =
     "  --files          put the recorded files in their places, over those that are there:\n"
     "                   for a lab, never for a device\n"
     "  --socket PATH    where driver requests are answered (/var/run/was.sock)\n"
+    "  --version\n"
     "  --help\n\n"
     "Exit status: 0 stopped by a signal, 1 it could not start, 2 wrong usage.\n";
 
@@ -34,10 +35,11 @@ int failed(const std::string &why) {
 } // namespace
 
 int main(int argc, char **argv) {
-    enum { files = 1, sock, help };
+    enum { files = 1, sock, version, help };
     constexpr option known[] = {
         {"files", no_argument, nullptr, files},
         {"socket", required_argument, nullptr, sock},
+        {"version", no_argument, nullptr, version},
         {"help", no_argument, nullptr, help},
         {nullptr, 0, nullptr, 0},
     };
@@ -47,6 +49,7 @@ int main(int argc, char **argv) {
         switch (which) {
         case files: places_files = true; break;
         case sock: path = optarg; break;
+        case version: std::puts("wsm-replay " WSMD_VERSION); return 0;
         case help: std::fputs(usage, stdout); return 0;
         default: wrong_usage("unknown option");
         }
