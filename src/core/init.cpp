@@ -41,8 +41,9 @@ void read_settings() {
     read_departed();
 }
 
-[[noreturn]] void fail(const char *why) {
-    STA_LOG_AS(STA_NAME_OF(sta_service_start), "%s\n", why);
+// The log names the line of the step that failed.
+[[noreturn]] void fail(const char *why, int line = __builtin_LINE()) {
+    dbg_printf(g_main_id, 7, "Function %s:%d %s\n", STA_NAME_OF(sta_service_start), line, why);
     std::exit(EXIT_FAILURE);
 }
 

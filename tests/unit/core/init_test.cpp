@@ -215,6 +215,32 @@ TEST_F(start, channel_that_cannot_be_opened_ends_it_and_leaves_the_chains) {
     EXPECT_EQ(calls().size(), 11U);
 }
 
+// The number of the source's line that the log gives for a failed step.
+int line_of(const std::string &text) {
+    for (const log_record &one : log_records()) {
+        int line = 0, length = 0;
+        if (std::sscanf(one.text.c_str(), "Function sta_service_start:%d %n", &line, &length) == 1 &&
+            one.text.substr(static_cast<std::size_t>(length)) == text)
+            return line;
+    }
+    return -1;
+}
+
+TEST_F(start, step_that_fails_is_logged_with_its_own_line) {
+    write_command("iptables", "case \"$*\" in *'-N PREROUTING'*) exit 2 ;; esac");
+    run_in_child(sta_init);
+    const int chains = line_of("Sta-manage FW init fail\n");
+    forget_log();
+    write_command("iptables", "true");
+    run_in_child([] {
+        g_sockets = false;
+        sta_init();
+    });
+    const int channel = line_of("Sta-manage connect server fail\n");
+    EXPECT_GT(chains, 0);
+    EXPECT_EQ(channel, chains + 1) << "the steps stand below one another";
+}
+
 TEST_F(start, service_start_gives_0) {
     EXPECT_EQ(sta_service_start(), 0);
     EXPECT_EQ(log_lines().at(0), "sta_service_start: Sta-manage service enable\n");
