@@ -2,6 +2,7 @@
 
 #include "inputs/network.h"
 #include "model/figures.h"
+#include "model/table.h"
 #include "protocol/driver_request.h"
 #include "tools/log.h"
 #include "tools/memory.h"
@@ -22,6 +23,20 @@ constexpr std::uint64_t table_size(unsigned mask, std::uint64_t count) {
     return table_header_size + count * entry;
 }
 static_assert(table_size(3, 2) == 784 && table_size(1, 2) == 336);
+
+// Whatever the device's own limit is: four networks with as many stations as a network can number.
+constexpr std::int32_t always_believed = 8192;
+
+// A driver that counts more stations than there can be is wrong, and would have us ask for gigabytes.
+bool is_believable(const char *ifname, std::int32_t count) {
+    static bool said = false;
+    const std::int32_t most = std::max(sta_max_num, always_believed);
+    if (count > most && sta_first(said))
+        STA_NOTICE("the driver counts %d stations on %s, more than %d: its table is not read\n", count,
+                   ifname, most);
+    if (count <= most) said = false;
+    return count <= most;
+}
 
 constexpr std::size_t mac_size = 6;
 
@@ -142,9 +157,9 @@ int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const cha
         sta_free(buffer);
         return count;
     }
-    const std::uint64_t wanted = table_size(mask, static_cast<std::uint64_t>(count));
-    const auto size = static_cast<std::size_t>(wanted);
-    void *grown = wanted <= INT_MAX ? sta_realloc(buffer, size) : nullptr; // still the one counted block
+    const auto size = static_cast<std::size_t>(table_size(mask, static_cast<std::uint64_t>(count)));
+    void *grown = is_believable(ifname, count) && size <= INT_MAX ? sta_realloc(buffer, size)
+                                                                  : nullptr; // still the one counted block
     bool fetched = false;
     if (grown) {
         buffer = grown;
@@ -172,6 +187,7 @@ bool sta_driver_list(const char *ifname, unsigned mask, std::uint8_t **table,
     if (answer[0] < '0' || answer[0] > '9') return false; // no count
     const std::int32_t count = sta_number(answer);
     if (count == 0) return true;
+    if (!is_believable(ifname, count)) return false;
     const std::uint64_t size = table_size(mask, static_cast<std::uint64_t>(count));
     if (size > INT_MAX) return false;
     auto *bytes = static_cast<std::uint8_t *>(sta_malloc(static_cast<std::uint32_t>(size)));

@@ -4,6 +4,7 @@
 
 #include "support/house.h"
 
+#include "model/table.h"
 #include "support/driver_tables.h"
 #include "tools/memory.h"
 #include "tools/text.h"
@@ -117,6 +118,46 @@ TEST_F(table_fetch, of_an_absurd_count_asks_for_nothing_and_gives_the_count) {
     EXPECT_EQ(table, nullptr);
     EXPECT_THAT(driver_commands(), ElementsAre(5));
     EXPECT_TRUE(logged("sta_get_ioctl_stainfo", "ath0 was ext ioctl get msg fail\n"));
+}
+
+const std::string unbelievable =
+    "level 3 NOTICE: the driver counts 8193 stations on ath0, more than 8192: its table is not read\n";
+
+TEST_F(table_fetch, of_more_stations_than_there_can_be_is_refused_and_said) {
+    count_is("8193");
+    EXPECT_EQ(sta_get_ioctl_stainfo(sta, &table, "ath0", 3), 8193);
+    EXPECT_EQ(table, nullptr);
+    EXPECT_THAT(driver_commands(), ElementsAre(5));
+    EXPECT_THAT(log_lines(),
+                ElementsAre(unbelievable, "sta_get_ioctl_stainfo: ath0 was ext ioctl get msg fail\n"));
+}
+
+TEST_F(table_fetch, of_more_stations_than_there_can_be_is_said_once_until_the_count_is_right_again) {
+    for (const char *count : {"8193", "8193", "8192", "8193"}) {
+        count_is(count);
+        sta_get_ioctl_stainfo(sta, &table, "ath0", 1);
+        sta_free(table);
+    }
+    table = nullptr;
+    const lines said = log_lines();
+    EXPECT_EQ(std::count(said.begin(), said.end(), unbelievable), 2);
+}
+
+TEST_F(table_fetch, of_as_many_stations_as_the_device_may_have_is_asked_for) {
+    sta_max_num = 9000;
+    count_is("9000");
+    EXPECT_EQ(sta_get_ioctl_stainfo(sta, &table, "ath0", 1), 9000);
+    EXPECT_NE(table, nullptr);
+    EXPECT_EQ(driver_requests().at(1).size, 16 + 9000 * 160);
+}
+
+TEST_F(table_fetch, as_a_whole_list_of_more_stations_than_there_can_be_is_no_answer) {
+    count_is("8193");
+    std::uint32_t entries = 1;
+    EXPECT_FALSE(sta_driver_list("ath0", 3, &table, &entries));
+    EXPECT_EQ(table, nullptr);
+    EXPECT_EQ(entries, 0U);
+    EXPECT_THAT(driver_commands(), ElementsAre(5));
 }
 
 TEST_F(table_fetch, without_arguments_is_refused) {
