@@ -34,6 +34,22 @@ def test_a_station_is_retired_300_seconds_after_the_driver_has_listed_it_last(la
     assert [line.split()[1] for line in backup_lines(lab)] == [B]
 
 
+def test_stations_in_two_networks_of_one_radio_are_still_there_after_400_seconds(lab, clock):
+    # The driver is asked once for a radio, through one network's interface, and lists all of them.
+    associate(lab, A)
+    lab.apsim(f'assoc mac={B} ifname=ath01 radio=0 ssid="Lobby Guest"')
+    wait_online(lab, A, B)
+    for round_ in range(1, 5):
+        clock.move(100)
+        lab.bus("call", "sta", "set", {"set_update_log_period": 60})
+        for mac in (A, B):
+            lab.wait(lambda mac=mac: len([report for report in lab.reports()
+                                          if report["mac"] == mac and report["log_type"] == 3]) >= round_,
+                     10, f"report {round_} of {mac}")
+    assert set(lab.online()) == {A, B}
+    assert [report for report in lab.reports() if report["log_type"] == 2] == []
+
+
 def test_restored_stations_that_nobody_confirms_are_swept_after_five_minutes(lab, clock):
     for mac in (A, B):
         associate(lab, mac)
