@@ -1,5 +1,6 @@
 #include "collector/http/api.h"
 
+#include "collector/http/stations.h"
 #include "collector/sessions.h"
 #include "collector/stay_json.h"
 #include "collector/times.h"
@@ -27,10 +28,10 @@ bool whole(const std::string &text, std::int64_t least, std::int64_t most, std::
     return error == std::errc() && end == text.data() + text.size() && out >= least && out <= most;
 }
 
-json_array stations_json(const api_sources &from) {
-    json_array all;
-    for (const stay &one : from.view->all().stations) all.add(stay_json(one, *from.names));
-    return all;
+api_answer stations(const api_sources &from, const api_arguments &arguments) {
+    stations_question asked;
+    if (const std::string why = read_question(arguments, asked); !why.empty()) return refusal(400, why);
+    return {200, "application/json", stations_json(from.view->all().stations, *from.names, asked)};
 }
 
 api_answer status(const api_sources &from) {
@@ -161,11 +162,10 @@ api_answer answer_api(const api_sources &from, const std::string &path, const ap
     constexpr std::string_view root = "/api/v1/";
     if (!path.starts_with(root)) return refusal(404, "nothing is there");
     const std::string what = path.substr(root.size());
-    if (what == "status" || what == "stations" || what == "access-points") {
+    if (what == "stations") return stations(from, arguments);
+    if (what == "status" || what == "access-points") {
         if (!arguments.empty()) return refusal(400, "unknown argument " + arguments.begin()->first);
-        return what == "status"     ? status(from)
-               : what == "stations" ? answer(stations_json(from))
-                                    : access_points(from);
+        return what == "status" ? status(from) : access_points(from);
     }
     if (const std::string mac = what.starts_with("stations/") ? normal_mac(what.substr(9)) : "";
         !mac.empty()) {

@@ -2,6 +2,8 @@
  * Keeps the model true: opens the stream of changes, then asks for the whole list, then lets the changes follow that came
  * meanwhile. After a break it does so again. The stream has a comment every ten seconds, so silence is a break, too; the
  * browser's own EventSource does not tell of comments, nor why it was refused.
+ *
+ * A page that has just been opened is shown what it begins with, before a list of thousands is on its way.
  */
 import { EventLines } from './feed.js';
 import { Refusal, get, open, why } from './api.js';
@@ -10,15 +12,29 @@ const SILENCE = 25000; // ms
 const RETRIES = [ 1000, 2000, 4000, 8000 ]; // ms; the last one goes on
 const POLL = 5000; // ms, while the collector has no stream to give
 const HIDDEN = 60000; // ms; a page that nobody sees needs no stream
+const UNDRAWN = 5000; // ms; nor has it frames to wait for
+
+/* When what has changed is in the document. */
+function drawn() {
+	return new Promise((resolve) => {
+		requestAnimationFrame(() => setTimeout(resolve));
+		setTimeout(resolve, UNDRAWN);
+	});
+}
 
 export class Live {
-	/* `told` is called with each state: {phase: loading | live | polling | lost | hidden, words}; `changed` after each change. */
-	constructor(model, { told, changed }) {
+	/*
+	 * `told` is called with each state: {phase: loading | live | polling | lost | hidden, words}; `changed` after each change.
+	 * `first` gives the question for the stations that are shown first, with its limit, or null where all are needed.
+	 */
+	constructor(model, { told, changed, first }) {
 		this.model = model;
 		this.told = told;
 		this.changed = changed;
+		this.first = first;
 		this.ahead = 0; // the collector's clock less ours, seconds
 		this.known = false; // there was a list once
+		this.of = null; // how many stations there are, while the model has the first ones only
 		this.hiddenLong = false; // nobody has seen the page for a minute
 		this.stop = new AbortController();
 	}
@@ -123,12 +139,35 @@ export class Live {
 	}
 
 	async #load(signal) {
-		const [ status, stations ] = await Promise.all([ get('status', {}, signal), get('stations', {}, signal) ]);
+		const question = this.known ? null : this.first();
+		const [ status, stations ] = await Promise.all([ get('status', {}, signal), this.#some(question, signal) ]);
 
 		this.ahead = status.now - Date.now() / 1000;
 		this.status = status;
 		this.known = true;
 		this.model.replace(stations);
+
+		if (!question || stations.length >= status.stations)
+			return;
+
+		this.of = status.stations;
+		this.changed();
+		await drawn();
+		this.model.replace(await get('stations', {}, signal));
+		this.of = null;
+	}
+
+	/* What an address asks for may be more than the collector understands; the page finds it by itself then. */
+	async #some(question, signal) {
+		try {
+			return await get('stations', question ?? {}, signal);
+		}
+		catch (error) {
+			if (question && error instanceof Refusal && error.status == 400)
+				return get('stations', {}, signal);
+
+			throw error;
+		}
 	}
 
 	/* Where streams are all taken, the list alone is asked for. */

@@ -25,7 +25,8 @@ const live = new Live(model, {
 			frame = 0;
 			view?.changed?.();
 		});
-	}
+	},
+	first: () => view?.first?.() ?? null
 });
 
 const app = { model, live, get state() { return state; } };
@@ -81,5 +82,4 @@ document.querySelector('.skip').addEventListener('click', (event) => {
 	main.focus();
 });
 window.addEventListener('hashchange', () => show().then(() => main.focus({ preventScroll: true })).catch(trouble));
-show().catch(trouble);
-live.run();
+show().catch(trouble).finally(() => live.run());

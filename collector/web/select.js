@@ -46,6 +46,13 @@ export function select(entries, filter, { column = 'station', direction = 'ascen
 	return chosen.sort((a, b) => sign * compare(a.station, b.station) || (a.station.mac < b.station.mac ? -1 : 1));
 }
 
+/* The same question for the collector, which gives the first `limit` of them. Its order is close to ours, not in all alphabets. */
+export function question({ search, ssid, band: wanted, ap, state }, { column, direction }, limit) {
+	const asked = { search, ssid, ap, state, band: wanted.split(' ')[0], sort: { station: 'name', network: 'ssid', place: 'ap' }[column] ?? column, direction, limit };
+
+	return Object.fromEntries(Object.entries(asked).filter(([ , value ]) => value));
+}
+
 /* What can be chosen from: the values that occur, in order. */
 export function choices(entries) {
 	const found = { ssid: new Set(), ap: new Set(), band: new Set() };

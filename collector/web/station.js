@@ -22,7 +22,7 @@ export function stationView(app, [ word = '' ], query) {
 		h('header', { class: 'title' }, h('div', null, title, about), rangePicker(`station/${mac}`, range)),
 		notice, facts, past);
 	const over = new AbortController();
-	const view = { node, title: mac, nav: '', changed: showNow, close() {
+	const view = { node, title: mac, nav: '', changed: showNow, first: () => ({ search: mac, limit: 1 }), close() {
 			clearInterval(renewal);
 			over.abort();
 		},

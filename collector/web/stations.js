@@ -2,10 +2,11 @@
 import { h, foreign, setText } from './dom.js';
 import { counted } from './format.js';
 import { Rows } from './rows.js';
-import { COLUMNS, choices, firstDirection, select } from './select.js';
+import { COLUMNS, choices, firstDirection, question, select } from './select.js';
 
 const SORT_INTERVAL = 1000; // ms; rows that jump more often cannot be read
 const STILL = 2500; // ms; nor do they jump under a pointer that moves
+const FIRST = 100; // rows that come before all others: more than the highest window has
 
 const HEADINGS = { station: 'Station', network: 'Network', place: 'Access point', signal: 'Signal', rate: 'Rate', bytes: 'Bytes', time: 'Here for' };
 const STATES = [ [ 'here', 'here' ], [ 'leaving', 'leaving' ], [ 'moving', 'roaming' ] ];
@@ -19,7 +20,7 @@ export function stationsView(app, words, query) {
 
 	order.direction = query.get('direction') == 'descending' ? 'descending' : query.get('direction') == 'ascending' ? 'ascending' : firstDirection(order.column);
 
-	let shown = [], membership = -1, sortedAt = 0, movedAt = 0, timer = 0, offered = '';
+	let shown = [], membership = -1, sortedAt = 0, movedAt = 0, timer = 0, offered = '', partly = false;
 
 	const search = h('input', { type: 'search', id: 'search', placeholder: 'Name, MAC, address…', autocomplete: 'off', spellcheck: 'false', value: filter.search });
 	const selects = {
@@ -100,6 +101,7 @@ export function stationsView(app, words, query) {
 			offer();
 
 		membership = app.model.membership;
+		partly = app.live.of !== null;
 		shown = select(app.model.entries.values(), filter, order);
 
 		COLUMNS.forEach((column, i) => {
@@ -110,7 +112,8 @@ export function stationsView(app, words, query) {
 
 		const all = app.model.entries.size;
 
-		setText(count, shown.length == all ? counted(all, 'station') : `${shown.length.toLocaleString()} of ${counted(all, 'station')}`);
+		setText(count, partly ? `the first ${shown.length.toLocaleString()} of ${counted(app.live.of, 'station')}` :
+			shown.length == all ? counted(all, 'station') : `${shown.length.toLocaleString()} of ${counted(all, 'station')}`);
 		rows.show(shown);
 		say();
 
@@ -122,12 +125,12 @@ export function stationsView(app, words, query) {
 
 	function say() {
 		const words = !app.live.known ? (app.state.phase == 'lost' ? '' : 'Loading…') :
-			shown.length ? '' : app.model.entries.size ? 'No station fits this choice.' : 'No station is here.';
+			shown.length ? '' : partly ? 'Loading…' : app.model.entries.size ? 'No station fits this choice.' : 'No station is here.';
 
 		empty.hidden = !words;
 		rows.node.hidden = !shown.length;
 		setText(empty, words);
-		node.setAttribute('aria-busy', String(!app.live.known));
+		node.setAttribute('aria-busy', String(!app.live.known || partly));
 	}
 
 	search.addEventListener('input', () => {
@@ -159,6 +162,7 @@ export function stationsView(app, words, query) {
 
 	return {
 		node, title: 'Stations', nav: 'stations',
+		first: () => question(filter, order, FIRST),
 		changed() {
 			if (!app.live.known)
 				return;
@@ -166,8 +170,8 @@ export function stationsView(app, words, query) {
 			const now = performance.now();
 			const wait = Math.max(sortedAt + SORT_INTERVAL, movedAt + STILL) - now;
 
-			/* The first list, and a short one's first station, are not kept waiting. */
-			if (wait <= 0 || membership < 0 || !shown.length)
+			/* The first rows, the first list and a short one's first station are not kept waiting. */
+			if (wait <= 0 || membership < 0 || partly || !shown.length)
 				arrange();
 			else
 				timer ||= setTimeout(() => { timer = 0; this.changed(); }, wait);

@@ -110,6 +110,25 @@ async function memory(page) {
 	return Object.fromEntries(metrics.map(({ name, value }) => [ name, value ]));
 }
 
+/* A figure for people, which the test runner prints at its end. */
+function measured(text) {
+	if (process.env.WSMD_PICTURES)
+		fs.appendFileSync(path.join(path.dirname(process.env.WSMD_PICTURES), 'measured'), `${text}\n`);
+}
+
+const FIRST_TABLE = 300 * 1024; // bytes, at most
+
+/* When the collector's page had its first rows, ms, and the bytes of all that was asked for until then: files and answers. */
+function firstTable(page) {
+	return page.evaluate(() => {
+		const time = performance.getEntriesByName('first-table')[0].startTime;
+		const bytes = (answers) => [ ...performance.getEntriesByType('navigation'), ...performance.getEntriesByType('resource') ]
+			.filter(({ name, startTime }) => startTime <= time && name.includes('/api/') == answers).reduce((sum, { transferSize }) => sum + transferSize, 0);
+
+		return { time, page: bytes(false), list: bytes(true) };
+	});
+}
+
 /* A picture for people, in the folder that the runner names. */
 async function picture(page, name, options = {}) {
 	const folder = process.env.WSMD_PICTURES;
@@ -121,4 +140,4 @@ async function picture(page, name, options = {}) {
 	await page.screenshot({ path: path.join(folder, `${name}.png`), ...options });
 }
 
-module.exports = { launch, newPage, until, violations, stickingOut, memory, picture };
+module.exports = { launch, newPage, until, violations, stickingOut, memory, measured, FIRST_TABLE, firstTable, picture };

@@ -17,7 +17,7 @@ sys.path.insert(0, str(TESTS / "system"))  # formats.py: their layout
 sys.path.insert(0, str(TESTS.parent / "lab"))
 
 from formats import REPORT, struct  # noqa: E402
-from images import told  # noqa: E402
+from images import mac, told  # noqa: E402
 from wsmlab import history  # noqa: E402
 
 SUITE = "collector"
@@ -39,6 +39,21 @@ def test_page_of_the_real_collector(browser, build_dir, tmp_path, name):
     (tmp_path / "token").write_text("a-token_of.letters-0123456789\n")
     browser.run("collector-live", name, {"program": str(build_dir / "bin/wsm-collector"), "folder": str(tmp_path),
                                          "messages": {key: base64.b64encode(text).decode() for key, text in messages.items()}})
+
+
+def test_the_first_rows_of_ten_thousand_stations_of_the_real_collector(browser, build_dir, tmp_path):
+    since = int(time.time()) - 600
+    chance = random.Random(1)
+    (tmp_path / "reports").write_bytes(b"".join(
+        told(number, 3, since - number % 300, 500 + number % 300, rssi=-chance.randrange(40, 90), radio_id=number % 2, channel=6 + number % 2 * 30,
+             ssid=f"Network {number % 7}", ip=f"10.1.{number >> 8}.{number & 255}", wifi_up=chance.randrange(2**32), wifi_down=chance.randrange(2**36),
+             ap_mac=f"02:54:4b:00:00:{number % 40:02x}\n", version="11ax", floornoise=-95, utilization=40, maxRate=1200)
+        for number in range(10000)))
+    (tmp_path / "names").write_text("".join(f"{mac(number)} A name of station {number}\n" for number in range(10000)))
+    program = build_dir / "bin/wsm-collector"
+    subprocess.run([program, "--quiet", "--store", f"sqlite:{tmp_path}/store", tmp_path / "reports"], check=True)
+    browser.run("collector-live", "the first rows of ten thousand", {
+        "program": str(program), "folder": str(tmp_path), "messages": {}, "options": ["--names", str(tmp_path / "names")]})
 
 
 def fields_of(report):

@@ -77,6 +77,20 @@ def test_stations_are_those_that_are_here(serve):
     assert one.get(f"/api/v1/stations/{mac(3)}", 404) == {"error": "this station is not here"}
 
 
+def test_the_list_of_stations_can_be_cut_and_ordered(serve, tmp_path):
+    (tmp_path / "names").write_text(f"{mac(2)} Anna's phone\n")
+    one = serve("--names", tmp_path / "names")
+    one.send(*(told(number, 1, NOON - number, rssi=-40 - number, channel=36 if number > 2 else 6) for number in (1, 2, 3)))
+    one.stations(3)
+
+    def macs(query):
+        return [station["mac"] for station in one.get(f"/api/v1/stations?{query}")]
+    assert macs("sort=signal&direction=descending&limit=2") == [mac(1), mac(2)]
+    assert macs("sort=time&direction=descending&band=5") == [mac(3)]
+    assert macs("search=anna%27s%20lobby") == [mac(2)]
+    assert macs("search=%3Cimg%3E&ssid=") == []
+
+
 def test_who_has_left_is_gone_after_the_grace_time(serve):
     one = serve("--grace", "0")
     one.send(told(1, 1, NOON))
@@ -126,7 +140,9 @@ def test_stations_that_come_again_and_again_are_told(serve, tmp_path):
 @pytest.mark.parametrize("path, status", [
     ("/api/v1/nothing", 404), ("/api/v2/stations", 404), ("/api/v1/stations/x/series", 404), ("/api/v1/sessions?since=soon", 400),
     ("/api/v1/sessions?limit=0", 400), ("/api/v1/sessions?limit=10001", 400), ("/api/v1/sessions?mac=x", 400),
-    ("/api/v1/sessions?x=1", 400), ("/api/v1/stations?x=1", 400), ("/api/v1/top?step=0", 400), ("/x", 404),
+    ("/api/v1/sessions?x=1", 400), ("/api/v1/stations?x=1", 400), ("/api/v1/stations?limit=0", 400),
+    ("/api/v1/stations?sort=colour", 400), (f"/api/v1/stations?search={'x' * 257}", 400), ("/api/v1/status?limit=1", 400),
+    ("/api/v1/top?step=0", 400), ("/x", 404),
     ("/api/v1/sessions?since=99999999999999999999d", 400)])
 def test_a_wrong_question_is_refused_with_a_reason(serve, path, status):
     assert one_member(serve().get(path, status)) == "error"

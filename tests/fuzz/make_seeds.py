@@ -77,6 +77,9 @@ def collector_api():
     for path in ("status", "stations", "access-points", "stations/02:00:00:00:00:01", "nothing", "stations/x/series"):
         seed(name, path.replace("/", "_").replace(":", ""), path)
     seed(name, "range", "sessions\0since\0007d\0until\0" "2026-03-01 14:05\0limit\00010\0mac\00002:00:00:00:00:01")
+    seed(name, "first_rows", "stations\0sort\0signal\0direction\0descending\0limit\0" "1\0search\0LOBBY 10.0\0band\0" "2.4")
+    seed(name, "stations_of", "stations\0ssid\0Lobby\0ap\00002:54:4B:00:00:01\0state\0here\0sort\0name\0direction\0ascending")
+    seed(name, "too_many_stations", "stations\0limit\00010001\0sort\0colour\0search\0" + "x " * 200)
     seed(name, "wrong_arguments", "radios\0step\0-1\0since\0" + "9" * 30 + "d\0x\0'; DROP TABLE stay")
 
 

@@ -3,10 +3,11 @@
 
 const assert = require('assert/strict');
 const { until } = require('../browser.js');
-const { test, ROW } = require('./page.js');
+const { test, FAILED_REQUEST, ROW } = require('./page.js');
 const { makeStation, mac } = require('./stations.js');
 
 const now = () => Date.now() / 1000;
+const plain = (text) => text.replace(/[\u202f\u00a0]/g, ' ');
 
 module.exports = [
 	test('a station that comes is shown, and one that leaves goes', {}, async (visit) => {
@@ -80,6 +81,39 @@ module.exports = [
 		});
 	}),
 
+	test('the first rows of a long list are those of its order, and do not wait for the rest', {
+		options: { stations: 10000, address: '#/stations?sort=signal&ssid=Guests' }, prepare(collector) { collector.trouble.stations = 'hold'; }
+	}, async (visit) => {
+		const { page, collector } = visit;
+
+		await visit.says('the first 100 of 10,000 stations');
+		await until('the other question', () => collector.held.length);
+
+		const first = await visit.column('.figure');
+
+		assert.equal(plain(first[0]), '−40 dBm');
+		assert.equal(await page.locator('section.stations').getAttribute('aria-busy'), 'true');
+		await visit.sound();
+
+		collector.report(0, { signal: -39 }); // comes behind the list
+		collector.trouble = {};
+		collector.release();
+		await visit.says('3,333 of 10,000 stations');
+		assert.equal(await page.locator('section.stations').getAttribute('aria-busy'), 'false');
+		assert.deepEqual(await visit.column('.figure'), first, 'the rows that were seen are still there');
+		await page.getByRole('combobox', { name: 'Network' }).selectOption('Lobby');
+		await until('the report', async () => plain((await visit.column('.figure'))[0]) == '−39 dBm');
+		await visit.says('3,334 of 10,000 stations');
+	}),
+
+	test('a search that only the page understands has to wait for the whole list', {
+		options: { stations: 10000, address: `#/stations?search=${encodeURIComponent('qq '.repeat(200))}` },
+		console: FAILED_REQUEST, prepare(collector) { collector.trouble['stations?'] = 400; }
+	}, async (visit) => {
+		await visit.says('0 of 10,000 stations');
+		assert.equal(await visit.page.locator('.empty').innerText(), 'No station fits this choice.');
+	}),
+
 	test('on a narrow page the choices are unfolded', { options: { width: 375, stations: 120 } }, async (visit) => {
 		const network = visit.page.getByRole('combobox', { name: 'Network' });
 
@@ -125,7 +159,7 @@ module.exports = [
 	test('ten thousand stations are walked through by keys and by scrolling', { options: { stations: 10000 } }, async (visit) => {
 		const { page } = visit;
 
-		await until('rows', () => page.locator(ROW).count());
+		await visit.says('10,000 stations');
 		assert.equal(await page.getByRole('table').getAttribute('aria-rowcount'), '10001');
 		await page.locator('.scroller').evaluate(node => { node.scrollTop = node.scrollHeight; });
 		await until('the last row', () => page.locator(`${ROW}[aria-rowindex="10001"]`).count());

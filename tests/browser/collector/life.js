@@ -2,32 +2,18 @@
 'use strict';
 
 const assert = require('assert/strict');
-const fs = require('fs');
-const path = require('path');
-const { memory, until } = require('../browser.js');
+const { FIRST_TABLE, firstTable, measured, memory, until } = require('../browser.js');
 const { test, ROW } = require('./page.js');
-
-/* A figure for people, which the test runner prints at its end. */
-function measured(text) {
-	if (process.env.WSMD_PICTURES)
-		fs.appendFileSync(path.join(path.dirname(process.env.WSMD_PICTURES), 'measured'), `${text}\n`);
-}
-
-const FIRST_TABLE = 300 * 1024; // bytes
 
 module.exports = [
 	...[ 120, 10000 ].map(stations => test(`bytes and time to the first table of ${stations} stations`, { options: { stations } }, async (visit) => {
 		await until('a row', () => visit.page.locator(ROW).count());
 
-		const time = await visit.page.evaluate(() => performance.getEntriesByName('first-table')[0].startTime);
-		const page = await visit.page.evaluate(() => [ ...performance.getEntriesByType('navigation'), ...performance.getEntriesByType('resource') ]
-			.filter(({ name }) => !name.includes('/api/')).reduce((sum, { transferSize }) => sum + transferSize, 0));
+		const { time, page, list } = await firstTable(visit.page);
 
-		measured(`first table of ${stations} stations: ${Math.round(time)} ms; ${page} bytes of page, ${visit.collector.bytes} bytes of bodies with the list`);
-		assert.ok(page > 10000 && page <= FIRST_TABLE, `${page} bytes of page`);
-
-		if (stations <= 120)
-			assert.ok(visit.collector.bytes <= FIRST_TABLE, `${visit.collector.bytes} bytes in all`);
+		measured(`first table of ${stations} stations: ${Math.round(time)} ms; ${page} bytes of page, ${list} bytes of answers`);
+		assert.ok(page > 10000 && list > 10000, `${page} and ${list} bytes: not all was measured`);
+		assert.ok(page + list <= FIRST_TABLE, `${page} and ${list} bytes`);
 	})),
 
 	test('after an hour of updates the page holds no more than before', { options: { stations: 120 } }, async (visit) => {

@@ -6,7 +6,7 @@ const { spawn } = require('child_process');
 const fs = require('fs');
 const net = require('net');
 const path = require('path');
-const { newPage, picture, until, violations } = require('../browser.js');
+const { FIRST_TABLE, firstTable, measured, newPage, picture, until, violations } = require('../browser.js');
 const { ROW, FAILED_REQUEST } = require('./page.js');
 
 class Real {
@@ -146,6 +146,31 @@ module.exports = [
 		await until('their week', async () => await page.locator('.plot .line').count() >= 15);
 		assert.deepEqual(await violations(page), []);
 		await picture(page, 'collector-access-points');
+		assert.deepEqual(page.errors, []);
+	}),
+
+	/* The stations are in the store, and their names are told: {options}. */
+	test('the first rows of ten thousand', ({ options }) => options, async (real, page) => {
+		await page.goto(`${real.url}#/stations?sort=station&direction=descending`);
+		await until('rows', () => page.locator(ROW).count());
+
+		const { time, page: files, list } = await firstTable(page);
+
+		measured(`first table of 10000 stations of the real collector: ${Math.round(time)} ms; ${files} bytes of page, ${list} bytes of answers`);
+		assert.ok(files > 10000 && list > 10000, `${files} and ${list} bytes: not all was measured`);
+		assert.ok(files + list <= FIRST_TABLE, `${files} and ${list} bytes`);
+
+		const names = () => page.locator(ROW).evaluateAll(all => all.map(row => row.querySelector('.name').textContent).sort());
+		const first = await names();
+
+		await until('all of them', async () => await page.locator('.count').innerText() == '10,000 stations');
+		assert.ok(first.includes('A name of station 9999'));
+		assert.deepEqual(await names(), first, 'the collector and the page have the same order');
+		await page.getByRole('searchbox').fill('10.1.39.15 "Network 6"');
+		await until('nobody', async () => await page.locator('.count').innerText() == '0 of 10,000 stations');
+		await page.getByRole('searchbox').fill('10.1.39.15 network');
+		await until('the one', async () => await page.locator('.count').innerText() == '1 of 10,000 stations');
+		assert.deepEqual(await names(), [ 'A name of station 9999' ]);
 		assert.deepEqual(page.errors, []);
 	}),
 

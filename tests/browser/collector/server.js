@@ -7,7 +7,7 @@
 const fs = require('fs');
 const http = require('http');
 const path = require('path');
-const { makeStations } = require('./stations.js');
+const { chosen, makeStations } = require('./stations.js');
 
 const WEB = path.resolve(__dirname, '../../../collector/web');
 const TYPES = { '.html': 'text/html; charset=utf-8', '.js': 'text/javascript; charset=utf-8', '.css': 'text/css; charset=utf-8', '.svg': 'image/svg+xml' };
@@ -21,7 +21,7 @@ class Collector {
 	constructor(stations = 3) {
 		this.stations = makeStations(stations);
 		this.answers = {}; // path below /api/v1/ to what it answers, or a function of its arguments
-		this.trouble = {}; // path to a status, to 'stall' (no answer) or to 'hold' (answered with release())
+		this.trouble = {}; // path to a status, to 'stall' (no answer) or to 'hold' (answered with release()); "stations?" has arguments
 		this.held = [];
 		this.streams = new Set();
 		this.bytes = 0; // of all bodies
@@ -86,7 +86,8 @@ class Collector {
 		}
 
 		const what = pathname.slice('/api/v1/'.length);
-		const trouble = this.trouble[what];
+		const given = Object.fromEntries(searchParams);
+		const trouble = this.trouble[`${what}${searchParams.size ? '?' : ''}`];
 
 		this.asked.push(what);
 
@@ -94,7 +95,7 @@ class Collector {
 			return;
 
 		if (trouble == 'hold')
-			return this.held.push([ response, JSON.stringify(this.answer(what, {})) ]);
+			return this.held.push([ response, JSON.stringify(this.answer(what, given)) ]);
 
 		if (trouble)
 			return this.send(response, trouble, 'application/json', JSON.stringify({ error: trouble == 401 ? 'a token is needed' : 'the store does not answer' }));
@@ -107,7 +108,7 @@ class Collector {
 			return;
 		}
 
-		const answer = this.answer(what, Object.fromEntries(searchParams));
+		const answer = this.answer(what, given);
 
 		this.send(response, answer === undefined ? 404 : 200, 'application/json', JSON.stringify(answer ?? { error: 'there is no store' }));
 	}
@@ -120,7 +121,7 @@ class Collector {
 			return { now: Date.now() / 1000, started: Date.now() / 1000 - 5000, history: 'sessions' in this.answers, stations: this.stations.length, reports: 0, wrong_size: 0, impossible: 0, late: 0, outputs: [] };
 
 		if (what == 'stations')
-			return this.stations;
+			return chosen(this.stations, given);
 
 		if (what.startsWith('stations/') && !what.slice(9).includes('/'))
 			return this.stations.find(station => station.mac == what.slice(9));

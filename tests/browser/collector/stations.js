@@ -37,10 +37,20 @@ function makeStations(n, now = Date.now() / 1000) {
 	return Array.from({ length: n }, (_, i) => makeStation(i, now));
 }
 
+/* What the collector answers to arguments, as far as tests ask: the order of signals, a network, a limit. */
+function chosen(stations, { sort, direction, ssid, limit }) {
+	const fit = stations.filter(station => !ssid || station.ssid == ssid);
+
+	if (sort == 'signal')
+		fit.sort((a, b) => (a.signal - b.signal) * (direction == 'descending' ? -1 : 1) || (a.mac < b.mac ? -1 : 1));
+
+	return fit.slice(0, limit ? +limit : undefined);
+}
+
 /* The texts that strangers may send; the collector escapes control characters and what is no UTF-8. */
 const HOSTILE = [
 	'<img src=x onerror="window.hurt=1">', '"><script>window.hurt=1</script>', '\'";--', 'javascript:window.hurt=1',
 	'\u202egnihtemos\u202c', 'שלום עולם', '😀'.repeat(32), '\\xff\\xfe', 'a'.repeat(128), '{{7*7}}${7*7}', '&lt;b&gt;&amp;', ' '
 ];
 
-module.exports = { makeStation, makeStations, mac, ap, HOSTILE, SSIDS };
+module.exports = { chosen, makeStation, makeStations, mac, ap, HOSTILE, SSIDS };

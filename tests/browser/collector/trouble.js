@@ -24,7 +24,7 @@ module.exports = [
 		await until('the report', async () => (await visit.column('.figure')).some(text => text.startsWith('−31')));
 	}),
 
-	test('changes that come while the list is on its way follow it', { prepare(collector) { collector.trouble.stations = 'hold'; } }, async (visit) => {
+	test('changes that come while the list is on its way follow it', { prepare(collector) { collector.trouble['stations?'] = 'hold'; } }, async (visit) => {
 		const { collector } = visit;
 
 		await until('the question', () => collector.held.length && collector.streams.size);
@@ -40,7 +40,7 @@ module.exports = [
 		assert.ok((await visit.column('.name')).includes('Badge reader'));
 	}),
 
-	test('a list that does not come is said', { options: { frozen: true }, prepare(collector) { collector.trouble.stations = 'stall'; } }, async (visit) => {
+	test('a list that does not come is said', { options: { frozen: true }, prepare(collector) { collector.trouble['stations?'] = 'stall'; } }, async (visit) => {
 		await until('the question', () => visit.collector.asked.includes('stations'));
 
 		await until('the notice', async () => {
@@ -87,7 +87,7 @@ module.exports = [
 		});
 	}),
 
-	test('without a token it says how to give one', { console: FAILED_REQUEST, prepare(collector) { collector.trouble = { events: 401, stations: 401, status: 401 }; } }, async (visit) => {
+	test('without a token it says how to give one', { console: FAILED_REQUEST, prepare(collector) { collector.trouble = { 'events': 401, 'stations?': 401, 'status': 401 }; } }, async (visit) => {
 		await visit.noticed('open this page once as /?token=TOKEN');
 		await visit.connection('No connection');
 		await visit.sound();
@@ -96,7 +96,7 @@ module.exports = [
 		await visit.rows(3);
 	}),
 
-	test('a refusal is shown in the collector\'s words', { console: FAILED_REQUEST, prepare(collector) { collector.trouble.stations = 500; } }, async (visit) => {
+	test('a refusal is shown in the collector\'s words', { console: FAILED_REQUEST, prepare(collector) { collector.trouble['stations?'] = 500; } }, async (visit) => {
 		await visit.noticed('The collector answers: the store does not answer.');
 		await visit.sound();
 	}),

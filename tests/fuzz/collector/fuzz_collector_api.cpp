@@ -21,9 +21,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     for (std::size_t i = 1; i + 1 < words.size(); i += 2) arguments[words[i]] = words[i + 1];
     api_sources from;
     from.view = std::make_shared<live_view>();
-    stay here;
-    here.mac = "02:00:00:00:00:01";
-    from.view->begin_with({here});
+    stay one, other;
+    one.mac = "02:00:00:00:00:01";
+    one.ap = "02:54:4b:00:00:01";
+    one.ssid = "Lobby";
+    one.channel = 6;
+    other.mac = "02:00:00:00:00:02";
+    other.signal = {-50, -50, -50, -50, 1};
+    other.addresses = {{"10.0.0.7", 0, 0}};
+    from.view->begin_with({one, other});
     from.names = std::make_shared<const station_names>(station_names::parse(words[0]));
     from.store = "/nonexistent/store";
     from.outputs = [] { return std::vector<output_figures>{{"print", 1, 2, 3}}; };
@@ -31,6 +37,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     json_object *parsed = json_tokener_parse(answer.body.c_str());
     require(parsed != nullptr, "an answer is JSON");
     require(answer.status == 200 || json_object_object_get(parsed, "error"), "a refusal says why");
+    if (words[0] == "stations" && answer.status == 200)
+        require(json_object_array_length(parsed) <= (arguments["limit"] == "1" ? 1U : 2U),
+                "no more stations than asked for");
     json_object_put(parsed);
     require(!write_metrics(from).empty(), "there are metrics");
     return 0;
