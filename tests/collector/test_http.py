@@ -347,6 +347,8 @@ def test_an_output_that_blocks_loses_its_own_oldest_and_no_other_waits(start, bu
     for number in range(sent):
         one.send(told(1 + number % 50, 3, NOON, number))
         if number % 500 == 499:  # the others are slow machines' prey as well, with so short a queue
+            # What has not been read yet waits nowhere, and would come at once.
+            wait(lambda: one.get("/api/v1/status")["reports"] == number + 1, "its reading")
             wait(lambda: outputs()["store"]["waiting"] == outputs()["live"]["waiting"] == 0, "the others")
     wait(lambda: one.get("/api/v1/status")["reports"] == sent, "the reports")
     now_are = outputs()
