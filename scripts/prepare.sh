@@ -50,6 +50,7 @@ TESTS_PROBES=(
     command:mosquitto:mosquitto
     command:mosquitto_sub:mosquitto-clients
     command:dpkg-shlibdeps:dpkg-dev
+    command:node:nodejs
     python:pytest:python3-pytest
     python:xdist:python3-pytest-xdist
     python:pyte:python3-pyte
@@ -115,7 +116,7 @@ prepare_cross() {
 
 prepare_browser() { # folder
     local lock=tests/browser/package-lock.json folder=$1/browser
-    prepare_packages tests command:chromium:chromium command:node:nodejs command:npm:npm
+    prepare_packages tests command:chromium:chromium command:npm:npm
     cmp -s "$lock" "$folder/installed" && return
     mkdir -p "$folder"
     cp tests/browser/{package.json,package-lock.json,.npmrc} "$folder/"

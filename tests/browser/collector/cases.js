@@ -2,7 +2,6 @@
 'use strict';
 
 module.exports = [
-	...require('./logic.js'),
 	...require('./looks.js'),
 	...require('./views.js'),
 	...require('./changes.js'),
