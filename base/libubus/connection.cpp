@@ -142,6 +142,7 @@ int ubus_reconnect(ubus_context *ctx, const char *path) {
 
 void ubus_shutdown(ubus_context *ctx) {
     blob_buf_free(&out_buffer());
+    ubus_wire::inbox_forget_spare();
     if (ctx) close_socket(ctx);
 }
 

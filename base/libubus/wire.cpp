@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <span>
+#include <utility>
 
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -14,6 +16,12 @@ namespace ubus_wire {
 namespace {
 
 constexpr std::size_t first_room = 2048; // most messages fit
+
+void begin(inbox &in) {
+    in.received = in.n_ahead = 0;
+    in.fd = in.ahead_fd = -1;
+}
+
 static_assert(offsetof(inbox, body) == offsetof(inbox, hdr) + sizeof(ubus_msghdr), "a frame is contiguous");
 
 // Room for one descriptor beside the data.
@@ -22,16 +30,50 @@ union fd_control {
     cmsghdr align;
 };
 
+// Blocks that no frame is using. One that a large message needed is kept for the next, and goes when that does not come: to get
+// such a block costs more than the message.
+inbox *g_small, *g_large;
+unsigned g_large_unneeded; // messages since one has needed it
+
+bool is_large(const inbox &in) { return in.room > UBUS_MSG_CHUNK_SIZE; }
+
+void put_aside(inbox *&in) {
+    begin(*in);
+    inbox *&place = is_large(*in) ? g_large : g_small;
+    if (!place || place->room < in->room) std::swap(place, in);
+    std::free(in);
+    in = nullptr;
+}
+
+void move(inbox *&in, inbox *to) {
+    to->received = in->received;
+    to->fd = in->fd;
+    std::memcpy(static_cast<void *>(&to->hdr), &in->hdr, in->received);
+    put_aside(in);
+    in = to;
+}
+
+// Goes on in the block that is put aside, if it is large enough for the frame.
+bool move_to_large(inbox *&in, std::size_t padded) {
+    if (!g_large || g_large->room < padded) return false;
+    move(in, std::exchange(g_large, nullptr));
+    return true;
+}
+
 bool set_room(inbox *&in, std::size_t room) {
     auto *grown = static_cast<inbox *>(std::realloc(in, offsetof(inbox, body) + room));
     if (!grown) return false;
-    if (!in) {
-        grown->received = 0;
-        grown->fd = -1;
-    }
+    if (!in) begin(*grown);
     in = grown;
     in->room = room;
     return true;
+}
+
+// Null without memory.
+inbox *take_small() {
+    inbox *in = std::exchange(g_small, nullptr);
+    if (!in) set_room(in, first_room);
+    return in;
 }
 
 // The descriptors that came with a message. We keep one at most.
@@ -52,35 +94,64 @@ int take_control(msghdr &msg) {
     return kept;
 }
 
-// Reads until `end` bytes of the frame are here.
-progress fill(inbox &in, int sock, std::size_t end) {
+// Reads until `end` bytes of the frame are here; with `look_ahead` these are all of it.
+progress fill(inbox &in, int sock, std::size_t end, bool look_ahead = false) {
     while (in.received < end) {
         fd_control control;
-        iovec part{reinterpret_cast<char *>(&in.hdr) + in.received, end - in.received};
+        iovec parts[2] = {{reinterpret_cast<char *>(&in.hdr) + in.received, end - in.received},
+                          {in.ahead, sizeof in.ahead}};
         msghdr msg{};
-        msg.msg_iov = &part;
-        msg.msg_iovlen = 1;
+        msg.msg_iov = parts;
+        msg.msg_iovlen = look_ahead ? 2 : 1;
         msg.msg_control = control.space;
         msg.msg_controllen = sizeof control.space;
         const ssize_t n = recvmsg(sock, &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return progress::more;
         if (n <= 0) return progress::closed;
+        const auto got = static_cast<std::size_t>(n);
+        const std::size_t own = std::min(got, end - in.received);
+        in.n_ahead = got - own;
         if (const int fd = take_control(msg); fd >= 0) {
             if (in.received == 0)
                 in.fd = fd;
+            else if (in.n_ahead > 0)
+                in.ahead_fd = fd; // the system ends a reading behind the bytes that a descriptor came with
             else
                 close(fd); // descriptors belong to the first byte
         }
-        in.received += static_cast<std::size_t>(n);
+        in.received += own;
     }
     return progress::message;
 }
 
+// `fd` goes with the first byte; -1 = none.
+ssize_t send_parts(int sock, std::span<iovec> parts, int fd) {
+    msghdr msg{};
+    msg.msg_iov = parts.data();
+    msg.msg_iovlen = parts.size();
+
+    fd_control control{};
+    if (fd >= 0) {
+        msg.msg_control = control.space;
+        msg.msg_controllen = sizeof control.space;
+        cmsghdr *c = CMSG_FIRSTHDR(&msg);
+        c->cmsg_level = SOL_SOCKET;
+        c->cmsg_type = SCM_RIGHTS;
+        c->cmsg_len = CMSG_LEN(sizeof fd);
+        std::memcpy(CMSG_DATA(c), &fd, sizeof fd);
+    }
+
+    ssize_t n;
+    do n = sendmsg(sock, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
+    while (n < 0 && errno == EINTR);
+    return n;
+}
+
 } // namespace
 
-progress inbox_read(inbox *&in, int sock) {
-    if (!in && !set_room(in, first_room)) return progress::no_memory;
+progress inbox_read(inbox *&in, int sock, bool look_ahead) {
+    if (!in && !(in = take_small())) return progress::no_memory;
     if (const progress p = fill(*in, sock, header_size); p != progress::message) return p;
 
     const std::size_t root = blob_raw_len(&in->body);
@@ -89,9 +160,11 @@ progress inbox_read(inbox *&in, int sock) {
     const std::size_t padded = blob_pad_len(&in->body);
     for (;;) {
         const std::size_t have = std::min(root, in->room);
-        if (const progress p = fill(*in, sock, sizeof(ubus_msghdr) + have); p != progress::message) return p;
+        const progress p = fill(*in, sock, sizeof(ubus_msghdr) + have, look_ahead && have == root);
+        if (p != progress::message) return p;
         if (in->room >= padded) break;
-        if (!set_room(in, std::min(padded, std::max<std::size_t>(UBUS_MSG_CHUNK_SIZE, 2 * in->room))))
+        if (!move_to_large(in, padded) &&
+            !set_room(in, std::min(padded, std::max<std::size_t>(UBUS_MSG_CHUNK_SIZE, 2 * in->room))))
             return progress::no_memory;
     }
     blob_fill_pad(&in->body);
@@ -101,13 +174,36 @@ progress inbox_read(inbox *&in, int sock) {
 void inbox_next(inbox *&in) {
     if (!in) return;
     if (in->fd >= 0) close(in->fd);
-    in->fd = -1;
-    in->received = 0;
-    if (in->room > UBUS_MSG_CHUNK_SIZE) set_room(in, first_room);
+    std::memcpy(static_cast<void *>(&in->hdr), in->ahead, in->n_ahead);
+    in->received = in->n_ahead;
+    in->fd = in->ahead_fd;
+    in->n_ahead = 0;
+    in->ahead_fd = -1;
+    if (is_large(*in)) {
+        g_large_unneeded = 0;
+        if (in->received == 0)
+            put_aside(in);
+        else if (inbox *small = take_small())
+            move(in, small);
+    } else if (g_large && ++g_large_unneeded > large_kept_for) {
+        std::free(g_large);
+        g_large = nullptr;
+    }
+}
+
+void inbox_rest(inbox *&in) {
+    if (in && in->received == 0) put_aside(in);
+}
+
+void inbox_forget_spare() {
+    std::free(g_small);
+    std::free(g_large);
+    g_small = g_large = nullptr;
 }
 
 void inbox_free(inbox *&in) {
     if (in && in->fd >= 0) close(in->fd);
+    if (in && in->ahead_fd >= 0) close(in->ahead_fd);
     std::free(in);
     in = nullptr;
 }
@@ -127,25 +223,12 @@ ssize_t send_some(int sock, const ubus_msghdr &hdr, const blob_attr *body, std::
         {const_cast<char *>(reinterpret_cast<const char *>(body)) + (sent - head),
          blob_raw_len(body) - (sent - head)},
     };
-    msghdr msg{};
-    msg.msg_iov = parts;
-    msg.msg_iovlen = 2;
+    return send_parts(sock, parts, sent == 0 ? fd : -1);
+}
 
-    fd_control control{};
-    if (fd >= 0 && sent == 0) {
-        msg.msg_control = control.space;
-        msg.msg_controllen = sizeof control.space;
-        cmsghdr *c = CMSG_FIRSTHDR(&msg);
-        c->cmsg_level = SOL_SOCKET;
-        c->cmsg_type = SCM_RIGHTS;
-        c->cmsg_len = CMSG_LEN(sizeof fd);
-        std::memcpy(CMSG_DATA(c), &fd, sizeof fd);
-    }
-
-    ssize_t n;
-    do n = sendmsg(sock, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
-    while (n < 0 && errno == EINTR);
-    return n;
+ssize_t send_bytes(int sock, const void *data, std::size_t size, int fd) {
+    iovec part[1] = {{const_cast<void *>(data), size}};
+    return send_parts(sock, part, fd);
 }
 
 void parse(const blob_attr *body, blob_attr *(&found)[UBUS_ATTR_MAX]) {

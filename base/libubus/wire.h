@@ -26,7 +26,13 @@ struct inbox {
     std::size_t room;     // bytes for the root
     std::size_t received; // bytes of the frame so far
     int fd;               // descriptor that came with the first byte, or -1
-    ubus_msghdr hdr;      // in network order
+
+    // The beginning of the next frame, when it came along: never a whole one, so that the rest of it is still to be read.
+    char ahead[header_size - 1];
+    std::size_t n_ahead; // bytes of it
+    int ahead_fd;        // descriptor that came with its first byte, or -1
+
+    ubus_msghdr hdr; // in network order
     blob_attr body;
 };
 
@@ -38,14 +44,24 @@ enum class progress {
     no_memory,
 };
 
-// Reads what `sock` has of the current frame without waiting; never beyond its end. `in` may be null: it is
-// allocated and grows as data arrives, not as the sender announces it. After `message` the root's pad bytes
-// are zero.
-progress inbox_read(inbox *&in, int sock);
+// Reads what `sock` has of the current frame without waiting; never beyond its end, but with `look_ahead` the beginning of the
+// next one, too. `in` may be null: it is allocated and grows as data arrives, not as the sender announces it. After `message` the
+// root's pad bytes are zero.
+progress inbox_read(inbox *&in, int sock, bool look_ahead = false);
 
-// Forgets the current frame, closes its descriptor if nobody took it, and gives back memory that only a large
-// frame needed.
+// Goes on to the next frame, of which something may be there already, and closes the descriptor of this one if nobody took it.
+// A block that only a large frame needed is put aside for
+// the next large one of whatever socket; it is freed when 64 messages come without one.
 void inbox_next(inbox *&in);
+
+// For who has many sockets: puts the block aside unless it holds the beginning of a frame, so that a socket that rests needs none.
+void inbox_rest(inbox *&in);
+
+// Frees what was put aside.
+void inbox_forget_spare();
+
+// How many messages that do not need it a block stays for.
+inline constexpr unsigned large_kept_for = 64;
 
 void inbox_free(inbox *&in);
 
@@ -58,6 +74,8 @@ bool fits(const blob_attr *body);
 // Sends bytes [sent, size of the frame) of a message without waiting, and `fd` with the first one (-1 = none;
 // it stays the caller's). Returns how many were sent, or -1 (errno EAGAIN: the socket is full).
 ssize_t send_some(int sock, const ubus_msghdr &hdr, const blob_attr *body, std::size_t sent, int fd);
+// The same for bytes that lie behind one another; `fd` goes with the first of them.
+ssize_t send_bytes(int sock, const void *data, std::size_t size, int fd);
 
 inline std::size_t frame_size(const blob_attr *body) { return sizeof(ubus_msghdr) + blob_raw_len(body); }
 
@@ -69,11 +87,18 @@ void parse(const blob_attr *body, blob_attr *(&found)[UBUS_ATTR_MAX]);
 ubus_msghdr make_header(ubus_msg_type type, std::uint16_t seq, std::uint32_t peer);
 
 // Makes the root of a message in a buffer that is used over and over: it is good until the next builder of
-// the same buffer. What could not be added shows in root() only.
+// the same buffer. What could not be added shows in root() only. A buffer that only a large message needed is freed by the next
+// builder.
 class builder {
 public:
     explicit builder(blob_buf &buf) : buf_(buf) {
-        if (buf.buflen > UBUS_MSG_CHUNK_SIZE) blob_buf_free(&buf); // only a large message needed that much
+        if (buf.buflen > UBUS_MSG_CHUNK_SIZE) blob_buf_free(&buf);
+        good_ = blob_buf_init(&buf, 0) == 0;
+    }
+    // The same, but the buffer is freed only when `large_kept_for` messages have not needed it; `unneeded` counts them.
+    builder(blob_buf &buf, unsigned &unneeded) : buf_(buf) {
+        if (buf.head && blob_pad_len(buf.head) > UBUS_MSG_CHUNK_SIZE) unneeded = 0;
+        if (buf.buflen > UBUS_MSG_CHUNK_SIZE && ++unneeded > large_kept_for) blob_buf_free(&buf);
         good_ = blob_buf_init(&buf, 0) == 0;
     }
 

@@ -26,7 +26,8 @@ void broker_done(broker &bus) {
         client_free(container_of(first, client, number));
     }
     access_forget(bus);
-    blob_buf_free(&bus.out);
+    blob_buf_free(&bus.out.buf);
+    ubus_wire::inbox_forget_spare();
 }
 
 } // namespace ubusd

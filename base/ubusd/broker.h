@@ -22,10 +22,18 @@
 
 namespace ubusd {
 
-using ubus_wire::builder;
-
 struct client;
 struct object;
+
+// Where outgoing messages are built. Large messages mostly come one behind the other, so what one has needed stays for a while.
+struct out_buffer {
+    blob_buf buf;
+    unsigned unneeded; // messages since one has needed it
+};
+
+struct builder : ubus_wire::builder {
+    explicit builder(out_buffer &out) : ubus_wire::builder(out.buf, out.unneeded) {}
+};
 
 struct broker {
     avl_tree clients, objects, types; // records by id; see ids.h
@@ -37,7 +45,7 @@ struct broker {
     std::uint32_t rule_sequence; // how often rules have been loaded
     std::uint16_t event_seq;     // copies of events sent
     std::uint32_t event_round;   // events sent
-    blob_buf out;                // where outgoing messages are built
+    out_buffer out;
 };
 
 void broker_init(broker &bus, const char *rule_dir);

@@ -53,13 +53,17 @@ bool read_credentials(int fd, credentials &who) {
 }
 
 progress read_request(client &c) {
-    const progress p = ubus_wire::inbox_read(c.in, c.sock.fd);
-    if (p != progress::message) return p;
-    monitor_copy(*c.bus, c.number.id, c.in->hdr, &c.in->body, false);
-    handle_request(c, c.in->hdr, &c.in->body, c.in->fd);
-    ubus_wire::inbox_next(c.in);
+    const progress p = ubus_wire::inbox_read(c.in, c.sock.fd, true);
+    if (p == progress::message) {
+        monitor_copy(*c.bus, c.number.id, c.in->hdr, &c.in->body, false);
+        handle_request(c, c.in->hdr, &c.in->body, c.in->fd);
+        ubus_wire::inbox_next(c.in);
+    }
+    ubus_wire::inbox_rest(c.in);
     return p;
 }
+
+bool may_send(const client &c) { return !c.deaf && c.n_lookups < lookups_limit; }
 
 bool has_all(const client &c) { return list_empty(&c.queue) && list_empty(&c.lookups); }
 
@@ -72,7 +76,9 @@ void hang_up(client *c) {
     client_watch(*c);
 }
 
-// One message per turn: a client that sends without end does not keep the others waiting.
+// So many messages per turn, of those that came together: a client that sends without end does not keep the others waiting.
+constexpr int messages_per_turn = 16;
+
 void on_socket(uloop_fd *sock, unsigned events) {
     client *c = container_of(sock, client, sock);
     if (events & ULOOP_WRITE) queue_flush(*c);
@@ -87,7 +93,9 @@ void on_socket(uloop_fd *sock, unsigned events) {
         while (p == progress::message);
         if (sock->error) p = progress::closed;
     } else if (events & ULOOP_READ) {
-        p = read_request(*c);
+        int left = messages_per_turn;
+        do p = read_request(*c);
+        while (p == progress::message && c->in && --left > 0 && may_send(*c));
     }
     if (p != progress::message && p != progress::more) hang_up(c);
 }
@@ -165,8 +173,7 @@ void client_send(client &to, ubus_msg_type type, std::uint16_t seq, std::uint32_
 }
 
 void client_watch(client &c) {
-    const bool paused = c.deaf || c.n_lookups >= lookups_limit;
-    uloop_fd_add(&c.sock, (paused ? 0u : ULOOP_READ) | (list_empty(&c.queue) ? 0u : ULOOP_WRITE));
+    uloop_fd_add(&c.sock, (may_send(c) ? ULOOP_READ : 0u) | (list_empty(&c.queue) ? 0u : ULOOP_WRITE));
 }
 
 } // namespace ubusd

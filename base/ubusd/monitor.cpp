@@ -47,7 +47,7 @@ void monitor_copy(broker &bus, std::uint32_t client, const ubus_msghdr &hdr, con
     if (list_empty(&bus.monitors) || hdr.type == UBUS_MSG_MONITOR) return;
 
     // The message is in the broker's buffer, so its copy needs another one.
-    static blob_buf copy;
+    static out_buffer copy;
     const auto make = [&](const blob_attr *content) {
         builder b(copy);
         b.u32(UBUS_MONITOR_CLIENT, client)

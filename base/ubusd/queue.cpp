@@ -1,5 +1,6 @@
 #include "queue.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -13,33 +14,40 @@
 namespace ubusd {
 namespace {
 
+// What is left of a message.
 struct queued_message {
     list_head list;
-    std::size_t sent; // bytes
+    std::size_t size; // bytes
+    std::size_t sent; // of them
+    bool begun;       // something of the message was sent
     int fd;           // -1 = none
-    ubus_msghdr hdr;
-    blob_attr root;
+    char data[];
 };
 
 bool would_block(ssize_t result) { return result < 0 && (errno == EAGAIN || errno == EWOULDBLOCK); }
 
 // Queues the bytes of a message from `sent` on. False, and nothing is queued, without memory or a descriptor.
 bool append(client &to, const ubus_msghdr &hdr, const blob_attr *root, std::size_t sent, int fd) {
-    auto *m = static_cast<queued_message *>(std::malloc(offsetof(queued_message, root) + blob_raw_len(root)));
+    const std::size_t size = ubus_wire::frame_size(root) - sent;
+    auto *m = static_cast<queued_message *>(std::malloc(sizeof(queued_message) + size));
     if (!m) return false;
     const bool with_fd = fd >= 0 && sent == 0;
-    m->sent = sent;
+    m->size = size;
+    m->sent = 0;
+    m->begun = sent > 0;
     m->fd = with_fd ? fcntl(fd, F_DUPFD_CLOEXEC, 0) : -1;
     if (with_fd && m->fd < 0) {
         std::free(m);
         return false;
     }
-    m->hdr = hdr;
-    std::memcpy(static_cast<void *>(&m->root), root, blob_raw_len(root));
+    const std::size_t head = std::min(sent, sizeof hdr);
+    std::memcpy(m->data, reinterpret_cast<const char *>(&hdr) + head, sizeof hdr - head);
+    std::memcpy(m->data + (sizeof hdr - head), reinterpret_cast<const char *>(root) + (sent - head),
+                blob_raw_len(root) - (sent - head));
 
     const bool first = list_empty(&to.queue);
     list_add_tail(&m->list, &to.queue);
-    to.queued += ubus_wire::frame_size(root) - sent;
+    to.queued += size;
     if (m->fd >= 0) ++to.n_fds;
     if (first) client_watch(to);
     return true;
@@ -48,7 +56,7 @@ bool append(client &to, const ubus_msghdr &hdr, const blob_attr *root, std::size
 void drop_first(client &c) {
     auto *m = list_first_entry(&c.queue, queued_message, list);
     list_del(&m->list);
-    c.queued -= ubus_wire::frame_size(&m->root) - m->sent;
+    c.queued -= m->size - m->sent;
     if (m->fd >= 0) {
         close(m->fd);
         --c.n_fds;
@@ -83,18 +91,20 @@ void queue_send(client &to, const ubus_msghdr &hdr, const blob_attr *root, int f
 void queue_flush(client &c) {
     while (!list_empty(&c.queue)) {
         auto *m = list_first_entry(&c.queue, queued_message, list);
-        const ssize_t n = ubus_wire::send_some(c.sock.fd, m->hdr, &m->root, m->sent, m->fd);
+        const ssize_t n =
+            ubus_wire::send_bytes(c.sock.fd, m->data + m->sent, m->size - m->sent, m->begun ? -1 : m->fd);
         if (would_block(n)) return;
         if (n < 0) {
-            if (m->sent > 0)
+            if (m->begun)
                 cut_off(c);
             else
                 queue_clear(c);
             break;
         }
+        m->begun = true;
         m->sent += static_cast<std::size_t>(n);
         c.queued -= static_cast<std::size_t>(n);
-        if (m->sent < ubus_wire::frame_size(&m->root)) return;
+        if (m->sent < m->size) return;
         drop_first(c);
     }
     lookup_continue(c);

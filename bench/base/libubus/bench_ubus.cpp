@@ -5,8 +5,11 @@
 #include <benchmark/benchmark.h>
 
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -33,6 +36,29 @@ public:
         waitpid(pid_, nullptr, 0);
     }
     process(process &&) = delete;
+
+    // Its processor time so far.
+    double seconds() const {
+        clockid_t clock;
+        if (clock_getcpuclockid(pid_, &clock)) std::abort();
+        return seconds_of(clock);
+    }
+    // KiB of memory that it has written.
+    double private_kib() const {
+        std::ifstream file("/proc/" + std::to_string(pid_) + "/smaps_rollup");
+        for (std::string word; file >> word;)
+            if (word == "Private_Dirty:") {
+                double kib = 0;
+                file >> kib;
+                return kib;
+            }
+        std::abort();
+    }
+    static double seconds_of(clockid_t clock) {
+        timespec time;
+        clock_gettime(clock, &time);
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+    }
 
 private:
     pid_t pid_;
@@ -70,6 +96,12 @@ public:
           callee_([this] { serve(socket()); }) {}
     ~bus() { std::filesystem::remove_all(folder_); }
     std::string socket() const { return folder_ / "ubus.sock"; }
+
+    const process &broker() const { return broker_; }
+    // Processor time of caller, broker and callee.
+    double seconds() const {
+        return process::seconds_of(CLOCK_PROCESS_CPUTIME_ID) + broker_.seconds() + callee_.seconds();
+    }
 
     // The callee's object, as soon as it is there.
     std::uint32_t object(ubus_context *ctx) const {
@@ -144,6 +176,74 @@ void calls_of_clients(benchmark::State &state) {
     uloop_done();
 }
 
+// What 512 stations with 54 members each take: there, and back again.
+constexpr std::size_t large_size = 800 * 1000;
+
+blob_attr *large_arguments() {
+    static blob_buf buf;
+    const std::string text(999, 'x');
+    blob_buf_init(&buf, 0);
+    for (std::size_t size = 0; size < large_size; size += 1012)
+        blobmsg_add_string(&buf, "station", text.c_str());
+    return buf.head;
+}
+
+// A call that carries as much as fits comfortably, and its echo. Processor time of all three processes.
+void large_call(benchmark::State &state) {
+    const bus b;
+    ubus_context *ctx = connect_to(b.socket());
+    const std::uint32_t id = b.object(ctx);
+    blob_attr *msg = large_arguments();
+    for (auto _ : state) {
+        const double before = b.seconds();
+        if (ubus_invoke(ctx, id, "echo", msg, nullptr, nullptr, 1000)) std::abort();
+        state.SetIterationTime(b.seconds() - before);
+    }
+    ubus_free(ctx);
+    uloop_done();
+}
+
+// So many calls of one client under way; processor time of all three processes per call.
+void open_calls(benchmark::State &state) {
+    const bus b;
+    ubus_context *ctx = connect_to(b.socket());
+    std::vector<caller> callers(static_cast<std::size_t>(state.range(0)));
+    for (caller &c : callers) {
+        c.bus = ctx;
+        c.id = b.object(ctx);
+        c.msg = arguments();
+    }
+    constexpr int batch = 10000;
+    while (state.KeepRunningBatch(batch)) {
+        const double before = b.seconds();
+        caller::to_go = batch;
+        for (caller &c : callers) c.start();
+        uloop_run();
+        for (caller &c : callers) ubus_abort_request(c.bus, &c);
+        state.SetIterationTime(b.seconds() - before);
+    }
+    ubus_free(ctx);
+    uloop_done();
+}
+
+// Memory of the broker for each of so many clients that have said something and now rest.
+void broker_memory(benchmark::State &state) {
+    const auto count = static_cast<std::size_t>(state.range(0));
+    for (auto _ : state) {
+        const bus b;
+        std::vector<ubus_context *> clients{connect_to(b.socket())};
+        b.object(clients[0]);
+        const double before = b.broker().private_kib();
+        while (clients.size() <= count) {
+            clients.push_back(connect_to(b.socket()));
+            b.object(clients.back());
+        }
+        state.counters["kib"] = b.broker().private_kib() - before;
+        for (ubus_context *ctx : clients) ubus_free(ctx);
+    }
+    uloop_done();
+}
+
 constexpr std::size_t call_size = 100; // about what such a call has, there and back
 
 void pass_on(int from, int to) {
@@ -197,6 +297,9 @@ void bare_sockets_with_a_relay(benchmark::State &state) {
 
 BENCHMARK(call_and_wait)->UseRealTime();
 BENCHMARK(calls_of_clients)->Arg(1)->Arg(16)->UseRealTime();
+BENCHMARK(large_call)->UseManualTime();
+BENCHMARK(open_calls)->Arg(1)->Arg(64)->UseManualTime();
+BENCHMARK(broker_memory)->Arg(200)->Iterations(1);
 BENCHMARK(bare_sockets)->UseRealTime();
 BENCHMARK(bare_sockets_with_a_relay)->UseRealTime();
 BENCHMARK_MAIN();

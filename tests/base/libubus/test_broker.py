@@ -1,13 +1,14 @@
 """The broker's answers to requests that no recording holds, one rule per test."""
 
 import os
+import signal
 import socket
 import stat
 import subprocess
 
 import pytest
 from ubus_wire import (A_ACTIVE, A_DATA, A_METHOD, A_NO_REPLY, A_OBJID, A_OBJPATH, A_OBJTYPE, A_SIGNATURE, A_STATUS,
-                       A_SUBSCRIBERS, A_TARGET, ADD_OBJECT, AS_ROOT, DATA, INVOKE, LOOKUP, MONITOR, NOTIFY, PATIENCE,
+                       A_SUBSCRIBERS, A_TARGET, ADD_OBJECT, AS_ROOT, DATA, INVOKE, LOOKUP, MONITOR, NOTIFY, PATIENCE, PING,
                        REMOVE_OBJECT, STATUS, SUBSCRIBE, UNSUBSCRIBE, Connection, attr, children, i32, int32, message,
                        readable, string, table, text, wait_until)
 
@@ -382,6 +383,23 @@ def test_second_descriptor_and_one_in_mid_message_are_closed(owner, other):
     assert owner.receive().type == INVOKE
     assert os.read(inner, 1) == b""
     os.close(inner)
+
+
+def test_descriptor_of_a_message_that_came_right_behind_another_goes_with_its_own(owner, other, broker):
+    inner, outer = os.pipe()
+    broker.process.send_signal(signal.SIGSTOP)  # so that both are there when it reads
+    other.send(message(PING, 1, 0, text(A_OBJPATH, "abc")))
+    send_with_fds(other, message(INVOKE, 2, 0, i32(A_OBJID, owner.obj), text(A_METHOD, "m")), outer)
+    os.close(outer)
+    broker.process.send_signal(signal.SIGCONT)
+    head, fds = receive_with_fds(owner)
+    owner.receive_bytes(int.from_bytes(head[9:12], "big") - 4)
+    assert len(fds) == 1
+    os.write(fds[0], b"through")
+    os.close(fds[0])
+    assert os.read(inner, 100) == b"through" and os.read(inner, 100) == b""
+    os.close(inner)
+    assert [other.receive().type for _ in range(2)] == [DATA, STATUS]  # the ping's
 
 
 # ---- monitor

@@ -103,11 +103,11 @@ protected:
     }
     bool memory_fails_ = false;
     std::vector<char> got_;
+    int peer_;
 
 private:
     ubusd::broker bus_;
     ubusd::client *client_;
-    int peer_;
 };
 
 } // namespace
@@ -150,6 +150,30 @@ TEST_F(broker_faults, a_message_whose_descriptor_cannot_be_kept_does_not_go_with
     send(3, 4, STDERR_FILENO);
     EXPECT_FALSE(read_all());
     EXPECT_EQ(numbers(), (std::vector<int>{1, 3}));
+}
+
+TEST_F(broker_faults, messages_that_came_together_are_answered_in_one_turn_but_for_a_limit) {
+    std::vector<char> pings;
+    for (std::uint16_t seq = 0; seq < 40; ++seq) {
+        const ubus_msghdr hdr = ubus_wire::make_header(UBUS_MSG_PING, seq, 0);
+        const std::uint32_t root[] = {cpu_to_be32(12), cpu_to_be32(UBUS_ATTR_OBJID << 24 | 8), 7};
+        pings.insert(pings.end(), reinterpret_cast<const char *>(&hdr),
+                     reinterpret_cast<const char *>(&hdr + 1));
+        pings.insert(pings.end(), reinterpret_cast<const char *>(root),
+                     reinterpret_cast<const char *>(root + 3));
+    }
+    ASSERT_EQ(::send(peer_, pings.data(), pings.size(), 0), static_cast<ssize_t>(pings.size()));
+    std::vector<char> answers(65536);
+    const auto answered_in_a_turn = [&] {
+        uloop_run_timeout(0);
+        const ssize_t n = recv(peer_, answers.data(), answers.size(), MSG_DONTWAIT);
+        got_.assign(answers.begin(), answers.begin() + std::max<ssize_t>(n, 0));
+        return numbers().size() / 2; // data and status
+    };
+    EXPECT_EQ(answered_in_a_turn(), 16u);
+    EXPECT_EQ(answered_in_a_turn(), 16u);
+    EXPECT_EQ(answered_in_a_turn(), 8u);
+    EXPECT_EQ(answered_in_a_turn(), 0u);
 }
 
 TEST_F(broker_faults, clients_that_cannot_be_accepted_are_asked_for_seldom_until_they_can) {

@@ -120,6 +120,27 @@ def test_announced_length_costs_nothing_until_the_bytes_come(broker, bystander):
     assert memory(broker, RESERVED) - before < 10 * LIMIT  # and not a hundred times the limit
 
 
+def test_clients_that_rest_cost_the_broker_little(broker, bystander):
+    assert bystander.lookup() == ({}, 0)
+    before = memory(broker)
+    resting = [broker.connect() for _ in range(200)]
+    for one in resting:
+        assert one.lookup() == ({}, 0)
+    assert memory(broker) - before < 200 * 1500
+
+
+def test_half_a_message_behind_a_large_one_does_not_hold_its_memory(broker, bystander):
+    assert bystander.is_served()
+    before = memory(broker)
+    waiting = [broker.connect() for _ in range(30)]
+    filler = message(PING, 1, 0, attr(A_DATA, bytes(LIMIT - 8)))
+    for one in waiting:
+        one.send(filler + filler[:11])
+        assert one.receive().raw[HEADER:] == filler[HEADER:]
+        assert one.receive().status == 0
+    assert memory(broker) - before < 8 * LIMIT
+
+
 # ---- leaving
 
 
