@@ -2,11 +2,14 @@
 'use strict';
 
 const assert = require('assert/strict');
-const { exampleStation, makeStations, readJSON, PAGE } = require('./server.js');
+const { exampleStation, makeStations, readJSON, richStation, PAGE } = require('./server.js');
 const { test, ROW } = require('./page.js');
 
+/* A daemon with these stations that has "sta" alone. */
 function stations(...changes) {
 	return (server) => {
+		server.wsmd = false;
+
 		const made = makeStations(changes.length);
 
 		server.stations = changes.map((change, i) => ({ ...made[i], name: `client-${i}`, ...change }));
@@ -20,8 +23,37 @@ async function sorted(clients, heading, column) {
 }
 
 module.exports = [
-	test('the documented answer of the daemon is shown in dBm, Mbit/s, bytes and time', {
-		prepare(server) { server.stations = [ exampleStation() ]; }
+	test('the documented answer of "wsmd" is shown in dBm, Mbit/s, bytes and time', {
+		prepare(server) { server.rich = [ richStation() ]; }
+	}, async (clients) => {
+		await clients.rows(1);
+		assert.deepEqual(await clients.row('phone'), [ 'phone', '02:00:00:00:00:01', '192.168.1.21', 'Lobby\nath0, channel 6',
+			'-50 dBm', '↑ 243 Mbit/s\n↓ 270 Mbit/s', '↑ 15.4 KB\n↓ 78.5 KB', 'just arrived', 'Disconnect' ]);
+		assert.equal(clients.server.called('get').length, 0);
+		assert.equal(clients.server.called('stations')[0].limit, 256);
+	}),
+
+	test('what "wsmd" leaves out is a dash, and what is broken breaks no row', {
+		prepare(server) {
+			server.rich = [ { mac: '02:00:00:00:00:09' }, null, 'x', { ...richStation(), state: 'online', connected: -5, rx_bytes: 'x', signal: 'loud', rx_rate: -1 } ];
+		}
+	}, async (clients) => {
+		await clients.rows(2);
+		assert.deepEqual(await clients.row('00:09'), [ '-', '02:00:00:00:00:09', '-', '', '-', '-', '↑ 0 B\n↓ 0 B', '-', 'Disconnect' ]);
+		assert.deepEqual((await clients.row('phone')).slice(4, 8), [ '-', '↑ 0 Mbit/s\n↓ 270 Mbit/s', '↑ 0 B\n↓ 78.5 KB', '-' ]);
+	}),
+
+	test('a signal of "wsmd" is what it says, also where "sta" has one figure for several', {
+		prepare(server) { server.rich = [ -30, -101, -95, -5 ].map((signal, i) => ({ ...richStation(), mac: `02:00:00:00:00:0${i}`, name: `client-${i}`, signal })); }
+	}, async (clients) => {
+		await clients.rows(4);
+		assert.equal((await clients.row('client-0'))[4], '-30 dBm');
+		assert.equal((await clients.row('client-1'))[4], '-101 dBm');
+		assert.deepEqual((await sorted(clients, 'Signal', 5)).map(words => parseInt(words, 10)), [ -101, -95, -30, -5 ]);
+	}),
+
+	test('the documented answer of a daemon that has "sta" alone is shown likewise', {
+		prepare(server) { Object.assign(server, { wsmd: false, stations: [ exampleStation() ] }); }
 	}, async (clients) => {
 		await clients.rows(1);
 		assert.deepEqual(await clients.row('phone'), [ 'phone', '02:00:00:00:00:01', '192.168.1.20', 'Lobby\nath0, channel 6',
@@ -47,7 +79,7 @@ module.exports = [
 	}),
 
 	test('a figure that is missing or broken breaks no row', {
-		prepare(server) { server.stations = [ { mac: '02:00:00:00:00:09' }, null, 'x', { ...exampleStation(), oltime: -5, wifi_up_cnt: 'x', power: 7 } ]; }
+		prepare(server) { server.wsmd = false; server.stations = [ { mac: '02:00:00:00:00:09' }, null, 'x', { ...exampleStation(), oltime: -5, wifi_up_cnt: 'x', power: 7 } ]; }
 	}, async (clients) => {
 		await clients.rows(2);
 		assert.deepEqual(await clients.row('00:09'), [ '-', '02:00:00:00:00:09', '-', '', '-', '-', '↑ 0 B\n↓ 0 B', '0s', 'Disconnect' ]);
@@ -107,7 +139,7 @@ module.exports = [
 		const groups = readJSON('rpcd/acl.d/luci-app-wsmd.json');
 
 		assert.deepEqual(Object.keys(groups), [ 'luci-app-wsmd' ]);
-		assert.deepEqual(groups['luci-app-wsmd'].read, { ubus: { session: [ 'access' ], sta: [ 'get' ] } });
+		assert.deepEqual(groups['luci-app-wsmd'].read, { ubus: { session: [ 'access' ], sta: [ 'get' ], wsmd: [ 'stations' ] } });
 		assert.deepEqual(groups['luci-app-wsmd'].write, { ubus: { sta: [ 'set', 'delete' ] } });
 	})
 ];

@@ -12,6 +12,7 @@ function live(name, body) {
 module.exports = [
 	live('a client is shown, and disconnected', async (clients) => {
 		await clients.rows(2);
+		assert.ok(clients.server.called('stations').length > 0 && clients.server.called('get').length == 0, 'it is asked by "wsmd"');
 		await until('its name from the lease file', async () => {
 			await clients.pass(5);
 

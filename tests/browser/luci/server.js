@@ -28,6 +28,21 @@ function exampleStation() {
 	return JSON.parse(json).online_list[0];
 }
 
+/* A station of the object "wsmd" as documented, with the figures of one of "sta". */
+function richStation(station = {}) {
+	const [ , json ] = read(ROOT, 'docs/bus-api.md').match(/example: ubus call wsmd station '\{"mac":"[0-9a-f:]*"\}' -->\n```\n([^]*?)\n```/);
+	const power = +station.power;
+	const figures = {
+		mac: station.mac, name: station.name == '-' ? null : station.name, ip: station.ip || null, ssid: station.ssid, interface: station.ssid_ifname,
+		channel: station.channel || null, radio: station.radio_id, state: station.status == 2 ? 'waiting' : 'online', came: station.online_ts,
+		connected: station.oltime, signal: power == 95 ? null : power - 95, rx_rate: station.flowup_rate_cnt / 1024 * 1e6 || null,
+		tx_rate: station.flowdown_rate_cnt / 1024 * 1e6 || null, rx_bytes: station.wifi_up_cnt, tx_bytes: station.wifi_down_cnt
+	};
+
+	/* What is not known is left out. */
+	return Object.fromEntries(Object.entries({ ...JSON.parse(json), ...station.mac ? figures : {} }).filter(([ , value ]) => value !== null && value !== undefined));
+}
+
 /* N stations like it, told apart. */
 function makeStations(n) {
 	const example = exampleStation();
@@ -73,6 +88,8 @@ class Server {
 	constructor() {
 		this.stations = makeStations(3);
 		this.running = true; // the daemon
+		this.wsmd = true; // it has the object "wsmd"
+		this.rich = null; // stations of "wsmd", in place of those made of `stations`
 		this.login = 'write'; // 'read', 'none', 'expired'
 		this.language = '';
 		this.darkmode = false;
@@ -183,7 +200,7 @@ class Server {
 		if (this.bus && object != 'session' && session == SESSION && this.mayCall(object, method))
 			return { ...frame, ...await this.askBus([ object, method, values ]) };
 
-		if (![ 'session', ...(this.running ? [ 'sta' ] : []) ].includes(object))
+		if (![ 'session', ...this.running ? [ 'sta', ...this.wsmd ? [ 'wsmd' ] : [] ] : [] ].includes(object))
 			return { ...frame, error: { code: -32000, message: 'Object not found' } };
 
 		if (session != SESSION || !this.mayCall(object, method))
@@ -215,6 +232,17 @@ class Server {
 		return [ 0, { access: scope != 'access-group' || this.login != 'none' } ];
 	}
 
+	wsmd_stations({ limit = 64, fields, after = '' }) {
+		if (!Number.isInteger(limit) || limit < 1 || limit > 256 || typeof(after) != 'string' || (fields !== undefined && !Array.isArray(fields)))
+			return [ 2, { error: 'invalid argument' } ];
+
+		const all = this.rich ?? this.stations.map(richStation);
+		const behind = all.filter(station => !(station?.mac <= after)).sort((a, b) => a?.mac < b?.mac ? -1 : 1);
+		const page = behind.slice(0, limit).map(station => fields && station?.mac ? Object.fromEntries(fields.filter(name => name in station).map(name => [ name, station[name] ])) : station);
+
+		return [ 0, { boot: '0123456789abcdef', seq: 7, total: all.length, stations: page, ...behind.length > limit ? { next: page.at(-1).mac } : {} } ];
+	}
+
 	/* An argument of another type counts as missing. */
 	sta_get({ get_all_sta_status: status, get_sta_mac: mac, get_sta_count: wanted }) {
 		if (typeof(status) != 'string')
@@ -241,4 +269,4 @@ class Server {
 	}
 }
 
-module.exports = { Server, makeStations, exampleStation, catalogue, readJSON, APPLICATION, BROKEN, PAGE };
+module.exports = { Server, makeStations, exampleStation, richStation, catalogue, readJSON, APPLICATION, BROKEN, PAGE };

@@ -394,25 +394,45 @@ document.addEventListener('keydown', (event) => {
 /* --- views --- */
 
 const base = { load() {}, render() {}, handleSave() {}, handleSaveApply() {}, handleReset() {} };
-const classes = { view: { extend: (members) => ({ ...base, ...members }) }, rpc, poll, dom, ui };
+const classes = {
+	view: { extend: (members) => ({ ...base, ...members }) },
+	baseclass: { extend: (members) => ({ ...members }) },
+	rpc, poll, dom, ui
+};
 
-/* The first string literals of the source are what it requires; it is the body of a function of them. */
+/* The first string literals of a source are what it requires, as [class, its name there]; it is the body of a function of them. */
 function requirements(source) {
 	const literal = /^(?:\s|\/\*[^]*?\*\/|\/\/[^\n]*\n)*'([^']*)';/;
 	const names = [];
 
-	for (let found; (found = source.match(literal)); source = source.slice(found[0].length))
-		if (found[1].startsWith('require '))
-			names.push(found[1].slice('require '.length));
+	for (let found; (found = source.match(literal)); source = source.slice(found[0].length)) {
+		const required = found[1].match(/^require (\S+)(?: as (\S+))?$/);
+
+		if (required)
+			names.push([ required[1], required[2] ?? required[1].replaceAll('.', '_') ]);
+	}
 
 	return names;
 }
 
+/* The one instance of a class, which is fetched with what it requires itself. */
+async function load(name) {
+	if (!classes[name]) {
+		const source = await (await fetch(`/luci-static/resources/${name.replaceAll('.', '/')}.js`)).text();
+		const names = requirements(source);
+		const instances = [];
+
+		for (const [ required ] of names)
+			instances.push(await load(required));
+
+		classes[name] = Function('window', 'document', 'L', ...names.map(([ , own ]) => own), source)(window, document, L, ...instances);
+	}
+
+	return classes[name];
+}
+
 async function show() {
-	const response = await fetch(`/luci-static/resources/view/${settings.view}.js`);
-	const source = await response.text();
-	const names = requirements(source);
-	const view = Function('window', 'document', 'L', ...names, source)(window, document, L, ...names.map(name => classes[name]));
+	const view = await load(`view.${settings.view.replaceAll('/', '.')}`);
 	const children = await view.render(await view.load());
 	const node = document.getElementById('view');
 

@@ -39,7 +39,7 @@ module.exports = [
 		const calls = clients.server.calls.length;
 
 		await clients.pass(15);
-		assert.equal(clients.server.calls.length, calls + 3);
+		assert.equal(clients.server.calls.length, calls + 6, 'each of the two objects three times');
 		await clients.rows(3);
 		assert.ok(await clients.button('phone-0').isDisabled());
 		assert.equal(await clients.page.locator('.alert-message').count(), 1);
@@ -77,7 +77,7 @@ module.exports = [
 	}),
 
 	test('of 10,000 clients, too many for one answer, the page tells how many there are and looks up a single one', {
-		prepare(server) { server.stations = makeStations(10000); }
+		prepare(server) { Object.assign(server, { wsmd: false, stations: makeStations(10000) }); }
 	}, async (clients) => {
 		const { page, server } = clients;
 
@@ -103,7 +103,7 @@ module.exports = [
 	}),
 
 	test('a list that was too large is not asked for again while there are as many clients', {
-		prepare(server) { server.stations = makeStations(2000); }
+		prepare(server) { Object.assign(server, { wsmd: false, stations: makeStations(2000) }); }
 	}, async (clients) => {
 		await clients.says('There are more clients');
 
@@ -113,11 +113,82 @@ module.exports = [
 	}),
 
 	test('700 clients, about the most that one answer can carry, are all in the list', {
-		prepare(server) { server.stations = makeStations(700); }
+		prepare(server) { Object.assign(server, { wsmd: false, stations: makeStations(700) }); }
 	}, async (clients) => {
 		await clients.rows(700);
 		assert.match(await clients.page.innerText('#view'), /Clients: 700/);
 		await clients.says('');
+	}),
+
+	test('of a daemon with "wsmd" 700 clients come page by page', {
+		prepare(server) { server.stations = makeStations(700); }
+	}, async (clients) => {
+		await clients.rows(700);
+		assert.match(await clients.page.innerText('#view'), /Clients: 700/);
+		assert.deepEqual(clients.server.called('stations').slice(0, 3).map(({ after }) => after), [ undefined, '02:00:00:00:01:00', '02:00:00:00:02:00' ]);
+		assert.deepEqual(clients.server.called('get'), []);
+	}),
+
+	test('of 10,000 clients of a daemon with "wsmd" a single one is looked up', {
+		prepare(server) { server.stations = makeStations(10000); }
+	}, async (clients) => {
+		const { page, server } = clients;
+
+		await clients.says('There are more clients than one answer of the daemon can carry.');
+		assert.match(await page.innerText('#view'), /Clients: 10000/);
+		await page.fill('#wsmd-filter', '02:00:00:00:1F:40');
+		await clients.rows(1);
+		await clients.pass(20);
+		assert.equal(server.called('stations').length, 1);
+		server.stations.length = 300;
+		await page.fill('#wsmd-filter', '');
+		await clients.pass(5);
+		await clients.rows(300);
+		await clients.says('');
+	}),
+
+	test('a daemon without "wsmd" is asked for it once, and the next one anew', {
+		prepare(server) { server.wsmd = false; }
+	}, async (clients) => {
+		const { server } = clients;
+
+		await clients.rows(3);
+		await clients.pass(20);
+		assert.equal(server.called('stations').length, 1);
+		server.running = false;
+		await clients.pass(5);
+		await clients.says(NO_DAEMON);
+		Object.assign(server, { running: true, wsmd: true, calls: [] });
+		await clients.pass(5);
+		await clients.says('');
+		assert.deepEqual([ server.called('stations').length, server.called('get').length ], [ 1, 0 ]);
+	}),
+
+	test('a login of before, which may not ask "wsmd", has the list of "sta"', {
+		prepare(server) {
+			const { mayCall } = server;
+
+			server.mayCall = (object, method) => object != 'wsmd' && mayCall.call(server, object, method);
+		}
+	}, async (clients) => {
+		await clients.rows(3);
+		await clients.says('');
+		assert.ok(!await clients.dialog().isVisible());
+	}),
+
+	...[ [ 'status 3', [ 3 ] ], [ 'status 2', [ 2, { error: 'unknown field' } ] ], [ 'no list', [ 0, { stations: 'none' } ] ] ].map(([ what, answer ]) =>
+		test(`when "wsmd" answers ${what} the list is that of "sta"`, {
+			prepare(server) { server.wsmd_stations = () => answer; }
+		}, async (clients) => {
+			await clients.rows(3);
+			await clients.says('');
+		})),
+
+	test('a page that begins where the last one began is not asked for for ever', {
+		prepare(server) { server.wsmd_stations = () => [ 0, { total: 1, stations: [ { mac: '02:00:00:00:00:09' } ], next: '02:00:00:00:00:09' } ]; }
+	}, async (clients) => {
+		await clients.rows(2);
+		assert.equal(clients.server.called('stations').length, 2);
 	}),
 
 	test('while the server stalls the page is there, says so after LuCI\'s time limit, and goes on', {
@@ -128,7 +199,7 @@ module.exports = [
 		await until('a request', () => clients.server.calls.length);
 		await clients.passWithoutAnswer(20);
 		await clients.says('The request failed: XHR request timed out');
-		assert.equal(clients.server.calls.filter(call => call[1] == 'get').length, 1);
+		assert.equal(clients.server.calls.length, 1);
 		await clients.shown();
 		clients.server.intercept = null;
 		await clients.pass(5);

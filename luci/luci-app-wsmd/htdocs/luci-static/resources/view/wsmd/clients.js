@@ -4,15 +4,9 @@
 'require poll';
 'require dom';
 'require ui';
+'require wsmd.source as source';
 
 /* Names, SSIDs and error texts were written by strangers: they go into arrays only, where they become text nodes. */
-
-/* Without "reject" and "expect" a status other than 0 arrives as a number, and an empty list stays apart from a failure. */
-const callGet = rpc.declare({
-	object: 'sta',
-	method: 'get',
-	params: [ 'get_all_sta_status', 'get_sta_mac', 'get_sta_count' ]
-});
 
 const callDelete = rpc.declare({
 	object: 'sta',
@@ -34,123 +28,75 @@ const callAccess = rpc.declare({
 	params: [ 'scope', 'object', 'function' ]
 });
 
-/* A list that does not fit into a bus message. */
-const STATUS_TOO_LARGE = 11;
-
 /* How long a client may take to leave before we say that it did not, in answers of the daemon. */
 const PATIENCE = 3;
 
 const PERIOD_MAX = 86400;
 
-const fullMac = (/^([0-9a-f]{2}:){5}[0-9a-f]{2}$/);
 const wholeNumber = (/^[0-9]{1,5}$/);
-
-/* The number of a JSON-RPC error is in the message only; the words around it are in the viewer's language. */
-const rpcErrorNumber = (/-32[0-9]{3}/);
 
 const breakable = 'overflow-wrap:anywhere;min-width:5em';
 const unbroken = 'white-space:nowrap';
-
-function firstLine(error) {
-	return String(error?.message ?? error).split('\n')[0];
-}
-
-function errorNumber(error) {
-	return +(firstLine(error).match(rpcErrorNumber)?.[0] ?? 0);
-}
-
-function text(value) {
-	return (typeof(value) == 'string') ? value.trim() : '';
-}
-
-/* Counters and times: never negative, never broken. */
-function count(value) {
-	return Math.max(0, Math.floor(+value) || 0);
-}
 
 /* Right-to-left characters in a name stay within it. */
 function foreign(value) {
 	return E('bdi', {}, [ value ]);
 }
 
-function nameOf(station) {
-	const name = text(station.name);
-
-	return (name == '-') ? '' : name;
-}
-
-function macOf(station) {
-	return text(station.mac).toLowerCase();
-}
-
-/* The same client, but connected anew, is another stay. */
-function stayOf(station) {
-	return `${station.online_ts}`;
-}
-
 function byName(a, b) {
-	const left = nameOf(a), right = nameOf(b);
-
-	return (left == '') - (right == '') || L.naturalCompare(left, right) || L.naturalCompare(macOf(a), macOf(b));
+	return (a.name == '') - (b.name == '') || L.naturalCompare(a.name, b.name) || L.naturalCompare(a.mac, b.mac);
 }
 
-function nameCell(station) {
-	return E('div', { 'style': breakable }, [ nameOf(station) != '' ? foreign(nameOf(station)) : '-' ]);
+function nameCell({ name }) {
+	return E('div', { 'style': breakable }, [ name != '' ? foreign(name) : '-' ]);
 }
 
 /* Sorted as a number: LuCI's comparison would take the digits in an address for decimal ones. */
-function macCell(station) {
-	const mac = macOf(station);
-
+function macCell({ mac }) {
 	return E('div', {
-		'style': fullMac.test(mac) ? unbroken : breakable,
-		'data-value': fullMac.test(mac) ? parseInt(mac.split(':').join(''), 16) : 0
+		'style': source.isMac(mac) ? unbroken : breakable,
+		'data-value': source.isMac(mac) ? parseInt(mac.split(':').join(''), 16) : 0
 	}, [ mac ]);
 }
 
-function addressCell(station) {
-	const ip = text(station.ip);
-
+function addressCell({ ip }) {
 	return E('div', { 'style': ip.length > 15 ? breakable : unbroken }, [ ip || '-' ]);
 }
 
-function networkCell(station) {
+function networkCell({ ssid, ifname, channel }) {
 	const details = [];
 
-	if (text(station.ssid_ifname) != '')
-		details.push(text(station.ssid_ifname));
+	if (ifname != '')
+		details.push(ifname);
 
-	if (count(station.channel) > 0)
-		details.push(_('channel %d').format(station.channel).replace(' ', '\xa0'));
+	if (channel > 0)
+		details.push(_('channel %d').format(channel).replace(' ', '\xa0'));
 
 	return E('div', { 'style': breakable }, [
-		foreign(text(station.ssid)), E('br'), E('small', {}, [ details.join(', ') ])
+		foreign(ssid), E('br'), E('small', {}, [ details.join(', ') ])
 	]);
 }
 
-/*
- * The bus has the signal as a text, dBm + 95, and "65" for everything below -94 dBm. A client without a reading has
- * 0 dBm there. Sorted by that number, which is not negative.
- */
-function signalCell(station) {
-	const power = parseInt(text(station.power), 10);
-
-	if (!(power > 0 && power < 95))
+/* Sorted by a number that is not negative, which LuCI's comparison would order by its digits. */
+function signalCell({ signal, doubtful }) {
+	if (signal === null)
 		return E('div', { 'data-value': 0 }, [ '-' ]);
 
-	if (power == 65)
+	const order = Math.max(1, signal + 200);
+
+	if (doubtful)
 		return E('div', {
 			'style': unbroken,
-			'data-value': power,
+			'data-value': order,
 			'data-tooltip': _('This figure also stands for every signal below -94 dBm.')
-		}, [ '%d\xa0%s (?)'.format(power - 95, _('dBm')) ]);
+		}, [ '%d\xa0%s (?)'.format(signal, _('dBm')) ]);
 
-	const quality = Math.min((power + 15) / 70, 1);
+	const quality = Math.min(Math.max(signal + 110, 0) / 70, 1);
 	const bars = [ '000-025', '025-050', '050-075', '075-100' ][Math.min(Math.floor(quality * 4), 3)];
 
-	return E('div', { 'style': unbroken, 'data-value': power }, [
+	return E('div', { 'style': unbroken, 'data-value': order }, [
 		E('img', { 'src': L.resource(`icons/signal-${bars}.svg`), 'alt': '', 'width': 16, 'height': 16 }),
-		' %d\xa0%s'.format(power - 95, _('dBm'))
+		' %d\xa0%s'.format(signal, _('dBm'))
 	]);
 }
 
@@ -159,25 +105,20 @@ function upAndDown(up, down, sum) {
 	return E('div', { 'style': unbroken, 'data-value': sum }, [ `↑ ${up}`, E('br'), `↓ ${down}` ]);
 }
 
-/* Rates are Mbit/s times 1024 on the bus. */
-function rateCell(station) {
-	const up = count(station.flowup_rate_cnt / 1024), down = count(station.flowdown_rate_cnt / 1024);
-
-	if (up + down == 0)
+function rateCell({ rateUp, rateDown }) {
+	if (rateUp + rateDown == 0)
 		return E('div', { 'data-value': 0 }, [ '-' ]);
 
-	return upAndDown('%d\xa0%s'.format(up, _('Mbit/s')), '%d\xa0%s'.format(down, _('Mbit/s')), up + down);
+	return upAndDown('%d\xa0%s'.format(rateUp, _('Mbit/s')), '%d\xa0%s'.format(rateDown, _('Mbit/s')), rateUp + rateDown);
 }
 
-function trafficCell(station) {
-	const up = count(station.wifi_up_cnt), down = count(station.wifi_down_cnt);
-
-	return upAndDown('%.1mB'.format(up), '%.1mB'.format(down), up + down);
+function trafficCell({ bytesUp, bytesDown }) {
+	return upAndDown('%.1mB'.format(bytesUp), '%.1mB'.format(bytesDown), bytesUp + bytesDown);
 }
 
-function timeCell(station) {
-	return E('div', { 'data-value': count(station.oltime) }, [
-		(station.status == 2) ? _('just arrived') : '%t'.format(count(station.oltime))
+function timeCell({ seconds, waiting }) {
+	return E('div', { 'data-value': seconds ?? 0 }, [
+		waiting ? _('just arrived') : (seconds === null) ? '-' : '%t'.format(seconds)
 	]);
 }
 
@@ -187,13 +128,13 @@ return view.extend({
 	handleReset: null,
 
 	/* null until there was a first answer; a failed poll leaves the last list. */
-	stations: null,
+	clients: null,
 	answered: null,
 	failure: null,
 
-	/* With how many clients the list was too large last: as long as there are as many, it is not asked for again. */
-	tooMany: 0,
+	/* How many there are, and whether they are all in the list. */
 	total: 0,
+	all: true,
 
 	/* Clients that we have sent away, by MAC, until they are seen to be gone. */
 	leaving: null,
@@ -211,7 +152,7 @@ return view.extend({
 				this.draw();
 
 				/* One client is asked for; of a list that is here already nothing is. */
-				if (this.tooMany && fullMac.test(this.wanted()))
+				if (!this.all && source.isMac(this.wanted()))
 					this.refresh();
 			}
 		});
@@ -296,44 +237,24 @@ return view.extend({
 
 	/* Takes the daemon's answer; what is returned is the words for why there is none. */
 	async ask() {
-		const wanted = this.wanted();
+		const told = await source.ask(this.wanted());
 
-		if (this.tooMany) {
-			this.total = count((await callGet('online', undefined, 'all'))?.count);
+		if (told.status !== undefined)
+			return _('The station daemon answered with status %d.').format(told.status);
 
-			if (this.total < this.tooMany)
-				this.tooMany = 0;
-			else
-				return this.take(fullMac.test(wanted) ? await callGet('online', wanted) : { online_list: [] });
-		}
-
-		const reply = await callGet('online');
-
-		if (reply === STATUS_TOO_LARGE) {
-			this.total = count((await callGet('online', undefined, 'all'))?.count);
-			this.tooMany = Math.max(1, this.total);
-
-			return this.take({ online_list: [] });
-		}
-
-		return this.take(reply);
-	},
-
-	take(reply) {
-		if (typeof(reply) == 'number')
-			return _('The station daemon answered with status %d.').format(reply);
-
-		if (!Array.isArray(reply?.online_list))
+		if (!told.clients)
 			return _('The station daemon sent an answer that this page does not understand.');
 
-		this.stations = reply.online_list.filter(L.isObject).sort(byName);
+		this.clients = told.clients.sort(byName);
+		this.total = told.total;
+		this.all = told.all;
 		this.watchLeaving();
 
 		return null;
 	},
 
 	async explain(error) {
-		let code = errorNumber(error);
+		let code = source.errorNumber(error);
 
 		if (code == -32002) {
 			/* Refused: is it the right that is missing, or the login that is gone? Who is logged in may ask this. */
@@ -343,11 +264,11 @@ return view.extend({
 				return _('Your login has no right to this: it needs the access group luci-app-wsmd.');
 			}
 			catch (second) {
-				if (errorNumber(second) == -32002)
+				if (source.errorNumber(second) == -32002)
 					return _('Your session has expired: log in again.');
 
 				error = second;
-				code = errorNumber(second);
+				code = source.errorNumber(second);
 			}
 		}
 
@@ -359,24 +280,24 @@ return view.extend({
 			return _('The station daemon does not answer.');
 
 		default:
-			return _('The request failed: %s').format(firstLine(error));
+			return _('The request failed: %s').format(source.firstLine(error));
 		}
 	},
 
 	/* "delete" answers 0 in every case: what has become of it shows in the list. */
 	watchLeaving() {
-		const present = new Map(this.stations.map(station => [ macOf(station), station ]));
+		const present = new Map(this.clients.map(client => [ client.mac, client ]));
 
 		for (const [ mac, left ] of this.leaving) {
-			const station = present.get(mac);
+			const client = present.get(mac);
 
-			if (!station || stayOf(station) != left.stay) {
+			if (!client || client.stay != left.stay) {
 				this.leaving.delete(mac);
 			}
 			else if (--left.patience <= 0) {
 				this.leaving.delete(mac);
 				ui.addNotification(null, [
-					E('p', { 'style': breakable }, [ _('This client is still connected:'), ' ', foreign(nameOf(station)), ' ', mac ])
+					E('p', { 'style': breakable }, [ _('This client is still connected:'), ' ', foreign(client.name), ' ', mac ])
 				], 'warning');
 			}
 		}
@@ -384,34 +305,33 @@ return view.extend({
 
 	draw() {
 		const wanted = this.wanted();
-		const stations = this.stations ?? [];
-		const shown = stations.filter(station => wanted == '' ||
-			[ nameOf(station), macOf(station), text(station.ip), text(station.ssid), text(station.ssid_ifname) ]
-				.some(value => value.toLowerCase().includes(wanted)));
+		const clients = this.clients ?? [];
+		const shown = clients.filter(({ name, mac, ip, ssid, ifname }) => wanted == '' ||
+			[ name, mac, ip, ssid, ifname ].some(value => value.toLowerCase().includes(wanted)));
 
 		this.drawState();
-		dom.content(this.summary, [ this.summaryText(shown.length, stations.length) ]);
-		this.drawRows(shown.map(station => this.row(station)), E('em', {}, [ this.placeholder(wanted) ]));
+		dom.content(this.summary, [ this.summaryText(shown.length, clients.length) ]);
+		this.drawRows(shown.map(client => this.row(client)), E('em', {}, [ this.placeholder(wanted) ]));
 	},
 
 	summaryText(shown, all) {
-		if (this.stations === null)
+		if (this.clients === null)
 			return '';
 
-		if (this.tooMany)
+		if (!this.all)
 			return _('Clients: %d').format(this.total);
 
 		return (shown == all) ? _('Clients: %d').format(all) : _('%d of %d clients').format(shown, all);
 	},
 
 	placeholder(wanted) {
-		if (this.stations === null)
+		if (this.clients === null)
 			return this.failure ? _('No information available') : _('Collecting data...');
 
-		if (this.tooMany)
-			return fullMac.test(wanted) ? _('No client has this MAC address.') : _('Enter a whole MAC address as filter.');
+		if (!this.all)
+			return source.isMac(wanted) ? _('No client has this MAC address.') : _('Enter a whole MAC address as filter.');
 
-		return this.stations.length ? _('No client matches the filter.') : _('No client is connected.');
+		return this.clients.length ? _('No client matches the filter.') : _('No client is connected.');
 	},
 
 	/* Only when it has changed: a screen reader says it each time. */
@@ -424,7 +344,7 @@ return view.extend({
 			if (this.answered)
 				words.push(_('What you see is from %s.').format(this.answered.toLocaleTimeString()));
 		}
-		else if (this.tooMany) {
+		else if (!this.all) {
 			words.push(_('There are more clients than one answer of the daemon can carry. A single one can be looked up: enter its MAC address as filter.'));
 		}
 
@@ -438,21 +358,21 @@ return view.extend({
 		]);
 	},
 
-	row(station) {
+	row(client) {
 		return [
-			nameCell(station), macCell(station), addressCell(station), networkCell(station), signalCell(station),
-			rateCell(station), trafficCell(station), timeCell(station), this.actionCell(station)
+			nameCell(client), macCell(client), addressCell(client), networkCell(client), signalCell(client),
+			rateCell(client), trafficCell(client), timeCell(client), this.actionCell(client)
 		];
 	},
 
-	actionCell(station) {
-		const leaving = this.leaving.has(macOf(station));
+	actionCell(client) {
+		const leaving = this.leaving.has(client.mac);
 		const possible = L.hasViewPermission() && !leaving && !this.failure;
 
 		return E('button', {
 			'class': 'btn cbi-button cbi-button-remove',
-			'data-mac': macOf(station),
-			'click': () => this.confirm(station),
+			'data-mac': client.mac,
+			'click': () => this.confirm(client),
 			'disabled': possible ? null : true
 		}, [ leaving ? _('Disconnecting…') : _('Disconnect') ]);
 	},
@@ -473,15 +393,15 @@ return view.extend({
 				button.focus();
 	},
 
-	confirm(station) {
+	confirm(client) {
 		const close = () => {
 			ui.hideModal();
-			this.focusRow(macOf(station));
+			this.focusRow(client.mac);
 		};
 
 		ui.showModal(_('Disconnect this client?'), [
 			E('p', { 'style': breakable }, [
-				E('strong', {}, [ foreign(nameOf(station)) ]), ' ', macOf(station), E('br'), foreign(text(station.ssid))
+				E('strong', {}, [ foreign(client.name) ]), ' ', client.mac, E('br'), foreign(client.ssid)
 			]),
 			E('p', {}, [ _('It can connect again at once.') ]),
 			E('div', { 'class': 'right button-row' }, [
@@ -489,16 +409,16 @@ return view.extend({
 				' ',
 				E('button', {
 					'class': 'btn cbi-button cbi-button-negative important',
-					'click': ui.createHandlerFn(this, 'handleDisconnect', station, close)
+					'click': ui.createHandlerFn(this, 'handleDisconnect', client, close)
 				}, [ _('Disconnect') ])
 			])
 		]);
 	},
 
-	async handleDisconnect(station, close) {
+	async handleDisconnect(client, close) {
 		try {
-			await callDelete(station.mac, +station.radio_id);
-			this.leaving.set(macOf(station), { stay: stayOf(station), patience: PATIENCE });
+			await callDelete(client.listed, client.radio);
+			this.leaving.set(client.mac, { stay: client.stay, patience: PATIENCE });
 		}
 		catch (error) {
 			await this.complain(_('The client was not disconnected.'), error);
