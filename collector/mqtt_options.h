@@ -1,7 +1,8 @@
 // mqtt_options.h - which MQTT broker, and what it is to get.
 #pragma once
 
-#include <cstddef>
+#include "collector/spool.h"
+
 #include <string>
 
 struct mqtt_options {
@@ -12,9 +13,9 @@ struct mqtt_options {
     std::string password;
     std::string prefix = "wsm";
     std::string ca, certificate, key; // files
-    std::size_t most_spooled = 100'000;
-    std::string home_assistant; // discovery prefix; empty: none
-    bool join_private = false;  // stations with a private MAC and the same name are one tracker
+    spool_options spool;              // what waits while it is away
+    std::string home_assistant;       // discovery prefix; empty: none
+    bool join_private = false;        // stations with a private MAC and the same name are one tracker
 };
 
 // "mqtt://[user[:password]@]host[:port][/prefix]", or mqtts://. Empty, or what is wrong with it.

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <mosquitto.h>
+#include <pthread.h>
 #include <random>
 #include <stdexcept>
 
@@ -16,6 +17,7 @@ namespace {
 constexpr std::size_t most_in_flight = 64;
 constexpr int keep_alive = 20; // s
 constexpr auto patience_at_the_end = std::chrono::seconds(5);
+constexpr auto patience_with_the_last = std::chrono::seconds(2); // the word that we have gone
 constexpr std::size_t most_tracked = 4096;
 constexpr std::size_t most_said = 16; // complaints of the library between two connections
 
@@ -55,6 +57,17 @@ std::string identifier(const std::string &name) {
     return out;
 }
 
+// The library's thread is cancelled at the end; not while it is with us, where it holds a lock and writes.
+class not_cancelled {
+public:
+    not_cancelled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    ~not_cancelled() { pthread_setcancelstate(before_, nullptr); }
+    not_cancelled(not_cancelled &&) = delete;
+
+private:
+    int before_ = 0;
+};
+
 void check(int code, const char *what) {
     if (code != MOSQ_ERR_SUCCESS)
         throw std::runtime_error(std::string("mqtt: ") + what + ": " + mosquitto_strerror(code));
@@ -63,7 +76,7 @@ void check(int code, const char *what) {
 } // namespace
 
 mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const station_names> names)
-    : chosen_(std::move(chosen)), names_(std::move(names)), boot_(random_name()) {
+    : chosen_(std::move(chosen)), names_(std::move(names)), boot_(random_name()), spool_(chosen_.spool, say) {
     mosquitto_lib_init();
     client_ = mosquitto_new(("wsm-collector-" + boot_).c_str(), true, this);
     if (!client_) throw std::runtime_error("mqtt: no memory");
@@ -83,6 +96,7 @@ mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const statio
         mosquitto_reconnect_delay_set(client_, 1, 5, false);
         mosquitto_connect_callback_set(client_, [](mosquitto *, void *self, int code) {
             auto *me = static_cast<mqtt_publisher *>(self);
+            const not_cancelled here;
             if (code != 0) return say(std::string("refused: ") + mosquitto_connack_string(code));
             std::unique_lock hold(me->lock_);
             me->connected_ = true;
@@ -90,8 +104,8 @@ mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const statio
                 const std::lock_guard hold_said(me->said_lock_);
                 me->said_.clear();
             }
-            me->resending_ = me->in_flight_ > 0;
-            me->spool_.push_front({me->chosen_.prefix + "/status", "online", true});
+            me->resending_ = !me->in_flight_.empty();
+            me->status_ = "online";
             me->send_some(hold);
         });
         // Why there is no connection: a certificate that is not trusted, for one. Once, not at each attempt.
@@ -107,11 +121,15 @@ mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const statio
         });
         mosquitto_publish_callback_set(client_, [](mosquitto *, void *self, int) {
             auto *me = static_cast<mqtt_publisher *>(self);
+            const not_cancelled here;
             std::unique_lock hold(me->lock_);
-            if (me->in_flight_ > 0) --me->in_flight_;
-            if (me->in_flight_ == 0) me->resending_ = false;
+            if (!me->in_flight_.empty()) {
+                if (me->in_flight_.front()) me->spool_.acknowledged();
+                me->in_flight_.pop_front();
+            }
+            if (me->in_flight_.empty()) me->resending_ = false;
             me->send_some(hold);
-            if (me->in_flight_ == 0 && me->spool_.empty()) me->emptied_.notify_all();
+            if (me->in_flight_.empty()) me->emptied_.notify_all();
         });
         sigset_t all, before; // signals are the main thread's
         sigfillset(&all);
@@ -206,6 +224,10 @@ void mqtt_publisher::settle() {
             say(std::string("the broker does not answer: ") + mosquitto_strerror(code));
         complained_ = true;
     }
+    {
+        const std::lock_guard hold(lock_);
+        spool_.sync();
+    }
     for (auto at = places_.begin(); at != places_.end();) {
         auto &[ap, of] = *at;
         const std::string topic = chosen_.prefix + "/ap/" + (ap.empty() ? "unknown" : ap);
@@ -223,12 +245,22 @@ void mqtt_publisher::settle() {
 
 void mqtt_publisher::post(letter one) {
     std::unique_lock hold(lock_);
-    if (spool_.size() >= chosen_.most_spooled) {
-        spool_.pop_front();
-        if (dropped_++ == 0) say("the spool is full: the oldest messages are dropped");
-    }
-    spool_.push_back(std::move(one));
+    spool_.push(std::move(one));
     send_some(hold);
+}
+
+// True: `out` is to be sent now.
+bool mqtt_publisher::next(letter &out) {
+    if (!connected_ || busy_ || in_flight_.size() >= most_in_flight) return false;
+    if (status_ && !resending_) {
+        out = {chosen_.prefix + "/status", *status_, true};
+        status_.reset();
+        in_flight_.push_back(false);
+        return true;
+    }
+    if (resending_ || closing_ || !spool_.take(out)) return false;
+    in_flight_.push_back(true);
+    return true;
 }
 
 // The library may call back from within: the lock is not held while it is asked.
@@ -236,11 +268,8 @@ void mqtt_publisher::send_some(std::unique_lock<std::mutex> &hold) {
     static thread_local bool sending = false;
     if (sending) return;
     sending = true;
-    while (connected_ && !resending_ && in_flight_ < most_in_flight && !spool_.empty() && !busy_) {
+    for (letter one; next(one);) {
         busy_ = true; // one thread at a time, so that the order is kept
-        const letter one = std::move(spool_.front());
-        spool_.pop_front();
-        ++in_flight_;
         hold.unlock();
         const int code =
             mosquitto_publish(client_, nullptr, one.topic.c_str(), static_cast<int>(one.payload.size()),
@@ -251,8 +280,11 @@ void mqtt_publisher::send_some(std::unique_lock<std::mutex> &hold) {
         const bool kept = code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN ||
                           code == MOSQ_ERR_CONN_LOST || code == MOSQ_ERR_ERRNO;
         if (!kept) {
-            --in_flight_;
-            if (dropped_++ == 0) say(std::string("a message cannot be sent: ") + mosquitto_strerror(code));
+            if (in_flight_.back()) spool_.refused();
+            in_flight_.pop_back();
+            if (!complained_of_message_)
+                say(std::string("a message cannot be sent: ") + mosquitto_strerror(code));
+            complained_of_message_ = true;
         }
     }
     sending = false;
@@ -261,15 +293,19 @@ void mqtt_publisher::send_some(std::unique_lock<std::mutex> &hold) {
 bool mqtt_publisher::finish() {
     settle();
     std::unique_lock hold(lock_);
+    const auto through = [this] { return in_flight_.empty() && !status_ && (closing_ || spool_.empty()); };
+    emptied_.wait_for(hold, patience_at_the_end, through);
+    closing_ = true;
     // An end that was wanted sends no last will.
-    spool_.push_back({chosen_.prefix + "/status", "offline", true});
+    status_ = "offline";
     send_some(hold);
-    const bool empty =
-        emptied_.wait_for(hold, patience_at_the_end, [this] { return in_flight_ == 0 && spool_.empty(); });
-    if (!empty) {
-        dropped_ += in_flight_ + spool_.size() - 1; // the last one is only for those who watch us
-        spool_.clear();
-    }
-    if (dropped_ > 0) say(std::to_string(dropped_) + " messages were dropped");
+    if (connected_) emptied_.wait_for(hold, patience_with_the_last, through);
+    if (const std::uint64_t lost = spool_.lost_by_an_end(); lost > 0)
+        say(std::to_string(lost) + " messages were dropped");
     return true;
+}
+
+std::optional<backlog> mqtt_publisher::kept() const {
+    const std::lock_guard hold(lock_);
+    return spool_.figures();
 }

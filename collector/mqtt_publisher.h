@@ -2,18 +2,20 @@
 //
 // Order:  messages leave in the order in which they came, and those the broker has not acknowledged are sent again: none is
 //         lost, some may come twice, which their "boot" and "seq" tell.
-// Bounds: `most_spooled` messages wait while the broker is away; then the oldest is dropped and counted.
+// Bounds: those of the spool (spool.h), in which messages wait while the broker is away, and until it has them.
 #pragma once
 
 #include "collector/mqtt_options.h"
 #include "collector/names.h"
 #include "collector/output.h"
+#include "collector/spool.h"
 
 #include <condition_variable>
 #include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -28,14 +30,10 @@ public:
     void take(const message &one) override;
     void settle() override;
     int pulse() const override { return 1000; }
+    std::optional<backlog> kept() const override;
     bool finish() override;
 
 private:
-    struct letter {
-        std::string topic;
-        std::string payload;
-        bool retain;
-    };
     struct place {
         std::set<std::string> stations;
         bool changed = false;
@@ -43,6 +41,7 @@ private:
     // Says it, once between two connections.
     void complain(const std::string &text);
     void post(letter one);
+    bool next(letter &out);
     void send_some(std::unique_lock<std::mutex> &hold);
     void track(const stay &now_is, bool gone);
 
@@ -60,13 +59,16 @@ private:
     std::mutex said_lock_;
     std::set<std::string> said_; // by the library, since the last connection
 
-    std::mutex lock_;
+    mutable std::mutex lock_;
     std::condition_variable emptied_;
-    std::deque<letter> spool_;
-    std::size_t in_flight_ = 0; // handed to the library, not yet acknowledged
+    std::optional<std::string> status_; // to be sent before anything else
+    spool spool_;
+    bool closing_ = false; // the spool keeps what it has
+    std::deque<bool>
+        in_flight_; // handed to the library, not yet acknowledged; true: from the spool. Acknowledged in order
     bool connected_ = false;
     bool resending_ = false; // what was in flight before the last connection; what is new waits behind it
-    bool busy_ = false;      // a thread is handing a message to the library
-    std::uint64_t dropped_ = 0;
+    bool complained_of_message_ = false;
+    bool busy_ = false; // a thread is handing a message to the library
     mosquitto *client_ = nullptr;
 };

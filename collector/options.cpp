@@ -116,9 +116,20 @@ constexpr setting settings[] = {
      [](options &o, const std::string &v) { return o.mqtt.certificate = v, verdict(); }},
     {"publish-key", "FILE", "and its key",
      [](options &o, const std::string &v) { return o.mqtt.key = v, verdict(); }},
-    {"spool", "N", "messages that wait while the broker is away (100000)",
+    {"spool", "N", "messages that wait in memory while the broker is away (100000)",
      [](options &o, const std::string &v) -> verdict {
-         return number<std::size_t>(v, 1, 100'000'000, o.mqtt.most_spooled) ? "" : "a whole number above 0";
+         return number<std::size_t>(v, 1, 100'000'000, o.mqtt.spool.most_in_memory)
+                    ? ""
+                    : "a whole number above 0";
+     }},
+    {"spool-dir", "FOLDER", "they wait there instead, and survive our end",
+     [](options &o, const std::string &v) { return o.mqtt.spool.folder = v, verdict(); }},
+    {"spool-size", "MEGABYTES", "how large it may become before the oldest is dropped (64)",
+     [](options &o, const std::string &v) -> verdict {
+         std::uint64_t megabytes = 0;
+         if (!number<std::uint64_t>(v, 1, 1 << 20, megabytes)) return "whole megabytes above 0";
+         o.mqtt.spool.most_bytes = megabytes << 20;
+         return {};
      }},
     {"home-assistant", "PREFIX", "announce stations as device trackers below this topic",
      [](options &o, const std::string &v) -> verdict {

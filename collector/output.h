@@ -1,6 +1,7 @@
 // output.h - what leaves the collector: one message after the other, on the thread of the output's worker.
 #pragma once
 
+#include "collector/backlog.h"
 #include "collector/stay.h"
 
 #include <optional>
@@ -35,6 +36,9 @@ public:
     // Milliseconds between two calls of settle() when nothing comes; 0: none.
     virtual int pulse() const { return 0; }
 
+    // What waits behind the queue, if there is such a thing. On any thread.
+    virtual std::optional<backlog> kept() const { return {}; }
+
     // After the last message. False: something could not be written.
     virtual bool finish() { return true; }
 };
@@ -45,4 +49,5 @@ struct output_figures {
     std::uint64_t taken = 0;
     std::uint64_t dropped = 0;
     std::size_t waiting = 0;
+    std::optional<backlog> kept{};
 };

@@ -82,8 +82,10 @@ worker::ending worker::finish(std::chrono::milliseconds patience) {
 }
 
 output_figures worker::figures() const {
+    const std::optional<backlog> kept =
+        state_->out->kept(); // may take its time: not with the lock of the queue
     const std::lock_guard hold(state_->lock);
-    return {name_, state_->taken, state_->dropped, state_->waiting.size()};
+    return {name_, state_->taken, state_->dropped, state_->waiting.size(), kept};
 }
 
 void worker::run(const std::shared_ptr<shared> &state) {

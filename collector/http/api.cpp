@@ -37,12 +37,21 @@ api_answer stations(const api_sources &from, const api_arguments &arguments) {
 api_answer status(const api_sources &from) {
     const input_counters in = from.view->counters();
     json_array outputs;
-    for (const output_figures &one : from.outputs())
-        outputs.add(json_fields()
-                        .text("name", one.name)
-                        .number("taken", static_cast<std::int64_t>(one.taken))
-                        .number("dropped", static_cast<std::int64_t>(one.dropped))
-                        .number("waiting", static_cast<std::int64_t>(one.waiting)));
+    for (const output_figures &one : from.outputs()) {
+        json_fields of;
+        of.text("name", one.name)
+            .number("taken", static_cast<std::int64_t>(one.taken))
+            .number("dropped", static_cast<std::int64_t>(one.dropped))
+            .number("waiting", static_cast<std::int64_t>(one.waiting));
+        if (one.kept)
+            of.written("spool", json_fields()
+                                    .natural("waiting", one.kept->waiting)
+                                    .natural("bytes", one.kept->bytes)
+                                    .natural("unwritten", one.kept->unwritten)
+                                    .natural("dropped", one.kept->dropped)
+                                    .write());
+        outputs.add(of);
+    }
     json_fields fields;
     fields.time("now", now()).time("started", from.started).flag("history", !from.store.empty());
     fields.number("stations", static_cast<std::int64_t>(in.stations))

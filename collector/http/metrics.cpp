@@ -53,6 +53,18 @@ std::string write_metrics(const api_sources &from) {
     family waiting(out, "wsm_collector_output_queue", "gauge", "Messages that wait for an output.");
     for (const output_figures &one : outputs)
         waiting.add("output=" + quoted(one.name), std::uint64_t{one.waiting});
+    const auto spools = [&out, &outputs](const char *name, const char *type, const char *help,
+                                         std::uint64_t backlog::*figure) {
+        family all(out, name, type, help);
+        for (const output_figures &one : outputs)
+            if (one.kept) all.add("output=" + quoted(one.name), (*one.kept).*figure);
+    };
+    spools("wsm_collector_spool_messages", "gauge", "Messages that wait for a broker.", &backlog::waiting);
+    spools("wsm_collector_spool_bytes", "gauge", "Size of the files they wait in.", &backlog::bytes);
+    spools("wsm_collector_spool_unwritten", "gauge",
+           "Messages that wait in memory, since their file cannot be written.", &backlog::unwritten);
+    spools("wsm_collector_spool_dropped_total", "counter", "Messages that the spool has lost.",
+           &backlog::dropped);
 
     std::map<std::tuple<std::string, int, std::string>, std::int64_t> people;
     std::map<std::pair<std::string, int>, const stay *> radios;

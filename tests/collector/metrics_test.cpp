@@ -57,4 +57,26 @@ TEST(a_scrape, tells_of_stations_counters_and_reports_at_the_same_moment) {
     EXPECT_EQ(road.finish(std::chrono::seconds(30), dropped), worker::ending::done);
 }
 
+TEST(a_scrape, and_the_status_tell_what_waits_for_somebody_who_is_away) {
+    api_sources from;
+    from.view = std::make_shared<live_view>();
+    from.names = std::make_shared<const station_names>();
+    from.outputs = [] {
+        return std::vector<output_figures>{{"print", 1, 2, 3}, {"mqtt", 4, 5, 6, backlog{70, 8000, 9, 10}}};
+    };
+    const std::string text = write_metrics(from);
+    for (const char *line : {"wsm_collector_spool_messages{output=\"mqtt\"} 70\n",
+                             "wsm_collector_spool_bytes{output=\"mqtt\"} 8000\n",
+                             "wsm_collector_spool_unwritten{output=\"mqtt\"} 9\n",
+                             "wsm_collector_spool_dropped_total{output=\"mqtt\"} 10\n"})
+        EXPECT_NE(text.find(line), std::string::npos) << text;
+    EXPECT_EQ(text.find("spool_messages{output=\"print\"}"), std::string::npos);
+    const std::string status = answer_api(from, "/api/v1/status", {}).body;
+    EXPECT_NE(status.find(R"({"name":"print","taken":1,"dropped":2,"waiting":3},)"
+                          R"({"name":"mqtt","taken":4,"dropped":5,"waiting":6,"spool":)"
+                          R"({"waiting":70,"bytes":8000,"unwritten":9,"dropped":10}})"),
+              std::string::npos)
+        << status;
+}
+
 } // namespace

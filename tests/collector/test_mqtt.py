@@ -4,6 +4,7 @@ import json
 import os
 import random
 import re
+import resource
 import shutil
 import signal
 import socket
@@ -186,22 +187,121 @@ def test_private_macs_with_the_same_name_are_one_tracker(broker, publish, tmp_pa
     assert kept["home/presence/wsm_name_Anna"] == "home"
 
 
-def test_while_the_broker_is_away_nothing_is_lost_and_nothing_is_out_of_order(broker, publish):
+def first_time(subscriber, stations=1):
+    """{boot: sequence numbers}, both in the order in which they came first; those of each station, which send in turn, ascend."""
+    came = {}
+    for report in reports(subscriber):
+        came.setdefault(report["boot"], {})[report["seq"]] = None
+    for seqs in came.values():
+        for station in range(stations):
+            own = [seq for seq in seqs if (seq - 1) % stations == station]
+            assert own == sorted(own)
+    return {boot: list(seqs) for boot, seqs in came.items()}
+
+
+@pytest.mark.parametrize("place", ["memory", "folder"])
+def test_while_the_broker_is_away_nothing_is_lost_and_nothing_is_out_of_order(broker, publish, tmp_path, place):
     subscriber = broker.subscribe()
-    one = publish()
+    one = publish(*(["--spool-dir", tmp_path / "spool"] if place == "folder" else []))
     one.send(*(told(number % 7, 3, NOON, number) for number in range(300)))
     wait(lambda: len(reports(subscriber)) > 50, "the first reports")
     broker.stop()
     one.send(*(told(number % 7, 3, NOON, number) for number in range(300, 1500)))
     broker.run()
     one.send(*(told(number % 7, 3, NOON, number) for number in range(1500, 1800)))
-    wait(lambda: len({report["seq"] for report in reports(subscriber)}) == 1800, "all reports")
-    first_time = list(dict.fromkeys(report["seq"] for report in reports(subscriber)))
-    for station in range(7):
-        own = [seq for seq in first_time if (seq - 1) % 7 == station]
-        assert own == sorted(own)
+    wait(lambda: [len(seqs) for seqs in first_time(subscriber, 7).values()] == [1800], "all reports")
     assert one.program.stop() == 0
     assert "dropped" not in one.program.err.read_text()
+    if place == "folder":
+        assert sum(file.stat().st_size for file in (tmp_path / "spool").iterdir()) == 16, "only the head of a file is left"
+
+
+def spooled(folder):
+    return b"".join(file.read_bytes() for file in folder.iterdir())
+
+
+def test_what_waits_in_a_folder_survives_every_end_of_the_collector(broker, publish, tmp_path):
+    subscriber = broker.subscribe()
+    broker.stop()
+    for run, end in enumerate([signal.SIGKILL, signal.SIGTERM, signal.SIGKILL], 1):
+        one = publish("--spool-dir", tmp_path / "spool")
+        one.send(*(told(1 + number % 5, 3, NOON, number) for number in range(200)))
+        wait(lambda: spooled(tmp_path / "spool").count(b'"seq":200,') == run, "the last report in the spool")  # pylint: disable=cell-var-from-loop
+        one.program.stop(end)
+        assert "dropped" not in one.program.err.read_text()
+    broker.run()
+    one = publish("--spool-dir", tmp_path / "spool")
+    wait(lambda: list(map(len, first_time(subscriber, 5).values())) == [200, 200, 200], "all reports")
+    assert all(seqs == list(range(1, 201)) for seqs in first_time(subscriber).values())
+    waiting = re.search(r"mqtt: (\d+) messages wait in ", one.program.err.read_text())[1]
+    assert int(waiting) >= 600
+    assert one.program.stop() == 0
+    assert broker.retained()["home/status"] == "offline"
+
+
+def test_a_kill_while_messages_are_on_their_way_loses_none_of_them(broker, publish, tmp_path):
+    subscriber = broker.subscribe()
+    for round_ in range(1, 6):
+        one = publish("--spool-dir", tmp_path / "spool")
+        one.send(*(told(1 + number % 5, 3, NOON, number) for number in range(100 * round_)))
+        one.program.stop(signal.SIGKILL)
+    one = publish("--spool-dir", tmp_path / "spool")
+    one.send(told(1, 3, NOON, 9999))
+    wait(lambda: reports(subscriber) and reports(subscriber)[-1]["oltime"] == 9999, "the last report")
+    for seqs in first_time(subscriber).values():
+        assert seqs == list(range(1, len(seqs) + 1)), "what was read before the kill, from the first on"
+    assert one.program.stop() == 0
+
+
+def test_a_damaged_spool_is_set_aside_and_what_is_before_the_damage_is_sent(broker, publish, tmp_path):
+    subscriber = broker.subscribe()
+    broker.stop()
+    one = publish("--spool-dir", tmp_path / "spool")
+    one.send(*(told(1, 3, NOON, number) for number in range(50)))
+    wait(lambda: b'"seq":50,' in spooled(tmp_path / "spool"), "the last report in the spool")
+    one.program.stop(signal.SIGKILL)
+    (file,) = (tmp_path / "spool").iterdir()
+    data = file.read_bytes()
+    at = data.index(b'"seq":20,')
+    file.write_bytes(data[:at] + bytes(100) + data[at + 100:])
+    broker.run()
+    one = publish("--spool-dir", tmp_path / "spool")
+    assert re.search(r"mqtt: \S+\.spool is damaged: set aside as \S+; \d+ messages in front of the damage are kept",
+                     one.program.err.read_text())
+    one.send(told(1, 3, NOON, 9999))
+    wait(lambda: list(first_time(subscriber).values()) == [list(range(1, 20)), [1]], "what is whole, and what is new")
+    assert one.program.stop() == 0
+    (aside,) = (tmp_path / "spool").glob("*.damaged-*")
+    assert aside.read_bytes().count(b'"seq":') == 49
+
+
+def test_when_the_disk_of_the_spool_is_full_it_goes_on_in_memory(broker, start, build_dir, tmp_path, with_mqtt):
+    # pylint: disable=unused-argument
+    subscriber = broker.subscribe()
+    broker.stop()
+
+    def limit():  # the kernel refuses to let files grow further, as a full disk does
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (30000, resource.RLIM_INFINITY))
+    path = tmp_path / "socket"
+    program = start([build_dir / "bin/wsm-collector", "--quiet", "--socket", path, "--publish", f"mqtt://127.0.0.1:{broker.port}/home",
+                     "--spool-dir", tmp_path / "spool"], preexec_fn=limit)
+    program.wait_for_socket(path)
+    for number in range(100):
+        with connect(path) as peer:
+            peer.sendall(told(1, 3, NOON, number))
+    wait(lambda: "File too large: what comes waits in memory" in program.err.read_text(), "the message")
+    broker.run()
+    wait(lambda: list(first_time(subscriber).values()) == [list(range(1, 101))], "all reports")
+    assert program.stop() == 0
+    assert "dropped" not in program.err.read_text()
+
+
+def test_two_collectors_do_not_share_a_spool(build_dir, publish, tmp_path):
+    publish("--spool-dir", tmp_path / "spool")
+    second = subprocess.run([build_dir / "bin/wsm-collector", "--publish", "mqtt://127.0.0.1:1", "--spool-dir", tmp_path / "spool",
+                             "--socket", tmp_path / "other"], capture_output=True, text=True, timeout=30, check=False)
+    assert (second.returncode, second.stderr) == (1, f"wsm-collector: spool: {tmp_path}/spool: another collector uses it\n")
 
 
 def test_a_spool_that_is_full_drops_the_oldest_and_counts(broker, publish):

@@ -8,6 +8,7 @@ import json
 import pathlib
 import struct
 import sys
+import zlib
 
 FUZZ = pathlib.Path(__file__).resolve().parent
 GOLDEN = FUZZ.parent / "golden"
@@ -81,6 +82,25 @@ def collector_api():
     seed(name, "stations_of", "stations\0ssid\0Lobby\0ap\00002:54:4B:00:00:01\0state\0here\0sort\0name\0direction\0ascending")
     seed(name, "too_many_stations", "stations\0limit\00010001\0sort\0colour\0search\0" + "x " * 200)
     seed(name, "wrong_arguments", "radios\0step\0-1\0since\0" + "9" * 30 + "d\0x\0'; DROP TABLE stay")
+
+
+def spool_file():
+    def record(topic, payload, retain=0):
+        body = struct.pack("<BH", retain, len(topic)) + topic + payload
+        return struct.pack("<II", len(body), zlib.crc32(body)) + body
+
+    def file(*records, mark=16):
+        return b"wsmspl1\n" + struct.pack("<Q", mark) + b"".join(records)
+    name = "fuzz_spool_file"
+    two = record(b"wsm/report/x", b'{"seq":1}'), record(b"wsm/station/y", b"", retain=1)
+    seed(name, "empty", file())
+    seed(name, "two_records", file(*two, mark=16 + len(two[0])))
+    seed(name, "cut_in_a_body", file(*two)[:-1])
+    seed(name, "cut_in_a_head", file(*two) + b"\3\0")
+    seed(name, "zeros_at_the_end", file(*two) + bytes(32))
+    seed(name, "other_sum", file(two[0][:4] + bytes(4) + two[0][8:], two[1]))
+    seed(name, "topic_longer_than_the_body", file(struct.pack("<II", 3, zlib.crc32(b"\0\xff\xff")) + b"\0\xff\xff"))
+    seed(name, "no_spool", b"wsmspl2\n" + bytes(8))
 
 
 def netlink():
@@ -295,5 +315,5 @@ def recording():
 
 if __name__ == "__main__":
     for make in (netlink, driver_table, bus_methods, bus_events, dhcpmon_json, files, report_image, recording, sessions,
-                 station_names, collector_api):
+                 station_names, collector_api, spool_file):
         make()
