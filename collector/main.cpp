@@ -63,7 +63,9 @@ std::string installed_page() {
 
 class collector {
 public:
-    explicit collector(options chosen) : chosen_(std::move(chosen)), road_(chosen_.rules) {
+    // `signals`: a descriptor that tells of them.
+    collector(options chosen, int signals)
+        : chosen_(std::move(chosen)), road_(chosen_.rules), signals_(signals) {
         names_ = std::make_shared<station_names>(names_of(chosen_));
         if (!chosen_.hash_mac.empty()) {
 #if WITH_HASH
@@ -87,12 +89,6 @@ public:
         if (!chosen_.exec.empty())
             road_.add("exec", std::make_unique<hooks>(chosen_.exec, names_), chosen_.queue);
         road_.add("print", std::make_unique<printer>(chosen_.shape, chosen_.summarise), chosen_.queue);
-        sigset_t wanted;
-        sigemptyset(&wanted);
-        for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&wanted, number);
-        sigprocmask(SIG_BLOCK, &wanted, nullptr);
-        signals_ = signalfd(-1, &wanted, SFD_CLOEXEC | SFD_NONBLOCK);
-        std::signal(SIGPIPE, SIG_IGN); // who does not read any more is noticed when writing
     }
 
     int run() {
@@ -274,9 +270,19 @@ private:
 #if WITH_HTTP
     std::vector<std::unique_ptr<http_server>> servers_;
 #endif
-    int signals_ = -1;
+    int signals_;
     bool stop_ = false;
 };
+
+// Signals wait until somebody asks: one that comes while the store is opened ends or reloads us as any other.
+int hold_signals() {
+    std::signal(SIGPIPE, SIG_IGN); // who does not read any more is noticed when writing
+    sigset_t wanted;
+    sigemptyset(&wanted);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&wanted, number);
+    sigprocmask(SIG_BLOCK, &wanted, nullptr);
+    return signalfd(-1, &wanted, SFD_CLOEXEC | SFD_NONBLOCK);
+}
 
 } // namespace
 
@@ -289,9 +295,10 @@ int main(int argc, char **argv) {
         return failed("query: this program was built without SQLite");
 #endif
     }
+    const int signals = hold_signals();
     const options chosen = parse_options(argc, argv);
     try {
-        return collector(chosen).run();
+        return collector(chosen, signals).run();
     } catch (const std::exception &error) {
         return failed(error.what());
     }

@@ -6,6 +6,8 @@ import signal
 import socket
 import time
 
+import pytest
+
 from images import mac, told
 from programs import connect, wait
 
@@ -75,6 +77,21 @@ def test_on_sighup_names_and_rules_are_read_again(start, build_dir, tmp_path):
     send(told(2, 2, NOON, 60))
     told_of(f"left {mac(2)} Carl")
     assert program.stop() == 0
+
+
+@pytest.mark.parametrize("number, answer", [(signal.SIGHUP, "wsm-collector: reloaded\n"), (signal.SIGTERM, "")])
+def test_a_signal_that_comes_during_the_start_is_obeyed_after_it(start, build_dir, tmp_path, number, answer):
+    settings, path = tmp_path / "settings", tmp_path / "socket"
+    os.mkfifo(settings)
+    program = start([build_dir / "bin/wsm-collector", "--config", settings])
+    with open(settings, "w", encoding="utf-8") as writer:  # it has opened the other end, and waits for what we write
+        settings.unlink()
+        settings.write_text(f"quiet\nsocket = {path}\n")  # for the next time
+        program.process.send_signal(number)
+        writer.write(settings.read_text())
+    wait(lambda: answer in program.err.read_text(), "the answer")
+    assert (program.wait_for_end() if number == signal.SIGTERM else program.stop()) == 0
+    assert not path.exists()
 
 
 def test_without_a_file_to_read_again_sighup_ends_it(start, build_dir, tmp_path):
