@@ -14,14 +14,6 @@ bool access_subscribe(const client &c, const object &target);
 bool access_listen(const client &c, const char *pattern);
 bool access_send(const client &c, const char *event);
 
-// Method of the access rule object: the "acl" sections that concern the caller's objects.
-int access_query(request &req);
-
-// Replaces the rules by those of the files in bus.rule_dir and tells those who listen. Nothing happens if
-// there are no files or the folder cannot be read.
-void access_load(broker &bus);
-void access_forget(broker &bus);
-
 } // namespace ubusd
 
 #endif

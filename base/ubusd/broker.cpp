@@ -2,8 +2,8 @@
 
 #include <libubox/avl-cmp.h>
 
-#include "access.h"
-#include "client.h"
+#include "acl.h"
+#include "connection.h"
 #include "event.h"
 
 namespace ubusd {
@@ -25,7 +25,7 @@ void broker_done(broker &bus) {
         numbered *first = container_of(bus.clients.list_head.next, numbered, node.list);
         client_free(container_of(first, client, number));
     }
-    access_forget(bus);
+    acl_forget(bus);
     blob_buf_free(&bus.out.buf);
     ubus_wire::inbox_forget_spare();
 }

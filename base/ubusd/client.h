@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include "bus.h"
 #include "ids.h"
 
 namespace ubusd {
@@ -43,24 +44,15 @@ struct client {
 inline constexpr std::size_t records_limit = 4096;
 // The same: bytes of the types of its objects, together.
 inline constexpr std::size_t type_bytes_limit = 1 << 20;
-
-// Takes over a connected socket and greets the peer. A peer whose user or group has no name is turned away.
-void client_accept(broker &bus, int fd);
-// The same for a peer that is known already (`who` is taken over), without the greeting. Null without memory;
-// the socket is closed then.
-client *client_add(broker &bus, int fd, const credentials &who);
-void client_free(client *c);
+// A client with so many listings in progress is not read from until it has taken some.
+inline constexpr std::size_t lookups_limit = 64;
 
 client *client_find(const broker &bus, std::uint32_t id);
 bool is_root(const client &c);
 // May a client that has `count` records of a kind have one more?
 bool may_have_another(const client &c, std::size_t count);
-
-// Sends a message and shows it to the monitors. What the socket does not take is queued. A null root, which
-// is a message that is too large, is not sent. `fd` goes along (-1 = none) and stays the caller's.
-void client_send(client &to, const ubus_msghdr &hdr, const blob_attr *root, int fd = -1);
-void client_send(client &to, ubus_msg_type type, std::uint16_t seq, std::uint32_t peer, const blob_attr *root,
-                 int fd = -1);
+// It sends, and not more than the broker takes for now.
+bool may_send(const client &c);
 // Watches the socket for what the client waits for now.
 void client_watch(client &c);
 

@@ -7,6 +7,7 @@
 
 #include "access.h"
 #include "pattern.h"
+#include "send.h"
 
 namespace ubusd {
 namespace {

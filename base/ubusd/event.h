@@ -3,6 +3,7 @@
 #define UBUSD_EVENT_H
 
 #include "object.h"
+#include "request.h"
 
 namespace ubusd {
 

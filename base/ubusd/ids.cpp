@@ -4,6 +4,8 @@
 
 #include <sys/random.h>
 
+#include <ubusmsg.h>
+
 namespace ubusd {
 namespace {
 

@@ -2,7 +2,9 @@
 #ifndef UBUSD_IDS_H
 #define UBUSD_IDS_H
 
-#include "broker.h"
+#include <cstdint>
+
+#include <libubox/avl.h>
 
 namespace ubusd {
 

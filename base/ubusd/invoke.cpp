@@ -3,8 +3,10 @@
 #include <cstring>
 
 #include "access.h"
+#include "acl.h"
 #include "event.h"
 #include "monitor.h"
+#include "send.h"
 
 namespace ubusd {
 namespace {
@@ -25,10 +27,11 @@ constexpr system_object system_objects[] = {
     {UBUS_SYSTEM_OBJECT_EVENT,
      UBUS_STATUS_INVALID_COMMAND,
      {{"register", event_register}, {"send", event_send}}},
-    {UBUS_SYSTEM_OBJECT_ACL, UBUS_STATUS_INVALID_COMMAND, {{"query", access_query}}},
+    {UBUS_SYSTEM_OBJECT_ACL, UBUS_STATUS_INVALID_COMMAND, {{"query", acl_query}}},
     {UBUS_SYSTEM_OBJECT_MONITOR,
      UBUS_STATUS_METHOD_NOT_FOUND,
-     {{"add", monitor_start}, {"remove", monitor_stop}}},
+     {{"add", [](request &req) { return monitor_start(req.from); }},
+      {"remove", [](request &req) { return monitor_stop(req.from); }}}},
 };
 
 const system_object *find_system_object(std::uint32_t id) {

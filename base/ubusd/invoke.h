@@ -3,6 +3,7 @@
 #define UBUSD_INVOKE_H
 
 #include "object.h"
+#include "request.h"
 
 namespace ubusd {
 

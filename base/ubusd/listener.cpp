@@ -9,7 +9,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "client.h"
+#include "connection.h"
 
 namespace ubusd {
 namespace {

@@ -2,7 +2,7 @@
 #ifndef UBUSD_LISTENER_H
 #define UBUSD_LISTENER_H
 
-#include "broker.h"
+#include "bus.h"
 
 namespace ubusd {
 

@@ -6,6 +6,7 @@
 
 #include "access.h"
 #include "object.h"
+#include "send.h"
 
 namespace ubusd {
 namespace {

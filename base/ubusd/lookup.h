@@ -6,9 +6,6 @@
 
 namespace ubusd {
 
-// A client with so many listings in progress is not read from until it has taken some.
-inline constexpr std::size_t lookups_limit = 64;
-
 int handle_lookup(request &req);
 // Goes on with a client's listings while nothing is queued for it.
 void lookup_continue(client &c);

@@ -8,7 +8,8 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include "access.h"
+#include "acl.h"
+#include "broker.h"
 #include "listener.h"
 
 namespace {
@@ -18,7 +19,7 @@ constexpr const char *default_rule_dir = "/usr/share/acl.d";
 
 ubusd::broker g_bus;
 
-void on_hangup(uloop_signal *) { ubusd::access_load(g_bus); }
+void on_hangup(uloop_signal *) { ubusd::acl_load(g_bus); }
 void on_end(uloop_signal *) { uloop_end(); }
 
 // The loop's own handling of SIGINT and SIGTERM forgets those that come before it runs; these are kept for
@@ -72,7 +73,7 @@ int main(int argc, char **argv) {
         std::perror("usock");
         return -1;
     }
-    ubusd::access_load(g_bus);
+    ubusd::acl_load(g_bus);
     uloop_run();
 
     unlink(socket_path);

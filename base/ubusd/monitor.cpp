@@ -26,19 +26,19 @@ bool may_monitor(const client &c) { return c.who.uid == 0 && c.who.gid == 0; }
 
 } // namespace
 
-int monitor_start(request &req) {
-    if (!may_monitor(req.from)) return UBUS_STATUS_PERMISSION_DENIED;
-    if (find(req.from)) return UBUS_STATUS_OK;
+int monitor_start(client &c) {
+    if (!may_monitor(c)) return UBUS_STATUS_PERMISSION_DENIED;
+    if (find(c)) return UBUS_STATUS_OK;
     auto *m = static_cast<monitor *>(std::calloc(1, sizeof(monitor)));
     if (!m) return UBUS_STATUS_NO_MEMORY;
-    m->receiver = &req.from;
-    list_add_tail(&m->list, &req.bus.monitors);
+    m->receiver = &c;
+    list_add_tail(&m->list, &c.bus->monitors);
     return UBUS_STATUS_OK;
 }
 
-int monitor_stop(request &req) {
-    if (!may_monitor(req.from)) return UBUS_STATUS_PERMISSION_DENIED;
-    monitor_remove(req.from);
+int monitor_stop(client &c) {
+    if (!may_monitor(c)) return UBUS_STATUS_PERMISSION_DENIED;
+    monitor_remove(c);
     return UBUS_STATUS_OK;
 }
 

@@ -2,13 +2,13 @@
 #ifndef UBUSD_MONITOR_H
 #define UBUSD_MONITOR_H
 
-#include "request.h"
+#include "client.h"
 
 namespace ubusd {
 
-// Methods of the monitor object.
-int monitor_start(request &req);
-int monitor_stop(request &req);
+// Methods of the monitor object: the caller gets copies from now on, or no more. Status.
+int monitor_start(client &c);
+int monitor_stop(client &c);
 
 // Shows a message to all monitors; `client` is where it came from or goes to.
 void monitor_copy(broker &bus, std::uint32_t client, const ubus_msghdr &hdr, const blob_attr *root,

@@ -2,7 +2,7 @@
 #ifndef UBUSD_OBJECT_H
 #define UBUSD_OBJECT_H
 
-#include "request.h"
+#include "client.h"
 
 namespace ubusd {
 
@@ -31,11 +31,6 @@ struct object {
 
 object *object_find(const broker &bus, std::uint32_t id);
 object *object_find_path(const broker &bus, const char *path);
-// Of a client that goes, newest first.
-void object_remove_all(client &c);
-
-int handle_add_object(request &req);
-int handle_remove_object(request &req);
 
 } // namespace ubusd
 

@@ -9,8 +9,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "lookup.h"
-
 namespace ubusd {
 namespace {
 
@@ -107,8 +105,6 @@ void queue_flush(client &c) {
         if (m->sent < m->size) return;
         drop_first(c);
     }
-    lookup_continue(c);
-    client_watch(c);
 }
 
 void queue_clear(client &c) {

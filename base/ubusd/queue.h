@@ -13,7 +13,7 @@ inline constexpr std::size_t queued_fds_limit = 16;
 
 // Sends a message, or the rest of it later. `fd` (-1 = none) stays the caller's.
 void queue_send(client &to, const ubus_msghdr &hdr, const blob_attr *root, int fd);
-// Sends what the socket takes now, then goes on with listings.
+// Sends what the socket takes now.
 void queue_flush(client &c);
 void queue_clear(client &c);
 

@@ -1,4 +1,4 @@
-// request.h - a message from a client, and what the broker does about it.
+// request.h - a message from a client, and the answer to it.
 #ifndef UBUSD_REQUEST_H
 #define UBUSD_REQUEST_H
 
@@ -25,8 +25,6 @@ struct request {
 // A handler returns the status that ends the request, or this: somebody else answers it, or nobody does.
 inline constexpr int no_status = -1;
 using handler = int (*)(request &);
-
-void handle_request(client &from, const ubus_msghdr &hdr, const blob_attr *body, int fd);
 
 // Answers a request with a DATA message.
 void reply(const request &req, const blob_attr *root);

@@ -4,7 +4,8 @@
 
 #include <sys/types.h>
 
-#include "broker.h"
+#include <libubox/blobmsg.h>
+#include <libubox/list.h>
 
 namespace ubusd {
 

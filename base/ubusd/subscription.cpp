@@ -4,6 +4,7 @@
 
 #include "access.h"
 #include "invoke.h"
+#include "send.h"
 
 namespace ubusd {
 namespace {

@@ -3,6 +3,7 @@
 #define UBUSD_SUBSCRIPTION_H
 
 #include "object.h"
+#include "request.h"
 
 namespace ubusd {
 

@@ -12,8 +12,10 @@
 
 #include "bus_fixture.h"
 
-#include <client.h>
+#include <broker.h>
+#include <connection.h>
 #include <listener.h>
+#include <send.h>
 
 namespace {
 

@@ -5,7 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <client.h>
+#include <broker.h>
+#include <connection.h>
 #include <rule.h>
 
 #include "script.h"
