@@ -1,7 +1,7 @@
 #include "delta.h"
 
 #include "edit.h"
-#include "file.h"
+#include "locked_file.h"
 #include "quote.h"
 #include "reader.h"
 #include "text.h"

@@ -2,13 +2,13 @@
 
 #include "delta.h"
 #include "import.h"
+#include "locked_file.h"
 #include "text.h"
 
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,11 +16,6 @@ namespace uci {
 namespace {
 
 bool is_path(const char *name) { return *name == '/' || std::strncmp(name, "./", 2) == 0; }
-
-bool is_regular(const char *path) {
-    struct stat st;
-    return stat(path, &st) == 0 && S_ISREG(st.st_mode);
-}
 
 // Where a package is, and what follows from the way it was asked for.
 struct location {
@@ -71,29 +66,6 @@ void replace_package(uci_package **old, package_ptr fresh) {
     list_unlink((*old)->e.list);
     free_package(*old);
     *old = fresh.release();
-}
-
-// Opens path with the lock, and again if a commit has put another file there while we waited for it.
-int open_with_lock(const char *path, int flags, mode_t mode, lock kind, file_ptr *file) {
-    for (;;) {
-        const int fd = open(path, flags | O_CLOEXEC | O_NONBLOCK, mode);
-        if (fd < 0) return errno == ENOENT ? UCI_ERR_NOTFOUND : UCI_ERR_IO;
-        file_ptr opened(fdopen(fd, (flags & O_ACCMODE) == O_RDWR ? "r+" : "r"));
-        if (!opened) {
-            (void)close(fd);
-            return UCI_ERR_MEM;
-        }
-        while (flock(fd, kind == lock::shared ? LOCK_SH : LOCK_EX) != 0) {
-            if (errno != EINTR) return UCI_ERR_IO;
-        }
-        struct stat ours, there;
-        if (fstat(fd, &ours) != 0) return UCI_ERR_IO;
-        if (!S_ISREG(ours.st_mode)) return UCI_ERR_NOTFOUND;
-        if (stat(path, &there) == 0 && there.st_ino == ours.st_ino && there.st_dev == ours.st_dev) {
-            *file = std::move(opened);
-            return UCI_OK;
-        }
-    }
 }
 
 // The temporary file that becomes the package file, or is gone at the end of the scope.
@@ -236,25 +208,6 @@ struct entries {
 int by_bytes(const dirent **a, const dirent **b) { return std::strcmp((*a)->d_name, (*b)->d_name); }
 
 } // namespace
-
-text_ptr join_path(const char *dir, const char *name) {
-    char *path = nullptr;
-    return text_ptr(asprintf(&path, "%s/%s", dir, name) < 0 ? nullptr : path);
-}
-
-int open_locked(const char *path, lock kind, file_ptr *file) {
-    if (!is_regular(path)) return UCI_ERR_NOTFOUND;
-    return open_with_lock(path, kind == lock::shared ? O_RDONLY : O_RDWR, 0, kind, file);
-}
-
-int create_locked(const char *path, mode_t mode, file_ptr *file) {
-    return open_with_lock(path, O_RDWR | O_CREAT, mode, lock::exclusive, file);
-}
-
-mode_t mode_of(const char *path, mode_t otherwise) {
-    struct stat st;
-    return stat(path, &st) == 0 ? st.st_mode & 0777 : otherwise;
-}
 
 int list_packages(uci_context *ctx, char ***list) {
     entries found;

@@ -1,9 +1,7 @@
-// file.h - packages and deltas as files: names, locks, modes.
+// file.h - packages as files: found, read with their deltas, replaced.
 #pragma once
 
 #include "model.h"
-
-#include <sys/types.h>
 
 namespace uci {
 
@@ -11,21 +9,5 @@ namespace uci {
 int list_packages(uci_context *ctx, char ***list);
 int load_package(uci_context *ctx, const char *name, uci_package **package);
 int commit_package(uci_context *ctx, uci_package **package, bool overwrite);
-
-// "dir/name"; null when out of memory.
-text_ptr join_path(const char *dir, const char *name);
-
-// Waits for a lock that others share unless they write.
-enum class lock { shared, exclusive };
-
-// Opens a regular file for reading (shared) or for reading and writing (exclusive), locked until it is
-// closed. UCI_ERR_NOTFOUND if it is missing or no regular file, else UCI_ERR_IO.
-int open_locked(const char *path, lock kind, file_ptr *file);
-
-// The same, exclusive, making the file with this mode if it is missing.
-int create_locked(const char *path, mode_t mode, file_ptr *file);
-
-// Permission bits of what path leads to, or otherwise if there is nothing.
-mode_t mode_of(const char *path, mode_t otherwise);
 
 } // namespace uci

@@ -1,22 +1,11 @@
 // commands.h - what the uci tool does for each of its commands.
 #pragma once
 
+#include "settings.h"
+
 #include <uci.h>
 
-#include <cstdio>
-#include <optional>
-
 namespace cli {
-
-struct settings {
-    const char *program = "uci"; // prefix of messages
-    const char *delimiter = " "; // between the items of a list
-    FILE *input = stdin;         // of batch and import
-    bool quiet = false;
-    bool merge = false;      // import adds to what is there
-    bool no_commit = false;  // changes stay in the delta folder
-    bool real_names = false; // show generated section names, not @type[index]
-};
 
 inline constexpr int wrong_usage = 255;
 

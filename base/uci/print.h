@@ -1,7 +1,9 @@
 // print.h - configuration as text for people and scripts.
 #pragma once
 
-#include "commands.h"
+#include "settings.h"
+
+#include <uci.h>
 
 namespace cli {
 
