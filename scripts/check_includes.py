@@ -41,8 +41,6 @@ HEADERS_MAY_INCLUDE = ["src/model/record.h", "src/tools/", *BELOW]
 ROOTS = ["", "src/", "platform/", "drivers/", "lab/", "recorder/", "base/include/", "base/libubus/", "base/ubusd/", "base/libuci/"]
 
 DEVICE = ("src/", "platform/", "protocol/", "drivers/", "base/")
-# Where rooms do not stand above each other yet: there only headers must.
-KNOTS = ("base/libuci/", "base/ubusd/", "base/uci/", "lab/apsim/", "recorder/record/")
 NEEDS_RUNTIME = {"any", "deque", "exception", "format", "fstream", "future", "iostream", "istream", "list", "map",
                  "mutex", "ostream", "regex", "set", "sstream", "stdexcept", "string", "thread", "unordered_map",
                  "unordered_set", "vector"}
@@ -81,10 +79,7 @@ def check_file(tree, name, edges):
         if target is None:
             yield f'{where}: "{quoted}" is nowhere'
             continue
-        if not name.startswith(KNOTS):
-            edges.setdefault(room(name), {}).setdefault(room(target), where)
-        elif name.endswith(".h"):
-            edges.setdefault(name, {}).setdefault(target, where)
+        edges.setdefault(room(name), {}).setdefault(room(target), where)
         if folder is None:
             yield f"{where}: the folder is not in the table"
         elif not target.startswith(folder) and not allowed(MAY_INCLUDE[folder], target):

@@ -1,6 +1,5 @@
 #include "apsim/driver_requests.h"
 
-#include "apsim/simulator.h"
 #include "protocol/escape.h"
 
 #include <algorithm>
@@ -24,8 +23,8 @@ void add_text(json_object *object, const char *name, std::string_view text) {
 
 } // namespace
 
-driver_requests::driver_requests(simulator &owner)
-    : owner_(owner),
+driver_requests::driver_requests(station_table &stations, drop drop_station)
+    : stations_(stations), drop_station_(std::move(drop_station)),
       server_(
           [](void *self, was_question &question) {
               return static_cast<std::int32_t>(static_cast<driver_requests *>(self)->handle(question));
@@ -81,7 +80,7 @@ int driver_requests::answer(const request &asked) {
 int driver_requests::answer_count(const request &asked) {
     const auto lie = counts_.find(asked.ifname);
     const std::string text =
-        lie != counts_.end() ? lie->second : std::to_string(owner_.stations.with(asked.ifname).size());
+        lie != counts_.end() ? lie->second : std::to_string(stations_.with(asked.ifname).size());
     std::ranges::fill(asked.bytes, std::uint8_t{0});
     std::copy_n(text.begin(), std::min(text.size(), asked.bytes.size()), asked.bytes.begin());
     return 0;
@@ -99,7 +98,7 @@ int driver_requests::answer_table(const request &asked) {
     std::uint8_t *basic = bytes.data() + table_header_size;
     std::uint8_t *extended = basic + (mask & table_basic ? wanted * table_basic_size : 0);
 
-    const std::vector<const station *> there = owner_.stations.with(asked.ifname);
+    const std::vector<const station *> there = stations_.with(asked.ifname);
     const std::size_t filled = std::min<std::size_t>(wanted, there.size());
     std::ranges::fill(bytes.subspan(table_header_size), std::uint8_t{0});
     for (std::size_t i = 0; i < filled; ++i) {
@@ -116,9 +115,9 @@ int driver_requests::roam_delete(const request &asked) {
     if (asked.bytes.size() < roam_delete_size) return -EINVAL;
     const std::string mac = text_in(asked.bytes.data(), roam_delete_mac_size);
     const auto radio = wire::get<std::int32_t>(asked.bytes.data() + roam_delete_radio_offset);
-    const station *there = owner_.stations.find(mac, radio);
+    const station *there = stations_.find(mac, radio);
     if (!there) return -ENOENT;
-    owner_.disassociate(*there, reason_dropped);
+    drop_station_(*there);
     return 0;
 }
 

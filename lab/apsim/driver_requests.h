@@ -4,10 +4,12 @@
 // Request and answer travel as protocol/was_wire.h says, contents as protocol/driver_request.h says.
 #pragma once
 
+#include "apsim/station.h"
 #include "channel/request_server.h"
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <json-c/json.h>
 #include <map>
 #include <optional>
@@ -15,11 +17,12 @@
 #include <string>
 #include <vector>
 
-struct simulator;
-
 class driver_requests {
 public:
-    explicit driver_requests(simulator &owner);
+    // Who drops a station from a radio when the daemon has asked for it.
+    using drop = std::function<void(const station &)>;
+
+    driver_requests(station_table &stations, drop drop_station);
 
     // Empty, or what went wrong.
     std::string listen(const std::string &path);
@@ -58,7 +61,8 @@ private:
     int roam_delete(const request &asked);
     bool fails(int command);
 
-    simulator &owner_;
+    station_table &stations_;
+    drop drop_station_;
     request_server server_;
     std::map<int, std::optional<std::uint64_t>> failing_;
     std::map<std::string, std::string> counts_;

@@ -7,6 +7,12 @@
 #include "apsim/lease_file.h"
 #include "apsim/station.h"
 
+// off_reason_code of an event
+inline constexpr int reason_disassociated_by_station = 308;
+inline constexpr int reason_deauthenticated_by_station = 307;
+inline constexpr int reason_dropped = 310;
+inline constexpr int reason_signal_too_low = 301;
+
 struct simulator {
     event_sender channel;
     station_table stations;
@@ -14,7 +20,9 @@ struct simulator {
     lease_file leases;
 
     simulator(std::uint16_t family, std::uint64_t seed, const std::string &lease_path)
-        : channel(family), stations(seed), requests(*this), leases(lease_path) {}
+        : channel(family), stations(seed),
+          requests(stations, [this](const station &asked) { disassociate(asked, reason_dropped); }),
+          leases(lease_path) {}
     simulator(simulator &&) = delete;
 
     // Adds the station and sends `event` about it; returns how many listeners were told. So do the others.
@@ -29,9 +37,3 @@ struct simulator {
     // Every client associates once more where it is, as after a restart of the radios.
     std::size_t again();
 };
-
-// off_reason_code of an event
-inline constexpr int reason_disassociated_by_station = 308;
-inline constexpr int reason_deauthenticated_by_station = 307;
-inline constexpr int reason_dropped = 310;
-inline constexpr int reason_signal_too_low = 301;

@@ -1,14 +1,10 @@
 #include "record/recorder.h"
 
-#include "record/watched_files.h"
-
 #include <algorithm>
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -58,26 +54,9 @@ void put(const iovec *parts, std::size_t count) {
     recording.size += whole;
 }
 
-// The environment is the daemon's again: without the library, which is the last of those that are preloaded.
-void leave_environment() {
-    unsetenv("WSM_RECORD");
-    const char *preloaded = std::getenv("LD_PRELOAD");
-    const char *ours = preloaded ? std::strrchr(preloaded, ':') : nullptr;
-    char *others = ours ? strndup(preloaded, static_cast<std::size_t>(ours - preloaded)) : nullptr;
-    if (others)
-        setenv("LD_PRELOAD", others, 1);
-    else
-        unsetenv("LD_PRELOAD");
-    std::free(others);
-}
+} // namespace
 
-__attribute__((constructor)) void start() {
-    const char *order = std::getenv("WSM_RECORD");
-    int fd = -1;
-    std::uint64_t limit = 0;
-    if (!order || std::sscanf(order, "%d %" SCNu64, &fd, &limit) != 2) return;
-    leave_environment();
-    if (fcntl(fd, F_SETFD, FD_CLOEXEC) != 0) return;
+void recorder_begin(int fd, std::uint64_t limit) noexcept {
     recording.owner = getpid();
     recording.limit = limit;
     recording.wall = clock_us(CLOCK_REALTIME);
@@ -93,14 +72,7 @@ __attribute__((constructor)) void start() {
     wire::put(header + recording_uptime_offset, clock_us(CLOCK_BOOTTIME));
     const iovec whole = recorder_part(header, sizeof(header));
     put(&whole, 1);
-    watched_files_take_all();
 }
-
-__attribute__((destructor)) void finish() {
-    if (recorder_runs()) recorder_write(record_end, recorder_now(), {});
-}
-
-} // namespace
 
 bool recorder_runs() noexcept { return recording.fd >= 0 && recording.owner == getpid(); }
 
@@ -126,7 +98,3 @@ void recorder_write(record_kind kind, std::uint64_t time, std::initializer_list<
     }
     errno = reason;
 }
-
-// So that wsm-record, which is linked with the library, can say where it is.
-extern "C" __attribute__((visibility("default"))) void wsm_recorder(void);
-extern "C" void wsm_recorder(void) {}

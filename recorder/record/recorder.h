@@ -1,8 +1,8 @@
 // recorder.h - the recording, inside of the daemon that it is made of. The daemon must not notice: whatever goes wrong
 // ends the recording with one line on standard error, and nothing else.
 //
-// Start:  when the library is loaded, by "<descriptor> <limit>" in the environment's WSM_RECORD. Children of the daemon
-//         inherit neither that nor the library.
+// Start:  when the library is loaded, by "<descriptor> <limit>" in the environment's WSM_RECORD (preloaded.cpp). Children
+//         of the daemon inherit neither that nor the library.
 // Thread: the daemon's one.   Blocks: while the file is written.   errno is left as it was.
 #pragma once
 
@@ -10,6 +10,9 @@
 
 #include <initializer_list>
 #include <sys/uio.h>
+
+// Starts a recording of at most `limit` bytes; `fd` is the recorder's from here on.
+void recorder_begin(int fd, std::uint64_t limit) noexcept;
 
 // False before a recording starts, after it has ended, and in children of the daemon.
 bool recorder_runs() noexcept;
