@@ -21,7 +21,7 @@ class Collector {
 	constructor(stations = 3) {
 		this.stations = makeStations(stations);
 		this.answers = {}; // path below /api/v1/ to what it answers, or a function of its arguments
-		this.trouble = {}; // path to a status, to 'stall' (no answer) or to 'hold' (answered with release()); "stations?" has arguments
+		this.trouble = {}; // path to a status, to 'stall' (no answer) or to 'hold' (answered with release()); "stations?": of some only
 		this.held = [];
 		this.streams = new Set();
 		this.bytes = 0; // of all bodies
@@ -87,7 +87,7 @@ class Collector {
 
 		const what = pathname.slice('/api/v1/'.length);
 		const given = Object.fromEntries(searchParams);
-		const trouble = this.trouble[`${what}${searchParams.size ? '?' : ''}`];
+		const trouble = this.trouble[what == 'stations' && searchParams.size ? 'stations?' : what];
 
 		this.asked.push(what);
 
