@@ -110,7 +110,7 @@ function accessPoint({ ap, stations, radios, joined, roamed, left }, range) {
 		h('ul', null, ...radios.map(({ radio, channel, stations: n, noise, utilization }) => h('li', null,
 			h('span', null, [ band(channel), channel > 0 ? `ch ${channel}` : `radio ${radio}` ].filter(Boolean).join(' · ')),
 			h('span', null, counted(n, 'station')),
-			h('span', { class: 'soft' }, [ utilization > 0 ? `${percent(utilization)} used` : '', Number.isFinite(noise) ? `noise ${dbm(noise)}` : '' ].filter(Boolean).join(' · ') || 'nothing told of the air'))),
+			h('span', { class: 'soft' }, [ utilization > 0 ? `${percent(utilization)} used` : '', Number.isFinite(noise) ? `noise ${dbm(noise)}` : '' ].filter(Boolean).join(' · ') || 'neither utilization nor noise reported'))),
 		since.length ? h('li', { class: 'soft' }, `Since the start: ${since.map(([ n, what ]) => `${n.toLocaleString()} ${what}`).join(', ')}`) : ''));
 }
 
