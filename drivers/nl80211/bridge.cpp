@@ -225,7 +225,7 @@ void bridge::heard_from_hostapd(std::uint32_t network, const control_line &line)
     switch (line.kind) {
     case control_line::connected: life_.connected(network, line.mac, now); break;
     case control_line::disconnected: life_.disconnected(network, line.mac, now); break;
-    case control_line::wds_interface: life_.is_repeater(network, line.mac); break;
+    case control_line::wds_interface: life_.is_repeater(network, line.mac, now); break;
     case control_line::frame_received:
         if (where && management_frame_decode(line.frame, frame))
             life_.frame_received(network, frame, where->facts.frequency, now);

@@ -40,6 +40,7 @@ constexpr event_name events_of_stations[] = {
 };
 constexpr event_name events_of_networks[] = {
     {"AP-DISABLED", control_line::disabled},
+    {"INTERFACE-DISABLED", control_line::disabled}, // somebody has set it down
     {"AP-ENABLED", control_line::enabled},
     {"CTRL-EVENT-TERMINATING", control_line::terminating},
 };

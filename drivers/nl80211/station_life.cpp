@@ -266,8 +266,13 @@ void station_life::restore(const station &known) noexcept {
     forget_evidence(*one);
 }
 
-void station_life::is_repeater(std::uint32_t network, const mac_address &mac) noexcept {
-    if (station *one = obtain(network, mac)) one->repeater = true;
+void station_life::is_repeater(std::uint32_t network, const mac_address &mac, moment now) noexcept {
+    station *one = obtain(network, mac);
+    if (!one) return;
+    const bool is_news = one->on && !one->repeater;
+    one->repeater = true;
+    // Without a password its first frame with four addresses comes after it was connected.
+    if (is_news) put(life_output::came, *one, 0, now);
 }
 
 void station_life::came(station &one, moment now) noexcept {

@@ -105,7 +105,8 @@ public:
     void key_message_sent(std::uint32_t network, const mac_address &to, int number, moment now) noexcept;
     void connected(std::uint32_t network, const mac_address &mac, moment now) noexcept;
     void disconnected(std::uint32_t network, const mac_address &mac, moment now) noexcept;
-    void is_repeater(std::uint32_t network, const mac_address &mac) noexcept;
+    // It uses four addresses. The daemon is told once more of one that it has as an ordinary station.
+    void is_repeater(std::uint32_t network, const mac_address &mac, moment now) noexcept;
 
     // The kernel's answer for one station; null: it has none.
     void answered(std::uint32_t network, const mac_address &mac, const station_figures *figures,

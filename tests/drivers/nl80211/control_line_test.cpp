@@ -47,6 +47,7 @@ TEST_F(control_line_text, of_a_frame_has_its_bytes) {
 
 TEST_F(control_line_text, of_a_network) {
     EXPECT_EQ(decode("<3>AP-DISABLED ").kind, control_line::disabled);
+    EXPECT_EQ(decode("<3>INTERFACE-DISABLED ").kind, control_line::disabled);
     EXPECT_EQ(decode("<3>AP-ENABLED ").kind, control_line::enabled);
     EXPECT_EQ(decode("<3>CTRL-EVENT-TERMINATING ").kind, control_line::terminating);
 }

@@ -553,8 +553,16 @@ TEST_F(station_life_of, a_repeater_is_one_from_its_arrival_on) {
     received(network_a, frame_auth);
     added(network_a);
     received(network_a, frame_assoc_request);
-    life.is_repeater(network_a, client);
+    life.is_repeater(network_a, client, now());
     connected(network_a);
+    EXPECT_EQ(since(), told{"on a"});
+    EXPECT_TRUE(last.repeater);
+}
+
+TEST_F(station_life_of, who_turns_out_to_be_a_repeater_is_told_of_once_more) {
+    is_on(network_a);
+    EXPECT_FALSE(last.repeater);
+    for (int i = 0; i < 2; ++i) life.is_repeater(network_a, client, now());
     EXPECT_EQ(since(), told{"on a"});
     EXPECT_TRUE(last.repeater);
 }
