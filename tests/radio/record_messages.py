@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Records the kernel's messages of one station, beside what iw and hostapd say of it: tests/golden/nl80211 was made with
 
-    tests/radio/vm --out FOLDER --empty /tmp --empty /etc/config python3 tests/radio/record_messages.py
+    lab/vm --out FOLDER --empty /tmp --empty /etc/config env PYTHONPATH=lab python3 tests/radio/record_messages.py
 
 Each NAME.hex holds one message from its generic netlink header on. Only hostapd and one client run.
 """
@@ -11,7 +11,7 @@ import pathlib
 import socket
 import struct
 
-from air import CONTROL, Air, run, wait
+from wsmlab.air import CONTROL, Air, run, wait
 
 SOL_NETLINK, ADD_MEMBERSHIP, GENERIC = 270, 1, 16
 REQUEST, DUMP, DONE, ERROR = 1, 0x300, 3, 2

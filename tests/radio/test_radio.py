@@ -1,4 +1,4 @@
-"""Real radios: the stories of stories.py, played in one virtual machine with this build's programs. ./test --radio runs them.
+"""Real radios: the stories, played in one virtual machine with this build's programs. ./test --radio runs them.
 
 Each story is a test of its own here; its verdict comes while the machine still plays the next ones. What the programs said
 is in radio-results/ of the build folder.
@@ -14,8 +14,16 @@ import time
 import pytest
 
 FOLDER = pathlib.Path(__file__).resolve().parent
-STORIES = re.findall(r"^@story\ndef (\w+)", (FOLDER / "stories.py").read_text(encoding="utf-8"), flags=re.M)
-LIMIT = 1200  # seconds, for all of them, on a machine with other work
+LAB = FOLDER.parents[1] / "lab"
+
+
+def named(path, decorated):
+    return re.findall(rf"^@{decorated}\ndef (\w+)", path.read_text(encoding="utf-8"), flags=re.M)
+
+
+STORIES = [*named(FOLDER.parent / "system/behaviour.py", "behaviour"), *named(FOLDER / "client_stories.py", r"story\(.*\)"),
+           *named(FOLDER / "service_stories.py", r"story\(.*\)")]
+LIMIT = 3600  # seconds, for all of them, on a machine with other work
 NO_MACHINE = 125
 
 
@@ -28,8 +36,8 @@ class Machine:
         self.results.mkdir()
         with (self.results / "machine.log").open("wb") as log:
             self.process = subprocess.Popen(
-                [FOLDER / "vm", "--time", str(LIMIT), "--out", self.results, "--empty", "/tmp", "--empty", "/etc/config",
-                 "python3", FOLDER / "stories.py", build_dir], stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+                [LAB / "vm", "--time", str(LIMIT), "--out", self.results, "--empty", "/tmp", "--empty", "/etc/config",
+                 "env", f"PYTHONPATH={LAB}", "python3", FOLDER / "stories.py", build_dir], stdin=subprocess.DEVNULL, stdout=log, stderr=log)
 
     def told(self):
         """What is over: story -> its line."""

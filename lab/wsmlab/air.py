@@ -1,24 +1,30 @@
-"""The access point of the radio tests and its clients, inside the virtual machine: simulated radios (mac80211_hwsim), real
-hostapd, wpa_supplicant, dnsmasq and udhcpc, and this build's broker, daemon, bridge and collector.
+"""An access point with real software on simulated radios (mac80211_hwsim), and its clients: hostapd, wpa_supplicant, dnsmasq
+and udhcpc, and this build's broker, daemon, bridge and collector. It takes the whole machine, so it wants one of its own:
+lab/vm.
 
     with Air(build_dir, folder) as air:
         air.start()
         anna = air.client("anna")
-        anna.join("Lobby", psk="secret1234", frequency=5180)
-        air.agree()
+        anna.join("Lobby", "wlan1")
+        air.agree(anna)
 
 Times are those of a machine ten times slower than a real one: everything waits for what it can see, up to PATIENCE.
 """
 
+import contextlib
+import ctypes
 import json
 import os
 import pathlib
 import re
 import signal
+import socket
 import subprocess
-import time
 
-PATIENCE = 60
+from .air_clients import PASSWORD, PATIENCE, SEND, Client, Silence, run, wait
+
+SO_RCVBUFFORCE = 33
+PIDFD_GETFD = 438  # of the system calls of x86-64
 CONTROL = "/run/hostapd"
 GLOBAL = "/run/hostapd-global"
 AP_RADIOS = 2
@@ -26,7 +32,6 @@ USER = 4712
 # As its services start it: no right but one, and hostapd's sockets through their group.
 AS_ITS_USER = ["setpriv", f"--reuid={USER}", "--regid=0", "--clear-groups", "--bounding-set=-all,+net_admin",
                "--inh-caps=-all,+net_admin", "--ambient-caps=-all,+net_admin", "--no-new-privs"]
-PASSWORD = "secret1234"
 
 WIRELESS = "\n".join(f"""config wifi-iface '{name}'
 	option device 'radio{radio}'
@@ -36,7 +41,7 @@ WIRELESS = "\n".join(f"""config wifi-iface '{name}'
 	option vlanid '{vlan}'
 	option transmode 'router'
 """ for name, radio, ssid, vlan in (("wlan0", 0, "Lobby", 10), ("wlan1", 1, "Lobby", 11), ("wlan1-open", 1, "Open", 12),
-                                        ("wlan1-own", 1, "Own", 13)))
+                                        ("wlan1-own", 1, "Own", 13), ("ap0", 0, "Lobby", 14)))
 
 CONFIG = {
     "wifiinfo": "config wifiinfo 'global'\n\toption sdk 'mtk'\n",
@@ -65,7 +70,7 @@ ieee80211n=1
 wmm_enabled=1
 ap_max_inactivity=5
 """
-RADIO_0 = f"""interface=wlan0
+RADIO_0 = f"""interface=NAME
 {COMMON}ssid=Lobby
 hw_mode=g
 channel=6
@@ -82,6 +87,7 @@ bridge=br-lan
 ssid=Open
 ap_max_inactivity=5
 wmm_enabled=1
+wds_sta=1
 bss=wlan1-own
 ctrl_interface={CONTROL}
 ssid=Own
@@ -91,32 +97,17 @@ per_sta_vif=1
 {SECURITY}"""
 
 
-SEND = """import socket, sys
-sender = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-for _ in range(int(sys.argv[2])): sender.sendto(bytes(int(sys.argv[3])), (sys.argv[1], 9))"""
-
-
-class Silence(AssertionError):
-    """Something was waited for and did not come."""
-
-
-def run(*argv, check=True, timeout=PATIENCE):
-    """Runs a program to its end; what it printed."""
-    done = subprocess.run([str(word) for word in argv], capture_output=True, text=True, errors="replace", timeout=timeout,
-                          check=False)
-    if check and done.returncode != 0:
-        raise AssertionError(f"{' '.join(map(str, argv))}: status {done.returncode}: {done.stdout}{done.stderr}")
-    return done.stdout
-
-
-def wait(predicate, what, timeout=PATIENCE):
-    """Calls it until it gives something true, and returns that."""
-    end = time.monotonic() + timeout
-    while not (value := predicate()):
-        if time.monotonic() > end:
-            raise Silence(f"waited {timeout} s for {what}; last value: {value!r}")
-        time.sleep(0.05)
-    return value
+def copy_of_descriptor(pid, number):
+    """Another process's open file, as one of this process."""
+    libc = ctypes.CDLL(None, use_errno=True)
+    holder = os.pidfd_open(pid)
+    try:
+        copy = libc.syscall(PIDFD_GETFD, holder, number, 0)
+    finally:
+        os.close(holder)
+    if copy < 0:
+        raise OSError(ctypes.get_errno(), f"descriptor {number} of process {pid}")
+    return copy
 
 
 class Air:
@@ -124,8 +115,10 @@ class Air:
         self.build_dir = pathlib.Path(build_dir)
         self.folder = pathlib.Path(folder)
         self.running = {}
+        self.names = ["wlan0", "wlan1", "wlan1-open", "wlan1-own"]  # of the networks; the first is at 2.4 GHz
         self.clients = []
         self.free_radios = []
+        self._reports, self._read = [], 0  # and the bytes of the log that they are of
 
     def __enter__(self):
         return self
@@ -143,6 +136,7 @@ class Air:
         return self.running[name]
 
     def stop(self, name, number=signal.SIGTERM):
+        """Its status."""
         process = self.running.pop(name)
         process.send_signal(number)
         try:
@@ -150,17 +144,51 @@ class Air:
         except subprocess.TimeoutExpired:
             process.kill()
             process.wait()
+        return process.returncode
 
     def log(self, name):
         path = self.folder / f"{name}.log"
         return path.read_text(errors="replace") if path.exists() else ""
+
+    @staticmethod
+    @contextlib.contextmanager
+    def setting(name, value):
+        """A setting below /proc/sys, for a while."""
+        path = pathlib.Path("/proc/sys", name)
+        before = path.read_text()
+        path.write_text(str(value))
+        try:
+            yield
+        finally:
+            path.write_text(before)
+
+    @contextlib.contextmanager
+    def small_netlink_buffer(self, name):
+        """A program's socket for the kernel's wireless messages holds no more than a few, for a while. Gives a function that
+        tells how many messages it has lost."""
+        pid = self.running[name].pid
+
+        def sockets():
+            """Inode -> (groups that it hears, lost messages), of all netlink sockets."""
+            lines = [line.split() for line in pathlib.Path("/proc/net/netlink").read_text().splitlines()[1:]]
+            return {words[9]: (int(words[3], 16).bit_count(), int(words[8])) for words in lines}
+        owned = {os.readlink(path)[8:-1]: int(path.name) for path in pathlib.Path(f"/proc/{pid}/fd").iterdir()}
+        # It hears two groups of the wireless family; the one for the daemon hears but one, of the controller.
+        inode = max(set(sockets()) & set(owned), key=lambda one: sockets()[one])
+        with socket.socket(fileno=copy_of_descriptor(pid, owned[inode])) as theirs:
+            before = theirs.getsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF)
+            theirs.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, 2304)
+            try:
+                yield lambda: sockets()[inode][1]
+            finally:
+                theirs.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, before // 2)  # the kernel doubles it
 
     # --- the access point ---
 
     def start(self, clients=4):
         self.make_radios(AP_RADIOS + clients)
         self.lay_out()
-        run("ip", "link", "add", "br-lan", "type", "bridge")
+        run("ip", "link", "add", "br-lan", "type", "bridge", "forward_delay", "0")
         run("ip", "addr", "add", "192.168.60.1/24", "dev", "br-lan")
         run("ip", "link", "set", "br-lan", "up")
         self.spawn("dnsmasq", "dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--interface=br-lan", "--bind-interfaces",
@@ -172,12 +200,31 @@ class Air:
         self.start_daemon()
 
     def make_radios(self, count):
-        run("modprobe", "mac80211_hwsim", f"radios={count}")
+        """Radios for the access point and the clients to come."""
+        run("modprobe", "mac80211_hwsim", f"radios={count}", timeout=4 * PATIENCE)
         for module in ("ccm", "ctr", "cmac", "gcm"):
             run("modprobe", module)
         run("mount", "-t", "debugfs", "debugfs", "/sys/kernel/debug", check=False)
         run("iw", "reg", "set", "US")
-        self.free_radios = [f"phy{number}" for number in range(AP_RADIOS, count)]
+        names = sorted((path.name for path in pathlib.Path("/sys/class/ieee80211").iterdir()), key=lambda name: int(name[3:]))
+        self.free_radios = names[AP_RADIOS:]
+
+    def remove_radios(self):
+        """Takes the driver of all radios away, whatever uses them; the clients with them."""
+        run("modprobe", "-r", "mac80211_hwsim", timeout=4 * PATIENCE)
+        self.forget_clients()
+
+    def reload_radios(self, clients):
+        """New radios, so many of them for clients; hostapd starts anew, and everybody is away."""
+        self.stop("hostapd")
+        self.remove_radios()
+        self.make_radios(AP_RADIOS + clients)
+        self.start_hostapd()
+
+    def forget_clients(self):
+        for client in self.clients:
+            client.end()
+        self.clients, self.free_radios = [], []
 
     def lay_out(self):
         pathlib.Path("/run/ubus").mkdir(exist_ok=True)
@@ -192,9 +239,9 @@ class Air:
             (pathlib.Path("/etc/config") / name).write_text(text)
 
     def start_hostapd(self, wait_for_it=True):
-        for name, text in (("radio0", RADIO_0), ("radio1", RADIO_1)):
+        for name, text in (("radio0", RADIO_0.replace("NAME", self.names[0])), ("radio1", RADIO_1)):
             pathlib.Path(f"/run/{name}.conf").write_text(text)
-        self.spawn("hostapd", "hostapd", "-g", GLOBAL, "/run/radio0.conf", "/run/radio1.conf")
+        self.spawn("hostapd", "hostapd", "-t", "-g", GLOBAL, "/run/radio0.conf", "/run/radio1.conf")
         if wait_for_it:
             for name in self.networks():
                 wait(lambda name=name: "state=ENABLED" in self.hostapd(name, "status", check=False), f"{name} to be enabled")
@@ -211,16 +258,19 @@ class Air:
         self.spawn("wsmd", self.build_dir / "bin/wsmd")
         wait(lambda: "sta" in run(self.build_dir / "bin/ubus", "list", check=False).split(), "the daemon's bus object")
 
-    def start_bridge(self, *options):
+    def start_bridge(self, *options, has_hostapd=True):
         heard = self.log("wsm-bridge").count("tells of its stations")
         self.spawn("wsm-bridge", *AS_ITS_USER, self.build_dir / "bin/wsm-bridge", "--socket", "/run/wsm-bridge/was.sock",
                    "--control", CONTROL, *options)
-        if "hostapd" in self.running:
+        if "hostapd" in self.running and has_hostapd:
             wait(lambda: self.log("wsm-bridge").count("tells of its stations") - heard >= len(self.networks()), "the bridge")
 
+    def networks(self):
+        return list(self.names)
+
     @staticmethod
-    def networks():
-        return ["wlan0", "wlan1", "wlan1-open", "wlan1-own"]
+    def bssid(network):
+        return pathlib.Path(f"/sys/class/net/{network}/address").read_text().strip()
 
     @staticmethod
     def hostapd(interface, *words, check=True):
@@ -264,18 +314,27 @@ class Air:
         return re.findall(r"Interface (\S+)(?=(?:(?!Interface).)*?type AP)", run("iw", "dev"), flags=re.S)
 
     def hostapd_list(self):
-        """hostapd's authorised stations, MAC -> network. It is not told when somebody removes its interface."""
+        """hostapd's authorised stations: MAC -> (network, members as it prints them). It is not told when somebody removes
+        its interface."""
         found = {}
         for network in self.networks():
             if not pathlib.Path(f"/sys/class/net/{network}").exists():
                 continue
             for part in re.split(r"^(?=(?:[0-9a-f]{2}:){5}[0-9a-f]{2}$)", self.hostapd(network, "all_sta", check=False), flags=re.M):
                 if "[AUTHORIZED]" in part:
-                    found[part[:17]] = network
+                    found[part[:17]] = (network, dict(re.findall(r"^(\w+)=(.*)$", part, flags=re.M)))
         return found
 
     def reports(self):
-        return [json.loads(line) for line in self.log("collector").splitlines() if line.startswith("{")]
+        """Every report so far, in order."""
+        path = self.folder / "collector.log"
+        if path.exists():
+            with path.open("rb") as log:
+                log.seek(self._read)
+                whole = log.read().rpartition(b"\n")[0]
+            self._read += len(whole) + bool(whole)
+            self._reports += [json.loads(line) for line in whole.splitlines() if line.startswith(b"{")]
+        return self._reports
 
     def report_list(self):
         """Who is there by the reports: MAC -> interface."""
@@ -292,24 +351,66 @@ class Air:
         """wlan1-open and wlan1 are networks; wlan1.3 and wlan1.sta1 belong to one."""
         return interface.split(".")[0]
 
-    def agree(self, *expected):
+    def agree(self, *expected, timeout=PATIENCE):
         """Waits until daemon, reports, kernel and hostapd list the same stations at the same networks: those of the clients
-        `expected`, who must be where they are connected to."""
+        `expected`, who must be where they are connected to; then until they agree on each one's figures."""
         wanted = {client.mac: client.network for client in expected}
 
         def lists():
             kernel = {mac: self.network_of(interface) for mac, (interface, _) in self.kernel_list().items()}
             return {"daemon": {mac: one["ssid_ifname"] for mac, one in self.daemon_list().items()}, "reports": self.report_list(),
-                    "kernel": kernel, "hostapd": self.hostapd_list()}
+                    "kernel": kernel, "hostapd": {mac: network for mac, (network, _) in self.hostapd_list().items()}}
         seen = {}
 
         def same():
             seen.update(lists())
             return all(there == wanted for there in seen.values())
         try:
-            wait(same, "agreement")
+            wait(same, "agreement", timeout)
         except Silence as error:
             raise AssertionError(f"wanted {wanted}, but {seen}") from error
+        differences = [("nobody", "has looked")]
+
+        def same_figures():
+            differences[:] = self.differing_figures(wanted)
+            return not differences
+        try:
+            wait(same_figures, "agreement on figures", timeout)
+        except Silence as error:
+            raise AssertionError(f"figures differ: {differences}") from error
+
+    def log_up(self):
+        """Has the daemon ask its driver for everybody's figures and report them, as it does each minute."""
+        run(self.build_dir / "bin/ubus", "call", "sta", "set", json.dumps({"set_update_log_period": 60}))
+
+    def differing_figures(self, wanted):
+        """What daemon, reports, hostapd and kernel say otherwise of these stations: all are between two looks at the
+        kernel's."""
+        before = self.kernel_list()
+        self.log_up()
+        hostapd, daemon = self.hostapd_list(), self.daemon_list()
+        after = self.kernel_list()
+        reported = {report["mac"]: report for report in self.reports()}
+        channels = {network: int(run("iw", "dev", network, "info").split("channel ")[1].split()[0]) for network in set(wanted.values())}
+        found = []
+        for mac, network in wanted.items():
+            if not all(mac in there for there in (before, hostapd, daemon, after, reported)):
+                return [(mac, "is not everywhere")]
+            (_, first), (_, last), told, report = before[mac], after[mac], daemon[mac], reported[mac]
+            for kernel, *others in (("rx bytes", hostapd[mac][1]["rx_bytes"], told["wifi_up_cnt"], report["wifi_up"]),
+                                    ("tx bytes", hostapd[mac][1]["tx_bytes"], told["wifi_down_cnt"], report["wifi_down"])):
+                if not all(int(first[kernel]) <= int(other) <= int(last[kernel]) for other in others):
+                    found.append((mac, kernel, first[kernel], *others, last[kernel]))
+            for kernel, other in (("rx bitrate", told["flowup_rate_cnt"]), ("tx bitrate", told["flowdown_rate_cnt"])):
+                rates = [int(float(re.sub(r"[^0-9.].*", "", one.get(kernel, "")) or 0)) * 1024 for one in (first, last)]
+                if other not in rates:
+                    found.append((mac, kernel, rates, other))
+            place = (0 if network == self.names[0] else 1, channels[network])
+            if any((one["radio_id"], one["channel"]) != place for one in (told, report)):
+                found.append((mac, "radio and channel", place, (told["radio_id"], told["channel"])))
+            if told["power"] not in [str(95 + int(one["signal"].split()[0])) for one in (first, last)]:
+                found.append((mac, "signal", first["signal"], told["power"]))
+        return found
 
     def wait_for_report(self, since, **members):
         """The first report after the first `since` with these members."""
@@ -317,78 +418,3 @@ class Air:
             return next((one for one in self.reports()[since:] if all(one.get(name) == value for name, value in members.items())),
                         None)
         return wait(found, f"a report with {members}")
-
-
-class Client:
-    """A station: a radio in a network namespace of its own, with wpa_supplicant."""
-
-    def __init__(self, air, name, phy):
-        self.air, self.name, self.phy = air, name, phy
-        self.network = None
-        self.address = None
-        run("ip", "netns", "add", name)
-        run("iw", "phy", phy, "set", "netns", "name", name)
-        self.interface = re.search(r"Interface (\S+)", self.inside("iw", "dev"))[1]
-        self.mac = re.search(r"link/ether (\S+)", self.inside("ip", "link", "show", "dev", self.interface))[1]
-        self.inside("ip", "link", "set", "lo", "up")
-        self.networks = 0
-        folder = pathlib.Path(f"/run/wpa-{name}")
-        folder.mkdir()
-        configuration = folder / "conf"
-        configuration.write_text(f"ctrl_interface={folder}\ncountry=US\n")
-        air.spawn(f"wpa-{name}", "ip", "netns", "exec", name, "wpa_supplicant", "-i", self.interface, "-c", configuration)
-        wait(lambda: "PONG" in self.cli("ping", check=False), f"wpa_supplicant of {name}")
-
-    def inside(self, *words, check=True, timeout=PATIENCE):
-        return run("ip", "netns", "exec", self.name, *words, check=check, timeout=timeout)
-
-    def cli(self, *words, check=True):
-        return run("wpa_cli", "-p", f"/run/wpa-{self.name}", "-i", self.interface, *words, check=check)
-
-    def status(self):
-        return dict(line.split("=", 1) for line in self.cli("status", check=False).splitlines() if "=" in line)
-
-    def configure(self, ssid, *, key_mgmt="WPA-PSK", psk=PASSWORD, frequencies=(2437, 5180), **more):
-        """A network to join; the ones before are forgotten."""
-        self.cli("remove_network", "all")
-        number = self.cli("add_network").split()[-1]
-        settings = {"ssid": f'"{ssid}"', "key_mgmt": key_mgmt, "scan_freq": " ".join(map(str, frequencies)),
-                    "freq_list": " ".join(map(str, frequencies)), **more}
-        if key_mgmt != "NONE":
-            settings["psk"] = f'"{psk}"'
-        for name, value in settings.items():
-            self.cli("set_network", number, name, value)
-        return number
-
-    def join(self, ssid, at, **how):
-        """Joins, and is authorised at the access point's network `at`."""
-        number = self.configure(ssid, frequencies=(2437,) if at == "wlan0" else (5180,), **how)
-        self.cli("select_network", number)
-        self.is_at(at)
-
-    def is_at(self, network):
-        """Waits until it is connected there."""
-        bssid = run("cat", f"/sys/class/net/{network}/address").strip()
-        wait(lambda: (now := self.status()).get("wpa_state") == "COMPLETED" and now.get("bssid") == bssid,
-             f"{self.name} to be at {network}")
-        self.network = network
-
-    def leave(self, how="disconnect"):
-        self.cli(how)
-        self.network = None
-
-    def get_address(self):
-        """A lease, as every client asks for one."""
-        self.inside("udhcpc", "-i", self.interface, "-n", "-q", "-t", "10", "-s", "/bin/true", "-x", f"hostname:{self.name}")
-        self.address = wait(lambda: next((line.split()[2] for line in pathlib.Path("/tmp/dhcp.leases").read_text().splitlines()
-                                  if self.mac in line), None), f"a lease of {self.name}")
-        self.inside("ip", "addr", "replace", f"{self.address}/24", "dev", self.interface)
-        return self.address
-
-    def send(self, address, packets, size):
-        """Packets of this many bytes over UDP, to nobody."""
-        self.inside("/usr/bin/python3", "-c", SEND, address, packets, size)
-
-    def group(self, mask):
-        """Whom the radio reaches: others of the same group."""
-        pathlib.Path(f"/sys/kernel/debug/ieee80211/{self.phy}/hwsim/group").write_text(str(mask))

@@ -1,0 +1,52 @@
+"""What all stories of the radio tests share."""
+
+from wsmlab.air import wait
+
+TIMEOUT, NETWORK_ENDED, DEAUTH_RECEIVED, DISASSOC_RECEIVED, DEAUTH_SENT, DISASSOC_SENT = 300, 303, 307, 308, 309, 310
+STORIES = []
+
+
+def story(anna=None, ben=None):
+    """To be played with the access point and two clients, who are at these networks when it begins; None: away."""
+    def keep(function):
+        function.places = (anna, ben)
+        STORIES.append(function)
+        return function
+    return keep
+
+
+def play(one, air):
+    clients = [air.client("anna"), air.client("ben")]
+    for client, place in zip(clients, one.places):
+        client.be_at(place)
+    air.agree(*(client for client in clients if client.network))
+    one(air, *clients)
+
+
+def off(air, since, client, reason):
+    """The report that the client has gone."""
+    report = air.wait_for_report(since, mac=client.mac, log_type=2)
+    assert report["reason_code"] == reason, report
+    return report
+
+
+def go_over(client, to):
+    """It roams there. The number of reports before it."""
+    since, begin = len(client.air.reports()), client.log_size()
+    client.prefer(to)
+    assert "OK" in client.cli("reassociate")
+    wait(lambda: "CTRL-EVENT-CONNECTED" in client.log_since(begin), f"{client.name} to be anywhere")
+    client.is_at(to)
+    return since
+
+
+def roam(air, client, to):
+    since = go_over(client, to)
+    arrival = air.wait_for_report(since, mac=client.mac, log_type=1, ifname=to)
+    assert arrival["is_reassoc"] == 1, arrival
+    departure = air.wait_for_report(since, mac=client.mac, log_type=4)
+    assert departure["ifname"] != to, departure
+    air.agree(*(one for one in air.clients if one.network))
+    # The old network's entry ends two seconds later: that is no departure.
+    wait(lambda: air.hostapd(departure["ifname"], "sta", client.mac, check=False).startswith("FAIL"), "the old entry's end")
+    assert not [one for one in air.reports()[since:] if one["mac"] == client.mac and one["log_type"] == 2]
