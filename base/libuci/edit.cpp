@@ -118,12 +118,13 @@ int remove(uci_ptr *ptr, bool record) {
 int set(uci_ptr *ptr, bool record) {
     const char *option = option_name(ptr);
     if (!ptr->value || (!ptr->s && !ptr->section)) return UCI_ERR_INVAL;
+    if (option && !ptr->s) return UCI_ERR_INVAL; // nothing to delete it from, either
     if (*ptr->value == '\0') {
         const int rc = remove(ptr, record);
         return rc == UCI_ERR_NOTFOUND ? UCI_OK : rc;
     }
     if (option) {
-        if (!ptr->s || !is_name(option)) return UCI_ERR_INVAL;
+        if (!is_name(option)) return UCI_ERR_INVAL;
         uci_option *o = nullptr;
         const int rc = set_option(ptr->s, option, ptr->value, record, &o);
         return follow(ptr, rc, o);

@@ -86,6 +86,13 @@ def test_import_can_keep_generated_names(uci):
     assert (uci.folder / "etc" / "fresh").read_text() == "\nconfig route 'cfg01c8b4'\n\n"
 
 
+@pytest.mark.parametrize("value", ["x", ""])
+def test_an_option_of_a_missing_section_can_neither_be_set_nor_emptied(uci, value):
+    done = uci("set", f"network.none.mtu={value}")
+    assert (done.returncode, done.stdout, done.stderr) == (1, "", "uci: Invalid argument\n")
+    assert not (uci.folder / "save").exists()
+
+
 def test_a_type_that_no_file_can_hold_is_not_added(uci):
     done = uci("add", "network", "two words")
     assert (done.returncode, done.stdout, done.stderr) == (2, "", "uci: Invalid argument\n")
