@@ -261,8 +261,9 @@ std::string commands::lease(words &given) {
 std::string commands::people(words &given) {
     const auto n = static_cast<int>(given.need_number("n", 0, population_max));
     const auto seed = given.take_number("seed", 0, std::numeric_limits<std::int64_t>::max()).value_or(1);
+    const auto guests = given.take_number("guests", 0, population_max).value_or(0);
     given.finish();
-    people_.start(n, static_cast<std::uint64_t>(seed));
+    people_.start(n, static_cast<std::uint64_t>(seed), static_cast<int>(guests));
     return "ok";
 }
 

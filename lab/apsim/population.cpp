@@ -11,7 +11,7 @@ constexpr std::array names = {"anna", "ben",   "chiara", "dario", "elif", "farid
                               "rosa", "samir", "tess",   "ugo",   "vera", "wim",   "yara",  "zoe"};
 constexpr std::array things = {"phone", "laptop", "tablet", "watch", "tv"};
 
-constexpr const char *network = "Lobby";
+constexpr const char *network = "Lobby", *guest_network = "Lobby Guest";
 constexpr int seconds_to_arrive = 8; // of a whole population
 // Signals at which a client prefers the other radio: the 5 GHz of radio 1 is faster, the 2.4 GHz of radio 0
 // reaches farther.
@@ -37,8 +37,11 @@ std::string ip_of(int number) {
 
 } // namespace
 
-void population::start(int count, std::uint64_t seed) {
+std::string population::person::ifname() const { return ifname_of(radio) + (guest ? "1" : ""); }
+
+void population::start(int count, std::uint64_t seed, int guests) {
     wanted_ = count;
+    guests_ = guests;
     if (count > 0) {
         random_ = random_numbers(seed);
         return;
@@ -75,9 +78,10 @@ void population::arrive() {
                      .value();
     const int radio = random_.between(0, 2) > 0;
     const mac_address mac = mac_of(number);
-    people_.push_back({mac.text(), number, radio});
+    const person &one =
+        people_.emplace_back(person{mac.text(), number, radio, guests_ > 0 && number % guests_ == 0});
     air_.leases.set(mac.text(), ip_of(number), name_of(number));
-    station client(mac, radio, ifname_of(radio), network);
+    station client(mac, radio, one.ifname(), one.guest ? guest_network : network);
     client.random = random_.branch();
     client.signal_goal = random_.between(-80, -38);
     client.basic.rssi = static_cast<std::int8_t>(client.signal_goal);
@@ -105,7 +109,7 @@ void population::live(person &one) {
     const bool roams = one.radio == 1 ? signal < weak_on_radio_1 : signal > strong_on_radio_0;
     if (roams && random_.once_in(5)) {
         one.radio = 1 - one.radio;
-        air_.roam(*client, ifname_of(one.radio), one.radio);
+        air_.roam(*client, one.ifname(), one.radio);
     } else if (random_.once_in(400)) {
         leave(one);
         one.mac.clear();

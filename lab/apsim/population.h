@@ -14,8 +14,8 @@ public:
     explicit population(simulator &air) : air_(air), random_(0) {}
 
     // Keeps `count` clients about from now on; another seed makes other people. With 0 all of them leave at
-    // once.
-    void start(int count, std::uint64_t seed);
+    // once. One in `guests` is in the network for guests; 0: nobody is.
+    void start(int count, std::uint64_t seed, int guests = 0);
 
     // One second goes by.
     void advance();
@@ -27,6 +27,8 @@ private:
         std::string mac;
         int number; // tells name and address
         int radio;
+        bool guest;
+        std::string ifname() const; // of the network and the radio where it is
     };
     void arrive();
     void live(person &one);
@@ -35,6 +37,7 @@ private:
     simulator &air_;
     random_numbers random_;
     int wanted_ = 0;
+    int guests_ = 0;
     std::set<int> free_numbers_; // of people who have left
     int next_number_ = 1;
     std::vector<person> people_;

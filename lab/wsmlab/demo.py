@@ -16,6 +16,7 @@ from .happenings import KINDS, Happenings, ended_with
 PAUSE_S = 0.05
 MOST_STATIONS = 4096
 MOST_DAYS = 60
+GUESTS = 4  # one in so many is in the network for guests
 BROKEN_PIPE = 128 + signal.SIGPIPE
 
 
@@ -142,7 +143,7 @@ def show(options):
         end = time.monotonic() + options.seconds if options.seconds is not None else math.inf
         run = run_plain if options.plain else run_unseen if options.web else run_live if wants_view(options) else run_plain
         try:
-            run(lab, lambda: lab.apsim(f"population n={options.stations} seed={options.seed}"), end, count)
+            run(lab, lambda: lab.apsim(f"population n={options.stations} seed={options.seed} guests={GUESTS}"), end, count)
         except KeyboardInterrupt:
             pass
         question = {"get_all_sta_status": "online", "get_sta_count": "all"}  # a list may be too long for the bus

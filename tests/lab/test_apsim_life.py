@@ -120,6 +120,19 @@ def test_the_same_seed_makes_the_same_people_come_in_the_same_way(open_apsim, tm
     assert arrivals("three", 6) != first
 
 
+def test_one_in_four_of_a_population_is_a_guest_wherever_it_roams(open_apsim):
+    apsim = open_apsim(*FAST)
+    apsim.ok("population n=24 seed=3 guests=4")
+    apsim.ok("pass seconds=60")
+
+    def numbers(*ifnames):
+        return {int(one["mac"][-2:], 16) for one in apsim.list() if one["ifname"] in ifnames}
+    guests = {number for number in range(1, 256) if number % 4 == 0}
+    assert numbers("ath01", "ath11") and numbers("ath01", "ath11") <= guests
+    assert numbers("ath0", "ath1") and not numbers("ath0", "ath1") & guests
+    assert {one["ssid"] for one in apsim.list() if one["ifname"] in ("ath01", "ath11")} == {"Lobby Guest"}
+
+
 def test_a_population_has_leases_with_addresses_and_names_of_its_own(open_apsim):
     apsim = open_apsim(*FAST, "--population", "25")
     wait(lambda: apsim.status()["population"] == 25, "everybody to come")

@@ -26,12 +26,13 @@ def demo(build_dir, patience, tmp_path):
 
 
 def test_without_a_terminal_there_is_one_line_per_happening_and_a_summary(demo):
-    with demo("--seconds", "8", "--stations", "4", stdout=subprocess.PIPE) as process:
+    with demo("--seconds", "8", "--stations", "8", stdout=subprocess.PIPE) as process:
         lines = process.communicate(timeout=demo.limit)[0].splitlines()
     assert process.returncode == 0
     assert lines[0].startswith("access point up, firewall ")
     for source in (" s  report  log on ", " s  report  log-up ", " s  notify  log on ", " s  event   ip_change mac="):
         assert any(source in line for line in lines), source
+    assert any("'Lobby Guest'" in line for line in lines) and any("'Lobby'" in line for line in lines)
     assert "reports (" in lines[-1] and lines[-1].endswith("the daemon ended cleanly (status 1, as it should)")
 
 
