@@ -12,7 +12,7 @@ import time
 
 import pytest
 
-PATIENCE = 30  # seconds; what a test waits for comes within milliseconds
+PATIENCE = 120  # seconds; what a test waits for comes within milliseconds
 CONTROLLER_GROUP = 0x8000
 # The broker lets only root publish objects; in a user namespace of its own it takes us for root.
 AS_ROOT = [] if os.geteuid() == 0 else ["unshare", "--map-root-user"]
