@@ -1,5 +1,6 @@
 """./demo without a terminal, to its end and interrupted. On a terminal: test_view.py."""
 
+import json
 import os
 import pathlib
 import re
@@ -134,11 +135,15 @@ def test_a_command_can_be_run_in_a_running_demo(demo):
             pass
         with demo("--exec", "ubus", "-S", "list", stdout=subprocess.PIPE) as visitor:
             listed = visitor.communicate(timeout=demo.limit)[0].split()
+        # As docs/bus-api.md has it.
+        with demo("--exec", "ubus", "call", "sta", "get", '{"get_all_sta_status":"online"}', stdout=subprocess.PIPE) as visitor:
+            answer = json.loads(visitor.communicate(timeout=demo.limit)[0])
         with demo("--exec", "sh", "-c", "exit 7") as visitor:
             status = visitor.wait(demo.limit)
         process.terminate()
         process.communicate(timeout=demo.limit)
     assert "sta" in listed
+    assert "count" in answer
     assert status == 7
 
 

@@ -137,6 +137,28 @@ def test_a_backup_file_that_cannot_be_written_is_said_once(device):
     assert notices(lab).count("/tmp/sta_sta.info cannot be written: a restart would lose stations") == 1
 
 
+def test_without_the_dhcp_monitor_the_log_says_that_it_is_not_found(device):
+    lab = device()
+    lab.start_apsim()
+    lab.start_daemon(wait=False)
+    lab.wait(lambda: any("Failed to lookup object: Not found" in line for line in lab.log_lines()), 30, "the failed look-up")
+
+
+def test_with_a_full_tmp_stations_are_served_and_kept_as_soon_as_there_is_room(device):
+    lab = device()
+    lab.start_apsim()
+    lab.start_collector()
+    lab.start_daemon(wait=False)
+    wait_for_notice(lab, "the driver has announced the family TK_STA")
+    lab.run(["sh", "-c", "mount -o remount,size=2m /tmp && ! dd if=/dev/zero of=/tmp/filler bs=4096 2>&1"])
+    lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0")
+    lab.wait_for_report(log_type=3, timeout=30)
+    lab.wait(lambda: MAC in lab.online(), 20, "the station")
+    lab.run(["rm", "/tmp/filler"])
+    backup = lab.files / "sta_sta.info"
+    lab.wait(lambda: backup.exists() and MAC in backup.read_text(), 30, "its line in the backup file")
+
+
 def test_a_healthy_start_says_only_that_the_driver_came(device):
     lab = device()
     lab.start_apsim()
