@@ -35,9 +35,10 @@ module.exports = [
 		collector.tell('joined', makeStation(7, Date.now() / 1000));
 		collector.trouble = {};
 		collector.release();
-		await visit.rows(3);
+		await until('the newcomer', async () => (await visit.column('.name')).includes('Badge reader'));
 		await until('the report', async () => (await visit.column('.figure')).some(text => text.startsWith('−77')));
-		assert.ok((await visit.column('.name')).includes('Badge reader'));
+		await visit.says('3 stations');
+		assert.ok(!(await visit.column('.name')).includes("Anna's phone"));
 	}),
 
 	test('a list that does not come is said', { options: { frozen: true }, prepare(collector) { collector.trouble['stations?'] = 'stall'; } }, async (visit) => {
