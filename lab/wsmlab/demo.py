@@ -14,7 +14,8 @@ from . import Lab, LabError, running
 from .happenings import KINDS, Happenings, ended_with
 
 PAUSE_S = 0.05
-MOST_STATIONS = 4096
+STATIONS, MOST_STATIONS = 12, 4096
+RADIO_STATIONS, MOST_RADIO_STATIONS = 4, 12
 MOST_DAYS = 60
 GUESTS = 4  # one in so many is in the network for guests
 BROKEN_PIPE = 128 + signal.SIGPIPE
@@ -46,7 +47,8 @@ def arguments(words):
     _stations.__name__, _seconds.__name__ = f"number from 0 to {MOST_STATIONS}", "number of seconds above 0"
     _days.__name__ = f"number of days from 1 to {MOST_DAYS}"
     parser.add_argument("--version", action="version", version=f"wsmd demo {version()}")
-    parser.add_argument("--stations", type=_stations, default=12, metavar="N", help="clients that come and go (%(default)s)")
+    parser.add_argument("--stations", type=_stations, metavar="N",
+                        help=f"clients that come and go ({STATIONS}; with --radio {RADIO_STATIONS}, at most {MOST_RADIO_STATIONS})")
     parser.add_argument("--seconds", type=_seconds, metavar="S", help="end after so long; without it, on Ctrl-C")
     parser.add_argument("--seed", type=int, default=1, metavar="K", help="of the clients' random numbers (%(default)s)")
     what = parser.add_mutually_exclusive_group()
@@ -55,6 +57,8 @@ def arguments(words):
     what.add_argument("--shell", action="store_true", help="a shell in the newest demo that runs")
     what.add_argument("--exec", nargs=argparse.REMAINDER, metavar="COMMAND",
                       help="run this command in the newest demo that runs, like: --exec ubus list")
+    what.add_argument("--radio", action="store_true",
+                      help="real hostapd and clients on simulated radios, in a virtual machine that is downloaded")
     parser.add_argument("--web", nargs="?", const="127.0.0.1:8080", metavar="ADDRESS:PORT",
                         help="serve the collector's page (%(const)s), to be looked at in a browser")
     parser.add_argument("--history", type=_days, metavar="DAYS", help="with --web: so many days, like 7d, that went before")
@@ -66,7 +70,11 @@ def arguments(words):
         parser.error("--exec: which command?")
     if options.history and not options.web:
         parser.error("--history: of which page? It goes with --web")
-    if options.web and (options.scenario or options.replay or options.shell or options.exec):
+    if options.radio and options.stations is not None and options.stations > MOST_RADIO_STATIONS:
+        parser.error(f"--radio: has at most {MOST_RADIO_STATIONS} clients")
+    if options.stations is None:
+        options.stations = RADIO_STATIONS if options.radio else STATIONS
+    if options.web and (options.radio or options.scenario or options.replay or options.shell or options.exec):
         parser.error("--web: goes with simulated clients only")
     return options
 
@@ -179,6 +187,9 @@ def run(options):
         return 0
     if options.shell or options.exec:
         running.enter(options.exec)
+    if options.radio:
+        from .radio import play
+        play(options, wants_view(options))
     end = time.monotonic() + options.seconds if options.seconds is not None else math.inf
     if options.replay:
         from .replay import play_recording
