@@ -1,6 +1,7 @@
 #include "inputs/network.h"
 
 #include "base/cxx/uci.h"
+#include "tools/file.h"
 #include "tools/health.h"
 #include "tools/log.h"
 #include "tools/text.h"
@@ -64,17 +65,12 @@ public:
     bool is_still(const char *path) const noexcept {
         struct stat now {};
         if (!settled || read(path, now) != exists) return false;
-        return !exists ||
-               (now.st_dev == status.st_dev && now.st_ino == status.st_ino && now.st_size == status.st_size &&
-                same(now.st_mtim, status.st_mtim) && same(now.st_ctim, status.st_ctim));
+        return !exists || sta_same_file(now, status);
     }
     bool is_there() const noexcept { return exists; }
 
 private:
     static bool read(const char *path, struct stat &into) noexcept { return stat(path, &into) == 0; }
-    static bool same(const timespec &a, const timespec &b) noexcept {
-        return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-    }
     struct stat status {};
     bool exists = false;
     bool settled = false;

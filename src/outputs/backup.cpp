@@ -3,9 +3,11 @@
 #include "inputs/dhcpmon_list.h"
 #include "inputs/network.h"
 #include "model/table.h"
+#include "outputs/backup_known.h"
 #include "outputs/backup_lines.h"
 #include "outputs/happenings.h"
 #include "protocol/backup_line.h"
+#include "tools/descriptor.h"
 #include "tools/file.h"
 #include "tools/line.h"
 #include "tools/log.h"
@@ -14,6 +16,7 @@
 
 #include <charconv>
 #include <concepts>
+#include <fcntl.h>
 #include <memory>
 #include <new>
 
@@ -152,6 +155,11 @@ bool is_deletable(const char *mac) {
     return false;
 }
 
+bool write_span(const char *begin, const char *end, std::FILE *to) {
+    const auto length = static_cast<std::size_t>(end - begin);
+    return length == 0 || std::fwrite(begin, 1, length, to) == length;
+}
+
 // Copies a file without the lines of a MAC, and tells of those. Lines are taken as they lie behind one another, many at a time.
 class line_remover {
 public:
@@ -206,19 +214,14 @@ private:
             }
             const bool too_short = text < backup_line_least;
             if (too_short || (mention < next && mention + mac_length_ <= line + text)) {
-                well = write(kept, line, to) && well;
+                well = write_span(kept, line, to) && well;
                 kept = next;
                 tell_dropped(mac_, {line, text}, too_short);
             }
             line = next;
         }
-        well = write(kept, line, to) && well;
+        well = write_span(kept, line, to) && well;
         return static_cast<std::size_t>(line - buffer);
-    }
-
-    static bool write(const char *begin, const char *end, std::FILE *to) noexcept {
-        const auto length = static_cast<std::size_t>(end - begin);
-        return length == 0 || std::fwrite(begin, 1, length, to) == length;
     }
 
     struct freer {
@@ -228,6 +231,45 @@ private:
     std::size_t mac_length_;
     std::unique_ptr<char, freer> room_;
 };
+
+// What the file holds, while nobody else writes it.
+backup_known known;
+
+// Takes `length` bytes out of an open file: what is behind them moves up.
+bool close_gap(int file, off_t at, off_t length) {
+    char bytes[16384];
+    for (;;) {
+        const ssize_t got = pread(file, bytes, sizeof(bytes), at + length);
+        if (got == 0) return ftruncate(file, at) == 0;
+        if (got < 0 || pwrite(file, bytes, static_cast<std::size_t>(got), at) != got) return false;
+        at += got;
+    }
+}
+
+// Removes the MAC's line where it stands. False when the file has to be read for that: nothing has been done then.
+bool remove_known(const char *mac) {
+    const backup_known::mac_number number = backup_known::number_of(mac);
+    struct stat in_the_way {};
+    if (number == backup_known::no_mac || !known.is_still(backup_file) ||
+        lstat(temporary_file, &in_the_way) == 0)
+        return false;
+    if (const std::size_t line = known.find(number, 0); line != backup_known::none) {
+        const descriptor file{open(backup_file, O_RDWR | O_NOFOLLOW | O_CLOEXEC)};
+        if (!known.is_still(file.get())) return false;
+        tell_dropped(mac, "", false);
+        const bool well = close_gap(file.get(), static_cast<off_t>(known.place(line)),
+                                    static_cast<off_t>(known.length(line)));
+        known.remove(line);
+        if (well) {
+            known.is_written(backup_file);
+        } else {
+            known.forget();
+            STA_LOG_AS(del_function, "%s write error.\n", backup_file);
+        }
+    }
+    tell_dropped(mac, "", true);
+    return true;
+}
 
 // Whether the file of all stations could be written, after each attempt.
 void backup_written(bool well) {
@@ -251,7 +293,7 @@ void sta_sta_users_backup_add(sta_info_t *sta) {
 }
 
 void sta_sta_users_backup_del(const char *mac) {
-    if (!is_deletable(mac)) return;
+    if (!is_deletable(mac) || remove_known(mac)) return;
     if (access(backup_file, F_OK) != 0) {
         STA_LOG("%s no found!\n", backup_file);
         return;
@@ -318,18 +360,121 @@ void sta_sta_save_devc() {
 }
 
 struct sta_backup_pass::state {
-    backup_lines lines;
-    bool exists = false; // the file does, or would by now
+    bool is_known = false; // what the file holds: it is not read
+    bool exists = false;   // the file does, or would by now
+
+    backup_lines lines; // of a file that has been read
+
+    std::size_t old_lines = 0; // of a known one
+    std::size_t next = 0;      // line of it, in a walk that asks for one after the other
+    sta_array<char> added;     // the lines behind those
+
+    bool open();
+    void remove(const char *mac);
+    bool add(const char *mac, std::string_view line);
+    bool write(std::FILE *to) const;
+    void learn() const;
 };
 
-sta_backup_pass::~sta_backup_pass() {
+bool sta_backup_pass::state::open() {
+    if (known.is_still(backup_file)) {
+        known.pack();
+        (void)added.reserve(known.length_of_all() +
+                            line_size); // at once: as a rule all of them are written anew
+        known.forget();                 // until it is written
+        old_lines = known.size();
+        is_known = exists = true;
+        return true;
+    }
+    known.forget();
+    const sta_file file{std::fopen(backup_file, "re")};
+    if (file && !lines.read(file.get())) return false; // nothing of what was half read will be written
+    exists = file != nullptr;
+    return true;
+}
+
+void sta_backup_pass::state::remove(const char *mac) {
+    if (!is_known) {
+        lines.remove(mac, tell_dropped);
+        return;
+    }
+    if (const std::size_t line = known.find(backup_known::number_of(mac), next); line != backup_known::none) {
+        known.remove(line);
+        next = line + 1;
+        tell_dropped(mac, "", false);
+    }
+    tell_dropped(mac, "", true);
+}
+
+// False for a line that cannot be known.
+bool sta_backup_pass::state::add(const char *mac, std::string_view line) {
+    if (!is_known) {
+        (void)lines.append(line.data(), line.size());
+        return true;
+    }
+    if (backup_known::mac_of_line(line) != mac || !added.append(line.data(), line.size())) return false;
+    if (known.add(backup_known::number_of(mac), line.size())) return true;
+    added.cut(added.size() - line.size());
+    return false;
+}
+
+bool sta_backup_pass::state::write(std::FILE *to) const {
+    if (!is_known) return lines.write(to);
+    const auto write_left = [&](const char *line, std::size_t first, std::size_t end) {
+        const char *kept = line; // begins what is still to be written
+        for (; first < end; ++first) {
+            const char *next_line = line + known.length(first);
+            if (known.is_gone(first)) {
+                if (!write_span(kept, line, to)) return false;
+                kept = next_line;
+            }
+            line = next_line;
+        }
+        return write_span(kept, line, to);
+    };
+    std::size_t had = 0;
+    bool is_left = false;
+    for (std::size_t i = 0; i < old_lines; ++i) {
+        had += known.length(i);
+        is_left = is_left || !known.is_gone(i);
+    }
+    sta_array<char> old;
+    if (is_left) {
+        const sta_file from{std::fopen(backup_file, "re")};
+        if (!from || !sta_read_all(from.get(), old, had) || old.size() != had ||
+            !write_left(old.data(), 0, old_lines))
+            return false;
+    }
+    return write_left(added.data(), old_lines, known.size());
+}
+
+// What the file holds is known from now on, if it can be.
+void sta_backup_pass::state::learn() const {
+    if (is_known) {
+        known.pack();
+    } else {
+        known.clear();
+        const bool all = lines.for_each([&](std::string_view line) {
+            const std::string_view mac = backup_known::mac_of_line(line);
+            const backup_known::mac_number number = backup_known::number_of(mac);
+            return number != backup_known::no_mac && lines.has_once(mac.data()) &&
+                   known.add(number, line.size());
+        });
+        if (!all) return;
+    }
+    known.is_written(backup_file);
+}
+
+sta_backup_pass::~sta_backup_pass() { close(); }
+
+void sta_backup_pass::close() {
     if (!now) return;
     bool written = false;
     if (now->exists) {
         // Anybody may put a link there: it goes, and what it leads to is not touched.
         (void)unlink(temporary_file);
         if (const sta_file file{std::fopen(temporary_file, "wxe")}) {
-            written = now->lines.write(file.get()) && sta_flush(file.get());
+            written = now->write(file.get()) && sta_flush(file.get());
             if (!written) STA_LOG_AS(del_function, "%s write error.\n", backup_file);
         } else {
             STA_LOG_AS(del_function, "%s open fail.\n", temporary_file);
@@ -340,28 +485,35 @@ sta_backup_pass::~sta_backup_pass() {
         } else if (!written) {
             (void)unlink(temporary_file); // the old file stays whole
         }
+        if (written) now->learn();
         backup_written(written);
     }
     now->~state();
     std::free(now);
+    now = nullptr;
 }
 
 bool sta_backup_pass::is_open() {
     if (single || now) return !single;
     void *room = std::malloc(sizeof(state));
     now = room ? new (room) state : nullptr;
-    const sta_file file{std::fopen(backup_file, "re")};
-    single = !now || (file && !now->lines.read(file.get()));
-    if (now) now->exists = file && !single; // nothing of what was half read will be written
+    single = !now || !now->open();
     return !single;
 }
 
+bool sta_backup_pass::read_instead() {
+    close();
+    known.forget();
+    return is_open();
+}
+
 void sta_backup_pass::remove(const char *mac) {
-    if (!is_open()) {
+    if (!is_open() ||
+        (now->is_known && mac && backup_known::number_of(mac) == backup_known::no_mac && !read_instead())) {
         sta_sta_users_backup_del(mac);
     } else if (is_deletable(mac)) {
         if (now->exists)
-            now->lines.remove(mac, tell_dropped);
+            now->remove(mac);
         else
             STA_LOG_AS(del_function, "%s no found!\n", backup_file);
     }
@@ -373,10 +525,12 @@ void sta_backup_pass::update(sta_info_t *sta) {
         return;
     }
     remove(sta->mac);
-    if (sta->mac[0] == '\0') return;
+    if (single) sta_sta_users_backup_add(sta);
+    if (single || sta->mac[0] == '\0') return;
     now->exists = true;
     if (sta->no_backup) return;
     char line[line_size];
     const std::size_t length = make_line(sta, line);
-    (void)now->lines.append(line, length); // without memory this line is lost until the next pass
+    // Without memory this line is lost until the next pass.
+    if (!now->add(sta->mac, {line, length}) && read_instead()) (void)now->add(sta->mac, {line, length});
 }

@@ -48,7 +48,9 @@ public:
     void remove(const char *mac);
 
 private:
-    bool is_open(); // reads the file if nobody has yet
+    bool is_open(); // knows or reads what the file holds
+    void close();
+    bool read_instead(); // what comes now does not go with a file that is known without reading
 
     struct state;
     state *now = nullptr; // made by the first call

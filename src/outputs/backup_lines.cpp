@@ -86,6 +86,15 @@ bool backup_lines::append(const char *line, std::size_t length) noexcept {
     return added;
 }
 
+bool backup_lines::has_once(const char *mac) const noexcept {
+    int mentions = 0;
+    macs.find(bytes.data(), mac, [&](const sta_mac_index::mention &one) {
+        mentions += pieces[one.owner].gone ? 0 : 1;
+        return mentions > 1;
+    });
+    return mentions == 1;
+}
+
 bool backup_lines::write(std::FILE *file) const noexcept {
     for (std::size_t i = 0; i < pieces.size();) {
         const std::size_t begin = pieces[i].begin;

@@ -37,6 +37,17 @@ public:
     // Appends a line of `length` bytes. False without memory: the lines are then as before.
     bool append(const char *line, std::size_t length) noexcept;
 
+    // Calls `visit` with each line that is left, until it returns false. Whether it never did.
+    template <class Visit> bool for_each(Visit visit) const noexcept {
+        for (std::size_t i = 0; i < pieces.size(); ++i)
+            if (!pieces[i].gone && !visit(std::string_view{bytes.data() + pieces[i].begin, pieces[i].length}))
+                return false;
+        return true;
+    }
+
+    // Whether `mac`, of 17 characters, is mentioned once in what is left.
+    bool has_once(const char *mac) const noexcept;
+
     // Writes what is left. False when not every byte was taken.
     bool write(std::FILE *file) const noexcept;
 

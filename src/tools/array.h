@@ -24,6 +24,7 @@ public:
     T *begin() noexcept { return values; }
     T *end() noexcept { return values + used; }
     void clear() noexcept { used = 0; }
+    void cut(std::size_t count) noexcept { used = count; } // no more than there are
 
     // Appends `count` values. False without memory: the array is then unchanged.
     bool append(const T *from, std::size_t count) noexcept {

@@ -1,7 +1,6 @@
 #include "tools/file.h"
 
 #include <algorithm>
-#include <sys/stat.h>
 
 bool sta_read_all(std::FILE *file, sta_array<char> &bytes, std::size_t most) noexcept {
     struct stat status {};
@@ -15,4 +14,12 @@ bool sta_read_all(std::FILE *file, sta_array<char> &bytes, std::size_t most) noe
         bytes.extend(got);
     }
     return std::ferror(file) == 0 && bytes.size() <= most;
+}
+
+bool sta_same_file(const struct stat &a, const struct stat &b) noexcept {
+    const auto same = [](const timespec &x, const timespec &y) {
+        return x.tv_sec == y.tv_sec && x.tv_nsec == y.tv_nsec;
+    };
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           same(a.st_mtim, b.st_mtim) && same(a.st_ctim, b.st_ctim);
 }

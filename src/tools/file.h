@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <sys/stat.h>
 
 // True when all that was written has been taken, too: a full disk shows only here.
 inline bool sta_flush(std::FILE *file) noexcept { return std::fflush(file) == 0 && std::ferror(file) == 0; }
@@ -21,3 +22,6 @@ using sta_file = std::unique_ptr<std::FILE, sta_file_closer>;
 // Appends what is left of `file` to `bytes`. False without memory, when reading fails, and when `bytes` would have more than
 // `most`.
 bool sta_read_all(std::FILE *file, sta_array<char> &bytes, std::size_t most) noexcept;
+
+// Whether two looks at a path have seen the same file, and nobody has changed it between them, as far as its times tell.
+bool sta_same_file(const struct stat &a, const struct stat &b) noexcept;

@@ -36,21 +36,17 @@ bool sta_mac_index::is_mac(const char *text) noexcept {
     return std::strlen(text) == mac_length && length_of_no_mac(text) == 0;
 }
 
+std::size_t sta_mac_index::step_to_mac(const char *text) noexcept {
+    const std::size_t misfit = length_of_no_mac(text);
+    // No MAC reaches over a character that none has; others may fit when the next one begins later.
+    return misfit > 0 && is_of_mac(text[misfit - 1]) ? 1 : misfit;
+}
+
 bool sta_mac_index::add(const char *text, number begin, std::size_t length, number owner) noexcept {
-    const char *part = text + begin;
-    for (std::size_t at = 0; at + mac_length <= length;) {
-        const std::size_t misfit = length_of_no_mac(part + at);
-        if (misfit > 0) {
-            // No MAC reaches over a character that none has; others may fit when the next one begins later.
-            at += is_of_mac(part[at + misfit - 1]) ? 1 : misfit;
-            continue;
-        }
-        if (!mentions.push({begin + static_cast<number>(at), owner, none}) ||
-            !link(text, static_cast<number>(mentions.size() - 1)))
-            return false;
-        ++at;
-    }
-    return true;
+    return for_each(text + begin, length, [&](std::size_t at) {
+        return mentions.push({begin + static_cast<number>(at), owner, none}) &&
+               link(text, static_cast<number>(mentions.size() - 1));
+    });
 }
 
 sta_mac_index::number sta_mac_index::first_like(const char *mac) const noexcept {

@@ -26,6 +26,16 @@ public:
     // Whether `text`, of any length, is a MAC and nothing else.
     static bool is_mac(const char *text) noexcept;
 
+    // Calls `visit` with the place of each MAC of the `length` characters at `text`, until it returns false. Whether it never did.
+    template <class Visit> static bool for_each(const char *text, std::size_t length, Visit visit) noexcept {
+        for (std::size_t at = 0; at + mac_length <= length;) {
+            const std::size_t step = step_to_mac(text + at);
+            if (step == 0 && !visit(at)) return false;
+            at += step > 0 ? step : 1;
+        }
+        return true;
+    }
+
     // Adds every MAC of the `length` characters at `text + begin`. False without memory; some may be known by then.
     bool add(const char *text, number begin, std::size_t length, number owner) noexcept;
 
@@ -41,6 +51,8 @@ private:
         number first, last;
     };
 
+    // How far behind `text`, of 17 characters at least, the next MAC can begin; 0: it begins there.
+    static std::size_t step_to_mac(const char *text) noexcept;
     number first_like(const char *mac) const noexcept; // the first mention of its bucket
     bool link(const char *text, number which) noexcept;
     bool rebuild(const char *text) noexcept;
