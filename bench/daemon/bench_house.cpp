@@ -13,7 +13,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -146,8 +145,7 @@ void write_whole(const std::string &path, const std::string &bytes) {
 void send_ready_report(const std::uint8_t *image) {
     static const sockaddr_un client = unix_address("/tmp/sta_client_domain");
     static const sockaddr_un server = unix_address("/tmp/sta_server_domain");
-    const int report = socket(AF_UNIX, SOCK_STREAM, 0);
-    fcntl(report, F_SETFD, FD_CLOEXEC);
+    const int report = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     unlink(client.sun_path);
     if (bind(report, reinterpret_cast<const sockaddr *>(&client), sizeof(client)) != 0 ||
         connect(report, reinterpret_cast<const sockaddr *>(&server), sizeof(server)) != 0 ||

@@ -129,17 +129,20 @@ int sta_ubus_dhcpdump_subscribe() {
     remove_subscriber(); // registering it twice would break the library's list of objects
     sta_ubus_dhcpdump_subscriber.cb = sta_ubus_dhcpdump_notify_cb;
     sta_ubus_dhcpdump_subscriber.remove_cb = sta_ubus_dhcpdump_server_remove_cb;
-    int result = ubus_register_subscriber(sta_ubus_ctx, &sta_ubus_dhcpdump_subscriber);
+    // The monitor may be missing for good: then a try costs one look-up. Any other failure is the registration's to report.
+    ++sta_health.bus_lookups;
+    const int found = ubus_lookup_id(sta_ubus_ctx, "dhcpmon.client.notify", &dhcpdump_id);
+    int result = UBUS_STATUS_OK;
+    if (found != UBUS_STATUS_NOT_FOUND)
+        result = ubus_register_subscriber(sta_ubus_ctx, &sta_ubus_dhcpdump_subscriber);
     if (result != UBUS_STATUS_OK) {
         STA_ERROR("sta_ubus", "Failed to add watch handler: %s\n", ubus_strerror(result));
         return result;
     }
-    ++sta_health.bus_lookups;
-    result = ubus_lookup_id(sta_ubus_ctx, "dhcpmon.client.notify", &dhcpdump_id);
-    if (result != UBUS_STATUS_OK) {
+    if (found != UBUS_STATUS_OK) {
         remove_subscriber();
-        STA_ERROR("sta_ubus", "Failed to lookup object: %s\n", ubus_strerror(result));
-        return result;
+        STA_ERROR("sta_ubus", "Failed to lookup object: %s\n", ubus_strerror(found));
+        return found;
     }
     result = ubus_subscribe(sta_ubus_ctx, &sta_ubus_dhcpdump_subscriber, dhcpdump_id);
     if (result != UBUS_STATUS_OK) {

@@ -57,13 +57,12 @@ int sta_domain_socket_send(const sta_info_t *sta) {
         return -1;
     }
     const sta_stopwatch watch{sta_health.reports_slowest};
-    const descriptor report{socket(AF_UNIX, SOCK_STREAM, 0)};
+    const descriptor report{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
     if (report.get() < 0) {
         STA_LOG("domain socket error.\n");
         ++sta_health.reports_without_socket;
         return -1;
     }
-    fcntl(report.get(), F_SETFD, FD_CLOEXEC);
     const unix_address client{client_path};
     unlink(client_path);
     if (bind(report.get(), client.get(), client.size) < 0) {

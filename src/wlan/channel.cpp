@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <fcntl.h>
 #include <linux/genetlink.h>
 #include <linux/netlink.h>
 #include <sys/socket.h>
@@ -54,12 +53,11 @@ attribute attribute_at(const std::uint8_t *message, std::size_t received, std::s
 } // namespace
 
 int sta_nl_socket(std::uint32_t *port, int join) {
-    const int fd = socket(AF_NETLINK, SOCK_RAW, NETLINK_GENERIC);
+    const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_GENERIC);
     if (fd < 0) {
         STA_LOG("open netlink socket failed.");
         return -1;
     }
-    fcntl(fd, F_SETFD, FD_CLOEXEC);
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
     address.nl_groups = join ? announcements : 0;
