@@ -124,16 +124,22 @@ const std::string unbelievable =
     "level 3 NOTICE: the driver counts 8193 stations on ath0, more than 8192: its table is not read\n";
 
 TEST_F(table_fetch, of_more_stations_than_there_can_be_is_refused_and_said) {
+    count_is("8192"); // what was wrong before has been said already
+    sta_get_ioctl_stainfo(sta, &table, "ath0", 3);
+    sta_free(table);
+    forget_log();
+    const std::size_t asked = driver_commands().size();
     count_is("8193");
     EXPECT_EQ(sta_get_ioctl_stainfo(sta, &table, "ath0", 3), 8193);
     EXPECT_EQ(table, nullptr);
-    EXPECT_THAT(driver_commands(), ElementsAre(5));
+    EXPECT_EQ(driver_commands().size(), asked + 1);
+    EXPECT_EQ(driver_commands().back(), 5);
     EXPECT_THAT(log_lines(),
                 ElementsAre(unbelievable, "sta_get_ioctl_stainfo: ath0 was ext ioctl get msg fail\n"));
 }
 
 TEST_F(table_fetch, of_more_stations_than_there_can_be_is_said_once_until_the_count_is_right_again) {
-    for (const char *count : {"8193", "8193", "8192", "8193"}) {
+    for (const char *count : {"8192", "8193", "8193", "8192", "8193"}) {
         count_is(count);
         sta_get_ioctl_stainfo(sta, &table, "ath0", 1);
         sta_free(table);
