@@ -31,6 +31,7 @@ MAY_INCLUDE = {
     "base/": [],
     "platform/": ["protocol/", *BASE],
     "drivers/": ["protocol/", *BASE],
+    "wsm/": ["protocol/", "src/tools/array.h", *BASE],
     "recorder/": ["protocol/", "drivers/channel/", "lab/common/", *BASE],
     "collector/": ["protocol/"],
     "lab/": ["protocol/", "drivers/channel/", *BASE],
@@ -40,7 +41,7 @@ HEADERS_MAY_INCLUDE = ["src/model/record.h", "src/tools/", *BELOW]
 # Where a quoted name is looked up, after the including file's own folder.
 ROOTS = ["", "src/", "platform/", "drivers/", "lab/", "recorder/", "base/include/", "base/libubus/", "base/ubusd/", "base/libuci/"]
 
-DEVICE = ("src/", "platform/", "protocol/", "drivers/", "base/")
+DEVICE = ("src/", "platform/", "protocol/", "drivers/", "base/", "wsm/")
 NEEDS_RUNTIME = {"any", "deque", "exception", "format", "fstream", "future", "iostream", "istream", "list", "map",
                  "mutex", "ostream", "regex", "set", "sstream", "stdexcept", "string", "thread", "unordered_map",
                  "unordered_set", "vector"}

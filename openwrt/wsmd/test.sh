@@ -5,6 +5,7 @@ case "$1" in
 wsmd)
 	[ -x /etc/init.d/wsmd ] && [ -f /etc/config/wsmd ] || exit 1
 	[ "$(uci -q get wsmd.main)" = wsmd ] || exit 1
+	wsm --help | grep -q '^usage: wsm' || exit 1
 	# Without a capability file it starts, finds that out, says so and ends; all its libraries are there then.
 	[ -e /tmp/tk_device/tk_device.json ] && exit 0
 	rm -f /tmp/sta.log

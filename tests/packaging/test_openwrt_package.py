@@ -85,7 +85,7 @@ def test_what_is_packed_is_what_was_installed(tree, feed, installed, tmp_path):
     make(tree, feed, *(f"install-{name}" for name in packages), PKG_INSTALL_DIR=staged, DEST=tmp_path / "packed")
     assert {name: files_below(tmp_path / "packed" / name) for name in packages} == {
         "wsmd": ["etc/capabilities/wsmd.json", "etc/config/wsmd", "etc/init.d/wsmd", "etc/uci-defaults/wsmd",
-                 "usr/sbin/wsm-check", "usr/sbin/wsmd", "usr/share/acl.d/wsmd.json", "usr/share/rpcd/acl.d/wsmd.json"],
+                 "usr/bin/wsm", "usr/sbin/wsm-check", "usr/sbin/wsmd", "usr/share/acl.d/wsmd.json", "usr/share/rpcd/acl.d/wsmd.json"],
         "wsm-bridge": ["etc/capabilities/wsm-bridge.json", "etc/config/wsm-bridge", "etc/init.d/wsm-bridge", "usr/sbin/wsm-bridge"],
         "libdebug-open": ["etc/config/debug", "usr/lib/libdebug.so"],
         "libwas-open": ["usr/lib/libwas.so"],
