@@ -187,7 +187,7 @@ void sessions::take(const station_report &report, moment when, std::vector<chang
     const std::string from_ap = known.ap;
     const int from_radio = known.radio;
     const moment before = deadline(at->second);
-    const auto kind = departs(report) ? depart(known, report, when) : proceed(known, report, when);
+    const auto kind = departs(report) ? depart(at->second, report, when) : proceed(at->second, report, when);
     if (!kind) {
         ++late;
         return;
@@ -213,14 +213,16 @@ change sessions::open(const station_report &report, const std::string &mac, mome
     note(begun, report, when);
     count_bytes(begun, report, false);
     if (departs(report)) set_departure(begun, report, when); // all that is heard of it is its end
-    const entry &known = stays_.emplace(mac, entry{std::move(begun), when}).first->second;
+    const entry &known =
+        stays_.emplace(mac, entry{std::move(begun), when, report.online_ts.sec}).first->second;
     deadlines_.insert({deadline(known), mac});
     return {change_kind::joined, when, known.is, {}, 0};
 }
 
 // Both return nothing for a report that was overtaken.
-std::optional<change_kind> sessions::depart(stay &known, const station_report &report, moment when) const {
-    const bool elsewhere = !is_here(known, report) || report.online_ts.sec < known.association;
+std::optional<change_kind> sessions::depart(entry &of, const station_report &report, moment when) const {
+    stay &known = of.is;
+    const bool elsewhere = !is_here(known, report) || report.online_ts.sec < of.earliest;
     if (elsewhere || known.state == presence::leaving) return {};
     note(known, report, when);
     count_bytes(known, report, true);
@@ -228,12 +230,13 @@ std::optional<change_kind> sessions::depart(stay &known, const station_report &r
     return change_kind::leaving;
 }
 
-std::optional<change_kind> sessions::proceed(stay &known, const station_report &report, moment when) const {
+std::optional<change_kind> sessions::proceed(entry &of, const station_report &report, moment when) const {
+    stay &known = of.is;
     change_kind kind = change_kind::updated;
     const bool again = report.online_ts.sec > known.association;
     // Clocks of two access points may differ: of another one's word "on line" the order of the receipt counts.
     const bool news = report.log_type == report_online && ap_of(report) != known.ap;
-    if (report.online_ts.sec < known.association && !news) return {};
+    if (report.online_ts.sec < of.earliest && !news) return {};
     if (!is_here(known, report)) {
         kind = change_kind::roamed;
         ++known.roams;
@@ -243,6 +246,7 @@ std::optional<change_kind> sessions::proceed(stay &known, const station_report &
     } else if (known.state != presence::here) {
         return {};
     }
+    if (kind == change_kind::returned || ap_of(report) != known.ap) of.earliest = report.online_ts.sec;
     if (kind != change_kind::updated) associate(known, report);
     note(known, report, when);
     count_bytes(known, report, false);
@@ -277,7 +281,12 @@ std::optional<moment> sessions::next_deadline() const {
 void sessions::restore(stay known, moment when) {
     next_id_ = std::max(next_id_, known.id + 1);
     const std::string mac = known.mac;
-    const auto [at, added] = stays_.emplace(mac, entry{std::move(known), when});
+    // Where it has moved, the first association's time is that of the stay's beginning at the latest.
+    const auto earliest =
+        known.roams == 0
+            ? known.association
+            : static_cast<std::int32_t>(std::min<moment>(known.association, known.began / second));
+    const auto [at, added] = stays_.emplace(mac, entry{std::move(known), when, earliest});
     if (added) deadlines_.insert({deadline(at->second), mac});
 }
 

@@ -62,11 +62,14 @@ private:
     struct entry {
         stay is;
         moment heard; // when its time of grace or silence began
+        // Reports tell of an association of this time or a later one: a daemon goes on with the first one's when the station
+        // has moved to another of its radios, whose own "on line" tells the time of the move.
+        std::int32_t earliest;
     };
     using table = std::unordered_map<std::string, entry>;
     change open(const station_report &report, const std::string &mac, moment when);
-    std::optional<change_kind> depart(stay &known, const station_report &report, moment when) const;
-    std::optional<change_kind> proceed(stay &known, const station_report &report, moment when) const;
+    std::optional<change_kind> depart(entry &of, const station_report &report, moment when) const;
+    std::optional<change_kind> proceed(entry &of, const station_report &report, moment when) const;
     change end(table::iterator at, moment when);
     moment deadline(const entry &known) const;
 

@@ -105,6 +105,29 @@ TEST_F(rules, who_leaves_for_another_radio_and_never_arrives_has_left) {
     EXPECT_EQ(last().reason, "roamed away");
 }
 
+TEST_F(rules, after_a_roam_the_daemon_goes_on_with_the_time_of_the_first_association) {
+    hears(0, {.kind = report_online, .since = 0});
+    hears(60, {.kind = report_roamed, .since = 0, .up = 10});
+    EXPECT_THAT(hears(60, {.kind = report_online, .since = 60, .radio = 1}), ElementsAre("roamed"));
+    EXPECT_THAT(hears(120, {.since = 0, .radio = 1, .up = 30}), ElementsAre("updated"));
+    EXPECT_EQ(last().up, (byte_counter{40, 30}));
+    people_.restore(last(), noon + 121 * second); // known already: nothing changes
+    EXPECT_THAT(hears(130, {.kind = report_roamed, .since = 0, .radio = 1, .up = 35}),
+                ElementsAre("leaving"));
+    EXPECT_THAT(hears(130, {.kind = report_online, .since = 130, .radio = 0}), ElementsAre("roamed"));
+    sessions after_a_restart;
+    after_a_restart.restore(last(), noon + 140 * second);
+    after_a_restart.take(make_report({.since = 0, .up = 5}), noon + 150 * second, done_);
+    EXPECT_EQ(last().up, (byte_counter{50, 5}));
+    EXPECT_THAT(hears(200, {.kind = report_offline, .since = 0, .up = 7, .left = 200}),
+                ElementsAre("leaving"));
+    EXPECT_EQ(last().up, (byte_counter{52, 7}));
+    EXPECT_EQ(people_.late, 0u);
+    EXPECT_THAT(hears(210, {.kind = report_online, .since = 210}), ElementsAre("returned"));
+    hears(220, {.since = 0, .up = 9});
+    EXPECT_EQ(people_.late, 1u) << "that association is over";
+}
+
 TEST_F(rules, a_roam_to_another_access_point_joins_both_and_the_old_ones_late_word_changes_nothing) {
     hears(0, {.kind = report_online, .ap = "02:54:4b:00:00:0a"});
     EXPECT_THAT(hears(60, {.kind = report_online, .since = 60, .ap = "02:54:4b:00:00:0b"}),
