@@ -42,7 +42,11 @@ def associate(lab, mac, name="phone", ip="192.168.10.50", radio=0):
 
 
 def online(lab, mac):
-    lab.wait(lambda: lab.bus("call", "wsmd", "station", {"mac": mac})["state"] == "online", 20, f"{mac} to be online")
+    def states():
+        page = lab.bus("call", "wsmd", "stations", {"fields": ["state"]})
+        return {one["mac"]: one["state"] for one in page["stations"]}
+
+    lab.wait(lambda: states().get(mac) == "online", 20, f"{mac} to be online")
 
 
 @pytest.fixture
