@@ -12,15 +12,18 @@ import json
 import pathlib
 import re
 import shlex
+import signal
 import sys
 
-from . import Lab, members
+from . import Lab, members, network
+from .overflow import overflow
 
 DOCS = pathlib.Path(__file__).resolve().parents[2] / "docs"
 _EXAMPLE = re.compile(r"<!-- example: (?P<command>.*?) -->\n```[a-z]*\n(?P<text>.*?)```", re.DOTALL)
 _MEMBERS = re.compile(r"<!-- members: (?P<kind>.*?) -->\n(?P<table>(?:\|.*\n)*)")
 _MAC = "02:00:00:00:00:01"
 _CONVERSATION, _LEFT_OUT = "conversation", "..."
+_ADDRESSES = """ubus call wsmd stations '{"fields":["ip","addresses","names"]}'"""
 _RECORDING = "/tmp/fault.wsr"
 
 
@@ -67,12 +70,33 @@ class _Life:
         self._lines[f"cat /tmp/{backup.name}"] = lab.wait(
             lambda: backup.exists() and backup.read_text(), 10, "the station's line in the backup file")
         watch.stop()
+        self._lines[_ADDRESSES] = self._addresses()
+
+    def _addresses(self):
+        """With one that the kernel has seen; it is gone before the station comes again."""
+        self._lab.run(["ip", "-batch", "-"], stdin=f"""\
+link add ath0 type veth peer name client
+link set ath0 master {network.BRIDGE} up
+neigh add 2001:db8::a lladdr {_MAC} dev {network.BRIDGE} nud permanent
+""".encode())
+        said = self._lab.wait(lambda: (text := self._lab.run(shlex.split(_ADDRESSES)).stdout).count('"neighbour"') and text,
+                              10, "the neighbour's address")
+        self._lab.run(["ip", "link", "delete", "ath0"])
+        self._lab.run(["ip", "neigh", "flush", "all", "nud", "permanent"])
+        return said
+
+    def _online(self):
+        return self._lab.bus("call", "wsmd", "station", {"mac": _MAC})["state"] == "online"
 
     def _told_of(self, kind):
         """The first notification of this kind that the object wsmd has sent."""
         if kind == "roamed":
             self._lab.apsim(f"roam mac={_MAC} ifname=ath1 radio=1")
             self._lab.apsim(f"roam mac={_MAC} ifname=ath0 radio=0")
+        if kind == "resync":
+            self._lab.daemon.signal(signal.SIGSTOP)
+            overflow(self._lab)
+            self._lab.daemon.signal(signal.SIGCONT)
         return self._lab.wait(lambda: next((line for line in self._told.text().splitlines(keepends=True)
                                             if line.startswith(f'{{ "{kind}"') and line.endswith("\n")), None),
                               10, f"a notification {kind}")
@@ -80,6 +104,8 @@ class _Life:
     def printed_by(self, command):
         if command.startswith("ubus subscribe wsmd # "):
             return self._told_of(command.rsplit(" ", 1)[1])
+        if command.startswith("ubus call wsmd station") and command not in self._lines:
+            self._lab.wait(self._online, 20, "the station to be online")
         return self._lines[command] if command in self._lines else self._lab.run(shlex.split(command)).stdout
 
     def _period_request(self):

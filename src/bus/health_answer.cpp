@@ -65,6 +65,22 @@ void sta_put_health(struct blob_buf *buf) noexcept {
         stations.number("refused", h.stations_refused);
     }
     {
+        const section neighbours{buf, "neighbours"};
+        neighbours.number("received", h.neighbours_received);
+        neighbours.number("unusable", h.neighbours_unusable);
+        neighbours.number("unknown", h.neighbours_unknown);
+        neighbours.number("foreign", h.neighbours_foreign);
+        neighbours.number("malformed", h.neighbours_malformed);
+        neighbours.number("overruns", h.neighbours_overruns);
+        neighbours.number("dumps", h.neighbours_dumps);
+    }
+    {
+        const section addresses{buf, "addresses"};
+        addresses.number("kept", h.addresses_kept);
+        addresses.number("displaced", h.addresses_displaced);
+        addresses.number("refused", h.addresses_refused);
+    }
+    {
         const section lookups{buf, "lookups"};
         lookups.number("bus", h.bus_lookups);
         lookups.number("configuration", h.configuration_lookups);

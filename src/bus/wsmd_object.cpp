@@ -133,7 +133,7 @@ int sta_wsmd_stations(struct ubus_context *ctx, struct ubus_object * /*obj*/, st
     std::uint32_t limit = page_default;
     if (!take_limit(found[STATIONS_LIMIT], limit))
         return sta_arguments_refuse(ctx, req, "not 1 to 256", "limit");
-    station_fields fields = sta_view_all();
+    station_fields fields = sta_view_page();
     if (found[STATIONS_FIELDS])
         if (const char *unknown = take_fields(found[STATIONS_FIELDS], fields))
             return sta_arguments_refuse(ctx, req, "unknown field", unknown);

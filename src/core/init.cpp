@@ -10,6 +10,7 @@
 #include "inputs/uci_shell.h"
 #include "life/address.h"
 #include "life/listen.h"
+#include "life/neighbours.h"
 #include "life/restore.h"
 #include "life/timers.h"
 #include "model/departures.h"
@@ -73,6 +74,7 @@ void sta_init() {
     sta_flow_count_timer(&sta_flow_count_timeout);
     sta_sta_log_up_timer(&sta_log_up_timeout);
     sta_single_log_up_timer(&sta_single_log_up_timeout);
+    sta_neighbours_init();
     sta_control_dhcp_init(sta_sta_update_name_by_dhcp);
     STA_LOG("%s init finish..\n", tag);
 }

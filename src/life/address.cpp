@@ -3,6 +3,7 @@
 #include "fw/iptables.h"
 #include "inputs/leases.h"
 #include "inputs/network.h"
+#include "model/identity.h"
 #include "model/table.h"
 #include "outputs/backup.h"
 #include "outputs/collector.h"
@@ -38,6 +39,7 @@ void refresh_name(sta_info_t *sta, refresh &shared) {
     char *name = sta_get_name_by_dhcp_mac(sta->mac);
     if (!name) return;
     if (sta->name && std::strcmp(sta->name, name) == 0) {
+        sta_identity_add_name(sta, name, station_origin::lease);
         sta_free(name);
         return;
     }
@@ -46,6 +48,7 @@ void refresh_name(sta_info_t *sta, refresh &shared) {
     sta_free(sta->name);
     sta->name = name;
     shared.backup.update(sta);
+    sta_learn_name(sta, name, station_origin::lease);
 }
 
 // Puts the address found into the record; the one it had goes to `old`. False when it is the same.
@@ -58,11 +61,15 @@ bool change_address(sta_info_t *sta, const char *found, char (&old)[sizeof(sta_i
 
 void refresh_leased_address(sta_info_t *sta, refresh &shared) {
     char found[sizeof(sta->ip)] = "", old[sizeof(sta->ip)];
-    if (sta_get_ipaddr_by_dhcp_mac(found, sta->mac) != 0 || !change_address(sta, found, old)) return;
+    if (sta_get_ipaddr_by_dhcp_mac(found, sta->mac) != 0) return;
+    if (!change_address(sta, found, old)) {
+        sta_identity_add_address(sta, found, station_origin::lease);
+        return;
+    }
     shared.backup.update(sta);
     STA_LOG_AS(STA_NAME_OF(sta_sta_update_online_status_ip_by_dhcp), "ip change: mac %s, %s->%s\n", sta->mac,
                old, sta->ip);
-    sta_tell_address(sta, sta->ip, station_origin::lease);
+    sta_learn_address(sta, sta->ip, station_origin::lease);
 }
 
 void refresh_snooped_address(sta_info_t *sta) {
@@ -78,7 +85,7 @@ void refresh_snooped_address(sta_info_t *sta) {
     sta_sta_users_backup_update(sta);
     STA_LOG_AS(STA_NAME_OF(sta_sta_update_online_status_ip), "ip change: mac %s, %s->%s\n", sta->mac, old,
                sta->ip);
-    sta_tell_address(sta, sta->ip, station_origin::snoop);
+    sta_learn_address(sta, sta->ip, station_origin::snoop);
 }
 
 void refresh_names(refresh &shared) {
@@ -138,7 +145,7 @@ void sta_sta_update_ip_by_ip_change_event(const char *mac, const char *before_ip
         }
         STA_LOG("IP change: mac %s, %s->%s.\n ", sta->mac, sta->ip, changed_ip);
         char old[sizeof(sta->ip)];
-        if (change_address(sta, changed_ip, old)) sta_tell_address(sta, sta->ip, station_origin::event);
+        if (change_address(sta, changed_ip, old)) sta_learn_address(sta, sta->ip, station_origin::event);
     }
 }
 
@@ -176,8 +183,8 @@ void sta_sta_update_ip_by_dhcp_update_event(const char *mac, const char *ip, con
         STA_LOG("dhcp update: mac %s, ip %s, hostname %s, time_us %lld.\n ", sta->mac, sta->ip, hostName,
                 static_cast<long long>(time_us));
         if (sta_domain_socket_send(sta) == -1) STA_LOG("sta_domain_socket_send error!!!\n");
-        if (moved) sta_tell_address(sta, sta->ip, station_origin::event);
-        if (renamed && sta->name) sta_tell_name(sta, sta->name, station_origin::event);
+        if (moved) sta_learn_address(sta, sta->ip, station_origin::event);
+        if (renamed && sta->name) sta_learn_name(sta, sta->name, station_origin::event);
         return;
     }
 }

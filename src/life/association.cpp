@@ -5,6 +5,7 @@
 #include "inputs/network.h"
 #include "life/departure.h"
 #include "life/members.h"
+#include "life/neighbours.h"
 #include "life/reports.h"
 #include "model/figures.h"
 #include "model/members.h"
@@ -120,6 +121,7 @@ void sta_associate(const station_change &change) noexcept {
     sta_info_t *known = sta_members_admit(sta);
     if (!known) return;
     sta_members_await_report(known);
+    sta_neighbours_ask();
     if (before.is_another_than(known))
         sta_tell_roamed(known, before.ifname, before.radio_id);
     else

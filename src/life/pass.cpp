@@ -3,6 +3,7 @@
 #include "inputs/leases.h"
 #include "inputs/network.h"
 #include "life/log_up.h"
+#include "model/identity.h"
 #include "model/state.h"
 #include "model/table.h"
 #include "outputs/backup.h"
@@ -31,7 +32,7 @@ struct flow_pass {
 
     void take_address(sta_info_t *sta);
     static void take_name(sta_info_t *sta);
-    static void tell_changes(const sta_info_t *sta, const char *old_ip, const char *old_name);
+    static void learn(const sta_info_t *sta, const char *old_ip, const char *old_name);
     void go_online(sta_info_t *sta);
 };
 
@@ -60,11 +61,14 @@ void flow_pass::take_name(sta_info_t *sta) {
     if (!sta->name) sta->name = sta_get_default_name();
 }
 
-// What the lease file has said of the station that it had not said before.
-void flow_pass::tell_changes(const sta_info_t *sta, const char *old_ip, const char *old_name) {
+// What the lease file says of the station; told is what it had not said before.
+void flow_pass::learn(const sta_info_t *sta, const char *old_ip, const char *old_name) {
+    sta_identity_add_address(sta, sta->ip, station_origin::lease);
     if (std::strcmp(sta->ip, sta_no_address) != 0 && std::strcmp(sta->ip, old_ip) != 0)
         sta_tell_address(sta, sta->ip, station_origin::lease);
-    if (sta->repeater_type != 1 && std::strcmp(sta->name, "-") != 0 && std::strcmp(sta->name, old_name) != 0)
+    if (sta->repeater_type == 1) return; // a name of ours
+    sta_identity_add_name(sta, sta->name, station_origin::lease);
+    if (std::strcmp(sta->name, "-") != 0 && std::strcmp(sta->name, old_name) != 0)
         sta_tell_name(sta, sta->name, station_origin::lease);
 }
 
@@ -87,7 +91,7 @@ void flow_pass::go_online(sta_info_t *sta) {
     sta_state_move(sta, station_step::completed);
     sta->time_delay = 0;
     sta->pkt_loserate = 0;
-    tell_changes(sta, old_ip, old_name);
+    learn(sta, old_ip, old_name);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "life/members.h"
 #include "life/sweep.h"
+#include "model/identity.h"
 #include "model/state.h"
 #include "model/table.h"
 #include "outputs/backup.h"
@@ -233,7 +234,10 @@ void sta_sta_load_users() {
         sta_state_move(sta, station_step::restored);
         sta->name = sta_strdup(name);
         sta->load_uptime = uptime;
-        sta_sta_add_usr(sta);
+        const sta_info_t *known = sta_members_admit(sta);
+        if (!known) continue;
+        sta_identity_add_address(known, known->ip, station_origin::restored);
+        if (known->repeater_type != 1) sta_identity_add_name(known, known->name, station_origin::restored);
     }
     sta_sta_restored_sweep_arm(&sta_restored_sweep_timer);
     (void)std::remove(copy_file);

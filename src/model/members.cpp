@@ -1,5 +1,6 @@
 #include "model/members.h"
 
+#include "model/identity.h"
 #include "model/state.h"
 #include "model/station_index.h"
 #include "model/table.h"
@@ -32,6 +33,7 @@ sta_info_t *sta_sta_new(const char *mac, const char *ssid) {
 
 void sta_sta_free(sta_info_t *sta) {
     if (!sta) return;
+    sta_identity_forget(sta);
     sta_free(sta->name);
     sta_free(sta);
 }

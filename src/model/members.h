@@ -12,7 +12,7 @@ extern "C" {
 // logged) or there is no memory (logged).
 sta_info_t *sta_sta_new(const char *mac, const char *ssid);
 
-// Frees a record that is not in the table, and its name. Null is ignored.
+// Frees a record that is not in the table, its name, and what is known of it (model/identity). Null is ignored.
 void sta_sta_free(sta_info_t *sta);
 }
 

@@ -2,6 +2,7 @@
 
 #include "inputs/dhcpmon_list.h"
 #include "inputs/network.h"
+#include "model/identity.h"
 #include "model/table.h"
 #include "outputs/backup_known.h"
 #include "outputs/backup_lines.h"
@@ -98,8 +99,8 @@ std::size_t make_line(sta_info_t *sta, char (&line)[line_size]) {
         const bool had_none = std::strcmp(sta->ip, sta_no_address) == 0;
         sta_sta_get_ip_hostname_by_dhcpmon_list(sta);
         if (had_none && std::strcmp(sta->ip, sta_no_address) != 0) {
-            sta_tell_address(sta, sta->ip, station_origin::dhcpmon);
-            if (sta->name) sta_tell_name(sta, sta->name, station_origin::dhcpmon);
+            sta_learn_address(sta, sta->ip, station_origin::dhcpmon);
+            if (sta->name) sta_learn_name(sta, sta->name, station_origin::dhcpmon);
         }
     }
 

@@ -1,6 +1,7 @@
 #include "outputs/happenings.h"
 
 #include "model/departures.h"
+#include "model/identity.h"
 #include "outputs/bus_link.h"
 #include "outputs/station_view.h"
 
@@ -79,18 +80,6 @@ void tell_change(const sta_info_t *sta, const char *what, const char *value, sta
 
 } // namespace
 
-const char *station_origin_name(station_origin origin) noexcept {
-    switch (origin) {
-    case station_origin::lease: return "lease";
-    case station_origin::snoop: return "snoop";
-    case station_origin::dhcpmon: return "dhcpmon";
-    case station_origin::event: return "event";
-    case station_origin::neighbour: return "neighbour";
-    case station_origin::restored: break;
-    }
-    return "restored";
-}
-
 void sta_tell_joined(const sta_info_t *sta, bool again) noexcept {
     happening joined{"joined", sta->mac};
     struct blob_buf *buf = joined.message();
@@ -123,6 +112,16 @@ void sta_tell_address(const sta_info_t *sta, const char *address, station_origin
 
 void sta_tell_name(const sta_info_t *sta, const char *name, station_origin origin) noexcept {
     tell_change(sta, "name", name, origin);
+}
+
+void sta_learn_address(const sta_info_t *sta, const char *address, station_origin origin) noexcept {
+    sta_identity_add_address(sta, address, origin);
+    sta_tell_address(sta, address, origin);
+}
+
+void sta_learn_name(const sta_info_t *sta, const char *name, station_origin origin) noexcept {
+    sta_identity_add_name(sta, name, origin);
+    sta_tell_name(sta, name, origin);
 }
 
 void sta_tell_resync(std::uint32_t arrived, std::uint32_t departed) noexcept {

@@ -10,12 +10,7 @@
 #include "model/record.h"
 
 struct station_departure;
-
-// How an address or a name came to be known.
-enum class station_origin : std::uint8_t { lease, snoop, dhcpmon, event, neighbour, restored };
-
-// The bus's word for it.
-const char *station_origin_name(station_origin origin) noexcept;
+enum class station_origin : std::uint8_t;
 
 // A station has associated; `again`: one that was there already.
 void sta_tell_joined(const sta_info_t *sta, bool again) noexcept;
@@ -24,6 +19,9 @@ void sta_tell_left(const station_departure &departure) noexcept;
 void sta_tell_roamed(const sta_info_t *sta, const char *old_ifname, std::int32_t old_radio) noexcept;
 void sta_tell_address(const sta_info_t *sta, const char *address, station_origin origin) noexcept;
 void sta_tell_name(const sta_info_t *sta, const char *name, station_origin origin) noexcept;
+// The same, and remembered as the station's (model/identity).
+void sta_learn_address(const sta_info_t *sta, const char *address, station_origin origin) noexcept;
+void sta_learn_name(const sta_info_t *sta, const char *name, station_origin origin) noexcept;
 // The table was compared with the driver's.
 void sta_tell_resync(std::uint32_t arrived, std::uint32_t departed) noexcept;
 

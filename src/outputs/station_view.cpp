@@ -1,5 +1,6 @@
 #include "outputs/station_view.h"
 
+#include "model/identity.h"
 #include "model/table.h"
 #include "tools/text.h"
 
@@ -77,6 +78,42 @@ void put_steps(const shown &to, const char *key) {
     blobmsg_close_table(to.buf, table);
 }
 
+// What is common to addresses and names, in the table that is open.
+template <class Entry> void put_how(const shown &to, const Entry &one) {
+    const std::int64_t boot = to.clock.wall - to.clock.monotonic;
+    to.text("origin", station_origin_name(one.origin));
+    to.large("since", static_cast<std::uint64_t>(boot + one.since));
+    to.large("seen", static_cast<std::uint64_t>(boot + one.seen));
+}
+
+void put_addresses(const shown &to, const char *key) {
+    const std::span<const station_address> addresses = sta_identity_addresses(to.sta);
+    if (addresses.empty()) return;
+    void *array = blobmsg_open_array(to.buf, key);
+    for (const station_address &one : addresses) {
+        char text[station_address_text_size];
+        sta_address_write(one, text);
+        void *table = blobmsg_open_table(to.buf, nullptr);
+        to.text("address", text);
+        put_how(to, one);
+        blobmsg_close_table(to.buf, table);
+    }
+    blobmsg_close_array(to.buf, array);
+}
+
+void put_names(const shown &to, const char *key) {
+    const std::span<const station_name> names = sta_identity_names(to.sta);
+    if (names.empty()) return;
+    void *array = blobmsg_open_array(to.buf, key);
+    for (const station_name &one : names) {
+        void *table = blobmsg_open_table(to.buf, nullptr);
+        to.text("name", one.text);
+        put_how(to, one);
+        blobmsg_close_table(to.buf, table);
+    }
+    blobmsg_close_array(to.buf, array);
+}
+
 bool is_private(const char *text) {
     constexpr int locally_administered = 2;
     std::uint8_t mac[6] = {};
@@ -125,14 +162,19 @@ constexpr view_field view_fields[] = {
     {"width", true, put_width},
     {"max_mcs", true, PUT(to.number(key, to.sta->maxMCS))},
     {"steps", true, put_steps},
+    {"addresses", false, put_addresses},
+    {"names", false, put_names},
 };
 // clang-format on
 #undef PUT
 static_assert(std::size(view_fields) < 64, "a set of members is one word");
+constexpr std::size_t many = 2; // the last ones: lists
 
 } // namespace
 
 station_fields sta_view_all() noexcept { return (station_fields{1} << std::size(view_fields)) - 1; }
+
+station_fields sta_view_page() noexcept { return (station_fields{1} << (std::size(view_fields) - many)) - 1; }
 
 station_fields sta_view_field(const char *name) noexcept {
     for (std::size_t i = 0; i < std::size(view_fields); ++i)

@@ -13,6 +13,9 @@ using station_fields = std::uint64_t;
 // Every member there is.
 station_fields sta_view_all() noexcept;
 
+// Those of a page, unless others are asked for: all but what a station can have many of.
+station_fields sta_view_page() noexcept;
+
 // The member of this name as a set; 0: there is none.
 station_fields sta_view_field(const char *name) noexcept;
 

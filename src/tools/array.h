@@ -58,6 +58,9 @@ public:
     // The last `count` of the reserved values become part of the array, after somebody has written them.
     void extend(std::size_t count) noexcept { used += count; }
 
+    // The last `count` values go.
+    void shorten(std::size_t count) noexcept { used -= count; }
+
 private:
     T *values = nullptr;
     std::size_t used = 0;

@@ -29,6 +29,18 @@ struct sta_health_numbers {
     std::uint32_t stations_most;    // on line at once
     std::uint32_t stations_refused; // the table was full
 
+    std::uint32_t neighbours_received; // messages of the kernel about neighbours
+    std::uint32_t neighbours_unusable; // multicast, zero and the like
+    std::uint32_t neighbours_unknown;  // nobody's of the table
+    std::uint32_t neighbours_foreign;  // not where the station is
+    std::uint32_t neighbours_malformed;
+    std::uint32_t neighbours_overruns; // times that their socket was full
+    std::uint32_t neighbours_dumps;    // times that the kernel was asked for all of them
+
+    std::uint32_t addresses_kept; // of all stations, now
+    std::uint32_t addresses_displaced;
+    std::uint32_t addresses_refused; // too many in a minute
+
     std::uint32_t bus_lookups;
     std::uint32_t configuration_lookups;
     std::uint32_t lease_lookups;

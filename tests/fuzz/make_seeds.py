@@ -49,6 +49,42 @@ def event(mac=ONLINE, **fields):
     return event_message(FAMILY, **{**ASSOCIATION, "mac": mac, **fields})
 
 
+def route_messages():
+    def attribute(kind, value):
+        return struct.pack("=HH", 4 + len(value), kind) + value + bytes(-len(value) % 4)
+
+    def message(kind, header, *attributes, length=None):
+        body = header + b"".join(attributes)
+        return struct.pack("=IHHII", length or 16 + len(body), kind, 0, 1, 0) + body
+
+    def link(index, text, *more, family=0, kind=16):
+        return message(kind, struct.pack("=BBHiII", family, 0, 1, index, 0, 0), attribute(3, text + b"\0"), *more)
+
+    def neighbour(address, mac=bytes.fromhex("02000000000a"), index=5, state=2, family=None, times=(1000, 0, 2000, 0)):
+        family = family or (10 if len(address) == 16 else 2)
+        return message(28, struct.pack("=BBHiHBB", family, 0, 0, index, state, 0, 1), attribute(1, address), attribute(2, mac),
+                       attribute(3, struct.pack("=4I", *times)))
+
+    number = struct.Struct("=i").pack
+    links = link(5, b"br-lan") + link(9, b"ath0", attribute(10, number(5))) + link(11, b"br-lan.10", attribute(5, number(5)))
+    six = bytes.fromhex("20010db8" + "00" * 11 + "0a")
+    name = "fuzz_route_messages"
+    seed(name, "both_kinds_of_address", pieces(links + neighbour(b"\xc0\xa8\x0a\x32") + neighbour(six)))
+    seed(name, "vlan_of_the_bridge", pieces(links, neighbour(six, index=11)))
+    seed(name, "foreign_bridge", pieces(links, neighbour(six, index=6)))
+    seed(name, "groups_and_zero", pieces(links, neighbour(bytes(4)) + neighbour(b"\xe0\0\0\1") + neighbour(six, bytes(6))
+                                         + neighbour(b"\xff\2" + bytes(13) + b"\1", b"\x33\x33\0\0\0\1", state=0x40)))
+    seed(name, "twenty_addresses", pieces(links, b"".join(neighbour(bytes((10, 0, 0, last))) for last in range(1, 21))))
+    seed(name, "station_leaves", pieces(links + link(10, b"ath1", attribute(10, number(5))),
+                                        (1, neighbour(six, bytes.fromhex("02000000000b"))), neighbour(six, bytes.fromhex("02000000000b"))))
+    seed(name, "interface_goes_and_leaves_the_bridge", pieces(links, link(9, b"ath0", kind=17), links, link(9, b"ath0"),
+                                                              link(9, b"ath0", family=7, kind=17), neighbour(six)))
+    seed(name, "wireless_event", pieces(links, link(9, b"ath0", attribute(11, bytes(8))), neighbour(six)))
+    seed(name, "end_and_refusal", pieces(message(3, bytes(4)) + message(2, number(-16) + bytes(16))))
+    seed(name, "wrong_lengths", pieces(b"\x10", message(28, b"", length=0xffffffff), message(28, bytes(12), b"\xff\xff\1\0abcd")))
+    seed(name, "older_than_the_kernel", pieces(links, neighbour(six, state=4, times=(0xffffffff,) * 4)))
+
+
 def sessions():
     def told(station, kind, radio=0, ap=0, up=0, rssi=-50, since=0, left=0, ip=b"", ssid=b"net", gap=1):
         return struct.pack("<BBBBQbhh4s4sB", station, kind, radio, ap, up, rssi, since, left, ip, ssid, gap)
@@ -315,5 +351,5 @@ def recording():
 
 if __name__ == "__main__":
     for make in (netlink, driver_table, bus_methods, bus_events, dhcpmon_json, files, report_image, recording, sessions,
-                 station_names, collector_api, spool_file):
+                 station_names, collector_api, spool_file, route_messages):
         make()

@@ -4,6 +4,7 @@
 #include "support/bus_house.h"
 
 #include "model/departures.h"
+#include "model/identity.h"
 #include "model/table.h"
 #include "outputs/collector.h"
 #include "outputs/happenings.h"
@@ -157,6 +158,49 @@ TEST_F(explaining, what_is_not_known_of_a_station_is_left_out) {
                      "rx_bytes INT64 0", "tx_bytes INT64 0", "rx_bytes_second INT64 0",
                      "tx_bytes_second INT64 0", "tx_packets INT64 0", "rx_error_percent INT32 0",
                      "tx_error_percent INT32 0", "width INT32 20", "max_mcs INT32 0", "steps TABLE"}));
+}
+
+TEST_F(explaining, addresses_and_names_are_shown_with_how_and_since_when) {
+    sta_info_t *sta = put_station(first_mac);
+    sta_identity_add_address(sta, "10.0.0.1", station_origin::lease);
+    sta_identity_add_address(sta, "fe80::1", station_origin::neighbour);
+    sta_identity_add_name(sta, "phone", station_origin::dhcpmon);
+    lines found = ask("stations", R"({"fields":["addresses","names"]})").reply.value();
+    found.erase(found.begin(), found.begin() + 3);
+    for (std::string &line : found)
+        for (const char *time : {"        since INT64 ", "        seen INT64 "})
+            if (line.starts_with(time)) {
+                EXPECT_NEAR(std::stod(line.substr(std::strlen(time))),
+                            static_cast<double>(std::time(nullptr)), 3);
+                line = time;
+            }
+    const lines how{"        since INT64 ", "        seen INT64 "};
+    EXPECT_EQ(found, (lines{"stations ARRAY",
+                            "  TABLE",
+                            "    mac STRING 02:00:00:00:00:01",
+                            "    addresses ARRAY",
+                            "      TABLE",
+                            "        address STRING 10.0.0.1",
+                            "        origin STRING lease",
+                            how[0],
+                            how[1],
+                            "      TABLE",
+                            "        address STRING fe80::1",
+                            "        origin STRING neighbour",
+                            how[0],
+                            how[1],
+                            "    names ARRAY",
+                            "      TABLE",
+                            "        name STRING phone",
+                            "        origin STRING dhcpmon",
+                            how[0],
+                            how[1]}));
+}
+
+TEST_F(explaining, a_page_has_addresses_and_names_only_where_they_are_asked_for) {
+    sta_identity_add_address(put_station(first_mac), "10.0.0.1", station_origin::lease);
+    EXPECT_THAT(ask("stations").reply.value(), Not(Contains("    addresses ARRAY")));
+    EXPECT_THAT(ask("station", R"({"mac":"02:00:00:00:00:01"})").reply.value(), Contains("addresses ARRAY"));
 }
 
 TEST_F(explaining, a_band_is_named_where_a_channel_belongs_to_one) {
@@ -393,6 +437,16 @@ TEST_F(explaining, health_shows_what_was_counted) {
     sta_health.bus_lookups = 16;
     sta_health.configuration_lookups = 17;
     sta_health.lease_lookups = 18;
+    sta_health.neighbours_received = 19;
+    sta_health.neighbours_unusable = 20;
+    sta_health.neighbours_unknown = 21;
+    sta_health.neighbours_foreign = 22;
+    sta_health.neighbours_malformed = 23;
+    sta_health.neighbours_overruns = 24;
+    sta_health.neighbours_dumps = 25;
+    sta_health.addresses_kept = 26;
+    sta_health.addresses_displaced = 27;
+    sta_health.addresses_refused = 28;
     sta_health.longest_turn = 2000000000;
     sta_health.longest_turn_of = "log-up";
     sta_health.started = sta_monotonic_seconds();
@@ -426,6 +480,18 @@ TEST_F(explaining, health_shows_what_was_counted) {
                             "  most INT32 14",
                             "  limit INT32 512",
                             "  refused INT32 15",
+                            "neighbours TABLE",
+                            "  received INT32 19",
+                            "  unusable INT32 20",
+                            "  unknown INT32 21",
+                            "  foreign INT32 22",
+                            "  malformed INT32 23",
+                            "  overruns INT32 24",
+                            "  dumps INT32 25",
+                            "addresses TABLE",
+                            "  kept INT32 26",
+                            "  displaced INT32 27",
+                            "  refused INT32 28",
                             "lookups TABLE",
                             "  bus INT32 16",
                             "  configuration INT32 17",

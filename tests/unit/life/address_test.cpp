@@ -7,6 +7,7 @@
 
 #include "inputs/dhcpmon_list.h"
 #include "life/address.h"
+#include "model/identity.h"
 #include "model/table.h"
 #include "tools/memory.h"
 #include "tools/text.h"
@@ -481,6 +482,49 @@ TEST_F(refresh_of_many, writes_nothing_when_nothing_has_changed) {
     lease("1 " + std::string(first_mac) + " 10.0.0.1 old *\n");
     sta_sta_update_name_by_dhcp();
     EXPECT_FALSE(file_exists("/tmp/sta_sta.info"));
+}
+
+struct learning : House {
+    sta_info_t *sta = put_station(first_mac, sta_status_online);
+    lines names() const {
+        lines found;
+        for (const station_name &one : sta_identity_names(sta))
+            found.push_back(std::string{one.text} + " " + station_origin_name(one.origin));
+        return found;
+    }
+    lines addresses() const {
+        lines found;
+        for (const station_address &one : sta_identity_addresses(sta)) {
+            char text[station_address_text_size];
+            sta_address_write(one, text);
+            found.push_back(std::string{text} + " " + station_origin_name(one.origin));
+        }
+        return found;
+    }
+};
+
+TEST_F(learning, what_the_lease_file_says_is_remembered_the_first_time_and_again) {
+    lease("1700000000 02:00:00:00:00:01 10.0.0.1 phone *\n");
+    sta_sta_update_name_by_dhcp();
+    lease("1700000000 02:00:00:00:00:01 10.0.0.2 tablet *\n");
+    sta_sta_update_name_by_dhcp();
+    sta_sta_update_name_by_dhcp();
+    EXPECT_THAT(addresses(), ElementsAre("10.0.0.1 lease", "10.0.0.2 lease"));
+    EXPECT_THAT(names(), ElementsAre("phone lease", "tablet lease"));
+    EXPECT_STREQ(sta->ip, "10.0.0.2");
+}
+
+TEST_F(learning, an_event_brings_address_and_name_with_its_origin) {
+    sta_sta_update_ip_by_dhcp_update_event(first_mac, "10.0.0.7", "tv");
+    sta_sta_update_ip_by_ip_change_event(first_mac, "10.0.0.7", "10.0.0.8");
+    EXPECT_THAT(addresses(), ElementsAre("10.0.0.7 event", "10.0.0.8 event"));
+    EXPECT_THAT(names(), ElementsAre("tv event"));
+}
+
+TEST_F(learning, an_event_with_an_address_that_is_none_changes_the_record_alone) {
+    sta_sta_update_ip_by_ip_change_event(first_mac, "0.0.0.1", "999.9.9.9");
+    EXPECT_STREQ(sta->ip, "999.9.9.9");
+    EXPECT_THAT(addresses(), IsEmpty());
 }
 
 } // namespace

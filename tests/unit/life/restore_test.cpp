@@ -8,6 +8,7 @@
 #include "life/pass.h"
 #include "life/restore.h"
 #include "life/sweep.h"
+#include "model/identity.h"
 #include "model/table.h"
 #include "tools/text.h"
 
@@ -313,9 +314,18 @@ TEST_F(restore, stations_beyond_the_limit_are_all_taken_as_none_is_on_line) {
 
 TEST_F(restore, without_memory_for_a_record_ends_there_without_a_sweep) {
     fail_allocation(4); // record, name and index of the first station, record of the second
-    EXPECT_EQ(of("one 02:00:00:00:00:01 10.0.0.1 1\ntwo 02:00:00:00:00:02 10.0.0.2 2\n").size(), 1U);
+    EXPECT_EQ(of("- 02:00:00:00:00:01 1\n- 02:00:00:00:00:02 2\n").size(), 1U);
     EXPECT_TRUE(allocation_failed());
     EXPECT_FALSE(sta_restored_sweep_timer.pending);
+}
+
+TEST_F(restore, address_and_name_of_a_line_are_known_as_restored) {
+    const sta_info_t *sta = of("phone 02:00:00:00:00:01 10.0.0.1 1\n").at(0);
+    ASSERT_EQ(sta_identity_addresses(sta).size(), 1U);
+    EXPECT_EQ(sta_identity_addresses(sta)[0].origin, station_origin::restored);
+    ASSERT_EQ(sta_identity_names(sta).size(), 1U);
+    EXPECT_STREQ(sta_identity_names(sta)[0].text, "phone");
+    EXPECT_EQ(sta_identity_names(sta)[0].origin, station_origin::restored);
 }
 
 TEST_F(restore, without_memory_for_a_name_gives_a_station_without_one) {

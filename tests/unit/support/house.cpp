@@ -5,9 +5,11 @@
 #include "inputs/dhcpmon_list.h"
 #include "inputs/network.h"
 #include "life/listen.h"
+#include "life/neighbours.h"
 #include "life/resync.h"
 #include "life/timers.h"
 #include "model/departures.h"
+#include "model/identity.h"
 #include "model/members.h"
 #include "model/table.h"
 #include "outputs/bus_link.h"
@@ -34,6 +36,7 @@ void set_globals() {
     INIT_LIST_HEAD(&dhcpmon_list);
     mem_total_cnt = 0;
     sta_departures_forget();
+    sta_identity_forget_all();
     sta_resync_forget();
     sta_health = {};
     sta_max_num = 512;
@@ -67,6 +70,7 @@ House::~House() {
     EXPECT_EQ(unowned_blocks(), 0) << "blocks of the counting allocator, beyond those that the lists own";
     free_everything();
     stop_bus();
+    sta_neighbours_forget();
     uloop_done();
     if (sta_nl.socket > 2) close(sta_nl.socket);
 }
