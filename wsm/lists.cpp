@@ -263,8 +263,8 @@ exit_status list_stations(struct ubus_context *bus, const wanted_output &to, boo
     if (with_summary)
         if (const exit_status status = ask_health(bus, print_summary, to.width); status != exit_done)
             return status;
-    constexpr const char *fields[] = {"name",   "ip",       "ssid",     "interface", "band",
-                                      "signal", "rx_bytes", "tx_bytes", "connected"};
+    constexpr const char *fields[] = {"name", "ip",     "addresses", "ssid",     "interface",
+                                      "band", "signal", "rx_bytes",  "tx_bytes", "connected"};
     table rows{station_columns};
     const exit_status status =
         for_each_station(bus, fields, [&](struct blob_attr *one) { return add_station(rows, one); });

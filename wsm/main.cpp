@@ -17,7 +17,7 @@ constexpr const char *usage =
     "\n"
     "  (none)        how the daemon is in one line, and the stations\n"
     "  list          the stations\n"
-    "  show MAC      all about one, with its figures of now\n"
+    "  show MAC      all about one: figures, addresses, names\n"
     "  departed [N]  who left, when and why: the newest N, 64 unless stated\n"
     "  watch         who comes, leaves, roams and changes, as it happens\n"
     "  kick MAC      disconnect one, and wait until it has gone\n"

@@ -83,7 +83,8 @@ def test_one_station_is_shown_with_all_that_is_known(lived):
     shown = {line[:18].strip(): line[18:] for line in said.stdout.splitlines()}
     assert shown["mac"] == A
     assert shown["signal"].endswith(" dBm")
-    assert (shown["ip"], shown["name"]) == ("192.168.10.50", "phone")
+    assert re.fullmatch(r"192\.168\.10\.50, lease, since \d\d:\d\d:\d\d, seen \d\d:\d\d:\d\d", shown["addresses"])
+    assert shown["names"].startswith("phone, lease, ")
 
 
 def test_who_left_is_listed_with_the_reason(lived):
@@ -95,7 +96,7 @@ def test_who_left_is_listed_with_the_reason(lived):
 
 def test_health_is_what_the_daemon_says(lived):
     shown = {line.split()[0]: line for line in wsm(lived, "health").stdout.splitlines()}
-    assert {"version", "events", "driver", "reports", "stations", "memory", "loop"} <= set(shown)
+    assert {"version", "events", "driver", "reports", "stations", "neighbours", "addresses", "memory", "loop"} <= set(shown)
     assert "received 3" in shown["events"]
     assert all(len(line) <= 80 for line in shown.values())
 
@@ -108,7 +109,7 @@ def test_json_is_what_the_bus_answers_one_text_a_line(lived):
     assert station["mac"] == A and station["ip"] == "192.168.10.50"
     assert answers("departed") == lived.bus("call", "wsmd", "departed")["departed"]
     [shown] = answers("show", A)
-    assert shown["ip"] == "192.168.10.50"
+    assert [one["address"] for one in shown["addresses"]] == ["192.168.10.50"]
     [health] = answers("health")
     assert health["stations"]["known"] == 1
     assert [one["mac"] for one in answers()] == [A]
