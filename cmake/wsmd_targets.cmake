@@ -90,6 +90,27 @@ function(wsmd_tool name)
   target_link_libraries(${name} PRIVATE wsmd_common ${A_LIBS})
 endfunction()
 
+# The headers of GoogleTest take as long as a test's own lines: they are compiled once. Only for GCC, which lets programs with
+# other definitions share them.
+function(wsmd_share_gtest_headers name)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    return()
+  endif()
+  if(NOT TARGET wsmd_gtest_headers)
+    file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/tests/gtest_headers.cpp CONTENT "int main() {}\n")
+    add_executable(wsmd_gtest_headers EXCLUDE_FROM_ALL ${CMAKE_BINARY_DIR}/tests/gtest_headers.cpp)
+    set_target_properties(wsmd_gtest_headers PROPERTIES WSMD_IS_TEST ON)
+    target_precompile_headers(wsmd_gtest_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+    target_link_libraries(wsmd_gtest_headers PRIVATE wsmd_common GTest::gmock GTest::gtest)
+  endif()
+  get_target_property(sources ${name} SOURCES)
+  list(FILTER sources INCLUDE REGEX "\\.c$")
+  if(sources)
+    set_source_files_properties(${sources} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+  endif()
+  target_precompile_headers(${name} REUSE_FROM wsmd_gtest_headers)
+endfunction()
+
 # wsmd_gtest(NAME SOURCES ... [LIBS ...] [DEFINES ...]): a GoogleTest program in build/tests/, collected by
 # tests/conftest.py. WSMD_GOLDEN_DIR names the folder of golden data.
 function(wsmd_gtest name)
@@ -98,6 +119,7 @@ function(wsmd_gtest name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests WSMD_IS_TEST ON)
   target_compile_definitions(${name} PRIVATE WSMD_GOLDEN_DIR="${PROJECT_SOURCE_DIR}/tests/golden" ${A_DEFINES})
   target_link_libraries(${name} PRIVATE wsmd_common ${A_LIBS} GTest::gmock GTest::gtest GTest::gtest_main)
+  wsmd_share_gtest_headers(${name})
   add_test(NAME ${name} COMMAND ${name})
 endfunction()
 
