@@ -223,7 +223,10 @@ change sessions::open(const station_report &report, const std::string &mac, mome
 std::optional<change_kind> sessions::depart(entry &of, const station_report &report, moment when) const {
     stay &known = of.is;
     const bool elsewhere = !is_here(known, report) || report.online_ts.sec < of.earliest;
-    if (elsewhere || known.state == presence::leaving) return {};
+    const bool of_the_one_before = report.log_type == report_offline &&
+                                   report.online_ts.sec < known.association &&
+                                   report.offline_ts.sec < known.association;
+    if (elsewhere || of_the_one_before || known.state == presence::leaving) return {};
     note(known, report, when);
     count_bytes(known, report, true);
     set_departure(known, report, when);
@@ -246,7 +249,9 @@ std::optional<change_kind> sessions::proceed(entry &of, const station_report &re
     } else if (known.state != presence::here) {
         return {};
     }
-    if (kind == change_kind::returned || ap_of(report) != known.ap) of.earliest = report.online_ts.sec;
+    // Without a departure between, the daemon goes on with the first association's time.
+    const bool had_left = kind == change_kind::returned && known.state != presence::here;
+    if (had_left || ap_of(report) != known.ap) of.earliest = report.online_ts.sec;
     if (kind != change_kind::updated) associate(known, report);
     note(known, report, when);
     count_bytes(known, report, false);
@@ -281,9 +286,9 @@ std::optional<moment> sessions::next_deadline() const {
 void sessions::restore(stay known, moment when) {
     next_id_ = std::max(next_id_, known.id + 1);
     const std::string mac = known.mac;
-    // Where it has moved, the first association's time is that of the stay's beginning at the latest.
+    // Where it has moved or come again, the first association's time is that of the stay's beginning at the latest.
     const auto earliest =
-        known.roams == 0
+        known.roams + known.returns == 0
             ? known.association
             : static_cast<std::int32_t>(std::min<moment>(known.association, known.began / second));
     const auto [at, added] = stays_.emplace(mac, entry{std::move(known), when, earliest});

@@ -63,7 +63,7 @@ private:
         stay is;
         moment heard; // when its time of grace or silence began
         // Reports tell of an association of this time or a later one: a daemon goes on with the first one's when the station
-        // has moved to another of its radios, whose own "on line" tells the time of the move.
+        // has moved to another of its radios, or has associated again without leaving; only the "on line" tells the new time.
         std::int32_t earliest;
     };
     using table = std::unordered_map<std::string, entry>;

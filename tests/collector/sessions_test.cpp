@@ -128,6 +128,16 @@ TEST_F(rules, after_a_roam_the_daemon_goes_on_with_the_time_of_the_first_associa
     EXPECT_EQ(people_.late, 1u) << "that association is over";
 }
 
+TEST_F(rules, after_a_second_association_the_daemon_goes_on_with_the_time_of_the_first) {
+    hears(0, {.kind = report_online, .since = 0});
+    EXPECT_THAT(hears(60, {.kind = report_online, .since = 60}), ElementsAre("returned"));
+    EXPECT_THAT(hears(120, {.since = 0, .up = 30}), ElementsAre("updated"));
+    EXPECT_THAT(hears(130, {.kind = report_offline, .since = 0, .up = 40, .left = 130}),
+                ElementsAre("leaving"));
+    EXPECT_EQ(last().up, (byte_counter{40, 40}));
+    EXPECT_EQ(people_.late, 0u);
+}
+
 TEST_F(rules, a_roam_to_another_access_point_joins_both_and_the_old_ones_late_word_changes_nothing) {
     hears(0, {.kind = report_online, .ap = "02:54:4b:00:00:0a"});
     EXPECT_THAT(hears(60, {.kind = report_online, .since = 60, .ap = "02:54:4b:00:00:0b"}),
