@@ -90,10 +90,10 @@ function(wsmd_tool name)
   target_link_libraries(${name} PRIVATE wsmd_common ${A_LIBS})
 endfunction()
 
-# The headers of GoogleTest take as long as a test's own lines: they are compiled once. Only for GCC, which lets programs with
-# other definitions share them.
+# The headers of GoogleTest take as long as a test's own lines: they are compiled once. Only with GCC, which lets programs with
+# other definitions share them, and where no editor or linter looks: Clang's tools cannot read what GCC has compiled.
 function(wsmd_share_gtest_headers name)
-  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU" OR NOT (WSMD_SANITIZE OR CMAKE_CROSSCOMPILING))
     return()
   endif()
   if(NOT TARGET wsmd_gtest_headers)

@@ -27,7 +27,7 @@ std::string_view backup_known::mac_of_line(std::string_view line) noexcept {
     std::string_view found;
     const bool one = sta_mac_index::for_each(line.data(), line.size(), [&](std::size_t at) {
         const bool first = found.empty();
-        found = line.substr(at, sta_mac_index::mac_length);
+        found = {line.data() + at, sta_mac_index::mac_length}; // substr would need the C++ runtime library
         return first;
     });
     return one ? found : std::string_view{};
