@@ -11,7 +11,7 @@ namespace {
 
 using bytes = std::span<const std::uint8_t>;
 
-constexpr std::size_t ticks_in_a_second = 100; // USER_HZ: what the kernel tells times in
+constexpr std::uint32_t ticks_in_a_second = 100; // USER_HZ: what the kernel tells times in
 
 constexpr std::size_t aligned(std::size_t length) { return (length + 3) / 4 * 4; } // as all of netlink is
 
