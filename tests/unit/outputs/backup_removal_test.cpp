@@ -122,7 +122,8 @@ TEST_F(backup_removal, of_lines_that_lie_over_the_end_of_a_step) {
 }
 
 TEST_F(backup_removal, of_a_file_that_ends_with_a_step) {
-    for (const std::size_t size : {chunk - 1, chunk, chunk + 1, 2 * chunk, 2046UL, 2047UL}) {
+    for (const std::size_t size :
+         {chunk - 1, chunk, chunk + 1, 2 * chunk, std::size_t{2046}, std::size_t{2047}}) {
         std::string text;
         while (text.size() + 2000 < size) text += line_of("02:00:00:00:77:01") + line_of(mac);
         text += times(size - text.size() - 1, 'x');
