@@ -99,7 +99,7 @@ def test_the_script_knows_every_setting_and_no_other(feed, program):
     known = set(re.search(r"OPTIONS='([^']*)'", script)[1].replace("_", "-").split())
     usage = subprocess.run([program, "--help"], capture_output=True, text=True, timeout=30, check=True).stdout
     settings = set(re.findall(r"^  --([\w-]+)", usage, re.M))
-    for_people = {"json", "csv", "raw", "quiet", "follow", "summary", "count", "config", "help"}
+    for_people = {"json", "csv", "raw", "quiet", "follow", "summary", "count", "config", "help", "version"}
     assert known == settings - for_people
 
 
