@@ -83,12 +83,13 @@ TEST_F(connecting, without_a_timer_is_refused) {
 TEST_F(connecting, without_a_broker_tries_again_every_two_seconds_until_it_is_there) {
     stop_bus();
     remove("/run/ubus/ubus.sock");
+    const auto start =
+        std::chrono::steady_clock::now(); // before the first try: whatever takes time makes it longer
     EXPECT_EQ(sta_ubus_object_init(), 0);
     EXPECT_EQ(sta_ubus_ctx, nullptr);
     EXPECT_EQ(log_lines(),
               (lines{"file: Run in function sta_ubus_object_connect!\n",
                      "level 3 NOTICE: no bus broker answers: trying again every two seconds\n"}));
-    const auto start = std::chrono::steady_clock::now();
     EXPECT_TRUE(loop_until([] { return log_lines().size() == 3; }));
     const auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_GT(waited, std::chrono::milliseconds(1900));
