@@ -2,6 +2,7 @@
 // things happen in the same order.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <ctime>
@@ -19,10 +20,12 @@
 
 namespace {
 
-// While a scenario is played, its clock stands still but for where it waits: in the loop's wait and in a sleep of its own.
-// What runs between two waits takes no time, however slow the machine, so what is due now is due in this turn.
-bool clock_stands = false;
-timespec standing;
+// While a scenario is played, its clock is its own: it goes on where the scenario waits, in the loop's wait and in a sleep, and
+// by as much as was asked for. However slow the machine and however late it wakes, what is due first comes first.
+bool clock_is_ours = false;
+timespec ours;
+std::int64_t rest_ns = 0; // waited for events, not yet a millisecond
+constexpr std::int64_t ns_in_ms = 1'000'000, ns_in_s = 1'000'000'000;
 
 // The kernel's own answer: the library's function is covered below.
 int real_clock(clockid_t clock, timespec *time) {
@@ -33,29 +36,50 @@ int real_clock(clockid_t clock, timespec *time) {
     return 0;
 }
 
-void look_at_the_clock() { real_clock(CLOCK_MONOTONIC, &standing); }
+std::int64_t real_ns() {
+    timespec now;
+    real_clock(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * ns_in_s + now.tv_nsec;
+}
+
+// By whole milliseconds, which is what the loop waits in.
+void advance_clock(std::int64_t ms) {
+    const std::int64_t ns = ours.tv_nsec + ms * ns_in_ms;
+    ours.tv_sec += static_cast<time_t>(ns / ns_in_s);
+    ours.tv_nsec = static_cast<long>(ns % ns_in_s);
+}
 
 } // namespace
 
 extern "C" {
 
 int clock_gettime(clockid_t clock, timespec *time) noexcept {
-    if (!clock_stands || clock != CLOCK_MONOTONIC) return real_clock(clock, time);
-    *time = standing;
+    if (!clock_is_ours || clock != CLOCK_MONOTONIC) return real_clock(clock, time);
+    *time = ours;
     return 0;
 }
 
 int epoll_wait(int fd, epoll_event *events, int size, int timeout) {
+    const std::int64_t before = real_ns();
     const int count = epoll_pwait(fd, events, size, timeout, nullptr);
-    look_at_the_clock();
+    if (count == 0) {
+        advance_clock(timeout);
+        return count;
+    }
+    const int reason = errno;
+    rest_ns += real_ns() - before;
+    const std::int64_t ms = rest_ns / ns_in_ms;
+    rest_ns %= ns_in_ms;
+    advance_clock(timeout < 0 ? ms : std::min<std::int64_t>(ms, timeout));
+    errno = reason;
     return count;
 }
 }
 
 namespace {
 
-// What happens outside the loop (a child's end, a signal) still takes its time, and a scenario may lose its way on a busy
-// machine; a wrong loop fails every time.
+// What happens outside the loop (a child's end, a signal, the kernel's timers) still takes its time, and a scenario may lose
+// its way on a busy machine; a wrong loop fails every time.
 constexpr int attempts = 10;
 
 timespec duration(int ms) { return {.tv_sec = ms / 1000, .tv_nsec = ms % 1000 * 1000000L}; }
@@ -63,7 +87,7 @@ timespec duration(int ms) { return {.tv_sec = ms / 1000, .tv_nsec = ms % 1000 * 
 void sleep_ms(int ms) {
     const timespec t = duration(ms);
     clock_nanosleep(CLOCK_MONOTONIC, 0, &t, nullptr);
-    look_at_the_clock();
+    advance_clock(ms);
 }
 
 // Plays one scenario in this process.
@@ -279,8 +303,8 @@ std::string play(const golden_case &c) {
     const pid_t pid = fork();
     if (pid == 0) {
         alarm(20); // a loop that never ends shows as a short trace
-        look_at_the_clock();
-        clock_stands = true;
+        real_clock(CLOCK_MONOTONIC, &ours);
+        clock_is_ours = true;
         const std::string trace = player{c}.play();
         _exit(write(ends[1], trace.data(), trace.size()) == static_cast<ssize_t>(trace.size()) ? 0 : 1);
     }
