@@ -12,10 +12,22 @@
 using moment = std::int64_t;
 inline constexpr moment second = 1'000'000;
 
+// Who made a report: an access point's MAC (lower case, or "unknown"), the run of its collector, and the report's number
+// in that run. All three together are one report, however often it comes.
+struct origin {
+    std::string access_point;
+    std::string boot;
+    std::uint64_t seq = 0;
+};
+
 struct received {
     moment at = 0;     // when it came; 0 for one that is read from a file, which does not say
     std::string bytes; // the image, unless nobody wants it; or whatever else came in its place
     std::optional<station_report> report;
+    std::optional<origin> from{}; // of one that came through a broker
+    // Numbers that grow, of messages that somebody keeps until we have stored them; 0: nobody does. A store says with
+    // store_options::committed up to which one everything is stored.
+    std::uint64_t ticket = 0;
 };
 
 // Decodes what came: there is a report when the size is that of one.

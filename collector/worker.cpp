@@ -57,7 +57,9 @@ void worker::feed(entry one) {
     constexpr std::size_t enough = 512; // to keep the output busy; a file's content need not wait in memory
     {
         std::unique_lock hold(state_->lock);
-        const std::size_t most = std::min(most_waiting_, enough);
+        // Whoever keeps a message until it is stored has a bound for them already.
+        const bool kept = one->in && one->in->ticket != 0;
+        const std::size_t most = kept ? most_waiting_ : std::min(most_waiting_, enough);
         state_->taken_from.wait(hold, [this, most] { return state_->waiting.size() < most; });
         state_->waiting.push_back(std::move(one));
         if (state_->waiting.size() > 1) return;

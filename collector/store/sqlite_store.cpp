@@ -140,6 +140,7 @@ std::vector<stay> sqlite_store::open_stays() {
 std::int64_t sqlite_store::next_stay() { return db_->number("SELECT coalesce(max(id), 0) + 1 FROM stay"); }
 
 void sqlite_store::take(const message &one) {
+    if (one.in && one.in->ticket != 0) ticket_ = one.in->ticket;
     if (!one.what) return;
     const change &what = *one.what;
     const stay &now_is = what.now;
@@ -202,7 +203,10 @@ bool sqlite_store::finish() {
 // One batch. False: it is kept for later.
 bool sqlite_store::write() {
     written_ = std::chrono::steady_clock::now();
-    if (dirty_.empty() && samples_.empty() && events_.empty()) return true;
+    if (dirty_.empty() && samples_.empty() && events_.empty()) {
+        tell();
+        return true;
+    }
     for (int attempt = 0; attempt < 2; ++attempt) {
         try {
             write_batch();
@@ -212,6 +216,7 @@ bool sqlite_store::write() {
             samples_.clear();
             events_.clear();
             airs_.clear();
+            tell();
             return true;
         } catch (const sqlite_error &error) {
             if (db_ && !sqlite3_get_autocommit(db_->raw()))
@@ -240,6 +245,10 @@ bool sqlite_store::write() {
         ++dropped_;
     }
     return false;
+}
+
+void sqlite_store::tell() {
+    if (chosen_.committed && ticket_ > told_) chosen_.committed(told_ = ticket_);
 }
 
 void sqlite_store::write_batch() {

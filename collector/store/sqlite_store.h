@@ -63,6 +63,7 @@ private:
     void open();
     void open_anew(const std::string &why);
     bool write();
+    void tell();
     void write_batch();
     void write_stay(const stay &one);
     void prune();
@@ -80,6 +81,8 @@ private:
     std::map<place, int> population_;
     std::unordered_map<std::int64_t, place> where_;
     std::uint64_t dropped_ = 0;
+    std::uint64_t ticket_ = 0; // of the last message that was taken
+    std::uint64_t told_ = 0;   // up to here is stored
     bool failing_ = false;
     moment clock_ = 0; // of the messages
     std::chrono::steady_clock::time_point written_ = std::chrono::steady_clock::now();

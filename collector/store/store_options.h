@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 struct store_options {
@@ -12,4 +13,7 @@ struct store_options {
     int keep_days = 30;          // 0: for ever
     std::int64_t most_mb = 1024; // of the file; 0: no bound
     std::size_t most_pending = 100'000;
+    // Called on the store's thread with T when everything up to received::ticket T survives a power cut; what had no place in
+    // the store counts as well. Whoever holds those messages for us forgets them then.
+    std::function<void(std::uint64_t)> committed{};
 };
