@@ -6,8 +6,10 @@
 #include "outputs/station_message.h"
 #include "protocol/driver_request.h"
 #include "tools/log.h"
+#include "tools/text.h"
 #include "wlan/tables.h"
 
+#include <cstring>
 #include <string_view>
 
 namespace {
@@ -27,11 +29,11 @@ unsigned add_entries(blob_buf *buf, const std::uint8_t *list, std::uint32_t entr
             std::snprintf(text, sizeof(text), "%d%s", static_cast<std::int32_t>(value), unit);
             add_text(key);
         };
-        std::snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", entry.mac[0], entry.mac[1],
-                      entry.mac[2], entry.mac[3], entry.mac[4], entry.mac[5]);
-        if (mac && std::strcmp(mac, text) != 0) continue;
+        char its_mac[18];
+        sta_put_mac(its_mac, entry.mac);
+        if (mac && std::strcmp(mac, its_mac) != 0) continue;
         void *table = blobmsg_open_table(buf, nullptr);
-        add_text("mac");
+        blobmsg_add_string(buf, "mac", its_mac);
         blobmsg_add_string(buf, "ssid", entry.ssid);
         blobmsg_add_string(buf, "ssid_ifname", entry.ifname);
         add_number("channel", entry.channel, "");

@@ -7,10 +7,10 @@
 #include "outputs/happenings.h"
 #include "tools/health.h"
 #include "tools/log.h"
+#include "tools/text.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
@@ -77,8 +77,7 @@ bool is_station_like(const route_neighbour &neighbour, const station_address &ad
 
 const sta_info_t *station_of(const std::uint8_t (&mac)[6]) {
     char text[18];
-    (void)std::snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-                        mac[4], mac[5]);
+    sta_put_mac(text, mac);
     return sta_sta_peek(text);
 }
 

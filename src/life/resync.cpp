@@ -65,11 +65,6 @@ struct driver_list {
     std::uint32_t entries;
 };
 
-void put_mac(char (&text)[18], const std::uint8_t (&mac)[6]) {
-    (void)std::snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-                        mac[4], mac[5]);
-}
-
 // A MAC as a number, and the sight of it on an interface.
 std::uint64_t mac_number(const std::uint8_t (&mac)[6]) {
     std::uint64_t number = 0;
@@ -216,7 +211,7 @@ std::uint32_t comparison::arrive() {
             const driver_basic entry = driver_basic_decode(basic + i * table_basic_size);
             const char *ifname = entry.ifname[0] != '\0' ? entry.ifname : list.interface.ifname;
             char mac[18];
-            put_mac(mac, entry.mac);
+            sta_put_mac(mac, entry.mac);
             const sta_info_t *known = sta_sta_peek(mac);
             if (known && (std::strcmp(known->ifname, ifname) == 0 || stays_on(entry, known->ifname)))
                 continue;

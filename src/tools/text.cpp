@@ -139,6 +139,11 @@ bool sta_read_mac(const char *text, std::uint8_t (&mac)[6]) noexcept {
     return true;
 }
 
+void sta_put_mac(char (&text)[18], const std::uint8_t (&mac)[6]) noexcept {
+    (void)std::snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
+                        mac[4], mac[5]);
+}
+
 void sta_expand_format(char *dst, std::size_t size, const char *src, std::size_t limit) noexcept {
     constexpr std::string_view flags = "-+ #0'";
     constexpr std::string_view lengths = "hljztLq";

@@ -66,6 +66,9 @@ bool sta_mac_is_plain(const char *mac) noexcept;
 // what was read so far.
 bool sta_read_mac(const char *text, std::uint8_t (&mac)[6]) noexcept;
 
+// Writes "aa:bb:cc:dd:ee:ff", in lower case and terminated.
+void sta_put_mac(char (&text)[18], const std::uint8_t (&mac)[6]) noexcept;
+
 // Fills the field `dst` with `src`, cut to the field (or to `limit` characters if that is less), terminated,
 // the rest zeroed so that nothing of an older text travels on the wire. `src` may be `dst` itself; null
 // counts as empty.

@@ -3,7 +3,6 @@
 #include "tools/log.h"
 #include "tools/text.h"
 
-#include <cstdio>
 #include <string_view>
 
 namespace {
@@ -15,11 +14,6 @@ station_change_kind kind_of(const station_event &event) {
     if (event.assoc == 1) return station_change_kind::comes;
     if (event.assoc != 0) return station_change_kind::none;
     return event.is_reassoc == to_other_access_point ? station_change_kind::moves : station_change_kind::goes;
-}
-
-void put_mac(char (&text)[18], const std::uint8_t (&mac)[6]) {
-    (void)std::snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-                        mac[4], mac[5]);
 }
 
 // A reading of 0 to 255 as per cent, cut toward zero.
@@ -48,7 +42,7 @@ void station_change_decode(const char *function, std::span<const std::uint8_t, s
                            station_change &change) noexcept {
     station_event &event = change.figures;
     station_event_decode(bytes, event);
-    put_mac(change.mac, event.mac);
+    sta_put_mac(change.mac, event.mac);
     STA_LOG_AS(function, "assoc %d mac %s\n", static_cast<int>(event.assoc), change.mac);
     STA_LOG_AS(function,
                "ssid %s ifname %s radio_id %d off_reason_code %d sta_rxbyte=%llu sta_txbyte=%llu "

@@ -86,6 +86,14 @@ protected:
         ASSERT_EQ(command(), "SET notify_mgmt_frames 1");
         say(frames);
     }
+    void attach_global(const std::string &frames = "OK\n") {
+        start_global();
+        control->tend();
+        ASSERT_EQ(command(), "ATTACH");
+        say("OK\n");
+        ASSERT_EQ(command(), "IFNAME=wlan0 SET notify_mgmt_frames 1");
+        say(frames);
+    }
 
     std::string folder, path, global;
     int hostapd = -1;
@@ -181,12 +189,7 @@ TEST_F(hostapds_socket, is_told_to_send_a_station_away_with_a_frame_or_without) 
 }
 
 TEST_F(hostapds_socket, of_all_networks_is_used_where_the_network_has_none) {
-    start_global();
-    control->tend();
-    ASSERT_EQ(command(), "ATTACH");
-    say("OK\n");
-    ASSERT_EQ(command(), "IFNAME=wlan0 SET notify_mgmt_frames 1");
-    say("OK\n");
+    attach_global();
     EXPECT_EQ(happened, lines{"attached with frames"});
     EXPECT_TRUE(control->send_away({{2, 0, 0, 0, 0, 1}}, false));
     EXPECT_EQ(command(), "IFNAME=wlan0 DEAUTHENTICATE 02:00:00:00:00:01 tx=0");
@@ -196,12 +199,7 @@ TEST_F(hostapds_socket, of_all_networks_is_used_where_the_network_has_none) {
 }
 
 TEST_F(hostapds_socket, of_all_networks_tells_of_this_one_among_them) {
-    start_global();
-    control->tend();
-    command();
-    say("OK\n");
-    command();
-    say("OK\n");
+    attach_global();
     happened.clear();
     say("IFNAME=wlan0 <3>AP-STA-CONNECTED 02:00:00:00:00:01");
     say("IFNAME=wlan1 <3>AP-STA-CONNECTED 02:00:00:00:00:02");
@@ -211,23 +209,13 @@ TEST_F(hostapds_socket, of_all_networks_tells_of_this_one_among_them) {
 }
 
 TEST_F(hostapds_socket, of_all_networks_may_be_of_a_hostapd_without_this_one) {
-    start_global();
-    control->tend();
-    command();
-    say("OK\n");
-    command();
-    say("FAIL-NO-IFNAME-MATCH\n");
+    attach_global("FAIL-NO-IFNAME-MATCH\n");
     EXPECT_FALSE(control->is_attached());
     EXPECT_EQ(happened, lines{});
 }
 
 TEST_F(hostapds_socket, of_all_networks_loses_one_that_has_been_removed) {
-    start_global();
-    control->tend();
-    command();
-    say("OK\n");
-    command();
-    say("OK\n");
+    attach_global();
     for (int second = 1; second <= 5; ++second) control->tend();
     EXPECT_EQ(command(), "IFNAME=wlan0 PING");
     say("FAIL-NO-IFNAME-MATCH\n");

@@ -254,6 +254,21 @@ TEST(plain_mac, only_what_cannot_harm_a_command) {
     EXPECT_FALSE(sta_mac_is_plain(nullptr));
 }
 
+TEST(put_mac, six_octets_become_lower_case_pairs_with_colons) {
+    char text[18];
+    sta_put_mac(text, {0x0a, 0x00, 0x9f, 0xff, 0xbc, 0x01});
+    EXPECT_STREQ(text, "0a:00:9f:ff:bc:01");
+}
+
+TEST(put_mac, what_it_writes_can_be_read_back) {
+    const std::uint8_t mac[6] = {0x02, 0xab, 0xcd, 0xef, 0x00, 0x99};
+    char text[18];
+    sta_put_mac(text, mac);
+    std::uint8_t back[6];
+    ASSERT_TRUE(sta_read_mac(text, back));
+    EXPECT_EQ(std::memcmp(back, mac, sizeof(mac)), 0);
+}
+
 TEST(put_text, field_is_terminated_and_zeroed_behind_the_text) {
     char field[8] = "zzzzzzz";
     sta_put_text(field, "ab");
