@@ -26,6 +26,11 @@ struct ubus_context *bus_connect() {
     return bus;
 }
 
+exit_status complain_of_memory() {
+    std::fputs("wsm: no memory\n", stderr);
+    return exit_failed;
+}
+
 exit_status bus_complain(const char *object, int status) {
     switch (status) {
     case UBUS_STATUS_PERMISSION_DENIED:
@@ -53,20 +58,33 @@ exit_status bus_find(struct ubus_context *bus, const char *object, std::uint32_t
     return exit_no_daemon;
 }
 
+void bus_arguments::add(const char *name, const char *text) noexcept {
+    whole = whole && blobmsg_add_string(&buf, name, text) == 0;
+}
+
+void bus_arguments::add(const char *name, std::uint32_t number) noexcept {
+    whole = whole && blobmsg_add_u32(&buf, name, number) == 0;
+}
+
+void bus_arguments::add(const char *name, std::span<const char *const> texts) noexcept {
+    void *array = whole ? blobmsg_open_array(&buf, name) : nullptr;
+    whole = array != nullptr;
+    if (!whole) return;
+    for (const char *one : texts) add(nullptr, one);
+    blobmsg_close_array(&buf, array);
+}
+
 exit_status bus_ask(struct ubus_context *bus, const char *object, const char *method,
-                    struct blob_buf *arguments, bus_taker take, void *priv) {
+                    const bus_arguments &arguments, bus_taker take, void *priv) {
     std::uint32_t id = 0;
+    if (!arguments.message()) return complain_of_memory();
     if (const exit_status missing = bus_find(bus, object, id); missing != exit_done) return missing;
-    struct blob_buf none = {};
-    if (!arguments) blob_buf_init(&none, 0);
     taken to{take, priv};
-    const int status =
-        ubus_invoke(bus, id, method, arguments ? arguments->head : none.head, receive, &to, timeout_ms);
-    blob_buf_free(&none);
+    const int status = ubus_invoke(bus, id, method, arguments.message(), receive, &to, timeout_ms);
     if (status == UBUS_STATUS_OK) return exit_done;
     if (status != UBUS_STATUS_NOT_FOUND) return bus_complain(object, status);
     // A broker says the same of what this user may not call; only one method has things of its own to miss.
     if (std::strcmp(method, "station") != 0) return bus_complain(object, UBUS_STATUS_PERMISSION_DENIED);
-    const exit_status may_ask = bus_ask(bus, object, "health", nullptr, nullptr, nullptr);
+    const exit_status may_ask = bus_ask(bus, object, "health", {}, nullptr, nullptr);
     return may_ask == exit_done ? exit_not_found : may_ask;
 }

@@ -3,6 +3,8 @@
 
 #include "base/cxx/ubus.h"
 
+#include <span>
+
 // How the program ends.
 enum exit_status {
     exit_done = 0,
@@ -17,16 +19,37 @@ enum exit_status {
 // The connection. Null: nobody answers; that has been said.
 struct ubus_context *bus_connect();
 
-// Asks one method, and gives its answer to `take`, which may be null; `arguments` too. What went wrong has been said, but for
-// exit_not_found.
+// The arguments of a call. Without memory for one of them there is no message: a call with less would ask for something else.
+class bus_arguments {
+public:
+    bus_arguments() noexcept : whole(blob_buf_init(&buf, 0) == 0) {}
+    ~bus_arguments() { blob_buf_free(&buf); }
+    bus_arguments(const bus_arguments &) = delete;
+    bus_arguments &operator=(const bus_arguments &) = delete;
+
+    void add(const char *name, const char *text) noexcept;
+    void add(const char *name, std::uint32_t number) noexcept;
+    void add(const char *name, std::span<const char *const> texts) noexcept;
+
+    // Null without memory.
+    struct blob_attr *message() const noexcept {
+        return whole ? buf.head : nullptr;
+    }
+
+private:
+    struct blob_buf buf = {};
+    bool whole;
+};
+
+// Asks one method, and gives its answer to `take`, which may be null. What went wrong has been said, but for exit_not_found.
 using bus_taker = void (*)(struct blob_attr *answer, void *priv);
 exit_status bus_ask(struct ubus_context *bus, const char *object, const char *method,
-                    struct blob_buf *arguments, bus_taker take, void *priv);
+                    const bus_arguments &arguments, bus_taker take, void *priv);
 
 // The same, to a function of any kind.
 template <class Take>
 exit_status bus_ask(struct ubus_context *bus, const char *object, const char *method,
-                    struct blob_buf *arguments, Take take) {
+                    const bus_arguments &arguments, Take take) {
     return bus_ask(
         bus, object, method, arguments,
         [](struct blob_attr *answer, void *priv) { (*static_cast<Take *>(priv))(answer); }, &take);
@@ -34,6 +57,9 @@ exit_status bus_ask(struct ubus_context *bus, const char *object, const char *me
 
 // The number of an object. What went wrong has been said.
 exit_status bus_find(struct ubus_context *bus, const char *object, std::uint32_t &id);
+
+// Says that there is no memory.
+exit_status complain_of_memory();
 
 // Says on standard error what a status of the bus means.
 exit_status bus_complain(const char *object, int status);

@@ -21,17 +21,6 @@ constexpr table_column departed_columns[] = {
     {"STAYED", 0, 3, true}, {"ENDED BY", 0, 1, false}, {"DBM", 0, 5, true},    {"REASON", 0, 7, false},
 };
 
-exit_status no_memory() {
-    std::fputs("wsm: no memory\n", stderr);
-    return exit_failed;
-}
-
-void add_list(struct blob_buf &arguments, const char *name, std::span<const char *const> texts) {
-    void *array = blobmsg_open_array(&arguments, name);
-    for (const char *one : texts) blobmsg_add_string(&arguments, nullptr, one);
-    blobmsg_close_array(&arguments, array);
-}
-
 // The address that people know it by: that of the record, else the first IPv4 one, else the first that is not of the link alone.
 const char *address_of(struct blob_attr *station) {
     const char *found = text_of(station, "ip");
@@ -89,22 +78,19 @@ exit_status for_each_station(struct ubus_context *bus, std::span<const char *con
     constexpr std::uint32_t page = 128;
     char after[18] = "";
     for (;;) {
-        struct blob_buf arguments = {};
-        blob_buf_init(&arguments, 0);
-        if (after[0] != '\0') blobmsg_add_string(&arguments, "after", after);
-        blobmsg_add_u32(&arguments, "limit", page);
-        if (!fields.empty()) add_list(arguments, "fields", fields);
+        bus_arguments arguments;
+        if (after[0] != '\0') arguments.add("after", after);
+        arguments.add("limit", page);
+        if (!fields.empty()) arguments.add("fields", fields);
         char next[18] = "";
         bool whole = true;
-        const exit_status status =
-            bus_ask(bus, "wsmd", "stations", &arguments, [&](struct blob_attr *answer) {
-                for_each(member(answer, "stations"),
-                         [&](struct blob_attr *station) { whole = visit(station) && whole; });
-                (void)std::snprintf(next, sizeof(next), "%s", text_of(answer, "next"));
-            });
-        blob_buf_free(&arguments);
+        const exit_status status = bus_ask(bus, "wsmd", "stations", arguments, [&](struct blob_attr *answer) {
+            for_each(member(answer, "stations"),
+                     [&](struct blob_attr *station) { whole = visit(station) && whole; });
+            (void)std::snprintf(next, sizeof(next), "%s", text_of(answer, "next"));
+        });
         if (status != exit_done) return status;
-        if (!whole) return no_memory();
+        if (!whole) return complain_of_memory();
         if (next[0] == '\0' || std::strcmp(next, after) <= 0) return exit_done;
         std::memcpy(after, next, sizeof(after));
     }
@@ -113,9 +99,9 @@ exit_status for_each_station(struct ubus_context *bus, std::span<const char *con
 exit_status ask_health(struct ubus_context *bus, bool (*take)(struct blob_attr *answer, int width),
                        int width) {
     bool whole = true;
-    const exit_status status = bus_ask(bus, "wsmd", "health", nullptr,
-                                       [&](struct blob_attr *answer) { whole = take(answer, width); });
-    return whole ? status : no_memory();
+    const exit_status status =
+        bus_ask(bus, "wsmd", "health", {}, [&](struct blob_attr *answer) { whole = take(answer, width); });
+    return whole ? status : complain_of_memory();
 }
 
 bool print_summary(struct blob_attr *answer, int /*width*/) {
@@ -133,7 +119,7 @@ bool print_summary(struct blob_attr *answer, int /*width*/) {
 // "name  value, name value, ...", in as many lines as it takes.
 class wrapped_line {
 public:
-    wrapped_line(const char *name, int width) noexcept : room(width) {
+    wrapped_line(const char *name, int width) noexcept : room(width - 1) { // of the comma
         const shown_text title = show(name, indent - 1);
         std::printf("%.*s%*s", static_cast<int>(title.length), title.bytes, indent - title.columns, "");
     }
@@ -273,33 +259,29 @@ exit_status list_stations(struct ubus_context *bus, const wanted_output &to, boo
 }
 
 exit_status list_departed(struct ubus_context *bus, const wanted_output &to, std::uint32_t limit) {
-    struct blob_buf arguments = {};
-    blob_buf_init(&arguments, 0);
-    blobmsg_add_u32(&arguments, "limit", limit);
+    bus_arguments arguments;
+    arguments.add("limit", limit);
     table rows{departed_columns};
     bool whole = true;
-    const exit_status status = bus_ask(bus, "wsmd", "departed", &arguments, [&](struct blob_attr *answer) {
+    const exit_status status = bus_ask(bus, "wsmd", "departed", arguments, [&](struct blob_attr *answer) {
         for_each(member(answer, "departed"), [&](struct blob_attr *one) {
             whole = (to.json ? print_json(one) : add_departure(rows, one)) && whole;
         });
     });
-    blob_buf_free(&arguments);
-    if (!whole) return no_memory();
+    if (!whole) return complain_of_memory();
     if (status == exit_done && !to.json) rows.print(to.width);
     return status;
 }
 
 exit_status show_station(struct ubus_context *bus, const wanted_output &to, const char *mac) {
-    struct blob_buf arguments = {};
-    blob_buf_init(&arguments, 0);
-    blobmsg_add_string(&arguments, "mac", mac);
+    bus_arguments arguments;
+    arguments.add("mac", mac);
     bool whole = true;
-    const exit_status status = bus_ask(bus, "wsmd", "station", &arguments, [&](struct blob_attr *answer) {
+    const exit_status status = bus_ask(bus, "wsmd", "station", arguments, [&](struct blob_attr *answer) {
         whole = to.json ? print_json(answer) : print_all(answer, to.width);
     });
-    blob_buf_free(&arguments);
     if (status == exit_not_found) std::fprintf(stderr, "wsm: no station %s\n", mac);
-    return whole ? status : no_memory();
+    return whole ? status : complain_of_memory();
 }
 
 exit_status show_health(struct ubus_context *bus, const wanted_output &to) {

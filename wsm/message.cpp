@@ -37,10 +37,11 @@ std::int64_t number_of(struct blob_attr *table, const char *name, std::int64_t i
 
 bool truth_of(struct blob_attr *table, const char *name) { return number_of(table, name) != 0; }
 
-bool print_json(struct blob_attr *value, const char *behind) {
-    char *json = blobmsg_format_json(value, true);
-    if (!json) return false;
-    for (const char *at = json; *at != '\0';) {
+namespace {
+
+// What is fit for a terminal as it is, the rest as escapes; those of JSON itself where `text` is not JSON yet.
+void print_escaped(const char *at, bool text) {
+    while (*at != '\0') {
         std::uint32_t character = 0;
         const std::size_t length = read_character(at, character);
         if (length == 0) {
@@ -48,6 +49,7 @@ bool print_json(struct blob_attr *value, const char *behind) {
             ++at;
             continue;
         }
+        if (text && (*at == '"' || *at == '\\')) std::putchar('\\');
         if (is_shown(character))
             std::fwrite(at, 1, length, stdout);
         else if (character > 0xffff) // as two halves
@@ -57,7 +59,21 @@ bool print_json(struct blob_attr *value, const char *behind) {
             std::printf("\\u%04x", character);
         at += length;
     }
+}
+
+} // namespace
+
+bool print_json(struct blob_attr *value, const char *behind) {
+    char *json = blobmsg_format_json(value, true);
+    if (!json) return false;
+    print_escaped(json, false);
     std::puts(behind);
     std::free(json);
     return true;
+}
+
+void print_json_text(const char *text) {
+    std::putchar('"');
+    print_escaped(text, true);
+    std::putchar('"');
 }

@@ -50,8 +50,10 @@ table::layout table::fitted(int width) const noexcept {
         } else if (last < columns.size()) {
             natural_widths.width[last] = 0;
             now = natural_widths;
-        } else {
-            break;
+        } else { // what is wanted in full is cut all the same
+            int *most = std::max_element(now.width, now.width + columns_max);
+            if (*most <= 1) break;
+            --*most;
         }
     }
     return now;

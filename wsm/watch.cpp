@@ -18,11 +18,6 @@ struct watching {
     exit_status end;
 };
 
-void put_place(char (&line)[512], struct blob_attr *place) {
-    const std::size_t used = std::strlen(line);
-    (void)std::snprintf(line + used, sizeof(line) - used, " %s", text_of(place, "interface"));
-}
-
 // What is worth a word of each kind of notification.
 void put_details(char (&line)[512], const char *kind, struct blob_attr *message) {
     if (std::strcmp(kind, "joined") == 0) {
@@ -39,10 +34,9 @@ void put_details(char (&line)[512], const char *kind, struct blob_attr *message)
                             text_of(departure, "interface"), stayed, text_of(departure, "ended_by"),
                             text_of(departure, "reason"), text_of(departure, "name"));
     } else if (std::strcmp(kind, "roamed") == 0) {
-        (void)std::snprintf(line, sizeof(line), "from");
-        put_place(line, member(message, "from"));
-        (void)std::strcat(line, " to");
-        put_place(line, member(message, "to"));
+        (void)std::snprintf(line, sizeof(line), "from %s to %s",
+                            text_of(member(message, "from"), "interface"),
+                            text_of(member(message, "to"), "interface"));
     } else if (std::strcmp(kind, "changed") == 0) {
         const char *address = text_of(message, "address");
         (void)std::snprintf(line, sizeof(line), "%s %s (%s)", *address != '\0' ? "address" : "name",
@@ -73,9 +67,13 @@ int hear(struct ubus_context * /*bus*/, struct ubus_object *object, struct ubus_
         std::fputs("wsm: some were missed: wsm list says how it is now\n", stderr);
     here.seq = seq;
     if (here.to.json) {
-        const shown_text safe_kind = show(kind, 40);
-        std::printf("{\"%.*s\":", static_cast<int>(safe_kind.length), safe_kind.bytes);
-        if (!print_json(message, "}")) std::fputs("wsm: no memory\n", stderr);
+        std::putchar('{');
+        print_json_text(kind);
+        std::putchar(':');
+        if (!print_json(message, "}")) {
+            std::puts("null}");
+            (void)complain_of_memory();
+        }
     } else {
         print_told(here, kind, message);
     }
@@ -97,21 +95,17 @@ void lost(struct ubus_context * /*bus*/) {
     uloop_end();
 }
 
-void add_mac(struct blob_buf &arguments, const char *mac) {
-    blob_buf_init(&arguments, 0);
-    blobmsg_add_string(&arguments, "mac", mac);
-}
-
-// How many of the newest departures are this station's, since `before` of all of them.
-bool has_left(struct ubus_context *bus, const char *mac, std::int64_t before) {
-    bool left = false;
-    bus_ask(bus, "wsmd", "departed", nullptr, [&](struct blob_attr *answer) {
-        std::int64_t fresh = number_of(answer, "total") - before;
+// Whether one of the departures after the first `before` of all is this station's.
+exit_status see_whether_it_left(struct ubus_context *bus, const char *mac, std::int64_t before, bool &left) {
+    return bus_ask(bus, "wsmd", "departed", {}, [&](struct blob_attr *answer) {
+        // A daemon that has begun anew meanwhile has counted fewer: then each is one of these.
+        const std::uint64_t fresh =
+            static_cast<std::uint64_t>(number_of(answer, "total")) - static_cast<std::uint64_t>(before);
+        std::uint64_t nth = 0;
         for_each(member(answer, "departed"), [&](struct blob_attr *one) {
-            if (fresh-- > 0 && std::strcmp(text_of(one, "mac"), mac) == 0) left = true;
+            if (nth++ < fresh && std::strcmp(text_of(one, "mac"), mac) == 0) left = true;
         });
     });
-    return left;
 }
 
 } // namespace
@@ -136,29 +130,33 @@ exit_status watch_stations(struct ubus_context *bus, const wanted_output &to) {
 }
 
 exit_status kick_station(struct ubus_context *bus, const wanted_output &to, const char *mac) {
-    struct blob_buf arguments = {};
-    add_mac(arguments, mac);
+    bus_arguments station;
+    station.add("mac", mac);
     std::int64_t radio = 0, before = 0;
-    exit_status status = bus_ask(bus, "wsmd", "station", &arguments,
+    exit_status status = bus_ask(bus, "wsmd", "station", station,
                                  [&](struct blob_attr *answer) { radio = number_of(answer, "radio"); });
     if (status == exit_not_found) std::fprintf(stderr, "wsm: no station %s\n", mac);
     if (status == exit_done)
-        status = bus_ask(bus, "wsmd", "departed", nullptr,
+        status = bus_ask(bus, "wsmd", "departed", {},
                          [&](struct blob_attr *answer) { before = number_of(answer, "total"); });
     if (status == exit_done) {
-        add_mac(arguments, mac);
-        blobmsg_add_u32(&arguments, "radio", static_cast<std::uint32_t>(radio));
-        status = bus_ask(bus, "sta", "delete", &arguments, nullptr, nullptr);
+        bus_arguments place;
+        place.add("mac", mac);
+        place.add("radio", static_cast<std::uint32_t>(radio));
+        status = bus_ask(bus, "sta", "delete", place, nullptr, nullptr);
     }
     bool is_gone = false;
     for (int tenth = 0; status == exit_done && !is_gone && tenth < 50; ++tenth) {
         constexpr timespec pause{0, 100000000};
         nanosleep(&pause, nullptr);
-        add_mac(arguments, mac);
-        is_gone = bus_ask(bus, "wsmd", "station", &arguments, nullptr, nullptr) == exit_not_found ||
-                  has_left(bus, mac, before);
+        status = bus_ask(bus, "wsmd", "station", station, nullptr, nullptr);
+        if (status == exit_done) {
+            status = see_whether_it_left(bus, mac, before, is_gone);
+        } else if (status == exit_not_found) {
+            is_gone = true;
+            status = exit_done;
+        }
     }
-    blob_buf_free(&arguments);
     if (status != exit_done) return status;
     if (to.json)
         std::printf("{\"mac\":\"%s\",\"gone\":%s}\n", mac, is_gone ? "true" : "false");

@@ -27,7 +27,10 @@ void put_bytes(char (&word)[word_size], std::int64_t bytes) {
 void put_time(char (&word)[word_size], std::int64_t time, std::int64_t now) {
     const auto then = static_cast<std::time_t>(time), today = static_cast<std::time_t>(now);
     std::tm at{}, at_now{};
-    if (!localtime_r(&then, &at) || !localtime_r(&today, &at_now)) at = {};
+    if (!localtime_r(&then, &at) || !localtime_r(&today, &at_now)) {
+        (void)std::snprintf(word, sizeof(word), "-");
+        return;
+    }
     const bool same_day = at.tm_year == at_now.tm_year && at.tm_yday == at_now.tm_yday;
     std::strftime(word, sizeof(word), same_day ? "%H:%M:%S" : "%b %d %H:%M", &at);
 }

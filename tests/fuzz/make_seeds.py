@@ -349,7 +349,40 @@ def recording():
     seed(name, "huge_length", header + struct.pack("<IHHQ", 0xffffffff, 1, 0, 0))
 
 
+def wsm_answers():
+    """The first piece: command (summary, list, show, departed, health, watch, kick) and columns; its tag: whether JSON is wanted."""
+    def shown(command, *answers, columns=80, json_wanted=0):
+        return pieces((json_wanted, bytes((command, columns))), *answers)
+
+    def array(name, *fields):
+        return bytes((0x81,)) + table(name, *fields)[1:]
+
+    name = "fuzz_wsm_answers"
+    station = table("", string("mac", ONLINE), string("name", "phone"), string("ssid", "Lobby"), int32("signal", -50),
+                    int32("rx_bytes", 12345), int32("connected", 61), array("addresses", table("", string("address", "fe80::1")),
+                                                                           table("", string("address", "192.168.10.50"))))
+    page = array("stations", station) + string("next", ONLINE)
+    health = string("version", "1") + int32("uptime", 7) + table("stations", int32("known", 1), int32("online", 1))
+    seed(name, "summary_and_a_page", shown(0, health, page, array("stations")))
+    seed(name, "narrow_list", shown(1, page, columns=20))
+    seed(name, "list_as_json", shown(1, page, json_wanted=1))
+    seed(name, "station", shown(2, string("mac", ONLINE) + int32("signal", -50) + table("steps", int32("assoc", 3), int32("eapol", 9))
+                                + array("names", table("", string("name", "phone"), string("origin", "lease"), int32("since", 1)))))
+    left = table("", int32("left", 1), string("mac", ONLINE), string("ended_by", "idle"), int32("lasted", 4000))
+    seed(name, "departed", shown(3, int32("total", 1) + array("departed", left)))
+    seed(name, "health", shown(4, health))
+    seed(name, "every_kind_of_notification", shown(5, *((tag, string("mac", ONLINE) + int32("seq", tag) + table("station",
+         string("interface", "ath0")) + table("from", string("interface", "ath0")) + table("to", string("interface", "ath1")))
+         for tag in range(8))))
+    seed(name, "roamed_from_a_long_place", shown(5, (2, table("from", string("interface", "i" * 600)))))
+    seed(name, "notifications_as_json", shown(5, *((tag, string("mac", "\x1b[2J\"")) for tag in range(8)), json_wanted=1))
+    seed(name, "kick", shown(6, int32("radio", 1), int32("total", 3), b"", b"", int32("total", 4) + array("departed", left)))
+    seed(name, "hostile_texts", shown(2, string("\x1b]0;x\x07", "a\nb\u202ec\u009b31m") + array("addresses", table("", string("address", "\x1b[2J")))))
+    seed(name, "lying_lengths", shown(1, page[:-3], b"\x83\xff\xff\xff\0\1x\0", b"\0\0\0\0"))
+
+
 if __name__ == "__main__":
     for make in (netlink, driver_table, bus_methods, bus_events, dhcpmon_json, files, report_image, recording, sessions,
-                 station_names, collector_api, spool_file, route_messages):
+                 station_names, collector_api, spool_file, route_messages,
+                 wsm_answers):
         make()

@@ -8,14 +8,14 @@ namespace {
 unsigned g_left = 0; // allocations until the one that fails, it included; 0: none
 bool g_failed = false;
 
-bool fails() {
+} // namespace
+
+bool next_allocation_fails() {
     if (g_left == 0 || --g_left > 0) return false;
     g_failed = true;
     errno = ENOMEM;
     return true;
 }
-
-} // namespace
 
 // The linker leads the program's calls here (--wrap).
 extern "C" {
@@ -28,14 +28,14 @@ void *__wrap_calloc(std::size_t count, std::size_t size);
 void *__wrap_realloc(void *block, std::size_t size);
 char *__wrap_strdup(const char *text);
 
-void *__wrap_malloc(std::size_t size) { return fails() ? nullptr : __real_malloc(size); }
+void *__wrap_malloc(std::size_t size) { return next_allocation_fails() ? nullptr : __real_malloc(size); }
 void *__wrap_calloc(std::size_t count, std::size_t size) {
-    return fails() ? nullptr : __real_calloc(count, size);
+    return next_allocation_fails() ? nullptr : __real_calloc(count, size);
 }
 void *__wrap_realloc(void *block, std::size_t size) {
-    return fails() ? nullptr : __real_realloc(block, size);
+    return next_allocation_fails() ? nullptr : __real_realloc(block, size);
 }
-char *__wrap_strdup(const char *text) { return fails() ? nullptr : __real_strdup(text); }
+char *__wrap_strdup(const char *text) { return next_allocation_fails() ? nullptr : __real_strdup(text); }
 }
 
 void fail_allocation(unsigned nth) {

@@ -8,3 +8,6 @@ void fail_allocation(unsigned nth);
 // True when the failure that was asked for has happened. A test can fail the first, the second, ... until it
 // is false.
 bool allocation_failed();
+
+// Counts an allocation; true when it is the one to fail. For a test that plays functions which have to allocate.
+bool next_allocation_fails();
