@@ -5,10 +5,12 @@
 #include "collector/options.h"
 #include "collector/pipeline.h"
 #include "collector/query.h"
+#include "collector/report_reader.h"
 #include "collector/socket_input.h"
 #include "collector/times.h"
 #if WITH_MQTT
 #include "collector/mqtt_publisher.h"
+#include "collector/mqtt_subscriber.h"
 #endif
 #if WITH_HASH
 #include "collector/pseudonyms.h"
@@ -45,6 +47,7 @@ using namespace std::chrono_literals;
 
 constexpr auto patience_at_the_end = 10s; // for outputs that do not get on
 constexpr auto follow_interval = 100ms;   // between two looks at a growing file
+constexpr auto caught_up = 10s;           // without a message: a broker has no more that wait
 
 int failed(const std::string &why) {
     std::fprintf(stderr, "wsm-collector: %s\n", why.c_str());
@@ -77,6 +80,7 @@ public:
 #endif
         }
         if (!chosen_.http.empty() || !chosen_.metrics.empty()) view_ = std::make_shared<live_view>();
+        add_subscription();
         add_store();
         add_http();
         if (!chosen_.mqtt.host.empty()) {
@@ -92,11 +96,30 @@ public:
     }
 
     int run() {
-        const int status = chosen_.files.empty() ? listen() : decode_files();
+        const int status = input_ ? take_subscribed() : chosen_.files.empty() ? listen() : decode_files();
         return finish(status);
     }
 
 private:
+    void add_subscription() {
+        const auto take = [this](std::string_view topic, std::string_view payload, std::uint64_t ticket) {
+            return take_published(topic, payload, ticket);
+        };
+        switch (chosen_.subscribe.from) {
+        case subscribe_options::kind::none: return;
+        case subscribe_options::kind::mqtt:
+#if WITH_MQTT
+            input_ = std::make_unique<mqtt_subscriber>(chosen_.subscribe, take);
+            break;
+#else
+            throw std::runtime_error("--subscribe: this program was built without libmosquitto");
+#endif
+        case subscribe_options::kind::amqp:
+            throw std::runtime_error("--subscribe: this program was built without librabbitmq");
+        }
+        chosen_.store.committed = [this](std::uint64_t ticket) { input_->committed(ticket); };
+    }
+
     void add_store() {
         if (chosen_.store.path.empty()) return;
 #if WITH_SQLITE
@@ -211,6 +234,45 @@ private:
         return 0;
     }
 
+    // Empty, or why it is no report.
+    std::string take_published(std::string_view topic, std::string_view payload, std::uint64_t ticket) {
+        received in;
+        if (std::string why = read_report(payload, topic, in); !why.empty()) {
+            road_.feed({now(), std::string(payload), {}}); // counted and told as everything that is no report
+            return why;
+        }
+        // When it was published counts, however long it has waited; a clock that is ahead does not.
+        in.at = in.at == 0 ? now() : std::min(in.at, now());
+        in.ticket = ticket;
+        if (chosen_.shape == form::raw) in.bytes = image_of(*in.report);
+        if (hide_) hide_(in);
+        last_at_ = in.at;
+        last_came_ = std::chrono::steady_clock::now();
+        road_.feed(std::move(in));
+        if (chosen_.store.path.empty())
+            input_->committed(ticket); // outputs have it, and nobody will store it
+        return {};
+    }
+
+    static std::string image_of(const station_report &report) {
+        std::string image(station_report_size, '\0');
+        auto *first = reinterpret_cast<std::uint8_t *>(image.data());
+        station_report_encode(report,
+                              std::span<std::uint8_t, station_report_size>(first, station_report_size));
+        return image;
+    }
+
+    int take_subscribed() {
+        while (!enough() && !stopped()) {
+            // While old messages come it is the time of which they tell: nobody has been silent meanwhile.
+            const bool old = std::chrono::steady_clock::now() - last_came_ < caught_up;
+            const int due = road_.tick(old ? last_at_ : now());
+            constexpr int often = 1000; // ms
+            input_->serve(due < 0 ? often : std::min(due, often), signals_);
+        }
+        return 0;
+    }
+
     // Images one behind the other, up to the end of the file. `rest`: what was behind the last whole one, before and
     // after. False: the file cannot be read.
     bool decode(int file, std::string &rest) {
@@ -254,6 +316,7 @@ private:
 #endif
         std::vector<std::string> dropped;
         const worker::ending ending = road_.finish(patience_at_the_end, dropped);
+        if (input_) input_->finish();
         for (const std::string &line : dropped) std::fprintf(stderr, "wsm-collector: %s\n", line.c_str());
         const unsigned long long wrong = road_.counters().wrong_size;
         if (wrong > 0) std::fprintf(stderr, "wsm-collector: %llu messages were no reports\n", wrong);
@@ -266,6 +329,9 @@ private:
     std::shared_ptr<station_names> names_;
     std::shared_ptr<live_view> view_;
     std::function<void(received &)> hide_; // who it is about
+    std::unique_ptr<broker_input> input_;  // null: the socket, or files
+    moment last_at_ = 0;                   // of the last message from there
+    std::chrono::steady_clock::time_point last_came_{};
     pipeline road_;
 #if WITH_HTTP
     std::vector<std::unique_ptr<http_server>> servers_;

@@ -64,6 +64,28 @@ constexpr setting settings[] = {
      }},
     {"socket", "PATH", "where to listen (/tmp/sta_server_domain)",
      [](options &o, const std::string &v) { return o.socket = v, verdict(); }},
+    {"subscribe", "URL",
+     "take reports from a broker instead: mqtt[s]://host/prefix, amqp[s]://host,host/vhost?queue=NAME",
+     [](options &o, const std::string &v) { return parse_subscribe_url(v, o.subscribe); }},
+    {"subscribe-ca", "FILE", "certificates that this broker's is checked against",
+     [](options &o, const std::string &v) { return o.subscribe.ca = v, verdict(); }},
+    {"subscribe-cert", "FILE", "our own certificate",
+     [](options &o, const std::string &v) { return o.subscribe.certificate = v, verdict(); }},
+    {"subscribe-key", "FILE", "and its key",
+     [](options &o, const std::string &v) { return o.subscribe.key = v, verdict(); }},
+    {"group", "NAME", "MQTT: the collectors that share the reports among them (wsm-collector)",
+     [](options &o, const std::string &v) -> verdict {
+         if (v.empty() || v.size() > 128 || v.find_first_of("+#/") != std::string::npos)
+             return "a name without + # /";
+         o.subscribe.group = v;
+         return {};
+     }},
+    {"client-id", "NAME", "MQTT: ours within the group, always the same (wsm-collector-HOSTNAME)",
+     [](options &o, const std::string &v) { return o.subscribe.client_id = v, verdict(); }},
+    {"prefetch", "N", "reports that the broker hands over before they must be stored (2000)",
+     [](options &o, const std::string &v) -> verdict {
+         return number(v, 1, 65535, o.subscribe.prefetch) ? "" : "a whole number from 1 to 65535";
+     }},
     {"queue", "N", "messages that wait for each output before the oldest is dropped (10000)",
      [](options &o, const std::string &v) -> verdict {
          return number<std::size_t>(v, 1, 10'000'000, o.queue) ? "" : "a whole number above 0";
@@ -271,5 +293,7 @@ options parse_options(int argc, char **argv) {
     options chosen;
     if (const std::string why = read_options_again(words, chosen); !why.empty()) wrong_usage(why);
     if (chosen.follow && chosen.files.empty()) wrong_usage("--follow: which file?");
+    if (chosen.subscribe.from != subscribe_options::kind::none && !chosen.files.empty())
+        wrong_usage("--subscribe: not with files");
     return chosen;
 }

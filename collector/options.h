@@ -8,6 +8,7 @@
 #include "collector/printer.h"
 #include "collector/sessions.h"
 #include "collector/store/store_options.h"
+#include "collector/subscribe_options.h"
 
 #include <cstddef>
 #include <string>
@@ -30,6 +31,7 @@ struct options {
     std::size_t metrics_stations = 0;
     std::string token_file;
     std::string web;
+    subscribe_options subscribe;
     mqtt_options mqtt;    // without a host: none
     std::string exec;     // program for joined, roamed, left
     std::string hash_mac; // key file

@@ -6,6 +6,7 @@ Inputs that once made a target fail stand beside them and are left alone.
 
 import json
 import pathlib
+import re
 import struct
 import sys
 import zlib
@@ -322,6 +323,27 @@ def report_image():
     seed(name, "too_short", bytes(REPORT_SIZE - 1))
 
 
+def report_json():
+    name = "fuzz_report_json"
+
+    fields = re.findall(r"F\((.*), (\w+), \d+\)", (FUZZ.parents[1] / "protocol/station_report.h").read_text())
+    report = {field: "" if "text" in kind else 1 for kind, field in fields}
+    report |= {"mac": ONLINE, "ap_mac": "02:54:4b:00:00:01\\n", "received": None, "boot": "00c0ffee", "seq": 1, "booted": None}
+
+    def text(**changes):
+        # A clock has nine digits behind the point.
+        return re.sub(r"(?<=_clock\": |ine_ts\": )[\d.-]+", lambda found: f"{float(found[0]):.9f}", json.dumps({**report, **changes}))
+    clocks = {"online_clock": 0.0, "online_ts": 1.5, "offline_ts": 0.0}
+    seed(name, "sound", text(**clocks))
+    seed(name, "foreign_texts", text(**clocks, ssid='a"\\n\\\\\\xff\u00fc', reason="\\x1b[2J"))
+    seed(name, "unknown_access_point", text(**clocks, ap_mac=""))
+    seed(name, "clock_that_is_none", text(online_clock=-4.7, online_ts=2147483649.147, offline_ts=-2147483649.5))
+    seed(name, "large_counter", text(**clocks, wifi_up=2 ** 64 - 1))
+    seed(name, "too_long_text", text(**clocks, ssid="x" * 128))
+    seed(name, "cut", text(**clocks)[:-1])
+    seed(name, "deep", "[" * 100)
+
+
 def recording():
     name = "fuzz_recording"
 
@@ -382,7 +404,6 @@ def wsm_answers():
 
 
 if __name__ == "__main__":
-    for make in (netlink, driver_table, bus_methods, bus_events, dhcpmon_json, files, report_image, recording, sessions,
-                 station_names, collector_api, spool_file, route_messages,
-                 wsm_answers):
+    for make in (netlink, driver_table, bus_methods, bus_events, dhcpmon_json, files, report_image, report_json, recording, sessions,
+                 station_names, collector_api, spool_file, route_messages, wsm_answers):
         make()
