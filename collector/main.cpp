@@ -12,6 +12,9 @@
 #include "collector/mqtt_publisher.h"
 #include "collector/mqtt_subscriber.h"
 #endif
+#if WITH_AMQP
+#include "collector/amqp_subscriber.h"
+#endif
 #if WITH_HASH
 #include "collector/pseudonyms.h"
 #endif
@@ -45,9 +48,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto patience_at_the_end = 10s; // for outputs that do not get on
-constexpr auto follow_interval = 100ms;   // between two looks at a growing file
-constexpr auto caught_up = 10s;           // without a message: a broker has no more that wait
+constexpr auto patience_at_the_end = 10s;  // for outputs that do not get on
+constexpr auto follow_interval = 100ms;    // between two looks at a growing file
+constexpr moment most_ahead = 60 * second; // another machine's clock
+constexpr auto caught_up = 10s;            // without a message: a broker has no more that wait
 
 int failed(const std::string &why) {
     std::fprintf(stderr, "wsm-collector: %s\n", why.c_str());
@@ -115,7 +119,12 @@ private:
             throw std::runtime_error("--subscribe: this program was built without libmosquitto");
 #endif
         case subscribe_options::kind::amqp:
+#if WITH_AMQP
+            input_ = std::make_unique<amqp_subscriber>(chosen_.subscribe, take);
+            break;
+#else
             throw std::runtime_error("--subscribe: this program was built without librabbitmq");
+#endif
         }
         chosen_.store.committed = [this](std::uint64_t ticket) { input_->committed(ticket); };
     }
@@ -241,8 +250,8 @@ private:
             road_.feed({now(), std::string(payload), {}}); // counted and told as everything that is no report
             return why;
         }
-        // When it was published counts, however long it has waited; a clock that is ahead does not.
-        in.at = in.at == 0 ? now() : std::min(in.at, now());
+        // When it was published counts, however long it has waited; a clock that is far ahead does not.
+        if (in.at == 0 || in.at > now() + most_ahead) in.at = now();
         in.ticket = ticket;
         if (chosen_.shape == form::raw) in.bytes = image_of(*in.report);
         if (hide_) hide_(in);

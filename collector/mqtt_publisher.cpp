@@ -161,7 +161,10 @@ void mqtt_publisher::take(const message &one) {
         // The report as it is printed, and what tells it apart from every other.
         std::string report = report_json(*one.in->report, one.in->at);
         report.back() = ',';
-        report += "\"boot\":\"" + boot_ + "\",\"seq\":" + std::to_string(++seq_) +
+        const std::optional<origin> &from =
+            one.in->from; // who passes a report on does not make it another one
+        report += "\"boot\":\"" + (from ? from->boot : boot_) +
+                  "\",\"seq\":" + std::to_string(from ? from->seq : ++seq_) +
                   ",\"booted\":" + booted(*one.in) + (good ? "" : ",\"impossible\":true") + "}";
         const std::string ap = normal_mac(std::string_view(one.in->report->ap_mac).substr(0, 17));
         post({chosen_.prefix + "/report/" + (ap.empty() ? "unknown" : ap), std::move(report), false});

@@ -34,6 +34,7 @@ MAY_INCLUDE = {
     "wsm/": ["protocol/", "src/tools/array.h", *BASE],
     "recorder/": ["protocol/", "drivers/channel/", "lab/common/", *BASE],
     "collector/": ["protocol/"],
+    "lab/fleet/": ["collector/", "lab/apsim/", "protocol/", *BASE], # a fleet publishes as collectors do
     "lab/": ["protocol/", "drivers/channel/", *BASE],
 }
 # A header of the daemon includes no more of the project than these: the record, and what only helps.

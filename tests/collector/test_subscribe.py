@@ -158,3 +158,32 @@ def test_it_says_once_that_the_broker_does_not_answer(start, build_dir, broker, 
     subscribed(one)
     assert len(re.findall("does not answer", one.err.read_text())) == 1
     assert one.stop() == 0
+
+
+def written(ledger):
+    """What a fleet has meant: its reports, and for each station's MAC the access point, begin, end and number of reports of its stay."""
+    reports_, stays = set(), {}
+    for line in ledger.read_text().splitlines():
+        kind, *words = line.split(" ")
+        if kind == "report":
+            reports_.add((words[0], words[1], int(words[2])))
+        else:
+            stays[words[0]] = (words[1], *map(int, words[2:]))
+    return reports_, stays
+
+
+def test_a_fleet_s_stays_are_in_the_store_as_its_ledger_has_them(broker, subscribe, start, build_dir, tmp_path):  # noqa: F811
+    if not (build_dir / "bin/wsm-fleet-sim").exists():
+        pytest.skip("built without wsm-fleet-sim")
+    store = tmp_path / "store"
+    one = subscribe("--store", f"sqlite:{store}", "--commit", "0", "--grace", "30", form="--quiet")
+    fleet = start([build_dir / "bin/wsm-fleet-sim", "--to", f"mqtt://127.0.0.1:{broker.port}/home", "--access-points", "20",
+                   "--stations", "10", "--seconds", "300", "--speed", "0", "--ledger", tmp_path / "ledger"])
+    assert fleet.wait_for_end() == 0, fleet.err.read_text()
+    sent, stays = written(tmp_path / "ledger")
+    assert len(sent) > 1000 and len(stays) > 200
+    wait(lambda: rows(store, "SELECT sum(reports) FROM stay") == [(len(sent),)], "all reports in the store")
+    assert one.stop() == 0
+    kept = {mac_: (ap, began // 1000000, (ended or 0) // 1000000, reports_) for mac_, ap, began, ended, reports_ in
+            rows(store, "SELECT mac, ap, began, ended, reports FROM stay")}
+    assert kept == stays
