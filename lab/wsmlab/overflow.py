@@ -1,4 +1,6 @@
-"""More netlink messages than the daemon's socket holds."""
+"""More netlink messages than a socket of the daemon holds."""
+
+from . import network
 
 MANY = 3000
 
@@ -27,3 +29,10 @@ def overflow(lab):
     before = dropped(lab)
     lab.run(["/usr/bin/python3", "-c", _FLOOD, str(MANY)])
     return dropped(lab) - before
+
+
+def overflow_neighbours(lab, mac):
+    """Fills the socket of neighbours of a daemon that has been stopped, with addresses of `mac`."""
+    lab.run(["ip", "-batch", "-"], stdin="".join(
+        f"neigh replace 10.1.{number // 250}.{1 + number % 250} lladdr {mac} dev {network.BRIDGE} nud permanent\n"
+        for number in range(MANY)).encode())

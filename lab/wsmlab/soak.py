@@ -137,6 +137,7 @@ class Soak:
                 ("   arrived, with early and first ones", f"{counts['period reports']:,}"),
                 ("tables compared", f"{counts['tables compared']:,}"),
                 ("netlink messages dropped by the kernel", f"{counts['messages dropped']:,}"),
+                ("overruns of the neighbours' socket, healed", f"{counts['neighbours lost']:,}"),
                 ("lives of the daemon", f"{len(self.lives)}")]
         if longest:
             samples = longest.samples

@@ -6,6 +6,7 @@ import signal
 import pytest
 
 from wsmlab import network
+from wsmlab.overflow import overflow_neighbours
 
 MAC = "02:00:00:00:00:0a"
 OTHER = "02:00:00:00:00:0b"
@@ -155,9 +156,7 @@ def test_an_overrun_of_the_neighbours_socket_is_counted_and_everything_asked_for
     lab.wait(lambda: health(lab, "neighbours")["dumps"] >= 2, 20, "the questions of start and association to be asked")
     before = health(lab, "neighbours")
     lab.daemon.signal(signal.SIGSTOP)
-    flood = "".join(f"neigh add 10.1.{number // 250}.{1 + number % 250} lladdr {OTHER} dev {network.BRIDGE} nud permanent\n"
-                    for number in range(3000))
-    lab.run(["ip", "-batch", "-"], stdin=flood.encode())
+    overflow_neighbours(lab, OTHER)
     lab.run(["ip", "neigh", "add", "192.168.10.99", "lladdr", MAC, "dev", network.BRIDGE, "nud", "permanent"])
     lab.daemon.signal(signal.SIGCONT)
     wait_for(lab, "192.168.10.99")
