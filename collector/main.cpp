@@ -21,6 +21,9 @@
 #if WITH_HTTP
 #include "collector/http/server.h"
 #endif
+#if WITH_POSTGRES
+#include "collector/store/postgres_store.h"
+#endif
 #if WITH_SQLITE
 #include "collector/store/sqlite_store.h"
 #endif
@@ -130,6 +133,14 @@ private:
     }
 
     void add_store() {
+        chosen_.store.of_files = !chosen_.files.empty();
+        if (!chosen_.store.url.empty()) {
+#if WITH_POSTGRES
+            road_.add("store", std::make_unique<postgres_store>(chosen_.store, chosen_.rules), chosen_.queue);
+#else
+            throw std::runtime_error("--store: this program was built without libpq");
+#endif
+        }
         if (chosen_.store.path.empty()) return;
 #if WITH_SQLITE
         auto store = std::make_unique<sqlite_store>(chosen_.store);
@@ -146,11 +157,16 @@ private:
 #endif
     }
 
+    // As --store has it.
+    std::string store_named() const {
+        return chosen_.store.path.empty() ? chosen_.store.url : "sqlite:" + chosen_.store.path;
+    }
+
     void add_http() {
         if (!view_) return;
 #if WITH_HTTP
         view_->write = [names = names_](const change &what) { return event_text(what, *names); };
-        api_sources from{view_, names_, chosen_.store.path, {}, now(), chosen_.metrics_stations};
+        api_sources from{view_, names_, store_named(), {}, now(), chosen_.metrics_stations};
         from.outputs = [this] { return road_.figures(); };
         server_options how;
         if (!chosen_.token_file.empty()) how.token = read_token(chosen_.token_file);
@@ -258,8 +274,7 @@ private:
         last_at_ = in.at;
         last_came_ = std::chrono::steady_clock::now();
         road_.feed(std::move(in));
-        if (chosen_.store.path.empty())
-            input_->committed(ticket); // outputs have it, and nobody will store it
+        if (!chosen_.store.wanted()) input_->committed(ticket); // outputs have it, and nobody will store it
         return {};
     }
 
@@ -364,11 +379,7 @@ int hold_signals() {
 int main(int argc, char **argv) {
     std::ios::sync_with_stdio(false);
     if (argc > 1 && std::string_view(argv[1]) == "query") {
-#if WITH_SQLITE
         return run_query(argc - 2, argv + 2);
-#else
-        return failed("query: this program was built without SQLite");
-#endif
     }
     const int signals = hold_signals();
     const options chosen = parse_options(argc, argv);

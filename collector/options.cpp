@@ -1,5 +1,7 @@
 #include "collector/options.h"
 
+#include "collector/store/open_store.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -94,12 +96,8 @@ constexpr setting settings[] = {
      [](options &o, const std::string &v) { return set_seconds(v, 0, o.rules.grace); }},
     {"silence", "SECONDS", "who is not reported for this time has left (900)",
      [](options &o, const std::string &v) { return set_seconds(v, 1, o.rules.silence); }},
-    {"store", "sqlite:FILE", "keep stays, events and time series in a database",
-     [](options &o, const std::string &v) -> verdict {
-         if (!v.starts_with("sqlite:") || v.size() == 7) return "sqlite:FILE";
-         o.store.path = v.substr(7);
-         return {};
-     }},
+    {"store", "STORE", "keep stays, events and time series: sqlite:FILE or postgresql://...",
+     [](options &o, const std::string &v) { return parse_store(v, o.store.url, o.store.path); }},
     {"commit", "SECONDS", "between two writes of the store; a power cut costs as much (1)",
      [](options &o, const std::string &v) -> verdict {
          return number(v, 0, 86400, o.store.commit) ? "" : "whole seconds";

@@ -1,7 +1,7 @@
 #include "collector/query.h"
 
 #include "collector/sessions.h"
-#include "collector/store/store_reader.h"
+#include "collector/store/open_store.h"
 #include "collector/times.h"
 
 #include <charconv>
@@ -12,11 +12,12 @@
 
 namespace {
 
-constexpr const char *usage = "usage: wsm-collector query --store sqlite:FILE WHAT [options]\n\n"
+constexpr const char *usage = "usage: wsm-collector query --store STORE WHAT [options]\n\n"
                               "  sessions         stays, the newest first\n"
                               "  station MAC      the stays of one station\n"
                               "  departures       how many stays ended, by reason\n"
                               "  top              stations by bytes\n\n"
+                              "  --store STORE    sqlite:FILE or postgresql://...\n"
                               "  --since TIME     from then on: 2026-03-01, \"2026-03-01 14:05\", seconds "
                               "since 1970, or 30m, 24h, 7d ago\n"
                               "  --until TIME     up to then\n"
@@ -56,8 +57,10 @@ int run_query(int argc, char **argv) {
         if (i + 1 == argc) return wrong(word + ": unknown, or its value is missing");
         const std::string value = argv[++i];
         if (word == "--store") {
-            if (!value.starts_with("sqlite:") || value.size() == 7) return wrong("--store: sqlite:FILE");
-            store = value.substr(7);
+            std::string url, path;
+            if (const std::string why = parse_store(value, url, path); !why.empty())
+                return wrong("--store: " + why);
+            store = value;
         } else if (word == "--since" || word == "--until") {
             const auto when = parse_time(value, now());
             if (!when) return wrong(word + ": not a time: " + value);
@@ -78,14 +81,14 @@ int run_query(int argc, char **argv) {
         return wrong("not a MAC: " + words[1]);
     try {
         const station_names names = station_names::read(names_file);
-        store_reader reader(store, names);
+        const auto reader = open_store(store, names);
         table answer;
         if (words[0] == "sessions" || words[0] == "station")
-            answer = reader.sessions(range);
+            answer = reader->sessions(range);
         else if (words[0] == "departures")
-            answer = reader.departures(range);
+            answer = reader->departures(range);
         else if (words[0] == "top")
-            answer = reader.top(range);
+            answer = reader->top(range);
         else
             return wrong("unknown question " + words[0]);
         std::cout << (form == "--json"  ? as_json(answer) + "\n"

@@ -284,15 +284,24 @@ std::optional<moment> sessions::next_deadline() const {
 }
 
 void sessions::restore(stay known, moment when) {
-    next_id_ = std::max(next_id_, known.id + 1);
-    const std::string mac = known.mac;
     // Where it has moved or come again, the first association's time is that of the stay's beginning at the latest.
     const auto earliest =
         known.roams + known.returns == 0
             ? known.association
             : static_cast<std::int32_t>(std::min<moment>(known.association, known.began / second));
-    const auto [at, added] = stays_.emplace(mac, entry{std::move(known), when, earliest});
+    resume({std::move(known), when, earliest});
+}
+
+void sessions::resume(entry known) {
+    next_id_ = std::max(next_id_, known.is.id + 1);
+    const std::string mac = known.is.mac;
+    const auto [at, added] = stays_.emplace(mac, std::move(known));
     if (added) deadlines_.insert({deadline(at->second), mac});
+}
+
+std::optional<sessions::entry> sessions::known(const std::string &mac) const {
+    const auto at = stays_.find(mac);
+    return at == stays_.end() ? std::nullopt : std::optional(at->second);
 }
 
 void sessions::set_rules(session_rules rules) {

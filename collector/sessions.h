@@ -48,6 +48,17 @@ public:
     // A stay that went on when the collector ended. Its times of grace and silence begin at `when`.
     void restore(stay known, moment when);
 
+    // A stay that goes on, with all that the rules know of it: taken up elsewhere, it goes on as if it had never stopped.
+    struct entry {
+        stay is;
+        moment heard; // when its time of grace or silence began
+        // Reports tell of an association of this time or a later one: a daemon goes on with the first one's when the station
+        // has moved to another of its radios, or has associated again without leaving; only the "on line" tells the new time.
+        std::int32_t earliest;
+    };
+    std::optional<entry> known(const std::string &mac) const;
+    void resume(entry known);
+
     // The number of the next stay, at least.
     void begin_with(std::int64_t next_id) { next_id_ = std::max(next_id_, next_id); }
 
@@ -59,13 +70,6 @@ public:
     std::uint64_t late = 0;    // reports of an association that is over, or of a place that was left
 
 private:
-    struct entry {
-        stay is;
-        moment heard; // when its time of grace or silence began
-        // Reports tell of an association of this time or a later one: a daemon goes on with the first one's when the station
-        // has moved to another of its radios, or has associated again without leaving; only the "on line" tells the new time.
-        std::int32_t earliest;
-    };
     using table = std::unordered_map<std::string, entry>;
     change open(const station_report &report, const std::string &mac, moment when);
     std::optional<change_kind> depart(entry &of, const station_report &report, moment when) const;

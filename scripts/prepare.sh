@@ -33,6 +33,7 @@ DEMO_PROBES=(
 OPTIONAL_PROBES=(
     header:libnl3/netlink/genl/genl.h:libnl-genl-3-dev
     header:sqlite3.h:libsqlite3-dev
+    header:postgresql/libpq-fe.h:libpq-dev
     header:microhttpd.h:libmicrohttpd-dev
     header:mosquitto.h:libmosquitto-dev
     header:amqp.h:librabbitmq-dev
@@ -49,6 +50,7 @@ TESTS_PROBES=(
     command:groff:groff-base
     command:debootstrap:debootstrap
     command:mosquitto:mosquitto
+    file:/usr/lib/postgresql/*/bin/initdb:postgresql
     command:mosquitto_sub:mosquitto-clients
     command:dpkg-shlibdeps:dpkg-dev
     command:node:nodejs
@@ -62,6 +64,7 @@ probe() { # kind what
     case $1 in
         command) command -v "$2" ;;
         header) compgen -G "/usr/include/$2" || compgen -G "/usr/include/*/$2" || compgen -G "/usr/local/include/$2" ;;
+        file) compgen -G "$2" ;;
         python) "$PYTHON" -c "import $2" ;;
     esac >/dev/null 2>&1
 }

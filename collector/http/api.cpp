@@ -3,10 +3,8 @@
 #include "collector/http/stations.h"
 #include "collector/sessions.h"
 #include "collector/stay_json.h"
+#include "collector/store/open_store.h"
 #include "collector/times.h"
-#if WITH_SQLITE
-#include "collector/store/store_reader.h"
-#endif
 
 #include <charconv>
 #include <set>
@@ -98,7 +96,6 @@ api_answer access_points(const api_sources &from) {
     return answer(all);
 }
 
-#if WITH_SQLITE
 // Empty, or what is wrong with the arguments.
 std::string read_range(const api_arguments &arguments, store_range &range) {
     for (const auto &[name, value] : arguments) {
@@ -153,17 +150,12 @@ api_answer history(const api_sources &from, const std::string &path, const api_a
     if (!mac.empty()) range.mac = mac;
     if (from.store.empty()) return refusal(404, "there is no store");
     try {
-        store_reader reader(from.store, *from.names);
-        return {200, "application/json", as_json((reader.*asked)(range))};
-    } catch (const sqlite_error &error) {
+        const auto reader = open_store(from.store, *from.names);
+        return {200, "application/json", as_json((reader.get()->*asked)(range))};
+    } catch (const store_error &error) {
         return refusal(503, std::string("the store does not answer: ") + error.what());
     }
 }
-#else
-api_answer history(const api_sources &, const std::string &, const api_arguments &) {
-    return refusal(404, "there is no store");
-}
-#endif
 
 } // namespace
 

@@ -21,7 +21,7 @@ struct api_answer {
 struct api_sources {
     std::shared_ptr<live_view> view;
     std::shared_ptr<const station_names> names;
-    std::string store; // file; empty: no history
+    std::string store; // as --store has it; empty: no history
     std::function<std::vector<output_figures>()> outputs;
     moment started = 0;
     std::size_t metrics_stations = 0; // stations that metrics may name

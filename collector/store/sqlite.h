@@ -1,16 +1,17 @@
 // sqlite.h - a database file and its prepared statements. Errors are exceptions, of which the result code says what to do.
 #pragma once
 
+#include "collector/store/store_error.h"
+
 #include <cstdint>
 #include <memory>
 #include <sqlite3.h>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
-class sqlite_error : public std::runtime_error {
+class sqlite_error : public store_error {
 public:
-    sqlite_error(int code, const std::string &what) : std::runtime_error(what), code_(code) {}
+    sqlite_error(int code, const std::string &what) : store_error(what), code_(code) {}
     int code() const { return code_ & 0xff; }
     // The file is not what it should be: another one is needed.
     bool damaged() const { return code() == SQLITE_CORRUPT || code() == SQLITE_NOTADB; }

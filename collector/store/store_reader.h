@@ -3,7 +3,7 @@
 
 #include "collector/names.h"
 #include "collector/received.h"
-#include "collector/store/sqlite.h"
+#include "collector/store/store_error.h"
 #include "collector/store/table.h"
 
 #include <string>
@@ -19,20 +19,16 @@ struct store_range {
 
 class store_reader {
 public:
-    // sqlite_error when the file cannot be opened.
-    store_reader(const std::string &path, const station_names &names);
+    virtual ~store_reader() = default;
 
-    table sessions(const store_range &range);   // stays that overlap the range, the newest first
-    table departures(const store_range &range); // how many stays ended, by reason
-    table top(const store_range &range);        // stations by bytes
-    table flapping(const store_range &range);   // stations that came again and again, most often first
-    table events(const store_range &range);     // the newest first
-    table addresses(const store_range &range);  // of stations, the newest first
-    table series(const store_range &range);     // a station's signal, rates and bytes over time
-    table radios(const store_range &range);     // stations, noise and utilization of radios over time
-
-private:
-    table ask(const std::string &sql, const store_range &range, bool with_step = false);
-    database db_;
-    const station_names &names_;
+    // store_error when there is no answer.
+    virtual table sessions(const store_range &range) = 0;   // stays that overlap the range, the newest first
+    virtual table departures(const store_range &range) = 0; // how many stays ended, by reason
+    virtual table top(const store_range &range) = 0;        // stations by bytes
+    virtual table
+    flapping(const store_range &range) = 0; // stations that came again and again, most often first
+    virtual table events(const store_range &range) = 0;    // the newest first
+    virtual table addresses(const store_range &range) = 0; // of stations, the newest first
+    virtual table series(const store_range &range) = 0;    // a station's signal, rates and bytes over time
+    virtual table radios(const store_range &range) = 0; // stations, noise and utilization of radios over time
 };

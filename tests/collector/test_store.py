@@ -17,7 +17,8 @@ from programs import connect, wait
 
 @pytest.fixture
 def sqlite(build_dir):
-    if subprocess.run([build_dir / "bin/wsm-collector", "query", "--help"], capture_output=True, check=False).returncode:
+    done = subprocess.run([build_dir / "bin/wsm-collector", "query", "--store", "sqlite:/", "top"], capture_output=True, check=False)
+    if b"built without" in done.stderr:
         pytest.skip("built without SQLite")
 
 

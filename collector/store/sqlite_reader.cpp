@@ -1,4 +1,4 @@
-#include "collector/store/store_reader.h"
+#include "collector/store/sqlite_reader.h"
 
 #include <limits>
 
@@ -12,12 +12,12 @@ constexpr const char *state_name =
 
 } // namespace
 
-store_reader::store_reader(const std::string &path, const station_names &names)
+sqlite_reader::sqlite_reader(const std::string &path, const station_names &names)
     : db_(path, database::access::read), names_(names) {
     db_.run("PRAGMA cache_size = -1024; PRAGMA query_only = 1");
 }
 
-table store_reader::ask(const std::string &sql, const store_range &range, bool with_step) {
+table sqlite_reader::ask(const std::string &sql, const store_range &range, bool with_step) {
     statement query(db_, sql);
     query.bind(range.since).bind(range.until == 0 ? std::numeric_limits<std::int64_t>::max() : range.until);
     query.bind(range.mac).bind(range.ap).bind(range.limit);
@@ -45,7 +45,7 @@ table store_reader::ask(const std::string &sql, const store_range &range, bool w
     return answer;
 }
 
-table store_reader::sessions(const store_range &range) {
+table sqlite_reader::sessions(const store_range &range) {
     return ask(std::string("SELECT s.id, s.mac, ") + state_name +
                    " AS state, s.ap, s.radio, s.ssid,"
                    " (SELECT ip FROM address WHERE stay = s.id ORDER BY last DESC LIMIT 1) AS ip, s.began,"
@@ -59,7 +59,7 @@ table store_reader::sessions(const store_range &range) {
                range);
 }
 
-table store_reader::departures(const store_range &range) {
+table sqlite_reader::departures(const store_range &range) {
     return ask(
         "SELECT s.ap, s.reason, s.reason_code, s.ended_by, count(*) AS departures, count(DISTINCT s.mac) AS "
         "stations,"
@@ -69,7 +69,7 @@ table store_reader::departures(const store_range &range) {
         range);
 }
 
-table store_reader::top(const store_range &range) {
+table sqlite_reader::top(const store_range &range) {
     return ask(
         std::string("SELECT s.mac, count(*) AS sessions, sum(s.up) AS up, sum(s.down) AS down,"
                     " sum((CASE s.state WHEN 3 THEN s.ended ELSE s.seen END - s.began) / 1000000) AS seconds,"
@@ -78,7 +78,7 @@ table store_reader::top(const store_range &range) {
         range);
 }
 
-table store_reader::flapping(const store_range &range) {
+table sqlite_reader::flapping(const store_range &range) {
     return ask("WITH own AS (SELECT s.mac, s.returns, s.state = 3 AND s.ended - s.began < ?6 AS brief FROM "
                "stay s WHERE" +
                    std::string(overlapping) +
@@ -88,14 +88,14 @@ table store_reader::flapping(const store_range &range) {
                range, true);
 }
 
-table store_reader::events(const store_range &range) {
+table sqlite_reader::events(const store_range &range) {
     return ask("SELECT e.id, e.at, e.kind, s.mac, e.stay, e.ap, e.radio, e.from_ap, e.from_radio FROM event e"
                " JOIN stay s ON s.id = e.stay WHERE e.at BETWEEN ?1 AND ?2 AND (?3 = '' OR s.mac = ?3)"
                " AND (?4 = '' OR e.ap = ?4) ORDER BY e.id DESC LIMIT ?5",
                range);
 }
 
-table store_reader::addresses(const store_range &range) {
+table sqlite_reader::addresses(const store_range &range) {
     return ask("SELECT s.mac, a.ip, min(a.first) AS first, max(a.last) AS last FROM address a JOIN stay s ON "
                "s.id = a.stay"
                " WHERE a.last >= ?1 AND a.first <= ?2 AND (?3 = '' OR s.mac = ?3) AND (?4 = '' OR s.ap = ?4)"
@@ -103,7 +103,7 @@ table store_reader::addresses(const store_range &range) {
                range);
 }
 
-table store_reader::series(const store_range &range) {
+table sqlite_reader::series(const store_range &range) {
     return ask("WITH own AS (SELECT p.at, p.signal, p.rate_up, p.rate_down,"
                " p.up - lag(p.up, 1, 0) OVER of_stay AS up, p.down - lag(p.down, 1, 0) OVER of_stay AS down"
                " FROM sample p JOIN stay s ON s.id = p.stay WHERE s.mac = ?3 AND (?4 = '' OR s.ap = ?4)"
@@ -116,7 +116,7 @@ table store_reader::series(const store_range &range) {
                range, true);
 }
 
-table store_reader::radios(const store_range &range) {
+table sqlite_reader::radios(const store_range &range) {
     return ask("SELECT at / ?6 * ?6 AS at, ap, radio, max(stations) AS stations, avg(noise) AS noise,"
                " avg(utilization) AS utilization FROM radio WHERE at BETWEEN ?1 AND ?2 AND ?3 = ''"
                " AND (?4 = '' OR ap = ?4) GROUP BY 1, ap, radio ORDER BY 1, ap, radio LIMIT ?5",

@@ -1,0 +1,276 @@
+#include "collector/store/postgres_store.h"
+
+#include "collector/report_writer.h"
+#include "collector/store/packed_image.h"
+#include "collector/store/postgres_schema.h"
+#include "collector/times.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <random>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::size_t most_rows = 2000; // of a batch
+constexpr auto most_waiting = 100ms;    // what a broker keeps for us is not to wait for a second
+constexpr auto first_delay = 100ms, last_delay = 5000ms; // between two attempts
+constexpr auto patience = 5s;                            // at the end
+constexpr auto prune_interval = 60s;
+constexpr std::size_t longest_name = 64;
+constexpr moment latest = 4'000'000'000 * second; // the year 2096
+constexpr moment behind = 60 * second; // who is so late is catching up: the others' time has not come yet
+
+void say(const std::string &text) { std::fprintf(stderr, "wsm-collector: store: %s\n", text.c_str()); }
+
+std::string random_name() {
+    std::random_device device;
+    char text[17];
+    (void)std::snprintf(text, sizeof(text), "%08x%08x", device(), device());
+    return text;
+}
+
+// To its first characters, none of which is cut.
+void shorten(std::string &text) {
+    if (text.size() <= longest_name) return;
+    std::size_t end = longest_name;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) --end;
+    text.resize(end);
+}
+
+std::string packed(const station_report &report) {
+    std::string image(station_report_size, '\0');
+    station_report_encode(report, std::span<std::uint8_t, station_report_size>(
+                                      reinterpret_cast<std::uint8_t *>(image.data()), station_report_size));
+    return pack_image(image);
+}
+
+} // namespace
+
+postgres_store::postgres_store(store_options chosen, const session_rules &rules)
+    : chosen_(std::move(chosen)), boot_(random_name()), stays_(rules, chosen_.sample * second) {
+    try {
+        open();
+    } catch (const postgres_error &error) {
+        db_.reset();
+        if (chosen_.of_files || !error.state().empty()) throw;
+        say(std::string(error.what()) + ": tried again");
+        failing_ = true;
+    }
+}
+
+void postgres_store::open() {
+    days_.forget();
+    db_.reset();
+    db_ = std::make_unique<postgres>(chosen_.url);
+    // Rows of few stations are looked for in large tables, whatever is known of their sizes.
+    if (db_->run("SHOW server_encoding").bytes(0, 0) != "UTF8")
+        throw store_error("the encoding of the database is not UTF8");
+    db_->script(
+        "SET jit = off; SET enable_seqscan = off; SET enable_hashjoin = off; SET enable_mergejoin = off");
+    migrate();
+    db_->script("CREATE TEMP TABLE incoming (LIKE report) ON COMMIT DELETE ROWS;"
+                "CREATE TEMP TABLE folded (LIKE stay) ON COMMIT DELETE ROWS");
+}
+
+void postgres_store::migrate() {
+    constexpr auto newest = static_cast<std::int64_t>(std::size(postgres_schema));
+    transaction doing(*db_);
+    db_->run("SELECT pg_advisory_xact_lock($1, $2)", parameters().add(postgres_lock).add(lock_schema));
+    db_->script("CREATE TABLE IF NOT EXISTS store_version(version bigint NOT NULL)");
+    const rows found = db_->run("SELECT version FROM store_version");
+    const std::int64_t version = found.count() == 0 ? 0 : found.number(0, 0);
+    if (version > newest) throw store_error("the tables were made by a newer version of this program");
+    for (std::int64_t next = version; next < newest; ++next) db_->script(postgres_schema[next]);
+    if (version < newest) {
+        db_->script("DELETE FROM store_version");
+        db_->run("INSERT INTO store_version VALUES($1)", parameters().add(newest));
+    }
+    doing.commit();
+}
+
+// Until it succeeds, or, unless `patient`, for some seconds. False: it has not.
+template <class Work> bool postgres_store::tried(Work work, bool patient) {
+    const auto end = clock::now() + patience;
+    for (std::chrono::milliseconds delay = first_delay;; delay = std::min(2 * delay, last_delay)) {
+        try {
+            if (!db_) open();
+            work();
+            if (failing_) say("goes on");
+            failing_ = false;
+            return true;
+        } catch (const store_error &error) {
+            if (!failing_) say(std::string(error.what()) + ": kept until it can be written");
+            failing_ = true;
+            db_.reset();
+        }
+        if (!patient && clock::now() + delay > end) return false;
+        std::this_thread::sleep_for(delay);
+    }
+}
+
+moment postgres_store::time() const {
+    if (chosen_.of_files) return newest_;
+    const moment wall = now();
+    const bool catching_up = newest_ != 0 && newest_ < wall - behind && clock::now() - came_ < last_delay;
+    return catching_up ? newest_ : wall;
+}
+
+moment postgres_store::horizon() const {
+    if (chosen_.keep_days == 0) return 0;
+    const moment today = chosen_.of_files ? std::min(newest_, now()) : now();
+    return std::max<moment>(0, today / one_day - chosen_.keep_days) * one_day;
+}
+
+void postgres_store::take(const message &one) {
+    if (!one.in) return;
+    if (rows_.empty()) first_ = clock::now();
+    if (one.in->report) add(*one.in);
+    ticket_ = std::max(ticket_, one.in->ticket);
+    if (rows_.size() >= most_rows) write(true);
+}
+
+// Why a report cannot be stored; empty: it can.
+std::string postgres_store::trouble(const origin &from) const {
+    if (from.access_point.size() > longest_name || from.boot.size() > longest_name)
+        return "the name of its access point or of its run is too long";
+    if (from.seq > INT64_MAX) return "its number is too large";
+    return {};
+}
+
+void postgres_store::add(const received &in) {
+    const station_report &report = *in.report;
+    row made;
+    made.kind = report.log_type;
+    made.image = packed(report);
+    std::string mac;
+    if (!impossible(report, mac)) made.mac = mac;
+    if (in.from) {
+        // Nothing but what came with it may count: it may come again.
+        made.key = {in.at != 0 ? in.at : made_at(report), escaped(in.from->access_point),
+                    escaped(in.from->boot), static_cast<std::int64_t>(in.from->seq)};
+    } else {
+        const std::string ap = normal_mac(std::string_view(report.ap_mac).substr(0, 17));
+        const moment when = in.at != 0 ? in.at : std::max(newest_, made_at(report));
+        made.key = {when, ap.empty() ? "unknown" : ap, boot_, static_cast<std::int64_t>(++seq_)};
+    }
+    made.key.at = std::clamp<moment>(made.key.at, 0, latest);
+    const origin as{made.key.ap, made.key.boot, in.from ? in.from->seq : seq_};
+    if (const std::string why = trouble(as); !why.empty()) {
+        shorten(made.key.ap);
+        shorten(made.key.boot);
+        tried([&] { refuse(made, std::to_string(as.seq), why); }, true);
+        return;
+    }
+    newest_ = std::max(newest_, made.key.at);
+    came_ = clock::now();
+    if (made.key.at < horizon()) {
+        if (expired_++ == 0)
+            say("a report is older than --keep says: not stored, nor are others, which the end counts");
+        return;
+    }
+    rows_.push_back(std::move(made));
+}
+
+// True: nothing waits any more.
+bool postgres_store::write(bool patient) {
+    if (!rows_.empty() && !tried([this] { attempt(); }, patient)) return false;
+    if (ticket_ > committed_) {
+        committed_ = ticket_;
+        if (chosen_.committed) chosen_.committed(committed_);
+    }
+    return true;
+}
+
+void postgres_store::attempt() {
+    std::set<std::int64_t> days;
+    for (const row &one : rows_) days.insert(one.key.at / one_day);
+    days_.prepare(*db_, days, chosen_.of_files ? newest_ : now());
+    insert(0, rows_.size());
+    rows_.clear();
+}
+
+// Where a value is refused, its half of the rows is divided until it is found.
+void postgres_store::insert(std::size_t first, std::size_t count) {
+    if (count == 0) return;
+    copy_rows out;
+    for (std::size_t i = first; i < first + count; ++i) {
+        const row &one = rows_[i];
+        out.row(8)
+            .day(one.key.at / one_day)
+            .add(one.key.ap)
+            .add(one.key.boot)
+            .add(one.key.seq)
+            .add(one.key.at);
+        out.add(one.mac).add(one.kind).add(one.image);
+    }
+    try {
+        transaction doing(*db_);
+        db_->copy("COPY incoming FROM STDIN (FORMAT binary)", out);
+        // In the order of the key: two collectors that have the same reports wait for each other in the same order.
+        db_->script(
+            "WITH fresh AS (INSERT INTO report SELECT * FROM incoming ORDER BY day, ap, boot, seq"
+            " ON CONFLICT DO NOTHING RETURNING mac, at)"
+            " INSERT INTO pending(shard, macs, ats) SELECT station_shard(mac), array_agg(mac), array_agg(at)"
+            " FROM (SELECT mac, min(at) AS at FROM fresh WHERE mac <> '' GROUP BY mac) AS of GROUP BY 1");
+        doing.commit();
+    } catch (const postgres_error &error) {
+        if (!error.of_value()) throw;
+        if (count == 1) {
+            refuse(rows_[first], std::to_string(rows_[first].key.seq), error.what());
+            return;
+        }
+        insert(first, count / 2);
+        insert(first + count / 2, count - count / 2);
+    }
+}
+
+void postgres_store::refuse(const row &what, const std::string &seq, const std::string &why) {
+    const std::string reason = escaped(why);
+    copy_rows out;
+    out.row(5).add(reason).add(what.key.ap).add(what.key.boot).add(seq).add(what.image);
+    db_->copy("COPY refused(why, ap, boot, seq, image) FROM STDIN (FORMAT binary)", out);
+    if (refused_++ == 0)
+        say("a report was refused: " + reason +
+            "; it is in the table `refused`, as are others, which the end counts");
+}
+
+void postgres_store::settle() {
+    const auto since = clock::now();
+    const auto most = std::min<std::chrono::milliseconds>(std::chrono::seconds(chosen_.commit), most_waiting);
+    if (rows_.empty() || since - first_ >= most) write(true);
+    if (since - folded_ < std::min<std::chrono::milliseconds>(std::chrono::seconds(chosen_.commit), 1s))
+        return;
+    try {
+        if (db_) keep_house(false);
+    } catch (const postgres_error &error) {
+        // No reason to let what comes wait: another collector may do it, or we the next time.
+        if (!failing_) say(std::string(error.what()) + ": tried again");
+        failing_ = true;
+        db_.reset();
+        folded_ = since;
+    }
+}
+
+// What is not in the way of what comes: stays, and making room.
+void postgres_store::keep_house(bool wait) {
+    while (stays_.fold(*db_, time(), horizon(), wait) > 0 && wait) {
+    }
+    folded_ = clock::now();
+    if (chosen_.keep_days == 0 || folded_ - pruned_ < prune_interval || newest_ == 0) return;
+    pruned_ = folded_;
+    days_.prune(*db_, horizon() / one_day);
+    const std::int64_t today = now() / one_day;
+    if (!chosen_.of_files) days_.prepare(*db_, {today, today + 1, today + 2}, now());
+}
+
+bool postgres_store::finish() {
+    const bool good = write(false) && tried([this] { keep_house(true); }, false);
+    if (refused_ > 0) say(std::to_string(refused_) + " reports were refused");
+    if (expired_ > 0) say(std::to_string(expired_) + " reports were older than --keep says");
+    db_.reset();
+    return good;
+}

@@ -1,0 +1,9 @@
+// store_error.h - a store that cannot be opened, read or written. What it says is for people and holds no password.
+#pragma once
+
+#include <stdexcept>
+
+class store_error : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
