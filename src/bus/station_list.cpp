@@ -83,8 +83,8 @@ void sta_encode_json_sta_array_info(struct blob_buf *buf, const char *param, con
     const std::int32_t now = sta_monotonic_seconds();
     unsigned count = 0;
     STA_LOG("encode start\n");
-    const sta_uci_snapshot configuration;
-    sta_radio_tables tables{table_basic | table_extended};
+    sta_configuration configuration;
+    sta_radio_tables tables{table_basic | table_extended, configuration};
     if (std::strcmp(param, "online") == 0 && sta_bus_make_room(buf)) {
         void *array = blobmsg_open_array(buf, "online_list");
         pthread_mutex_lock(&g_sta_server_mutex);

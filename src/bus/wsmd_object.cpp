@@ -150,8 +150,8 @@ int sta_wsmd_stations(struct ubus_context *ctx, struct ubus_object * /*obj*/, st
     const std::size_t page = std::min<std::size_t>(behind.size(), limit);
     if (page > 0) std::qsort(behind.data(), behind.size(), sizeof(behind[0]), by_mac);
 
-    const sta_uci_snapshot configuration;
-    sta_radio_tables tables{all_sections};
+    sta_configuration configuration;
+    sta_radio_tables tables{all_sections, configuration};
     const station_clock clock;
     answer reply;
     if (!reply.make_room()) return UBUS_STATUS_NO_MEMORY;
@@ -181,8 +181,8 @@ int sta_wsmd_station(struct ubus_context *ctx, struct ubus_object * /*obj*/, str
         return sta_arguments_refuse(ctx, req, "no MAC address", "mac");
     sta_info_t *sta = sta_sta_peek(mac);
     if (!sta) return UBUS_STATUS_NOT_FOUND;
-    const sta_uci_snapshot configuration;
-    sta_radio_tables tables{all_sections};
+    sta_configuration configuration;
+    sta_radio_tables tables{all_sections, configuration};
     answer reply;
     if (!reply.make_room()) return UBUS_STATUS_NO_MEMORY;
     refresh(tables, sta, sta_view_all());

@@ -6,6 +6,7 @@
 #include "tools/log.h"
 #include "tools/text.h"
 
+#include <algorithm>
 #include <ctime>
 #include <iterator>
 #include <memory>
@@ -47,10 +48,6 @@ void copy_value(char *destination, const char *text, std::size_t size) {
     std::memset(destination + length, 0, size - length);
 }
 
-// The walk that goes on: its look-ups see a file as the first of them did.
-unsigned walk_depth = 0;
-unsigned walk_number = 0;
-
 // What a file was when it was read. It is the same still when nothing of this has changed, if its last change was long enough
 // before the reading to show: a file system's clock is coarse.
 class file_state {
@@ -79,20 +76,16 @@ private:
 // Something that was read from files, to be read again when they are not what they were.
 class kept {
 public:
-    // Whether it is good for another look: `unchanged` is asked once in a walk.
-    template <class Unchanged> bool is_good(Unchanged unchanged) noexcept {
-        if (good && !(walk_depth > 0 && seen_in == walk_number)) good = unchanged();
-        if (good) seen_in = walk_number;
+    // Whether it is good for another look: `unchanged` is asked unless it was `seen`, which then says so.
+    template <class Unchanged> bool is_good(bool &seen, Unchanged unchanged) noexcept {
+        if (good && !seen) good = unchanged();
+        seen = good;
         return good;
     }
-    void is_read() noexcept {
-        good = true;
-        seen_in = walk_number;
-    }
+    void is_read(bool &seen) noexcept { seen = good = true; }
 
 private:
     bool good = false;
-    unsigned seen_in = 0;
 };
 
 // One configuration file, as far as it could be loaded.
@@ -100,14 +93,14 @@ class config_file {
 public:
     // Loads `path` if it is not what it was; a failure is not kept. The package, or null with the reason logged in the name of
     // `function`.
-    uci_package *load(const char *function, const char *path, const char *missing) noexcept {
-        if (its.is_good([&] { return state.is_still(path); })) return package;
+    uci_package *load(bool &seen, const char *function, const char *path, const char *missing) noexcept {
+        if (its.is_good(seen, [&] { return state.is_still(path); })) return package;
         switch (try_load(path)) {
         case outcome::missing: STA_LOG_AS(function, "%s\n", missing); break;
         case outcome::no_context: STA_LOG_AS(function, "context no found!\n"); break;
         // Deliberate: the same words for both files.
         case outcome::unreadable: STA_LOG_AS(function, "wireless config no found!\n"); break;
-        case outcome::loaded: its.is_read(); break;
+        case outcome::loaded: its.is_read(seen); break;
         }
         return package;
     }
@@ -141,17 +134,17 @@ config_file sysinfo;
 class chip_family {
 public:
     // Empty when there is none, which is logged.
-    const char *get() noexcept {
+    const char *get(bool &seen) noexcept {
         const auto unchanged = [&] {
             for (std::size_t i = 0; i < std::size(places); ++i)
                 if (!states[i].is_still(places[i])) return false;
             return true;
         };
-        if (its.is_good(unchanged)) return text;
+        if (its.is_good(seen, unchanged)) return text;
         for (std::size_t i = 0; i < std::size(places); ++i) states[i].take(places[i]);
         std::memset(text, 0, sizeof(text));
         sta_uci_get_param("wifiinfo.global.sdk", text, sizeof(text) - 1);
-        if (text[0] != '\0') its.is_read();
+        if (text[0] != '\0') its.is_read(seen);
         return text;
     }
 
@@ -170,16 +163,6 @@ private:
 
 chip_family chip;
 
-} // namespace
-
-sta_uci_snapshot::sta_uci_snapshot() noexcept {
-    if (walk_depth++ == 0) ++walk_number;
-}
-
-sta_uci_snapshot::~sta_uci_snapshot() { --walk_depth; }
-
-namespace {
-
 // Copies option `wanted` of `section`. 0, or -1 when there is none.
 int copy_option(uci_context *context, uci_section *section, const char *wanted, char *destination,
                 std::size_t size) {
@@ -187,21 +170,6 @@ int copy_option(uci_context *context, uci_section *section, const char *wanted, 
     if (!text) return -1;
     copy_value(destination, text, size);
     return 0;
-}
-
-// Reads `wanted` from the station's "wifi-iface" section. 0 or -1, as sta_uci_get_wireless_element;
-// `function` speaks.
-int read_of_section(const char *function, const sta_info_t *sta, const char *wanted,
-                    char (&value)[value_size]) {
-    const std::string_view family = chip.get();
-    if (family == "mtk")
-        return sta_uci_get_wireless_element(sta->ifname, "ifname", nullptr, wanted, value, sizeof(value) - 1);
-    if (family == "qca") {
-        const char *device = std::strncmp(sta->ifname, "ath0", 4) == 0 ? "wifi0" : "wifi1";
-        return sta_uci_get_wireless_element(sta->ssid, "ssid", device, wanted, value, sizeof(value) - 1);
-    }
-    STA_LOG_AS(function, "uci unrecognize.\n");
-    return -1;
 }
 
 bool is_placed(const sta_info_t *sta) { return sta && sta->ifname[0] != '\0' && sta->ssid[0] != '\0'; }
@@ -229,15 +197,16 @@ void sta_uci_get_param(const char *path, char *destination, std::size_t size) {
     copy_value(destination, found.o->v.string, size);
 }
 
-int sta_uci_get_wireless_element(const char *value, const char *match, const char *device, const char *wanted,
-                                 char *destination, std::size_t size) {
+int sta_configuration::wireless_element(const char *value, const char *match, const char *device,
+                                        const char *wanted, char *destination, std::size_t size) noexcept {
+    constexpr const char *function = STA_NAME_OF(sta_uci_get_wireless_element);
     if (!value || !match || !wanted || !destination) {
-        STA_LOG("param is NULL!\n");
+        STA_LOG_AS(function, "param is NULL!\n");
         return -1;
     }
-    STA_LOG("sta_uci_get_wireless_element:%s\n", g_path);
+    STA_LOG_AS(function, "sta_uci_get_wireless_element:%s\n", g_path);
     ++sta_health.configuration_lookups;
-    const uci_package *package = wireless.load(__func__, g_path, "Not wireless file");
+    const uci_package *package = wireless.load(wireless_seen, function, g_path, "Not wireless file");
     if (!package) return -1;
     uci_context *context = wireless.get();
     uci_element *element = nullptr;
@@ -246,19 +215,20 @@ int sta_uci_get_wireless_element(const char *value, const char *match, const cha
         if (!has_type(section, "wifi-iface")) continue;
         if (device && !option_is(context, section, "device", device)) continue;
         if (!option_is(context, section, match, value)) continue;
-        STA_LOG("value=%s name=%s\n", option_text(context, section, match), value);
+        STA_LOG_AS(function, "value=%s name=%s\n", option_text(context, section, match), value);
         return copy_option(context, section, wanted, destination, size);
     }
     return 0;
 }
 
-int sta_uci_get_sysinfo_element(char *destination, std::size_t size) {
+int sta_configuration::sysinfo_element(char *destination, std::size_t size) noexcept {
+    constexpr const char *function = STA_NAME_OF(sta_uci_get_sysinfo_element);
     if (!destination) {
-        STA_LOG("param is NULL!\n");
+        STA_LOG_AS(function, "param is NULL!\n");
         return -1;
     }
     ++sta_health.configuration_lookups;
-    const uci_package *package = sysinfo.load(__func__, sysinfo_file, "Not sysinfo file");
+    const uci_package *package = sysinfo.load(sysinfo_seen, function, sysinfo_file, "Not sysinfo file");
     if (!package) return -1;
     uci_element *element = nullptr;
     uci_foreach_element (&package->sections, element) {
@@ -269,28 +239,55 @@ int sta_uci_get_sysinfo_element(char *destination, std::size_t size) {
     return 0;
 }
 
-std::int32_t sta_sta_get_vlanid(const sta_info_t *sta) {
+// Option `wanted` of the station's "wifi-iface" section; `function` speaks.
+int sta_configuration::element_of(const char *function, const sta_info_t *sta, const char *wanted,
+                                  char *destination, std::size_t size) noexcept {
+    const std::string_view family = chip.get(chip_seen);
+    if (family == "mtk") return wireless_element(sta->ifname, "ifname", nullptr, wanted, destination, size);
+    if (family == "qca") {
+        const char *device = std::strncmp(sta->ifname, "ath0", 4) == 0 ? "wifi0" : "wifi1";
+        return wireless_element(sta->ssid, "ssid", device, wanted, destination, size);
+    }
+    STA_LOG_AS(function, "uci unrecognize.\n");
+    return -1;
+}
+
+std::int32_t sta_configuration::vlan_of(const sta_info_t *sta) noexcept {
+    constexpr const char *function = STA_NAME_OF(sta_sta_get_vlanid);
     if (!is_placed(sta)) return -1;
     char text[value_size] = "";
-    if (read_of_section(__func__, sta, "vlanid", text) == -1) return -1;
+    if (element_of(function, sta, "vlanid", text, sizeof(text) - 1) == -1) return -1;
     const int vlanid = sta_number(text);
-    STA_LOG("uci get vlanid=%d\n", vlanid);
+    STA_LOG_AS(function, "uci get vlanid=%d\n", vlanid);
     return vlanid;
 }
 
-void sta_take_vlanid(sta_info_t *sta) {
-    const std::int32_t vlanid = sta_sta_get_vlanid(sta);
-    sta->vlanid = vlanid < 1 ? 1 : vlanid;
+bool sta_configuration::is_bridged(const sta_info_t *sta) noexcept {
+    constexpr const char *function = STA_NAME_OF(sta_sta_get_brmode);
+    if (!is_placed(sta)) return false;
+    char mode[value_size] = "";
+    if (sysinfo_element(mode, sizeof(mode) - 1) == -1) return false;
+    STA_LOG_AS(function, "sysinfo: %s\n", mode);
+    if (std::string_view{mode} != "AP") return false;
+    char network[value_size] = "";
+    if (element_of(function, sta, "network", network, sizeof(network) - 1) == -1) return false;
+    STA_LOG_AS(function, "uci get brmode=%s\n", network);
+    return std::string_view{network} != "lan";
 }
 
-int sta_sta_get_brmode(const sta_info_t *sta) {
-    if (!is_placed(sta)) return -1;
-    char mode[value_size] = "";
-    if (sta_uci_get_sysinfo_element(mode, sizeof(mode) - 1) == -1) return -1;
-    STA_LOG("sysinfo: %s\n", mode);
-    if (std::string_view{mode} != "AP") return -1;
-    char network[value_size] = "";
-    if (read_of_section(__func__, sta, "network", network) == -1) return -1;
-    STA_LOG("uci get brmode=%s\n", network);
-    return std::string_view{network} != "lan" ? 1 : -1;
+int sta_uci_get_wireless_element(const char *value, const char *match, const char *device, const char *wanted,
+                                 char *destination, std::size_t size) {
+    return sta_configuration{}.wireless_element(value, match, device, wanted, destination, size);
+}
+
+int sta_uci_get_sysinfo_element(char *destination, std::size_t size) {
+    return sta_configuration{}.sysinfo_element(destination, size);
+}
+
+std::int32_t sta_sta_get_vlanid(const sta_info_t *sta) { return sta_configuration{}.vlan_of(sta); }
+
+int sta_sta_get_brmode(const sta_info_t *sta) { return sta_configuration{}.is_bridged(sta) ? 1 : -1; }
+
+void sta_take_vlanid(sta_info_t *sta, sta_configuration &configuration) noexcept {
+    sta->vlanid = std::max(configuration.vlan_of(sta), 1);
 }

@@ -4,7 +4,7 @@
 // Source: uci "wifiinfo.global.sdk" (chip family "mtk" or "qca"), the wireless package (g_path, sections
 //         "wifi-iface") and "/etc/config/sysinfo". What was read is kept as long as the file is the same by
 //         inode, size and times, so a change counts at the next event; a file that has changed less than two seconds before
-//         it was read is read again. A walk over all stations is one event: it holds a snapshot.
+//         it was read is read again. A walk over all stations is one event: it hands one sta_configuration down.
 // Chip:   "mtk" finds a station's section by "ifname"; "qca" by "ssid" and the device "wifi0" (interfaces
 //         ath0...) or "wifi1".
 // Result: 0 or -1, every failure logged at level 7; a lookup without a matching section is a success that
@@ -39,20 +39,33 @@ int sta_uci_get_sysinfo_element(char *destination, std::size_t size);
 // The VLAN of the station's section: its number, 0 when there is no section or no number, -1 on failure.
 std::int32_t sta_sta_get_vlanid(const sta_info_t *sta);
 
-// Puts the VLAN into the record: 1 for what is below 1.
-void sta_take_vlanid(sta_info_t *sta);
-
 // 1 when the device forwards as "AP" and the station's network is not "lan" (no section counts as such), else
 // -1.
 int sta_sta_get_brmode(const sta_info_t *sta);
 }
 
-// While one lives, all look-ups see each configuration file as the first that could load it found it. A walk over the
-// table holds one: it asks every station's question of the same configuration, and looks at the files once.
-class sta_uci_snapshot {
+// The configuration as one event, or one walk over the table, sees it: each file is looked at when it is first asked for, and
+// then taken as what it was. The functions above each look for themselves.
+class sta_configuration {
 public:
-    sta_uci_snapshot() noexcept;
-    ~sta_uci_snapshot();
-    sta_uci_snapshot(const sta_uci_snapshot &) = delete;
-    sta_uci_snapshot &operator=(const sta_uci_snapshot &) = delete;
+    sta_configuration() = default;
+    sta_configuration(const sta_configuration &) = delete;
+    sta_configuration &operator=(const sta_configuration &) = delete;
+
+    std::int32_t vlan_of(const sta_info_t *sta) noexcept; // sta_sta_get_vlanid
+    bool is_bridged(const sta_info_t *sta) noexcept;      // sta_sta_get_brmode is 1
+    int wireless_element(const char *value, const char *match, const char *device, const char *wanted,
+                         char *destination, std::size_t size) noexcept; // sta_uci_get_wireless_element
+    int sysinfo_element(char *destination, std::size_t size) noexcept;  // sta_uci_get_sysinfo_element
+
+private:
+    int element_of(const char *function, const sta_info_t *sta, const char *wanted, char *destination,
+                   std::size_t size) noexcept;
+    // Which files have been looked at.
+    bool chip_seen = false;
+    bool wireless_seen = false;
+    bool sysinfo_seen = false;
 };
+
+// Puts the VLAN into the record: 1 for what is below 1.
+void sta_take_vlanid(sta_info_t *sta, sta_configuration &configuration) noexcept;

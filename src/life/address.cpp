@@ -29,7 +29,7 @@ template <class Visit> void for_each_online(Visit visit) {
 
 // What the stations of one refresh share: each file is read once, and the backup file written once.
 struct refresh {
-    sta_uci_snapshot configuration{};
+    sta_configuration configuration{};
     sta_lease_snapshot leases{};
     sta_backup_pass backup{};
 };
@@ -47,7 +47,7 @@ void refresh_name(sta_info_t *sta, refresh &shared) {
                sta_or_null(sta->name), name);
     sta_free(sta->name);
     sta->name = name;
-    shared.backup.update(sta);
+    shared.backup.update(sta, shared.configuration);
     sta_learn_name(sta, name, station_origin::lease);
 }
 
@@ -66,7 +66,7 @@ void refresh_leased_address(sta_info_t *sta, refresh &shared) {
         sta_identity_add_address(sta, found, station_origin::lease);
         return;
     }
-    shared.backup.update(sta);
+    shared.backup.update(sta, shared.configuration);
     STA_LOG_AS(STA_NAME_OF(sta_sta_update_online_status_ip_by_dhcp), "ip change: mac %s, %s->%s\n", sta->mac,
                old, sta->ip);
     sta_learn_address(sta, sta->ip, station_origin::lease);

@@ -43,7 +43,7 @@ void take_repeater(sta_info_t *sta, const station_change &change) {
                   change.figures.mac[5]);
 }
 
-void take_final_figures(sta_info_t *sta, const station_change &change) {
+void take_final_figures(sta_info_t *sta, const station_change &change, sta_configuration &configuration) {
     const station_event &figures = change.figures;
     sta->offline_ts.sec = change.time;
     sta->radio_id = figures.radio_id;
@@ -59,7 +59,7 @@ void take_final_figures(sta_info_t *sta, const station_change &change) {
     sta_take_counters(sta, figures);
     sta_take_request_texts(sta, figures, text_limit);
     sta_take_key_texts(sta, figures, text_limit);
-    sta_take_vlanid(sta);
+    sta_take_vlanid(sta, configuration);
     take_signal(sta, change);
     EVENT_LOG("maxRate2=%u\n", sta->maxRate);
     EVENT_LOG("sta->reason=%s wifi_up=%llu wifi_down=%llu flow_rateup=%d flow_ratedown=%d vlanid=%d power=%s "
@@ -87,7 +87,7 @@ struct place {
 
 } // namespace
 
-void sta_associate(const station_change &change) noexcept {
+void sta_associate(const station_change &change, sta_configuration &configuration) noexcept {
     const station_event &figures = change.figures;
     sta_info_t *sta = sta_sta_new(change.mac, figures.ssid);
     if (!sta) return;
@@ -109,7 +109,7 @@ void sta_associate(const station_change &change) noexcept {
     EVENT_LOG("maxRate1=%u\n", sta->maxRate);
     sta_put_text(sta->version, figures.version, 5);
     sta_put_expanded(sta->ifname, figures.ifname);
-    sta_take_vlanid(sta);
+    sta_take_vlanid(sta, configuration);
     sta->load_uptime = sta_uptime_seconds();
     take_repeater(sta, change);
     EVENT_LOG("up: is_reassoc %d vlanid %d rssi %s repeater_type=%d\n", sta->is_reassoc, sta->vlanid,
@@ -128,10 +128,10 @@ void sta_associate(const station_change &change) noexcept {
         sta_tell_joined(known, before.known);
 }
 
-void sta_disassociate(const station_change &change) noexcept {
+void sta_disassociate(const station_change &change, sta_configuration &configuration) noexcept {
     sta_info_t *sta = sta_sta_find_usr(change.mac);
     if (sta && std::strcmp(sta->ifname, change.figures.ifname) == 0) {
-        take_final_figures(sta, change);
+        take_final_figures(sta, change, configuration);
         if (change.kind == station_change_kind::moves) {
             EVENT_LOG("sta mac:%s is ap roam status\n", change.mac);
             return;

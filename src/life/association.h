@@ -4,10 +4,11 @@
 // Logs:   level 7, in the name of g_sta_recv_msg.   Blocks: as reports and configuration look-ups do.
 #pragma once
 
+class sta_configuration;
 struct station_change;
 
-void sta_associate(const station_change &change) noexcept;
+void sta_associate(const station_change &change, sta_configuration &configuration) noexcept;
 
 // Also for one that goes to another access point: its record then stays until that one tells, or the driver has not listed it
 // for long enough.
-void sta_disassociate(const station_change &change) noexcept;
+void sta_disassociate(const station_change &change, sta_configuration &configuration) noexcept;

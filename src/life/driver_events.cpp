@@ -1,5 +1,6 @@
 #include "life/driver_events.h"
 
+#include "inputs/network.h"
 #include "life/association.h"
 #include "life/resync.h"
 #include "protocol/station_event.h"
@@ -18,10 +19,11 @@ constexpr const char *function = STA_NAME_OF(g_sta_recv_msg); // speaks in the l
 void handle_event(std::span<const std::uint8_t, station_event_size> bytes) {
     station_change change;
     station_change_decode(function, bytes, change);
+    sta_configuration configuration;
     switch (change.kind) {
-    case station_change_kind::comes: sta_associate(change); break;
+    case station_change_kind::comes: sta_associate(change, configuration); break;
     case station_change_kind::goes:
-    case station_change_kind::moves: sta_disassociate(change); break;
+    case station_change_kind::moves: sta_disassociate(change, configuration); break;
     case station_change_kind::none: break;
     }
 }

@@ -27,8 +27,8 @@ constexpr std::int8_t single_pass = 2; // the third, counted from 0
 
 void sta_sta_log_byioctl_update() {
     const std::int32_t now = sta_uptime_seconds();
-    const sta_uci_snapshot configuration;
-    sta_radio_tables tables{all_sections};
+    sta_configuration configuration;
+    sta_radio_tables tables{all_sections, configuration};
     sta_backup_pass backup;
     sta_info_t *sta = nullptr;
     sta_info_t *next = nullptr;
@@ -57,8 +57,8 @@ void sta_sta_log_byioctl_update() {
 void sta_sta_log_single_byioctl_update() {
     if (!sta_early_reports_due) return;
     sta_early_reports_due = false;
-    const sta_uci_snapshot configuration;
-    sta_radio_tables tables{all_sections};
+    sta_configuration configuration;
+    sta_radio_tables tables{all_sections, configuration};
     sta_info_t *sta = nullptr;
     list_for_each_entry (sta, &g_sta_sta_master.list, list) {
         if (sta->single_log_up_cnt > single_pass) continue;

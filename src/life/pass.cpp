@@ -22,9 +22,9 @@ constexpr const char *function = STA_NAME_OF(sta_sta_flow_count_proc); // speaks
 // One pass over the table.
 struct flow_pass {
     std::int32_t now;
-    sta_uci_snapshot configuration{};
+    sta_configuration configuration{};
     sta_lease_snapshot leases{};
-    sta_radio_tables tables{table_basic};
+    sta_radio_tables tables{table_basic, configuration};
     sta_backup_pass backup{};
     // Deliberate: kept from one station to the next. A bridged station, which looks nothing up, acts on the
     // last result.
@@ -38,7 +38,7 @@ struct flow_pass {
 
 void flow_pass::take_address(sta_info_t *sta) {
     sta_put_text(sta->before_ip, sta_no_address);
-    if (sta_sta_get_brmode(sta) == 1)
+    if (configuration.is_bridged(sta))
         sta_put_text(sta->ip, sta_no_address);
     else
         lease_found = sta_get_ipaddr_by_dhcp_mac(sta->ip, sta->mac);
@@ -106,7 +106,7 @@ int sta_sta_flow_count_proc() {
             pass.tables.fetch_for(sta);
             if (sta->status == sta_status_added) pass.go_online(sta);
             sta->oltime = pass.now - sta->online_clock.sec;
-            pass.backup.update(sta);
+            pass.backup.update(sta, pass.configuration);
         }
     }
     sta_sta_save_devc();

@@ -87,7 +87,7 @@ public:
     // Asks the driver. False without memory: nothing is concluded then.
     bool collect();
     std::uint32_t depart();
-    std::uint32_t arrive();
+    std::uint32_t arrive(sta_configuration &configuration);
 
 private:
     bool add_interface(const char *ifname, std::int32_t radio_id);
@@ -202,7 +202,7 @@ void as_event(const driver_basic &basic, const driver_extended &extended, const 
     sta_put_text(event.ap_assoc_req, extended.ap_assoc_req);
 }
 
-std::uint32_t comparison::arrive() {
+std::uint32_t comparison::arrive(sta_configuration &configuration) {
     std::uint32_t come = 0;
     for (const driver_list &list : lists) {
         for (std::uint32_t i = 0; i < list.entries; ++i) {
@@ -225,7 +225,7 @@ std::uint32_t comparison::arrive() {
             station_event_encode(event, bytes);
             station_change change;
             station_change_decode("sta_resync", bytes, change);
-            sta_associate(change);
+            sta_associate(change, configuration);
             ++come;
         }
     }
@@ -245,14 +245,14 @@ void sta_resync_request() noexcept {
 void sta_resync() noexcept {
     last_ms = monotonic_ms();
     ++sta_health.resyncs;
-    const sta_uci_snapshot configuration;
+    sta_configuration configuration;
     comparison now;
     if (!now.collect()) {
         STA_NOTICE("no memory to compare the stations with the driver's\n");
         return;
     }
     const std::uint32_t departed = now.depart();
-    const std::uint32_t arrived = now.arrive();
+    const std::uint32_t arrived = now.arrive(configuration);
     STA_NOTICE("compared with the driver's stations: %u had come unseen, %u had gone\n", arrived, departed);
     sta_tell_resync(arrived, departed);
 }

@@ -83,7 +83,7 @@ std::size_t write_line(const backup_values &values, char (&line)[line_size]) {
 }
 
 // Brings the record up to date and writes its line. The line's length.
-std::size_t make_line(sta_info_t *sta, char (&line)[line_size]) {
+std::size_t make_line(sta_info_t *sta, sta_configuration &configuration, char (&line)[line_size]) {
     using ull = unsigned long long;
     const std::uint64_t last_up =
         0; // Deliberate: no earlier value is kept, so the rates are fifths of the totals
@@ -95,7 +95,7 @@ std::size_t make_line(sta_info_t *sta, char (&line)[line_size]) {
                "wifi_down_rate %llu\n",
                static_cast<ull>(last_up), static_cast<ull>(last_down), static_cast<ull>(sta->wifi_up),
                static_cast<ull>(sta->wifi_down), up_rate, down_rate);
-    if (sta_sta_get_brmode(sta) == 1) {
+    if (configuration.is_bridged(sta)) {
         const bool had_none = std::strcmp(sta->ip, sta_no_address) == 0;
         sta_sta_get_ip_hostname_by_dhcpmon_list(sta);
         if (had_none && std::strcmp(sta->ip, sta_no_address) != 0) {
@@ -287,8 +287,9 @@ void sta_sta_users_backup_add(sta_info_t *sta) {
     if (!sta || sta->mac[0] == '\0') return;
     const sta_file file{std::fopen(backup_file, "a+e")};
     if (!file || sta->no_backup) return;
+    sta_configuration configuration;
     char line[line_size];
-    const std::size_t length = make_line(sta, line);
+    const std::size_t length = make_line(sta, configuration, line);
     (void)std::fwrite(line, 1, length, file.get()); // a full disk loses the line, not the station
     if (!sta_flush(file.get())) STA_LOG("%s write error.\n", backup_file);
 }
@@ -520,7 +521,7 @@ void sta_backup_pass::remove(const char *mac) {
     }
 }
 
-void sta_backup_pass::update(sta_info_t *sta) {
+void sta_backup_pass::update(sta_info_t *sta, sta_configuration &configuration) {
     if (!is_open()) {
         sta_sta_users_backup_update(sta);
         return;
@@ -531,7 +532,7 @@ void sta_backup_pass::update(sta_info_t *sta) {
     now->exists = true;
     if (sta->no_backup) return;
     char line[line_size];
-    const std::size_t length = make_line(sta, line);
+    const std::size_t length = make_line(sta, configuration, line);
     // Without memory this line is lost until the next pass.
     if (!now->add(sta->mac, {line, length}) && read_instead()) (void)now->add(sta->mac, {line, length});
 }

@@ -10,6 +10,8 @@
 
 #include "model/record.h"
 
+class sta_configuration;
+
 inline constexpr const char *sta_backup_file = "/tmp/sta_sta.info";
 
 extern "C" {
@@ -44,7 +46,7 @@ public:
     sta_backup_pass(const sta_backup_pass &) = delete;
     sta_backup_pass &operator=(const sta_backup_pass &) = delete;
 
-    void update(sta_info_t *sta);
+    void update(sta_info_t *sta, sta_configuration &configuration);
     void remove(const char *mac);
 
 private:

@@ -106,7 +106,8 @@ void copy_extended(sta_info_t *sta, const driver_extended &from) {
 
 // sta_sta_get_ioctl; `mac_of` gives the MAC of an entry.
 template <class MacOf>
-int read_station(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count, MacOf mac_of) {
+int read_station(sta_info_t *sta, sta_configuration &configuration, const std::uint8_t *table, unsigned mask,
+                 int count, MacOf mac_of) {
     constexpr const char *function = STA_NAME_OF(sta_sta_get_ioctl);
     if (!sta || !table) {
         STA_LOG_AS(function, "param is null!!\n");
@@ -128,7 +129,7 @@ int read_station(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int 
     if (mask & table_extended)
         copy_extended(
             sta, driver_extended_decode(basic + entries * table_basic_size + index * table_extended_size));
-    sta_take_vlanid(sta);
+    sta_take_vlanid(sta, configuration);
     sta_take_power(sta, found.rssi);
     STA_LOG_AS(function, "wifi_up = %llu flow_rateup = %ld channel = %d sta_power = %s txtime = %d\n",
                static_cast<unsigned long long>(sta->wifi_up), static_cast<long>(sta->flow_rateup),
@@ -207,7 +208,8 @@ bool sta_driver_list(const char *ifname, unsigned mask, std::uint8_t **table,
 }
 
 int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count) {
-    return read_station(sta, table, mask, count,
+    sta_configuration configuration;
+    return read_station(sta, configuration, table, mask, count,
                         [=](std::size_t index) { return mac_of_entry(table, index); });
 }
 
@@ -233,6 +235,6 @@ int sta_radio_tables::update(sta_info_t *sta) const noexcept {
     if (!has_radio(sta)) return 1;
     const slot &mine = slots[sta->radio_id];
     if (mine.macs.size() == 0) return sta_sta_get_ioctl(sta, mine.table, mask, mine.count);
-    return read_station(sta, mine.table, mask, mine.count,
+    return read_station(sta, configuration, mine.table, mask, mine.count,
                         [&](std::size_t index) { return mine.macs[index]; });
 }

@@ -7,6 +7,8 @@
 #include "model/record.h"
 #include "tools/array.h"
 
+class sta_configuration;
+
 extern "C" {
 
 // Fetches the table of `ifname` with the sections of `mask` (table_basic, table_extended). Returns the number
@@ -33,7 +35,8 @@ class sta_radio_tables {
 public:
     static constexpr int radios = 2;
 
-    explicit sta_radio_tables(unsigned section_mask) noexcept : mask(section_mask) {}
+    sta_radio_tables(unsigned section_mask, sta_configuration &of_the_walk) noexcept
+        : mask(section_mask), configuration(of_the_walk) {}
     ~sta_radio_tables();
     sta_radio_tables(const sta_radio_tables &) = delete;
     sta_radio_tables &operator=(const sta_radio_tables &) = delete;
@@ -63,5 +66,6 @@ private:
         sta_array<std::uint64_t> macs;
     };
     unsigned mask;
+    sta_configuration &configuration; // says which VLAN a station is in
     slot slots[radios];
 };

@@ -126,19 +126,19 @@ TEST_F(kept_configuration, chip_that_was_set_and_not_committed_counts_at_the_nex
 }
 
 TEST_F(kept_configuration, is_looked_at_once_in_a_walk) {
-    const sta_uci_snapshot walk;
-    EXPECT_EQ(vlan(), 30);
+    sta_configuration walk;
+    EXPECT_EQ(walk.vlan_of(&sta), 30);
     std::filesystem::remove(file);
     std::filesystem::remove("/etc/config/wifiinfo");
-    EXPECT_EQ(vlan(), 30);
+    EXPECT_EQ(walk.vlan_of(&sta), 30);
 }
 
 TEST_F(kept_configuration, from_before_a_walk_is_looked_at_in_it) {
     EXPECT_EQ(vlan(), 30);
     write_file("/etc/config/.new", with_vlan("31"));
     std::filesystem::rename("/etc/config/.new", file);
-    const sta_uci_snapshot walk;
-    EXPECT_EQ(vlan(), 31);
+    sta_configuration walk;
+    EXPECT_EQ(walk.vlan_of(&sta), 31);
 }
 
 } // namespace

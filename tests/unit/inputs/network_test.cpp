@@ -302,30 +302,33 @@ TEST_F(configuration, lack_of_memory_for_the_path_is_told) {
     EXPECT_STREQ(value, "");
 }
 
-class snapshot : public configuration {
+class walk : public configuration {
 protected:
-    snapshot() {
+    walk() {
         chip("mtk");
         wireless(two_radios);
         forward_mode("AP");
     }
     // The answers to both questions for some stations, and what was said meanwhile.
-    std::pair<std::vector<int>, lines> asked() {
+    template <class Vlan, class Bridged>
+    std::pair<std::vector<int>, lines> asked(Vlan vlan_of, Bridged is_bridged) {
         forget_log();
         std::vector<int> answers;
         for (const char *ifname : {"ra0", "ra1", "ra2", "ra9", ""}) {
-            answers.push_back(sta_sta_get_vlanid(on(ifname, "lobby")));
-            answers.push_back(sta_sta_get_brmode(on(ifname, "lobby")));
+            answers.push_back(vlan_of(on(ifname, "lobby")));
+            answers.push_back(is_bridged(on(ifname, "lobby")));
         }
         return {answers, log_lines()};
     }
+    auto asked() { return asked(sta_sta_get_vlanid, sta_sta_get_brmode); }
     auto asked_in_one() {
-        const sta_uci_snapshot walk;
-        return asked();
+        sta_configuration one;
+        return asked([&](const sta_info_t *who) { return one.vlan_of(who); },
+                     [&](const sta_info_t *who) { return one.is_bridged(who) ? 1 : -1; });
     }
 };
 
-TEST_F(snapshot, gives_the_same_answers_and_lines_as_single_looks) {
+TEST_F(walk, gives_the_same_answers_and_lines_as_single_looks) {
     EXPECT_EQ(asked_in_one(), asked());
     EXPECT_EQ(asked().first, (std::vector<int>{30, 1, 7, -1, -1, -1, 0, 1, -1, -1}));
     chip("bcm");
@@ -334,7 +337,7 @@ TEST_F(snapshot, gives_the_same_answers_and_lines_as_single_looks) {
     EXPECT_EQ(asked_in_one(), asked());
 }
 
-TEST_F(snapshot, of_missing_and_broken_files_gives_the_same_lines_each_time) {
+TEST_F(walk, of_missing_and_broken_files_gives_the_same_lines_each_time) {
     remove("/etc/config/wireless");
     EXPECT_EQ(asked_in_one(), asked());
     wireless("config wifi-iface\n\toption ifname 'ra0\n");
@@ -345,26 +348,23 @@ TEST_F(snapshot, of_missing_and_broken_files_gives_the_same_lines_each_time) {
     EXPECT_EQ(asked_in_one(), asked());
 }
 
-TEST_F(snapshot, does_not_see_a_change_while_it_lives) {
-    {
-        const sta_uci_snapshot walk;
-        EXPECT_EQ(sta_sta_get_vlanid(on("ra0", "n")), 30);
-        wireless("config wifi-iface\n\toption ifname 'ra0'\n\toption vlanid '31'\n");
-        const sta_uci_snapshot inner; // changes nothing
-        EXPECT_EQ(sta_sta_get_vlanid(on("ra0", "n")), 30);
-    }
+TEST_F(walk, does_not_see_a_change_while_it_lives) {
+    sta_configuration one;
+    EXPECT_EQ(one.vlan_of(on("ra0", "n")), 30);
+    wireless("config wifi-iface\n\toption ifname 'ra0'\n\toption vlanid '31'\n");
+    EXPECT_EQ(one.vlan_of(on("ra0", "n")), 30);
     EXPECT_EQ(sta_sta_get_vlanid(on("ra0", "n")), 31);
 }
 
-TEST_F(snapshot, keeps_no_failure) {
-    const sta_uci_snapshot walk;
+TEST_F(walk, keeps_no_failure) {
+    sta_configuration one;
     wireless("config wifi-iface\n\toption ifname 'ra0\n"); // being written
-    EXPECT_EQ(sta_sta_get_vlanid(on("ra0", "n")), -1);
+    EXPECT_EQ(one.vlan_of(on("ra0", "n")), -1);
     wireless(two_radios);
-    EXPECT_EQ(sta_sta_get_vlanid(on("ra0", "n")), 30);
+    EXPECT_EQ(one.vlan_of(on("ra0", "n")), 30);
 }
 
-TEST_F(snapshot, lack_of_memory_costs_one_look) {
+TEST_F(walk, lack_of_memory_costs_one_look) {
     auto expected = asked().first;
     fail_allocation(1); // for the path of the chip family
     expected[0] = -1;

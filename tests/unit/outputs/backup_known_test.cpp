@@ -2,6 +2,7 @@
 // it, is what it is when somebody else has put the same bytes there.
 #include "support/house.h"
 
+#include "inputs/network.h"
 #include "outputs/backup.h"
 #include "tools/memory.h"
 #include "tools/text.h"
@@ -40,8 +41,9 @@ void make_foreign() {
 }
 
 void update_in_a_pass(const std::vector<sta_info_t *> &whom) {
+    sta_configuration configuration;
     sta_backup_pass pass;
-    for (sta_info_t *sta : whom) pass.update(sta);
+    for (sta_info_t *sta : whom) pass.update(sta, configuration);
 }
 
 class backup_known : public House {
@@ -158,10 +160,12 @@ std::vector<std::string> play(unsigned seed, bool foreign) {
         case 1: sta_sta_users_backup_del(any(3) > 0 ? sta->mac : "02:00:00:00"); break;
         case 2: sta_sta_users_backup_update(sta); break;
         case 3: {
+            sta_configuration configuration;
             sta_backup_pass pass;
             for (unsigned i = any(people); i-- > 0;) {
                 sta_info_t *one = all[any(people)];
-                any(3) == 0 ? pass.remove(any(9) > 0 ? one->mac : "AA:00:00:00:00:01") : pass.update(one);
+                any(3) == 0 ? pass.remove(any(9) > 0 ? one->mac : "AA:00:00:00:00:01")
+                            : pass.update(one, configuration);
             }
             break;
         }

@@ -7,6 +7,7 @@
 
 #include "support/house.h"
 
+#include "inputs/network.h"
 #include "model/table.h"
 #include "outputs/backup.h"
 #include "tools/text.h"
@@ -56,8 +57,9 @@ protected:
     static outcome in_a_pass() {
         forget_log();
         {
+            sta_configuration configuration;
             sta_backup_pass pass;
-            for (sta_info_t *sta : stations()) pass.update(sta);
+            for (sta_info_t *sta : stations()) pass.update(sta, configuration);
         }
         return outcome_now();
     }
@@ -246,8 +248,9 @@ TEST_F(backup_pass, removes_as_single_removals_do) {
         const outcome expected = outcome_now();
         write_file(file, before + torn);
         {
+            sta_configuration configuration;
             sta_backup_pass pass;
-            update_and_remove([&](sta_info_t *sta) { pass.update(sta); },
+            update_and_remove([&](sta_info_t *sta) { pass.update(sta, configuration); },
                               [&](const char *mac) { pass.remove(mac); });
         }
         EXPECT_EQ(read_file(file), expected.file);
@@ -258,6 +261,7 @@ TEST_F(backup_pass, removes_as_single_removals_do) {
 TEST_F(backup_pass, that_only_removes_makes_no_file) {
     forget_log();
     {
+        sta_configuration configuration;
         sta_backup_pass pass;
         pass.remove("02:00:00:00:00:01");
     }

@@ -4,6 +4,7 @@
 
 #include "support/house.h"
 
+#include "inputs/network.h"
 #include "model/table.h"
 #include "support/driver_tables.h"
 #include "tools/memory.h"
@@ -395,7 +396,8 @@ TEST_F(table_reading, during_a_walk_finds_what_a_single_look_finds_with_and_with
     sta_put_text(sta->ifname, "ath0");
     for (const unsigned failing : {0U, 3U}) { // behind the fetch's own two
         if (failing > 0) fail_allocation(failing);
-        sta_radio_tables walk{3};
+        sta_configuration configuration;
+        sta_radio_tables walk{3, configuration};
         EXPECT_TRUE(walk.fetch_for(sta));
         EXPECT_EQ(allocation_failed(), failing > 0);
         for (const auto &[mac, channel] : std::vector<std::pair<const char *, int>>{
