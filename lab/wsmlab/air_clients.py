@@ -6,7 +6,7 @@ import shutil
 import subprocess
 import time
 
-PATIENCE = 60
+PATIENCE = 120
 PASSWORD = "secret1234"
 
 SEND = """import socket, sys

@@ -29,7 +29,7 @@ def test_the_headers_make_a_program_need_exported_functions_only(tmp_path, pytes
     assert needed(source, tmp_path, pytestconfig.rootpath) - C_LIBRARY == EXPORTED
 
 
-def test_a_program_that_uses_subscribers_and_rules_needs_no_function_of_ours_alone(tmp_path, pytestconfig):
+def test_a_program_of_subscribers_needs_no_function_of_ours_alone(tmp_path, pytestconfig):
     source = """
 #include <libubus.h>
 int count(struct ubus_acl_key *key, struct ubus_context *ctx, struct ubus_subscriber *s) {

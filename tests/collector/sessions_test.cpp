@@ -138,7 +138,7 @@ TEST_F(rules, after_a_second_association_the_daemon_goes_on_with_the_time_of_the
     EXPECT_EQ(people_.late, 0u);
 }
 
-TEST_F(rules, a_roam_to_another_access_point_joins_both_and_the_old_ones_late_word_changes_nothing) {
+TEST_F(rules, a_roam_to_another_access_point_is_one_stay_whatever_the_old_one_says_late) {
     hears(0, {.kind = report_online, .ap = "02:54:4b:00:00:0a"});
     EXPECT_THAT(hears(60, {.kind = report_online, .since = 60, .ap = "02:54:4b:00:00:0b"}),
                 ElementsAre("roamed"));
@@ -262,7 +262,7 @@ TEST_F(rules, an_association_anew_without_a_departure_stays_one_stay) {
     EXPECT_EQ(people_.late, 1u);
 }
 
-TEST_F(rules, an_update_that_was_overtaken_by_the_departure_does_not_bring_the_station_back) {
+TEST_F(rules, an_update_that_was_overtaken_does_not_bring_the_station_back) {
     hears(0, {.kind = report_online});
     hears(60, {.kind = report_offline, .left = 60});
     EXPECT_THAT(hears(61, {}), IsEmpty());

@@ -12,7 +12,7 @@ import pytest
 
 from images import mac, told
 from programs import connect, wait
-from test_mqtt import Broker, messages, reports
+from brokers import Broker, messages, reports
 
 BEGIN = int(time.time()) - 50000
 PEOPLE, VISITS = 12, 3

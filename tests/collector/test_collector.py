@@ -214,7 +214,7 @@ def test_of_an_image_in_a_file_nobody_knows_when_it_came(build_dir, tmp_path):
     assert run(build_dir, tmp_path / "image").stdout.startswith(b"time of receipt ?    offline ")
 
 
-def test_a_reader_that_does_not_read_keeps_no_sender_waiting_and_loses_the_oldest(start, build_dir, tmp_path):
+def test_a_reader_that_does_not_read_keeps_no_sender_waiting(start, build_dir, tmp_path):
     os.mkfifo(tmp_path / "wsm-collector.out")
     reader = os.open(tmp_path / "wsm-collector.out", os.O_RDONLY | os.O_NONBLOCK)
     program = start([build_dir / "bin/wsm-collector", "--json", "--queue", "50", "--socket", tmp_path / "socket"])

@@ -36,7 +36,7 @@ def script(path, text):
     return path
 
 
-def test_the_program_gets_the_values_in_its_environment_and_hostile_texts_do_nothing(collect, tmp_path):
+def test_the_program_gets_the_values_in_its_environment_as_they_are(collect, tmp_path):
     hook = script(tmp_path / "hook", f'env | grep ^WSM_ | sort > {tmp_path}/$$.new; mv {tmp_path}/$$.new {tmp_path}/"$1".values\n')
     program, send = collect("--quiet", "--grace", "0", "--exec", hook)
     send(told(1, 1, NOON, ssid="$(touch /tmp/owned); `id`\n"))

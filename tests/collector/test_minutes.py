@@ -14,12 +14,10 @@ import time
 import formats
 import pytest
 
+from brokers import first_time, messages, reports
 from images import told
 from programs import connect, wait
-from test_http import Served
-from test_http import serve  # noqa: F401  pylint: disable=unused-import
-from test_mqtt import first_time, messages, reports
-from test_mqtt import broker, publish, with_mqtt  # noqa: F401  pylint: disable=unused-import
+from served import Served
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "lab"))
 

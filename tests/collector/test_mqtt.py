@@ -1,142 +1,22 @@
 """Publishing to an MQTT broker: a real one, on loopback."""
 
 import json
-import os
-import random
 import re
 import resource
 import shutil
 import signal
-import socket
 import struct
 import subprocess
 import time
 
 import pytest
 
+from brokers import Broker, Publisher, first_time, free_port, messages, needs_mosquitto, reports
 from images import mac, told
 from programs import connect, wait
 
 NOON = int(time.time()) - 1000
-pytestmark = pytest.mark.skipif(not (shutil.which("mosquitto", path="/usr/sbin:/usr/bin") and shutil.which("mosquitto_sub")),
-                                reason="mosquitto and mosquitto-clients are not installed")
-
-
-GIVEN = set()
-
-
-def free_port():
-    """A port that nobody else gets, also while a broker is stopped: one below those that the kernel hands out, of those the ones
-    of this process of the tests, and each once."""
-    worker = int(re.sub(r"\D", "", os.environ.get("PYTEST_XDIST_WORKER", "")) or 0) % 20
-    ports = set(range(20000 + 500 * worker, 20500 + 500 * worker)) - GIVEN
-    for port in random.sample(sorted(ports), len(ports)):
-        GIVEN.add(port)
-        with socket.socket() as probe:
-            try:
-                probe.bind(("127.0.0.1", port))
-                return port
-            except OSError:
-                pass
-    raise AssertionError("no port is free")
-
-
-def whole_lines(program):
-    """What it has printed but for a line that it has only begun."""
-    return program.out.read_text(encoding="utf-8").split("\n")[:-1]
-
-
-class Broker:
-    """A mosquitto that keeps sessions, and a subscriber to everything."""
-
-    def __init__(self, folder, start, more=""):
-        self.folder, self.start_one, self.port = folder, start, free_port()
-        self.count = 0
-        (folder / "mosquitto.conf").write_text(
-            f"listener {self.port} 127.0.0.1\nallow_anonymous true\npersistence true\npersistence_location {folder}/\n"
-            f"max_queued_messages 0\nuser {'root' if os.geteuid() == 0 else ''}\n{more}")
-        self.run()
-
-    def run(self):
-        self.count += 1
-        self.program = self.start_one(["/usr/sbin/mosquitto", "-c", self.folder / "mosquitto.conf"], name=f"mosquitto{self.count}")
-        wait(self.answers, "the broker")
-
-    def answers(self):
-        assert self.program.process.poll() is None, self.program.err.read_text()
-        try:
-            socket.create_connection(("127.0.0.1", self.port), 1).close()
-            return True
-        except OSError:
-            return False
-
-    def stop(self):
-        self.program.stop(signal.SIGTERM)
-
-    def subscribe(self, topic="#"):
-        """A program that prints what comes, and goes on after the broker's restart."""
-        one = self.start_one(["mosquitto_sub", "-p", str(self.port), "-t", topic, "-q", "1", "-c", "-i", "tester",
-                              "-F", "%r %t %p"], name="mosquitto_sub")
-        self.wait_for_probe(one)
-        return one
-
-    def wait_for_probe(self, subscriber):
-        """Until a message of ours comes back: the subscription is there, and what the broker had kept has come before."""
-        def probe():
-            # Who connects just when the broker starts may lose the connection again: once more, as long as the broker runs.
-            assert self.program.process.poll() is None, self.program.err.read_text()
-            sent = subprocess.run(["mosquitto_pub", "-p", str(self.port), "-t", "probe", "-m", "x", "-q", "1"], check=False, timeout=30,
-                                  capture_output=True)
-            return sent.returncode == 0 and "0 probe x" in subscriber.lines()
-        wait(probe, "the subscription")
-
-    def retained(self):
-        """{topic: payload} of what the broker keeps."""
-        self.count += 1
-        one = self.start_one(["mosquitto_sub", "-p", str(self.port), "-t", "#", "-F", "%r %t %p"], name=f"retained{self.count}")
-        self.wait_for_probe(one)
-        one.stop()
-        return dict(line[2:].split(" ", 1) for line in whole_lines(one) if line.startswith("1 "))
-
-
-@pytest.fixture
-def broker(start, tmp_path):
-    return Broker(tmp_path, start)
-
-
-class Publisher:
-    def __init__(self, start, build_dir, folder, url, *options):
-        self.path = folder / "socket"
-        self.program = start([build_dir / "bin/wsm-collector", "--quiet", "--grace", "0", "--socket", self.path, "--publish", url,
-                              *options])
-        self.program.wait_for_socket(self.path)
-
-    def send(self, *messages):
-        for message in messages:
-            with connect(self.path) as peer:
-                peer.sendall(message)
-
-
-@pytest.fixture
-def with_mqtt(build_dir):
-    done = subprocess.run([build_dir / "bin/wsm-collector", "--publish", "x", "--socket", "/"], capture_output=True, text=True,
-                          timeout=30, check=False)
-    if "built without" in done.stderr:
-        pytest.skip("built without libmosquitto")
-
-
-@pytest.fixture
-def publish(start, build_dir, tmp_path, broker, with_mqtt):  # pylint: disable=unused-argument
-    return lambda *options: Publisher(start, build_dir, tmp_path, f"mqtt://127.0.0.1:{broker.port}/home", *options)
-
-
-def messages(subscriber):
-    """(topic, payload) of what came, without the probes."""
-    return [tuple(line.split(" ", 2)[1:]) for line in whole_lines(subscriber) if " probe " not in line]
-
-
-def reports(subscriber):
-    return [json.loads(payload) for topic, payload in messages(subscriber) if "/report/" in topic]
+pytestmark = needs_mosquitto
 
 
 def test_reports_states_and_presence_are_published(broker, publish):
@@ -185,18 +65,6 @@ def test_private_macs_with_the_same_name_are_one_tracker(broker, publish, tmp_pa
     kept = broker.retained()
     assert [topic for topic in kept if "/presence/" in topic] == ["home/presence/wsm_name_Anna"]
     assert kept["home/presence/wsm_name_Anna"] == "home"
-
-
-def first_time(subscriber, stations=1):
-    """{boot: sequence numbers}, both in the order in which they came first; those of each station, which send in turn, ascend."""
-    came = {}
-    for report in reports(subscriber):
-        came.setdefault(report["boot"], {})[report["seq"]] = None
-    for seqs in came.values():
-        for station in range(stations):
-            own = [seq for seq in seqs if (seq - 1) % stations == station]
-            assert own == sorted(own)
-    return {boot: list(seqs) for boot, seqs in came.items()}
 
 
 @pytest.mark.parametrize("place", ["memory", "folder"])
@@ -362,7 +230,7 @@ def test_with_tls_both_sides_show_a_certificate(tls, tmp_path):
 
 @pytest.mark.parametrize("authority, certified, word", [
     ("other", True, "certificate verify failed"), ("ca", False, "the connection has ended")])
-def test_a_broker_that_is_not_trusted_or_does_not_trust_us_gets_nothing_and_a_message_says_why(tls, tmp_path, authority, certified, word):
+def test_without_trust_on_both_sides_nothing_is_sent_and_a_message_says_why(tls, tmp_path, authority, certified, word):
     broker, publish_tls = tls
     subscriber = broker.subscribe()
     ours = ["--publish-cert", tmp_path / "client.crt", "--publish-key", tmp_path / "client.key"] if certified else []

@@ -14,7 +14,7 @@ from programs import connect, wait
 NOON = int(time.time()) - 1000
 
 
-def test_a_socket_that_is_handed_over_is_used_and_keeps_what_comes_during_a_restart(start, build_dir, tmp_path):
+def test_a_socket_that_is_handed_over_keeps_what_comes_during_a_restart(start, build_dir, tmp_path):
     path = tmp_path / "socket"
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as listener:
         listener.bind(str(path))

@@ -9,21 +9,22 @@ import time
 
 import pytest
 
+from brokers import Publisher, messages, needs_mosquitto, reports
 from images import mac, told
 from programs import wait
-from test_mqtt import Publisher, broker, messages, pytestmark, reports, with_mqtt  # noqa: F401  pylint: disable=unused-import
 
+pytestmark = needs_mosquitto
 NOW = int(time.time()) - 1000
 AP = "02:54:4b:00:00:01"
 
 
 @pytest.fixture
-def publish(start, build_dir, tmp_path, broker, with_mqtt):  # noqa: F811  pylint: disable=unused-argument
+def publish(start, build_dir, tmp_path, broker, with_mqtt):  # pylint: disable=unused-argument
     return Publisher(start, build_dir, tmp_path, f"mqtt://127.0.0.1:{broker.port}/home")
 
 
 @pytest.fixture
-def subscribe(start, build_dir, broker):  # noqa: F811
+def subscribe(start, build_dir, broker):
     """Starts a collector that takes reports from the broker; it has subscribed when this returns."""
     def start_one(*options, name="subscriber", form="--json"):
         one = start([build_dir / "bin/wsm-collector", form, "--grace", "0", "--subscribe", f"mqtt://127.0.0.1:{broker.port}/home",
@@ -46,7 +47,7 @@ def taken(*subscribers):
     return sorted(json.loads(line)["oltime"] for line in lines)
 
 
-def send(broker, topic, payload):  # noqa: F811
+def send(broker, topic, payload):
     subprocess.run(["mosquitto_pub", "-p", str(broker.port), "-t", topic, "-m", payload, "-q", "1"], check=True, timeout=60)
 
 
@@ -106,7 +107,7 @@ def test_what_is_stored_does_not_come_again(publish, subscribe, tmp_path):
     assert again.stop() == 0
 
 
-def test_while_the_broker_is_away_nothing_is_lost(publish, subscribe, broker):  # noqa: F811
+def test_while_the_broker_is_away_nothing_is_lost(publish, subscribe, broker):
     one = subscribe()
     publish.send(*(told(1, 3, NOW, number) for number in range(100)))
     broker.stop()
@@ -116,7 +117,7 @@ def test_while_the_broker_is_away_nothing_is_lost(publish, subscribe, broker):  
     assert one.stop() == 0
 
 
-def test_what_is_no_report_is_set_aside_with_its_reason(publish, subscribe, broker, start, tmp_path):  # noqa: F811
+def test_what_is_no_report_is_set_aside_with_its_reason(publish, subscribe, broker, start, tmp_path):
     aside = start(["mosquitto_sub", "-p", str(broker.port), "-V", "5", "-t", "#", "-q", "1", "-F", "%r %t %p\\n%P"], name="aside")
     broker.wait_for_probe(aside)
     store = tmp_path / "store"
@@ -131,7 +132,7 @@ def test_what_is_no_report_is_set_aside_with_its_reason(publish, subscribe, brok
     assert "subscribe: 1 messages were set aside\n" in said
 
 
-def test_nobody_speaks_for_another_access_point(publish, subscribe, broker):  # noqa: F811
+def test_nobody_speaks_for_another_access_point(publish, subscribe, broker):
     listener = broker.subscribe()
     one = subscribe()
     publish.send(told(1, 1, NOW))
@@ -150,7 +151,7 @@ def test_an_address_that_is_none_is_wrong_usage(build_dir, url):
     assert done.returncode == 2
 
 
-def test_it_says_once_that_the_broker_does_not_answer(start, build_dir, broker, with_mqtt):  # noqa: F811  pylint: disable=unused-argument
+def test_it_says_once_that_the_broker_does_not_answer(start, build_dir, broker, with_mqtt):  # pylint: disable=unused-argument
     broker.stop()
     one = start([build_dir / "bin/wsm-collector", "--quiet", "--subscribe", f"mqtt://127.0.0.1:{broker.port}"])
     wait(lambda: "the broker does not answer" in one.err.read_text(), "the message")

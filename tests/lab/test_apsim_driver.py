@@ -115,7 +115,7 @@ def test_a_table_of_extended_entries_starts_with_them(two_stations):
     assert ask(two_stations, 1, table_request(1, 2)) == (0, struct.pack("<II8x", 1, 2) + bytes(entry(224, EXTENDED)))
 
 
-def test_room_that_no_station_needs_stays_zero_and_the_second_section_in_its_place(two_stations):
+def test_room_that_no_station_needs_stays_zero(two_stations):
     result, answer = ask(two_stations, 1, table_request(3, 3))
     assert result == 0
     assert answer[:16] == struct.pack("<II8x", 2, 3), "two entries are filled"

@@ -35,7 +35,7 @@ def test_figures_set_by_hand_stay(open_apsim):
     assert now["tx_bytes"] > 0, "the others move on"
 
 
-def test_a_table_says_per_cent_how_busy_the_channel_is_and_an_event_a_share_of_255(apsim):
+def test_a_table_has_per_cent_of_the_channel_and_an_event_a_share_of_255(apsim):
     listener = apsim.listener()
     apsim.ok(f"assoc mac={MAC} ifname=ath0 radio=0")
     assert (listener.record()[0], apsim.list()[0]["utilization"]) == (1, 23)

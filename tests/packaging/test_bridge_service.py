@@ -60,7 +60,7 @@ def test_the_units_are_understood_and_closed_to_the_rest_of_the_system(installed
     assert done.returncode == 0, done.stdout + done.stderr
 
 
-def test_an_access_point_without_a_capability_file_gets_one_with_a_limit_for_each_radio(tree):
+def test_without_a_capability_file_one_is_made_with_a_limit_for_each_radio(tree):
     lines = (tree / "packaging/systemd/wsmd.tmpfiles").read_text(encoding="utf-8").splitlines()
     kind, path, mode, user, group, _, text = next(line for line in lines if line.startswith("f ")).split(None, 6)
     assert (path, mode, user, group) == ("/tmp/tk_device/tk_device.json", "0644", "root", "root")

@@ -148,7 +148,7 @@ def run_bridge_init(tree, feed, call, tmp_path):
     return [line.split() for line in done.stdout.splitlines()]
 
 
-def test_the_bridge_answers_where_the_daemon_asks_though_only_root_can_make_a_socket_there(tree, feed, tmp_path):
+def test_the_bridge_answers_in_the_folder_where_only_root_can_make_a_socket(tree, feed, tmp_path):
     calls = run_bridge_init(tree, feed, "start_service", tmp_path)
     assert ["procd_set_param", "command", "/usr/sbin/wsm-bridge", "--socket", f"{tmp_path}/wsm-bridge/was.sock",
             "--control", "/var/run/hostapd"] in calls
@@ -198,7 +198,7 @@ def test_another_role_of_the_device_is_another_instance(tree, feed, tmp_path):
     assert run_init(tree, feed, "service_triggers", tmp_path) == [["procd_add_reload_trigger", "system", "debug"]]
 
 
-def test_a_device_without_a_capability_file_gets_one_with_a_limit_for_each_radio(tree, feed, tmp_path):
+def test_without_a_capability_file_one_is_made_with_a_limit_for_each_radio(tree, feed, tmp_path):
     calls = run_init(tree, feed, "start_service", tmp_path, capability_text=None)
     assert ["procd_set_param", "command", "/usr/sbin/wsmd"] in calls
     made = json.loads((tmp_path / "tk_device/tk_device.json").read_text())
@@ -353,7 +353,7 @@ def test_a_member_of_the_group_may_ask_for_stations_and_do_nothing_else(ruled_la
     assert ruled_lab.logged("update_time = 1") == 0
 
 
-def test_a_member_of_the_group_hears_of_addresses_and_stations_and_of_nothing_else(ruled_lab):
+def test_a_member_of_the_group_hears_of_stations_and_nothing_else(ruled_lab):
     heard = ruled_lab.start("member", as_group(MEMBER, "ubus", "listen", "ip_change"))
     denied = ruled_lab.run(as_group(MEMBER, "ubus", "listen", "dhcp_client_update"), check=False)
     assert denied.stderr == "Error while registering for event 'dhcp_client_update': Permission denied\n"

@@ -115,7 +115,7 @@ TEST(log_file, writes_nothing_to_a_file_that_has_lost_its_name) {
     EXPECT_EQ(folder.text("log"), "kept\n");
 }
 
-TEST(log_file, without_a_descriptor_for_a_new_file_the_old_one_takes_both_generations_and_begins_anew) {
+TEST(log_file, without_a_descriptor_for_a_new_file_the_old_one_begins_anew) {
     const temporary_folder folder;
     open_log log(folder.file("log"), 10);
     EXPECT_TRUE(log_file_append(log, "aaaa\n"));

@@ -10,6 +10,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "lab"))
 
 from driver import Driver  # noqa: E402
 from wsmlab import Lab  # noqa: E402
+from wsmlab.clock import Clock  # noqa: E402
 
 LABS = pytest.StashKey()
 
@@ -56,6 +57,14 @@ def lab(open_lab):
 def running_lab(lab):
     """An access point on which the daemon runs, with broker, driver and collector."""
     return lab.start_all()
+
+
+@pytest.fixture
+def clock(lab):
+    """A clock that the test moves; everything of the lab runs by it."""
+    one = Clock(lab)
+    lab.start_all(environment=one.environment)
+    return one
 
 
 @pytest.fixture

@@ -59,7 +59,7 @@ def client(running_lab):
     return client
 
 
-def test_a_static_address_is_known_though_the_client_spoke_before_its_association_was_told(running_lab):
+def test_a_static_address_is_known_though_the_client_spoke_too_early(running_lab):
     lab = running_lab
     client = network.Client(lab, "ath0", MAC)
     client.set_address("192.168.10.77")
@@ -151,7 +151,7 @@ neigh add 192.168.10.6 lladdr {MAC} dev {network.BRIDGE} nud permanent
     assert "192.168.10.5" not in addresses(lab)
 
 
-def test_an_overrun_of_the_neighbours_socket_is_counted_and_everything_asked_for_again(client):
+def test_an_overrun_of_the_neighbours_socket_is_counted_and_healed(client):
     lab = client.lab
     lab.wait(lambda: health(lab, "neighbours")["dumps"] >= 2, 20, "the questions of start and association to be asked")
     before = health(lab, "neighbours")

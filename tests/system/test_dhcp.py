@@ -17,7 +17,7 @@ def test_stations_get_the_address_and_name_that_the_server_wrote(running_lab):
     assert len(set(addresses.values())) == 3
 
 
-def test_a_station_that_asks_for_its_address_late_gets_it_from_the_next_look_at_the_leases(running_lab):
+def test_an_address_that_is_leased_late_is_found_at_the_next_look(running_lab):
     network.start_dhcp_server(running_lab)
     mac = CLIENTS["phone"]
     running_lab.apsim(f"assoc mac={mac} ifname=ath0 radio=0")

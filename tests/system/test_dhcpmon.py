@@ -41,7 +41,7 @@ def test_a_routing_access_point_does_not_look_for_the_monitor(open_lab):
     assert lab.logged("data={") == lab.logged("Failed to lookup object") == lab.logged("Change Mode To") == 0
 
 
-def test_a_change_to_bridging_subscribes_and_tries_again_until_the_monitor_is_there(open_lab):
+def test_a_change_to_bridging_subscribes_once_the_monitor_is_there(open_lab):
     lab = open_lab(config=ROUTER).start_all()
     lab.bus("send", "dev_mode", {"forwardMode": "AP"})
     lab.wait_for_log("Change Mode To AP!")

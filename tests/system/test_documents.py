@@ -13,7 +13,7 @@ EXAMPLES = ROOT / "docs/examples"
 MAC = "02:00:00:00:00:01"
 
 
-def test_every_example_in_the_documents_has_the_shape_of_what_the_programs_print(lab):
+def test_every_example_in_the_documents_is_as_the_programs_print_it(lab):
     documented = examples.in_documents()
     assert len(documented) >= 18
     for (path, command, text), printed in zip(documented, examples.produce(lab, documented), strict=True):

@@ -56,7 +56,7 @@ def test_options_replace_and_leave_out_files(open_lab):
         assert lab.run(["test", "-e", path], check=False).status == 1
 
 
-def test_a_lab_opens_on_a_machine_that_has_a_configuration_itself_and_does_not_show_it(build_dir):
+def test_a_lab_hides_the_configuration_of_the_machine(build_dir):
     program = textwrap.dedent(f"""
         import sys
         sys.path.insert(0, {str(LAB_FOLDER)!r})
@@ -203,7 +203,7 @@ def test_undefined_behaviour_fails_the_test_wherever_it_is_told(build_dir):
             lab.start("server", ["sh", "-c", f"echo '{line}' >&2"]).wait()
 
 
-def test_everything_runs_in_a_user_namespace_as_it_does_for_a_user_who_is_not_root(open_lab):
+def test_everything_runs_in_a_user_namespace(open_lab):
     if subprocess.run(["unshare", "--user", "--map-root-user", "true"], check=False).returncode != 0:
         pytest.skip("no user namespaces here")
     lab = open_lab(user_namespace=True).start_all(dhcpmon=True)

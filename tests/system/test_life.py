@@ -159,7 +159,7 @@ def test_a_failing_chain_command_ends_the_start(lab):
     assert iptables_commands(lab)[-1] == "-t mangle -N PREROUTING-outgoing -w"
 
 
-def test_a_missing_capability_file_ends_the_start_after_the_object_was_published(open_lab):
+def test_a_missing_capability_file_ends_the_start(open_lab):
     lab = open_lab(capability=None)
     wrap_iptables(lab)
     lab.start_ubusd()

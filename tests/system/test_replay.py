@@ -15,12 +15,12 @@ import pytest
 
 from driver import ASSOCIATION
 from formats import announcement, event_message
-from test_scenarios import ROOT
-from test_stations import A, B, associate, wait_online
+from stations import A, B, associate, wait_online
 from wsmlab import LabError
 from wsmlab.lab import PRELOADING
 from wsmlab.scenario import Player, Scenario
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 RECORDING = "/tmp/recording.wsr"
 HEADER = struct.Struct("<8sIIqqq")  # magic, version, byte order, wall clock, monotonic clock, uptime in microseconds
 

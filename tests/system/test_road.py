@@ -164,7 +164,7 @@ def test_a_late_disassociation_on_the_old_interface_deletes_nothing(running_lab,
     assert [report["log_type"] for report in running_lab.reports()] == [1]
 
 
-def test_a_disassociation_because_of_roaming_to_another_access_point_keeps_the_station(running_lab, driver):
+def test_a_departure_for_another_access_point_keeps_the_station(running_lab, driver):
     driver.associate()
     driver.disassociate(is_reassoc=2, off_reason_code=112)
     running_lab.wait_for_log(f"sta mac:{MAC} is ap roam status")
@@ -172,7 +172,7 @@ def test_a_disassociation_because_of_roaming_to_another_access_point_keeps_the_s
     assert all(report["log_type"] != 2 for report in running_lab.reports())
 
 
-def test_an_event_that_is_neither_association_nor_disassociation_changes_nothing(running_lab, driver):
+def test_an_event_of_another_kind_changes_nothing(running_lab, driver):
     with RawCollector(running_lab) as collector:
         driver.associate(assoc=5)
         driver.associate(mac="02:00:5e:10:00:01")
@@ -183,7 +183,7 @@ def test_an_event_that_is_neither_association_nor_disassociation_changes_nothing
 
 # --- roaming between radios ---
 
-def test_a_station_that_moves_to_the_other_radio_is_reported_as_roamed_and_then_as_on_line(running_lab):
+def test_a_move_to_the_other_radio_is_reported_as_roamed_and_then_as_on_line(running_lab):
     running_lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0")
     running_lab.wait_for_report(mac=MAC, log_type=1, radio_id=0)
     running_lab.apsim(f"assoc mac={MAC} ifname=ath1 radio=1")

@@ -22,7 +22,7 @@ def test_the_scenario_comes_out_as_expected(lab, path):
     Scenario.read(path).play(lab)
 
 
-def test_an_expectation_that_is_not_met_fails_with_its_line_and_what_came_instead(lab):
+def test_an_expectation_that_is_not_met_fails_with_what_came_instead(lab):
     scenario = Scenario.parse("""
         0s driver assoc mac=02:00:00:00:00:01 ifname=ath0 radio=0
         1s -> report log_type=2 mac=02:00:00:00:00:01

@@ -2,29 +2,7 @@
 
 import pytest
 
-A, B, C = "02:00:00:00:00:0a", "02:00:00:00:00:0b", "02:00:00:00:00:0c"
-
-
-def write_leases(lab, *entries):
-    """As the DHCP server does: the whole file at once."""
-    new = lab.files / "dhcp.leases.new"
-    new.write_text("".join(f"1700003600 {mac} {address} {name} *\n" for mac, address, name in entries))
-    new.replace(lab.files / "dhcp.leases")
-
-
-def associate(lab, mac, radio=0, **fields):
-    extra = "".join(f' {name}="{value}"' for name, value in fields.items())
-    lab.apsim(f"assoc mac={mac} ifname=ath{radio} radio={radio}{extra}")
-    lab.wait_for_report(mac=mac, log_type=1)
-
-
-def wait_online(lab, *macs):
-    lab.wait(lambda: all(lab.online().get(mac, {}).get("status") == 1 for mac in macs), 15, f"{macs} on line")
-    return lab.online()
-
-
-def backup_lines(lab):
-    return (lab.files / "sta_sta.info").read_text().splitlines()
+from stations import A, B, C, associate, backup_lines, wait_online, write_leases
 
 
 # --- addresses and names ---
@@ -61,7 +39,7 @@ def test_a_changed_lease_file_changes_name_and_address_of_a_station_on_line(runn
     assert any(f"tablet {A} 192.168.10.99 " in line for line in backup_lines(running_lab))
 
 
-def test_an_ip_change_event_changes_the_address_unless_the_lease_file_knows_better(running_lab):
+def test_an_ip_change_event_counts_unless_the_lease_file_knows_better(running_lab):
     write_leases(running_lab, (A, "192.168.10.20", "phone"))
     associate(running_lab, A)
     associate(running_lab, B)
@@ -114,7 +92,7 @@ def test_the_same_address_in_capitals_is_another_station_to_the_bus(running_lab)
     assert running_lab.online()[A]["name"] == "-"
 
 
-def test_a_station_outside_the_lan_of_a_bridging_access_point_gets_no_address_from_the_leases(running_lab):
+def test_a_bridged_station_gets_no_address_from_the_leases(running_lab):
     write_leases(running_lab, (A, "192.168.10.20", "phone"))
     running_lab.apsim(f'assoc mac={A} ifname=ath01 radio=0 ssid="Lobby Guest"')
     running_lab.wait_for_report(mac=A, log_type=1)

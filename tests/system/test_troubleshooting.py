@@ -31,7 +31,7 @@ def device(open_lab):
     return open_one
 
 
-def test_without_a_driver_the_log_says_that_no_station_can_be_seen_until_one_comes(device):
+def test_without_a_driver_the_log_says_that_no_station_can_be_seen(device):
     lab = device()
     lab.start_daemon(wait=False)
     wait_for_notice(lab, "no driver has announced the family TK_STA yet: no station can be seen")
@@ -39,7 +39,7 @@ def test_without_a_driver_the_log_says_that_no_station_can_be_seen_until_one_com
     wait_for_notice(lab, "the driver has announced the family TK_STA")
 
 
-def test_without_a_collector_the_first_lost_report_is_said_and_its_return_with_the_count(device):
+def test_without_a_collector_the_loss_is_said_once_and_its_return_with_the_count(device):
     lab = device()
     lab.start_apsim()
     lab.start_daemon(wait=False)

@@ -385,7 +385,7 @@ def test_second_descriptor_and_one_in_mid_message_are_closed(owner, other):
     os.close(inner)
 
 
-def test_descriptor_of_a_message_that_came_right_behind_another_goes_with_its_own(owner, other, broker):
+def test_descriptor_goes_with_its_own_message(owner, other, broker):
     inner, outer = os.pipe()
     broker.process.send_signal(signal.SIGSTOP)  # so that both are there when it reads
     other.send(message(PING, 1, 0, text(A_OBJPATH, "abc")))

@@ -371,7 +371,7 @@ def test_monitor_gets_the_largest_message_without_its_content(broker, bystander)
 # ---- many
 
 
-def test_clients_beyond_the_descriptor_limit_are_turned_away_and_the_rest_served(build_dir, tmp_path):
+def test_clients_beyond_the_descriptor_limit_are_turned_away(build_dir, tmp_path):
     soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
     resource.setrlimit(resource.RLIMIT_NOFILE, (32, hard))
     try:

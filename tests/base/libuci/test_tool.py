@@ -165,7 +165,7 @@ def test_a_deletion_with_an_empty_index_deletes_the_whole(uci, tuple_, left):
     assert (uci.folder / "etc/network").read_text().strip("\n") == left.strip("\n")
 
 
-def test_anonymous_sections_are_shown_with_their_place_among_those_of_their_type(uci):
+def test_anonymous_sections_are_shown_with_their_place(uci):
     (uci.folder / "etc/many").write_text("config a\nconfig b 'named'\nconfig a 'other'\nconfig b\nconfig a\n")
     assert uci("show", "many").stdout == "many.@a[0]=a\nmany.named=b\nmany.other=a\nmany.@b[1]=b\nmany.@a[2]=a\n"
 

@@ -209,7 +209,7 @@ std::string numbered_mac(int number) {
     return mac;
 }
 
-TEST_F(methods, get_of_more_stations_than_a_message_can_carry_is_an_error_and_the_bus_goes_on) {
+TEST_F(methods, get_of_more_stations_than_a_message_can_carry_is_an_error) {
     int stations = 0;
     std::size_t longest = 0;
     for (int status = 0; status == 0; stations += 20) {

@@ -179,7 +179,7 @@ TEST_F(start, leases_are_read_at_its_end) {
     EXPECT_EQ(end.status, 0) << end.output;
 }
 
-TEST_F(start, without_a_configuration_file_nothing_is_read_and_logged_before_the_first_line) {
+TEST_F(start, without_a_configuration_file_nothing_comes_before_the_first_line) {
     const child_end end = run_in_child(sta_init);
     EXPECT_EQ(end.status, 0);
     EXPECT_EQ(log_lines().at(0), "sta_init: WSMD starting..\n");

@@ -171,7 +171,7 @@ TEST_F(periodic, report_shows_the_previous_address_once) {
     EXPECT_STREQ(sta->before_ip, "10.0.0.2");
 }
 
-TEST_F(periodic, each_station_is_notified_after_its_report_and_before_the_next_one_is_reported) {
+TEST_F(periodic, each_station_is_notified_between_its_report_and_the_next_ones) {
     station_on(first_mac, 0, "ath0");
     station_on(second_mac, 0, "ath0");
     sta_sta_log_byioctl_update();
@@ -237,7 +237,7 @@ TEST_F(single, third_pass_after_the_association_sends_the_one_report) {
     EXPECT_EQ(notifications(), 0U);
 }
 
-TEST_F(single, report_is_sent_also_of_a_station_that_the_driver_does_not_list_and_never_retires_it) {
+TEST_F(single, report_is_sent_also_of_a_station_that_the_driver_does_not_list) {
     sta_info_t *sta = station_on(first_mac, 0, "ath0");
     sta->single_log_up_cnt = 2;
     sta->load_uptime = -100000;

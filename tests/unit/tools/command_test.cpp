@@ -59,7 +59,7 @@ TEST_F(command, text_is_cut_at_511_characters) {
     EXPECT_EQ(read_file("/tmp/count"), "505\n");
 }
 
-TEST_F(command, child_that_cannot_run_the_shell_ends_with_127_and_flushes_nothing_of_the_parent) {
+TEST_F(command, child_that_cannot_run_the_shell_ends_with_127_and_flushes_nothing) {
     const child_end end = run_in_child([] {
         std::fputs("once", stdout);        // in the buffer while the child is made
         if (chroot("/tmp") != 0) _exit(1); // no shell in there

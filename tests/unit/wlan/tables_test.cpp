@@ -139,7 +139,7 @@ TEST_F(table_fetch, of_more_stations_than_there_can_be_is_refused_and_said) {
                 ElementsAre(unbelievable, "sta_get_ioctl_stainfo: ath0 was ext ioctl get msg fail\n"));
 }
 
-TEST_F(table_fetch, of_more_stations_than_there_can_be_is_said_once_until_the_count_is_right_again) {
+TEST_F(table_fetch, of_more_stations_than_there_can_be_is_said_once) {
     for (const char *count : {"8192", "8193", "8193", "8192", "8193"}) {
         count_is(count);
         sta_get_ioctl_stainfo(sta, &table, "ath0", 1);
@@ -389,7 +389,7 @@ TEST_F(table_reading, takes_the_first_of_two_entries_with_the_mac) {
     EXPECT_EQ(sta->channel, 1);
 }
 
-TEST_F(table_reading, during_a_walk_finds_what_a_single_look_finds_with_and_without_memory_for_an_index) {
+TEST_F(table_reading, during_a_walk_finds_what_a_single_look_finds_also_without_memory) {
     driver_lists({{"ath0",
                    {table_entry(second_mac).basic32(120, 1), table_entry(first_mac).basic32(120, 2),
                     table_entry(first_mac).basic32(120, 3)}}});
