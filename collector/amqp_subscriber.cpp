@@ -3,10 +3,18 @@
 #include "collector/report_writer.h"
 
 #include <algorithm>
+// Newer releases of the library have a folder of their own, and warn of the old places.
+#if __has_include(<rabbitmq-c/amqp.h>)
+#include <rabbitmq-c/amqp.h>
+#include <rabbitmq-c/framing.h>
+#include <rabbitmq-c/ssl_socket.h>
+#include <rabbitmq-c/tcp_socket.h>
+#else
 #include <amqp.h>
 #include <amqp_framing.h>
 #include <amqp_ssl_socket.h>
 #include <amqp_tcp_socket.h>
+#endif
 #include <random>
 #include <stdexcept>
 

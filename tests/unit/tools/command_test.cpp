@@ -123,6 +123,7 @@ TEST_F(command, without_memory_for_the_line_there_is_none) {
 
 TEST_F(command, children_get_their_signals_back) {
     const child_end end = run_in_child([] {
+        std::signal(SIGHUP, SIG_DFL); // whoever started the tests may ignore it
         std::signal(SIGPIPE, SIG_IGN);
         std::signal(SIGINT, SIG_IGN);
         std::signal(SIGTERM, SIG_IGN);
