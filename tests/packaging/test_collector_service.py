@@ -3,7 +3,9 @@
 import re
 import shlex
 import shutil
+import signal
 import subprocess
+import time
 
 import pytest
 
@@ -60,12 +62,20 @@ def test_the_settings_of_the_package_are_accepted(tree, program, tmp_path):
 
 # --- on a device ---
 
-def started(tree, feed, tmp_path, **options):
-    """The calls that starting the service makes, and the file with its settings."""
+def called(tree, feed, tmp_path, function, **options):
+    """The calls that a function of the script makes, and the file with its settings."""
     settings = tmp_path / "etc/settings"
     set_options = "".join(f"OPTION_{name}={shlex.quote(value)}; " for name, value in options.items())
-    calls = run_init(tree, feed, f"SETTINGS_FILE={settings}; {set_options}start_service", tmp_path, service="wsm-collector")
+    calls = run_init(tree, feed, f"SETTINGS_FILE={settings}; {set_options}{function}", tmp_path, service="wsm-collector")
     return calls, settings
+
+
+def started(tree, feed, tmp_path, **options):
+    return called(tree, feed, tmp_path, "start_service", **options)
+
+
+def reloaded(tree, feed, tmp_path, **options):
+    return called(tree, feed, tmp_path, "reload_service", **options)
 
 
 def test_unless_it_is_wanted_it_is_not_started(tree, feed, tmp_path):
@@ -89,9 +99,49 @@ def test_a_value_of_two_lines_makes_no_setting_of_its_own(tree, feed, tmp_path):
     assert [call[:4] for call in calls if call[0] == "logger"] == [["logger", "-t", "wsm-collector", "-p"]]
 
 
-def test_a_change_of_its_configuration_starts_it_anew(tree, feed, tmp_path):
+def test_a_change_of_its_configuration_reloads_it(tree, feed, tmp_path):
     calls = run_init(tree, feed, "service_triggers", tmp_path, service="wsm-collector")
     assert calls == [["procd_add_reload_trigger", "wsm-collector"]]
+
+
+def test_what_a_running_collector_takes_anew_is_told_by_a_signal(tree, feed, tmp_path, program):
+    _, settings = started(tree, feed, tmp_path, enabled="1", grace="10", queue="100", socket=str(tmp_path / "socket"))
+    with subprocess.Popen([program, "--config", settings], stderr=subprocess.PIPE, text=True) as collector:
+        try:
+            deadline = time.monotonic() + 30
+            while not (tmp_path / "socket").exists() and time.monotonic() < deadline:
+                time.sleep(0.02)
+            calls, _ = reloaded(tree, feed, tmp_path, enabled="1", grace="20", queue="100", drop_names="1", socket=str(tmp_path / "socket"))
+            assert calls == [["procd_send_signal", "wsm-collector"]]
+            collector.send_signal(signal.SIGHUP)  # as procd does
+            assert collector.stderr.readline() == "wsm-collector: reloaded\n"
+        finally:
+            collector.terminate()
+    assert settings.read_text() == f"quiet\nsocket = {tmp_path}/socket\nqueue = 100\ngrace = 20\ndrop-names = yes\n"
+    assert settings.stat().st_mode & 0o777 == 0o600
+
+
+def test_a_reload_without_a_change_makes_it_read_its_names_again(tree, feed, tmp_path):
+    started(tree, feed, tmp_path, enabled="1", names="/etc/names")
+    calls, _ = reloaded(tree, feed, tmp_path, enabled="1", names="/etc/names")
+    assert calls == [["procd_send_signal", "wsm-collector"]]
+
+
+def test_what_it_takes_at_its_start_only_starts_it_anew(tree, feed, tmp_path):
+    started(tree, feed, tmp_path, enabled="1", grace="10", queue="100")
+    calls, settings = reloaded(tree, feed, tmp_path, enabled="1", grace="20", queue="200")
+    assert ["procd_set_param", "file", str(settings)] in calls, "with other settings it is another instance"
+    assert not [call for call in calls if call[0] == "procd_send_signal"]
+    assert settings.read_text() == "quiet\nqueue = 200\ngrace = 20\n"
+
+
+def test_a_reload_begins_and_ends_the_service_as_the_configuration_wants(tree, feed, tmp_path):
+    begins = ["procd_open_instance"]
+    assert begins in reloaded(tree, feed, tmp_path, enabled="1")[0], "it did not run"
+    assert reloaded(tree, feed, tmp_path, enabled="0")[0] == [], "a start without an instance ends the one that runs"
+    assert begins in reloaded(tree, feed, tmp_path, enabled="1")[0], "it was ended"
+    assert called(tree, feed, tmp_path, "stop_service")[0] == []
+    assert begins in reloaded(tree, feed, tmp_path, enabled="1")[0], "it was stopped"
 
 
 def test_the_script_knows_every_setting_and_no_other(feed, program):

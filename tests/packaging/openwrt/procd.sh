@@ -2,9 +2,11 @@
 # The init library's calls, one line each, as the service makes them.
 
 for call in procd_open_instance procd_close_instance procd_set_param procd_append_param procd_add_jail \
-	procd_add_jail_mount procd_add_jail_mount_rw procd_add_reload_trigger logger chown; do
+	procd_add_jail_mount procd_add_jail_mount_rw procd_add_reload_trigger procd_send_signal logger chown; do
 	eval "$call() { echo $call \"\$@\"; }"
 done
+
+start() { start_service "$@"; }
 
 RADIOS='radio0 radio1' # of the device's configuration
 
