@@ -381,7 +381,7 @@ def test_promtool_has_no_complaint(serve):
 def test_promtool_accepts_the_alert_rules():
     done = subprocess.run(["promtool", "check", "rules", PROMETHEUS / "wsmd.rules.yml"], capture_output=True, text=True, timeout=60,
                           check=False)
-    assert done.returncode == 0 and "6 rules found" in done.stdout, done.stdout + done.stderr
+    assert done.returncode == 0 and "8 rules found" in done.stdout, done.stdout + done.stderr
 
 
 def test_rules_and_dashboard_ask_for_metrics_that_there_are(serve):
@@ -390,4 +390,4 @@ def test_rules_and_dashboard_ask_for_metrics_that_there_are(serve):
     texts = (PROMETHEUS / "wsmd.rules.yml").read_text(), (PROMETHEUS / "wsmd-dashboard.json").read_text()
     asked = set(re.findall(r"\bwsm_\w+", "".join(texts)))
     assert len(asked) >= 8 and asked <= there
-    assert len(json.loads(texts[1])["panels"]) == 8
+    assert len(json.loads(texts[1])["panels"]) == 10
