@@ -311,7 +311,7 @@ return view.extend({
 
 		this.drawState();
 		dom.content(this.summary, [ this.summaryText(shown.length, clients.length) ]);
-		this.drawRows(shown.map(client => this.row(client)), E('em', {}, [ this.placeholder(wanted) ]));
+		this.drawRows(shown.map(client => this.row(client)), E('em', {}, [ this.whyEmpty(wanted) ]));
 	},
 
 	summaryText(shown, all) {
@@ -324,7 +324,7 @@ return view.extend({
 		return (shown == all) ? _('Clients: %d').format(all) : _('%d of %d clients').format(shown, all);
 	},
 
-	placeholder(wanted) {
+	whyEmpty(wanted) {
 		if (this.clients === null)
 			return this.failure ? _('No information available') : _('Collecting data...');
 
@@ -378,10 +378,10 @@ return view.extend({
 	},
 
 	/* An update makes every row anew: whoever is on a button with the keyboard stays there. */
-	drawRows(rows, placeholder) {
+	drawRows(rows, whenEmpty) {
 		const mac = this.tableNode.contains(document.activeElement) ? document.activeElement.getAttribute('data-mac') : null;
 
-		this.table.update(rows, placeholder);
+		this.table.update(rows, whenEmpty);
 
 		if (mac !== null)
 			this.focusRow(mac);
