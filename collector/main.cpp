@@ -181,7 +181,7 @@ private:
         how.address = chosen_.metrics;
         serve(how, from, "metrics");
 #else
-        throw std::runtime_error("--http, --metrics: this program was built without libmicrohttpd");
+        throw std::runtime_error("--http, --metrics: this program was built without libmicrohttpd and zlib");
 #endif
     }
 

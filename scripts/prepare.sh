@@ -35,6 +35,7 @@ OPTIONAL_PROBES=(
     header:sqlite3.h:libsqlite3-dev
     header:postgresql/libpq-fe.h:libpq-dev
     header:microhttpd.h:libmicrohttpd-dev
+    header:zlib.h:zlib1g-dev
     header:mosquitto.h:libmosquitto-dev
     header:amqp.h:librabbitmq-dev
     header:openssl/hmac.h:libssl-dev

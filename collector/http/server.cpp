@@ -1,5 +1,7 @@
 #include "collector/http/server.h"
 
+#include "collector/http/gzip.h"
+
 #include <arpa/inet.h>
 #include <array>
 #include <charconv>
@@ -21,6 +23,7 @@ constexpr unsigned idle_seconds = 30;
 constexpr int heartbeat = 10'000;             // ms; shorter than the idle time
 constexpr std::size_t request_memory = 16384; // of which a request has half
 constexpr std::size_t stack = 256 * 1024;
+constexpr std::size_t most_packed = 1024 * 1024; // of a file: it is read into memory for that
 
 struct sockets_address {
     sockaddr_storage storage{};
@@ -97,9 +100,27 @@ MHD_Result send(MHD_Connection *connection, MHD_Response *response, int status) 
     return result;
 }
 
+MHD_Response *response_of(std::string_view body) {
+    return MHD_create_response_from_buffer(body.size(), const_cast<char *>(body.data()),
+                                           MHD_RESPMEM_MUST_COPY);
+}
+
+// `packed`: what a caller that takes gzip gets, when it is not empty.
+MHD_Response *response_of(std::string_view body, std::string_view packed) {
+    MHD_Response *response = response_of(packed.empty() ? body : packed);
+    if (!response) return nullptr;
+    MHD_add_response_header(response, "Vary", "Accept-Encoding");
+    if (!packed.empty()) MHD_add_response_header(response, "Content-Encoding", "gzip");
+    return response;
+}
+
+bool may_pack(MHD_Connection *connection, std::string_view type, std::size_t size) {
+    return size >= gzip_least && worth_gzip(type) && takes_gzip(header(connection, "Accept-Encoding"));
+}
+
 MHD_Result send_text(MHD_Connection *connection, const api_answer &answer) {
-    MHD_Response *response = MHD_create_response_from_buffer(
-        answer.body.size(), const_cast<char *>(answer.body.data()), MHD_RESPMEM_MUST_COPY);
+    const bool pack = may_pack(connection, answer.type, answer.body.size());
+    MHD_Response *response = response_of(answer.body, pack ? gzip(answer.body) : std::string());
     if (!response) return MHD_NO;
     add_headers(response, answer.type);
     if (answer.status == 401) MHD_add_response_header(response, "WWW-Authenticate", "Bearer");
@@ -255,7 +276,22 @@ struct http_server_access {
         return send(connection, response, 200);
     }
 
-    static MHD_Result file(const http_server &server, MHD_Connection *connection, const std::string &path) {
+    // A file of the page, compressed once and for all until it changes. Empty: it goes as it is.
+    static std::shared_ptr<const std::string> packed(http_server &server, const std::string &name, int fd,
+                                                     const struct stat &about) {
+        const std::lock_guard lock(server.packing_);
+        http_server::packed_file &kept = server.packed_[name];
+        if (kept.bytes && kept.size == about.st_size && kept.changed == about.st_mtim.tv_sec &&
+            kept.changed_ns == about.st_mtim.tv_nsec)
+            return kept.bytes;
+        std::string plain(static_cast<std::size_t>(about.st_size), '\0');
+        const bool whole = pread(fd, plain.data(), plain.size(), 0) == about.st_size;
+        kept = {about.st_size, about.st_mtim.tv_sec, about.st_mtim.tv_nsec,
+                std::make_shared<const std::string>(whole ? gzip(plain) : std::string())};
+        return kept.bytes;
+    }
+
+    static MHD_Result file(http_server &server, MHD_Connection *connection, const std::string &path) {
         const std::string name = path == "/" ? "index.html" : path.substr(1);
         if (server.chosen_.web.empty() || !plain_path(name))
             return refuse(connection, 404, "nothing is there");
@@ -265,11 +301,20 @@ struct http_server_access {
             if (fd >= 0) close(fd);
             return refuse(connection, 404, "nothing is there");
         }
-        MHD_Response *response = MHD_create_response_from_fd(static_cast<std::size_t>(about.st_size), fd);
-        if (!response) {
+        const auto size = static_cast<std::size_t>(about.st_size);
+        std::shared_ptr<const std::string> small;
+        if (size <= most_packed && may_pack(connection, type_of(name), size))
+            small = packed(server, name, fd, about);
+        MHD_Response *response = nullptr;
+        if (small && !small->empty()) {
+            response = response_of({}, *small);
             close(fd);
-            return MHD_NO;
+        } else {
+            response = MHD_create_response_from_fd(size, fd); // which closes it
+            if (!response) close(fd);
+            if (response) MHD_add_response_header(response, "Vary", "Accept-Encoding");
         }
+        if (!response) return MHD_NO;
         add_headers(response, type_of(name));
         return send(connection, response, 200);
     }

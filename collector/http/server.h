@@ -2,6 +2,7 @@
 //
 // Bounds: `most_connections` at once, of which half may be streams; requests of 8 KiB; who neither sends nor reads for 30 s is
 //         cut off, and a stream that falls behind by 1 MiB as well.
+// Texts of 1 KiB and more are compressed for who asks for gzip; the page's files once, and kept so. The event stream is not.
 // Off loopback a token is needed. On loopback the name in "Host" must be a loopback one, so that no foreign page can lead a
 // browser here.
 #pragma once
@@ -9,7 +10,9 @@
 #include "collector/http/api.h"
 
 #include <atomic>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 struct MHD_Daemon;
@@ -34,8 +37,15 @@ public:
 private:
     friend struct http_server_access;
 
+    struct packed_file {
+        std::int64_t size = 0, changed = 0, changed_ns = 0; // of the file
+        std::shared_ptr<const std::string> bytes;
+    };
+
     server_options chosen_;
     api_sources from_;
+    std::mutex packing_;
+    std::map<std::string, packed_file> packed_; // by name; only of files that are there
     bool loopback_ = true;
     std::atomic<int> streams_{0};
     MHD_Daemon *daemon_ = nullptr;

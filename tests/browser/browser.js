@@ -118,14 +118,17 @@ function measured(text) {
 
 const FIRST_TABLE = 300 * 1024; // bytes, at most
 
-/* When the collector's page had its first rows, ms, and the bytes of all that was asked for until then: files and answers. */
+/* When the collector's page had its first rows, ms, and the bytes of all that was asked for until then, files and answers: those that
+ * were sent, and those that they were once unpacked. */
 function firstTable(page) {
 	return page.evaluate(() => {
 		const time = performance.getEntriesByName('first-table')[0].startTime;
-		const bytes = (answers) => [ ...performance.getEntriesByType('navigation'), ...performance.getEntriesByType('resource') ]
-			.filter(({ name, startTime }) => startTime <= time && name.includes('/api/') == answers).reduce((sum, { transferSize }) => sum + transferSize, 0);
+		const asked = [ ...performance.getEntriesByType('navigation'), ...performance.getEntriesByType('resource') ]
+			.filter(({ startTime }) => startTime <= time);
+		const bytes = (answers, size) => asked.filter(({ name }) => name.includes('/api/') == answers).reduce((sum, one) => sum + one[size], 0);
 
-		return { time, page: bytes(false), list: bytes(true) };
+		return { time, page: bytes(false, 'transferSize'), list: bytes(true, 'transferSize'),
+			unpackedPage: bytes(false, 'decodedBodySize'), unpackedList: bytes(true, 'decodedBodySize') };
 	});
 }
 

@@ -1,9 +1,11 @@
 """The HTTP interface and the metrics: who may ask, what is answered, and what is refused."""
 
+import gzip
 import http.client
 import json
 import os
 import pathlib
+import random
 import re
 import shutil
 import signal
@@ -45,6 +47,60 @@ def test_the_list_of_stations_can_be_cut_and_ordered(serve, tmp_path):
     assert macs("sort=time&direction=descending&band=5") == [mac(3)]
     assert macs("search=anna%27s%20lobby") == [mac(2)]
     assert macs("search=%3Cimg%3E&ssid=") == []
+
+
+def test_a_long_answer_is_compressed_for_who_asks_for_it(serve):
+    one = serve()
+    one.send(*(told(number, 1, NOON) for number in range(1, 41)))
+    plain = one.stations(40)
+    status, headers, body = one.ask("/api/v1/stations", Accept_Encoding="gzip, deflate")
+    assert (status, headers["Content-Encoding"], headers["Vary"], headers["Content-Type"]) == (200, "gzip", "Accept-Encoding", "application/json")
+    assert int(headers["Content-Length"]) == len(body) < 4000 < len(json.dumps(plain))
+    assert json.loads(gzip.decompress(body)) == plain
+    status, headers, body = one.ask("/api/v1/stations", method="HEAD", Accept_Encoding="gzip")
+    assert (status, headers["Content-Encoding"], body) == (200, "gzip", b"")
+
+
+@pytest.mark.parametrize("wanted", [{}, {"Accept_Encoding": ""}, {"Accept_Encoding": "identity"}, {"Accept_Encoding": "gzip;q=0, br"},
+                                    {"Accept_Encoding": "*;q=0"}, {"Accept_Encoding": "gzip;q=" + "9" * 4000}])
+def test_nobody_else_gets_a_compressed_answer(serve, wanted):
+    one = serve()
+    one.send(*(told(number, 1, NOON) for number in range(1, 41)))
+    one.stations(40)
+    for path in ("/api/v1/stations", "/"):
+        status, headers, body = one.ask(path, **wanted)
+        assert (status, headers["Content-Encoding"], headers["Vary"]) == (200, None, "Accept-Encoding")
+        assert body[:1] in (b"[", b"<")
+
+
+def test_a_short_answer_and_the_stream_go_as_they_are(serve):
+    one = serve()
+    for path, status in (("/api/v1/stations", 200), ("/api/v1/nothing", 404), ("/icon.svg", 200)):
+        got, headers, body = one.ask(path, Accept_Encoding="gzip")
+        assert (got, headers["Content-Encoding"]) == (status, None) and len(body) < 1024
+    stream = http.client.HTTPConnection("127.0.0.1", int(one.port), timeout=PATIENCE)
+    stream.request("GET", "/api/v1/events", headers={"Accept-Encoding": "gzip"})
+    answer = stream.getresponse()
+    assert (answer.status, answer.headers["Content-Encoding"]) == (200, None)
+    assert answer.readline() == b"retry: 2000\n"
+    stream.close()
+
+
+def test_a_file_of_the_page_is_compressed_as_it_is_now(serve, tmp_path):
+    folder = tmp_path / "web"
+    folder.mkdir()
+    one = serve("--web", folder)
+    for text in (b"first " * 1000, b"other " * 1000, b"longer " * 2000, b"brief"):
+        (folder / "page.js").write_bytes(text)
+        for _ in range(2):
+            _, headers, body = one.ask("/page.js", Accept_Encoding="gzip")
+            assert headers["Content-Encoding"] == ("gzip" if len(text) >= 1024 else None)
+            assert (gzip.decompress(body) if headers["Content-Encoding"] else body) == text
+    noise = random.Random(1).randbytes(5000)
+    for name in ("noise.js", "noise.png"):  # would not become smaller; is compressed already
+        (folder / name).write_bytes(noise)
+        _, headers, body = one.ask(f"/{name}", Accept_Encoding="gzip")
+        assert (headers["Content-Encoding"], body) == (None, noise)
 
 
 def test_who_has_left_is_gone_after_the_grace_time(serve):

@@ -16,7 +16,7 @@ import pytest
 from trees import files_below
 
 RELEASE = "bookworm"
-NEEDED = "iptables,libjson-c5,libmicrohttpd12,libmosquitto1,libnl-genl-3-200,libpq5,librabbitmq4,libsqlite3-0,libssl3,libstdc++6"  # what the packages depend on
+NEEDED = "iptables,libjson-c5,libmicrohttpd12,libmosquitto1,libnl-genl-3-200,libpq5,librabbitmq4,libsqlite3-0,libssl3,libstdc++6,zlib1g"  # what the packages depend on
 ROOT_IS_OLD = 30 * 24 * 3600               # seconds
 NAMES = ["wsmd-base", "wsmd", "wsm-bridge", "wsmd-tools", "wsm-collector"]
 
@@ -67,7 +67,7 @@ def test_each_depends_on_what_it_needs(packages, cache):
     assert any(word.startswith("libnl-genl-3-200 ") for word in depends["wsm-bridge"])
     assert all(any(word.startswith("libstdc++6 ") for word in depends[name]) for name in ("wsmd-tools", "wsm-collector"))
     ends = {"libsqlite3-0": "SQLITE", "libmicrohttpd12": "HTTP", "libmosquitto1": "MQTT", "librabbitmq4": "AMQP",
-            "libpq5": "POSTGRES", "libssl3": "HASH"}
+            "libpq5": "POSTGRES", "libssl3": "HASH", "zlib1g": "HTTP"}
     of_collector = {word.split()[0] for word in depends["wsm-collector"]}
     assert of_collector & set(ends) == {name for name, end in ends.items() if cache.get(f"COLLECTOR_{end}_FOUND") == "1"}
     assert not any("libstdc++" in word for word in depends["wsmd"] + depends["wsmd-base"] + depends["wsm-bridge"])
