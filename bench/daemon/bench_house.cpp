@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <malloc.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -129,6 +130,13 @@ void populate(int count) {
         sta_members_link(sta);
         ++g_sta_sta_master.online;
     }
+}
+
+std::size_t driver_list_bytes() {
+    std::size_t bytes = 0;
+    for (const std::vector<driver_basic> &radio : driver_stations)
+        bytes += radio.capacity() > 0 ? malloc_usable_size(const_cast<driver_basic *>(radio.data())) : 0;
+    return bytes;
 }
 
 std::string read_whole(const std::string &path) {

@@ -17,6 +17,9 @@ void open_bench_house();
 // Empties the table and fills it with `count` stations on two radios, all on line, all listed by the driver.
 void populate(int count);
 
+// What the driver's ready tables take of the heap.
+std::size_t driver_list_bytes();
+
 std::string read_whole(const std::string &path);
 void write_whole(const std::string &path, const std::string &bytes);
 

@@ -1,139 +1,29 @@
 // One `get` of the whole list through the broker, beside a bare server that answers with the same bytes, built once.
-//
-// Processes: the broker, the daemon's bus side with its table, the bare server, and this client. Besides the time of a call
-// the processor time that the answering process spent on it is counted.
-
 #include "bench_house.h"
+#include "bus_bench.h"
 
-#include "base/cxx/ubus.h"
 #include "bus/object.h"
 
-#include <benchmark/benchmark.h>
-#include <csignal>
-#include <cstdlib>
-#include <ctime>
-#include <functional>
-#include <sys/prctl.h>
-#include <unistd.h>
-
 namespace {
-
-constexpr const char *question = R"({"get_all_sta_status":"online"})";
-constexpr int patience_ms = 10000;
-
-struct ubus_context *bus = nullptr;
-struct blob_buf message = {};
-std::vector<std::uint8_t> ready_answer; // a list's members, as they came
-
-[[noreturn]] void give_up(const char *what) {
-    std::fprintf(stderr, "bench_get: %s\n", what);
-    std::exit(EXIT_FAILURE);
-}
-
-// Runs `work` in a process that ends with this one.
-pid_t start(const std::function<void()> &work) {
-    const pid_t pid = fork();
-    if (pid < 0) give_up("fork");
-    if (pid > 0) return pid;
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    uloop_done(); // the parent's loop: its descriptors are shared
-    uloop_init();
-    work();
-    _exit(0);
-}
-
-void keep_answer(struct ubus_request * /*req*/, int /*type*/, struct blob_attr *msg) {
-    const auto *data = static_cast<const std::uint8_t *>(blob_data(msg));
-    ready_answer.assign(data, data + blob_len(msg));
-}
-
-void drop_answer(struct ubus_request *req, int /*type*/, struct blob_attr *msg) {
-    *static_cast<std::size_t *>(req->priv) = blob_len(msg);
-}
-
-std::uint32_t object(const char *name) {
-    for (int tries = 0; tries < 1000; ++tries) {
-        std::uint32_t id = 0;
-        if (bus && ubus_lookup_id(bus, name, &id) == 0 && id != 0) return id;
-        usleep(5000);
-        if (!bus) bus = ubus_connect(nullptr);
-    }
-    give_up(name);
-}
-
-int answer_with_ready_bytes(struct ubus_context *ctx, struct ubus_object * /*obj*/,
-                            struct ubus_request_data *req, const char * /*method*/,
-                            struct blob_attr * /*msg*/) {
-    static struct blob_buf answer = {};
-    if (!answer.head) {
-        blob_buf_init(&answer, 0);
-        const auto *next = ready_answer.data();
-        // Member by member: the library has no other way.
-        for (std::size_t left = ready_answer.size(); left > 0;) {
-            const auto *member = reinterpret_cast<const struct blob_attr *>(next);
-            blob_put_raw(&answer, member, static_cast<unsigned>(blob_pad_len(member)));
-            next += blob_pad_len(member);
-            left -= blob_pad_len(member);
-        }
-    }
-    ubus_send_reply(ctx, req, answer.head);
-    return 0;
-}
-
-void serve_ready_bytes() {
-    static const struct ubus_method methods[] = {{"get", answer_with_ready_bytes, 0, 0, nullptr, 0}};
-    static struct ubus_object_type type = {"bare", 0, methods, 1};
-    static struct ubus_object bare = {};
-    bare.name = "bare";
-    bare.type = &type;
-    bare.methods = methods;
-    bare.n_methods = 1;
-    struct ubus_context *mine = ubus_connect(nullptr);
-    ubus_add_uloop(mine);
-    ubus_add_object(mine, &bare);
-    uloop_run();
-}
-
-double processor_seconds(pid_t pid) {
-    clockid_t clock{};
-    timespec spent{};
-    if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &spent) != 0) give_up("processor time");
-    return static_cast<double>(spent.tv_sec) + static_cast<double>(spent.tv_nsec) * 1e-9;
-}
-
-void call(benchmark::State &state, std::uint32_t id, pid_t server) {
-    std::size_t answered = 0;
-    const double before = processor_seconds(server);
-    for (auto _ : state)
-        if (ubus_invoke(bus, id, "get", message.head, drop_answer, &answered, patience_ms) != 0)
-            state.SkipWithError("call");
-    const double spent = processor_seconds(server) - before;
-    state.counters["answer_bytes"] = static_cast<double>(answered);
-    state.counters["server_cpu_us"] = spent * 1e6 / static_cast<double>(state.iterations());
-}
 
 constexpr int stations = 512;
 
 // Benchmarks are called again and again until their time is long enough: their servers are started once.
 void get_online(benchmark::State &state) {
-    static const pid_t daemon = start([] {
+    static const pid_t daemon = start_beside([] {
         populate(stations);
         sta_ubus_object_init();
         uloop_run();
     });
-    static const std::uint32_t id = object("sta");
-    if (const int status = ubus_invoke(bus, id, "get", message.head, keep_answer, nullptr, patience_ms))
-        give_up(ubus_strerror(status));
-    call(state, id, daemon);
+    static const std::uint32_t id = wait_for_object("sta");
+    static const bool kept = keep_answer(id, "get");
+    (void)kept;
+    call(state, id, "get", daemon);
     state.counters["cpu_us_per_station"] = state.counters["server_cpu_us"] / stations;
 }
 
 // After get_online: it answers with what that answered.
-void get_online_floor(benchmark::State &state) {
-    static const pid_t server = start(serve_ready_bytes);
-    static const std::uint32_t id = object("bare");
-    call(state, id, server);
-}
+void get_online_floor(benchmark::State &state) { call_bare_server(state, "get"); }
 
 BENCHMARK(get_online)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(get_online_floor)->Unit(benchmark::kMicrosecond)->UseRealTime();
@@ -143,12 +33,7 @@ BENCHMARK(get_online_floor)->Unit(benchmark::kMicrosecond)->UseRealTime();
 int main(int argc, char **argv) {
     benchmark::Initialize(&argc, argv);
     open_bench_house();
-    setenv("PATH", (std::string(WSMD_BUILD_DIR) + "/bin:/usr/sbin:/usr/bin:/sbin:/bin").c_str(), 1);
-    if (mkdir("/run/ubus", 0755) != 0) give_up("/run/ubus");
-    start([] { execlp("ubusd", "ubusd", static_cast<char *>(nullptr)); });
-    blob_buf_init(&message, 0);
-    blobmsg_add_json_from_string(&message, question);
-    std::signal(SIGCHLD, SIG_IGN);
+    open_bus(R"({"get_all_sta_status":"online"})");
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }
