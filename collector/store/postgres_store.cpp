@@ -157,7 +157,7 @@ void postgres_store::add(const received &in) {
         const moment when = in.at != 0 ? in.at : std::max(newest_, made_at(report));
         made.key = {when, ap.empty() ? "unknown" : ap, boot_, static_cast<std::int64_t>(++seq_)};
     }
-    made.key.at = std::clamp<moment>(made.key.at, 0, latest);
+    made.key.at = std::clamp<moment>(made.key.at, 1, latest);
     const origin as{made.key.ap, made.key.boot, in.from ? in.from->seq : seq_};
     if (const std::string why = trouble(as); !why.empty()) {
         shorten(made.key.ap);
@@ -257,7 +257,8 @@ void postgres_store::settle() {
 
 // What is not in the way of what comes: stays, and making room.
 void postgres_store::keep_house(bool wait) {
-    while (stays_.fold(*db_, time(), horizon(), wait) > 0 && wait) {
+    // At the end nothing more is to be caught up with.
+    while (stays_.fold(*db_, wait && !chosen_.of_files ? now() : time(), horizon(), wait) > 0 && wait) {
     }
     folded_ = clock::now();
     if (chosen_.keep_days == 0 || folded_ - pruned_ < prune_interval || newest_ == 0) return;

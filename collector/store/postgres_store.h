@@ -63,7 +63,7 @@ private:
     std::uint64_t committed_ = 0; // up to which one all is stored
     clock::time_point first_{};   // when the oldest of rows_ came
     clock::time_point folded_{};
-    clock::time_point pruned_{};
+    clock::time_point pruned_ = clock::now() - std::chrono::hours(1);
     clock::time_point came_{}; // when the newest report came
     moment newest_ = 0;        // its time of receipt
     std::uint64_t refused_ = 0, expired_ = 0;
