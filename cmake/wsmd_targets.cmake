@@ -91,9 +91,10 @@ function(wsmd_tool name)
 endfunction()
 
 # The headers of GoogleTest take as long as a test's own lines: they are compiled once. Only with GCC, which lets programs with
-# other definitions share them, and where no editor or linter looks: Clang's tools cannot read what GCC has compiled.
+# other definitions share them, and where no editor or linter looks (WSMD_SHARE_TEST_HEADERS): Clang's tools cannot read what
+# GCC has compiled.
 function(wsmd_share_gtest_headers name)
-  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU" OR NOT (WSMD_SANITIZE OR CMAKE_CROSSCOMPILING))
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU" OR NOT WSMD_SHARE_TEST_HEADERS)
     return()
   endif()
   if(NOT TARGET wsmd_gtest_headers)
