@@ -1,5 +1,6 @@
 """What an operator sees of each fault in the log of a device whose log level nobody has raised."""
 
+import pathlib
 import signal
 
 import pytest
@@ -98,16 +99,33 @@ def test_without_a_broker_the_log_says_so_until_one_comes(open_lab):
     wait_for_notice(lab, "connected to the bus broker")
 
 
-def test_without_iptables_the_log_says_that_nothing_is_counted(device):
-    lab = device()
-    lab.start_apsim()
-    failing = lab.root / "run/no-iptables"
+def programs_but_iptables(lab):
+    """A folder with the programs of the lab's search path, but for iptables."""
+    folder = lab.root / "run/programs"
+    folder.mkdir()
+    for place in reversed(lab.space.environment["PATH"].split(":")):
+        for program in pathlib.Path(place).iterdir() if pathlib.Path(place).is_dir() else []:
+            if not program.name.startswith(("iptables", "xtables")):
+                (folder / program.name).unlink(missing_ok=True)
+                (folder / program.name).symlink_to(program)
+    return "/run/programs"
+
+
+def programs_and_an_iptables_that_fails(lab):
+    failing = lab.root / "run/failing"
     failing.mkdir()
     (failing / "iptables").write_text("#!/bin/sh\nexit 1\n")
     (failing / "iptables").chmod(0o755)
-    path = f"/run/no-iptables:{lab.space.environment['PATH']}"
-    lab.start_daemon(wait=False, environment={"PATH": path})
+    return f"/run/failing:{lab.space.environment['PATH']}"
+
+
+@pytest.mark.parametrize("path, said", [(programs_but_iptables, "iptables: not found"), (programs_and_an_iptables_that_fails, "")])
+def test_without_iptables_the_log_says_that_nothing_is_counted(device, path, said):
+    lab = device()
+    lab.start_apsim()
+    lab.start_daemon(wait=False, environment={"PATH": path(lab)})
     wait_for_notice(lab, "iptables failed: bytes to and from the uplink are not counted")
+    assert said in lab.daemon.text()
 
 
 def test_lost_events_of_the_driver_are_said(device):
