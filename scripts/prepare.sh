@@ -55,6 +55,8 @@ TESTS_PROBES=(
     command:mosquitto_sub:mosquitto-clients
     command:dpkg-shlibdeps:dpkg-dev
     command:node:nodejs
+    command:nc:netcat-openbsd
+    command:jq:jq
     python:pytest:python3-pytest
     python:xdist:python3-pytest-xdist
     python:pyte:python3-pyte

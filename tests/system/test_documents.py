@@ -80,6 +80,43 @@ def test_the_consumer_of_notifications_says_who_leaves_and_why(running_lab):
     monitor.stop()
 
 
+def manual_example(page):
+    """The commands of a manual page's examples, as one types them."""
+    examples = (ROOT / f"docs/man/{page}").read_text(encoding="utf-8").split(".SH EXAMPLES\n")[1]
+    text = "".join(re.findall(r"^\.RS\n(.*?)^\.RE$", examples, re.DOTALL | re.MULTILINE))
+    return text.replace(r"\(aq", "'").replace(r"\-", "-").replace(r"\e", "\\").splitlines()
+
+
+def test_the_examples_of_the_simulators_page_make_a_client_come_and_go(running_lab):
+    comes, goes = manual_example("apsim.1")
+    assert running_lab.run(["sh", "-c", comes]).stdout.startswith("ok ")
+    assert running_lab.wait_for_report(mac=MAC, log_type=1)["rssi"] == -48
+    assert running_lab.run(["sh", "-c", goes]).stdout.startswith("ok ")
+    assert running_lab.wait_for_report(mac=MAC, log_type=2)["reason_code"] == 307
+
+
+def test_the_example_of_the_collectors_page_tells_who_comes(lab):
+    (command,) = manual_example("wsm-collector.1")
+    lab.start_ubusd()
+    lab.start_apsim()
+    consumer = lab.start("consumer", ["sh", "-c", command])
+    lab.wait(lambda: (lab.files / "sta_server_domain").is_socket(), 10, "the collector's socket")
+    lab.start_daemon()
+    lab.wait_for_family()
+    lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0 rssi=-48")
+    lab.wait(lambda: consumer.lines() == [f"{MAC}\t-48"], 10, "the line of who came")
+
+
+MANUAL = sorted(path for path in (ROOT / "docs/man").iterdir() if ".SH EXAMPLES" in path.read_text(encoding="utf-8"))
+
+
+@pytest.mark.parametrize("path", MANUAL, ids=lambda path: path.name)
+def test_every_example_of_a_manual_page_names_the_test_that_tries_it_or_what_it_needs(path):
+    marker = re.search(r'^\.SH EXAMPLES\n\.\\" (?:tried: (\w+)|needs a device)$', path.read_text(encoding="utf-8"), re.MULTILINE)
+    assert marker, "no test is named"
+    assert not marker[1] or f"def {marker[1]}(" in pathlib.Path(__file__).read_text(encoding="utf-8")
+
+
 FENCE = re.compile(r"(?P<marker><!-- [^\n]* -->\n)?```sh\n(?P<text>.*?)```", re.DOTALL)
 MARKER = re.compile(r"<!-- (?:tried: (?P<test>\w+)|needs (?P<what>a device|a release|a person)) -->\n")
 
