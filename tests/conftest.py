@@ -24,12 +24,13 @@ def pytest_addoption(parser):
     parser.addoption("--wrapper", default="", help="words before every GoogleTest program, like those of a memory checker")
     parser.addoption("--browser", action="store_true", help="collect the tests in a browser, for which ./test --browser installs one")
     parser.addoption("--minutes", action="store_true", help="collect the tests that take minutes")
+    parser.addoption("--fleet", action="store_true", help="collect the tests with a cluster of brokers and a database")
     parser.addoption("--radio", action="store_true", help="collect the tests with radios, which play in a virtual machine")
 
 
 def pytest_ignore_collect(collection_path, config):
     asked_for = {ROOT / "tests/browser": "--browser", ROOT / "tests/radio": "--radio",
-                 ROOT / "tests/collector/test_minutes.py": "--minutes"}
+                 ROOT / "tests/collector/test_minutes.py": "--minutes", ROOT / "tests/fleet": "--fleet"}
     return True if collection_path in asked_for and not config.getoption(asked_for[collection_path]) else None
 
 

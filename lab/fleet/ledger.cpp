@@ -26,6 +26,10 @@ void fleet_ledger::station(const std::string &mac, const std::string &ap, std::i
     ++one.reports;
 }
 
+void fleet_ledger::flush() {
+    if (file_) std::fflush(file_);
+}
+
 bool fleet_ledger::finish() {
     if (!file_) return true;
     for (const auto &[mac, one] : stays_)

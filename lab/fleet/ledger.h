@@ -19,6 +19,8 @@ public:
     void report(const std::string &ap, const std::string &boot, std::uint64_t seq);
     // A report of this station: it begins its stay, or goes on with it, or ends it (`ended` is not 0).
     void station(const std::string &mac, const std::string &ap, std::int64_t began, std::int64_t ended);
+    // What was reported up to now can be read by others.
+    void flush();
     // False: something was not written.
     bool finish();
 

@@ -164,6 +164,7 @@ struct fleet {
                 if (chosen.speed == 0) wait(enough);
             }
             settle();
+            book.flush();
         }
         wait(0);
         bool good = true;
