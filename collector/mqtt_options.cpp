@@ -1,5 +1,7 @@
 #include "collector/mqtt_options.h"
 
+#include "collector/url.h"
+
 #include <charconv>
 #include <string_view>
 
@@ -23,7 +25,7 @@ std::string parse_mqtt_url(const std::string &url, mqtt_options &out) {
     if (const auto at = rest.rfind('@'); at != std::string_view::npos) {
         const std::string_view who = rest.substr(0, at);
         const auto colon = who.find(':');
-        out.user = who.substr(0, colon);
+        if (!url_decode(who.substr(0, colon), out.user)) return what;
         if (colon != std::string_view::npos) out.password = who.substr(colon + 1);
         rest.remove_prefix(at + 1);
     }

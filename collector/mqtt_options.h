@@ -18,5 +18,6 @@ struct mqtt_options {
     bool join_private = false;        // stations with a private MAC and the same name are one tracker
 };
 
-// "mqtt://[user[:password]@]host[:port][/prefix]", or mqtts://. Empty, or what is wrong with it.
+// "mqtt://[user[:password]@]host[:port][/prefix]", or mqtts://; "%3a" stands for a colon in the user, and so on.
+// Empty, or what is wrong with it.
 std::string parse_mqtt_url(const std::string &url, mqtt_options &out);

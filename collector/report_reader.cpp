@@ -154,8 +154,13 @@ std::string read_report(std::string_view json, std::string_view topic, received 
     if (!member("seq", value) || !read(value, from.seq) || from.seq == 0) return "no seq";
     from.access_point = normal_mac(std::string_view(report.ap_mac).substr(0, 17));
     if (from.access_point.empty()) from.access_point = "unknown";
-    const auto slash = topic.rfind('/');
-    if (topic.substr(slash == std::string_view::npos ? 0 : slash + 1) != from.access_point)
-        return "not of the access point that its topic names";
-    return {};
+    for (;;) {
+        const auto slash = topic.find('/');
+        const std::string_view level = topic.substr(0, slash);
+        const bool last = slash == std::string_view::npos;
+        if (level != from.access_point && (last || !normal_mac(level).empty()))
+            return "not of the access point that its topic names";
+        if (last) return {};
+        topic.remove_prefix(slash + 1);
+    }
 }

@@ -1,27 +1,12 @@
 #include "collector/subscribe_options.h"
 
+#include "collector/url.h"
+
 #include <algorithm>
 #include <charconv>
 #include <string_view>
 
 namespace {
-
-bool decode(std::string_view text, std::string &out) {
-    out.clear();
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (text[at] != '%') {
-            out += text[at];
-            continue;
-        }
-        unsigned byte = 0;
-        if (text.size() - at < 3) return false;
-        const auto [end, error] = std::from_chars(&text[at + 1], &text[at + 1] + 2, byte, 16);
-        if (error != std::errc() || end != &text[at + 1] + 2 || byte == 0) return false;
-        out += static_cast<char>(byte);
-        at += 2;
-    }
-    return true;
-}
 
 bool parse_host(std::string_view text, int port, subscribe_options::address &out) {
     out.port = port;
@@ -77,7 +62,7 @@ std::string parse_subscribe_url(const std::string &url, subscribe_options &out) 
         std::string_view path = rest.substr(slash + 1);
         rest = rest.substr(0, slash);
         while (mqtt && path.ends_with('/')) path.remove_suffix(1);
-        if (!path.empty() && !decode(path, mqtt ? out.prefix : out.vhost)) return what;
+        if (!path.empty() && !url_decode(path, mqtt ? out.prefix : out.vhost)) return what;
     }
     for (; !arguments.empty();
          arguments.remove_prefix(std::min(arguments.find('&'), arguments.size() - 1) + 1)) {
@@ -85,15 +70,15 @@ std::string parse_subscribe_url(const std::string &url, subscribe_options &out) 
         const auto equals = one.find('=');
         const std::string_view key = one.substr(0, equals);
         std::string *to = key == "queue" ? &out.queue : key == "prefix" ? &out.prefix : nullptr;
-        if (!to || equals == std::string_view::npos || !decode(one.substr(equals + 1), *to)) return what;
+        if (!to || equals == std::string_view::npos || !url_decode(one.substr(equals + 1), *to)) return what;
     }
     if (out.queue.empty() || out.queue.size() > 200) return "a queue with a name of 1 to 200 bytes";
     if (!good_prefix(out.prefix)) return "a prefix of levels between slashes, without # and blanks";
     if (const auto at = rest.rfind('@'); at != std::string_view::npos) {
         const std::string_view who = rest.substr(0, at);
         const auto colon = who.find(':');
-        if (!decode(who.substr(0, colon), out.user)) return what;
-        if (colon != std::string_view::npos && !decode(who.substr(colon + 1), out.password)) return what;
+        if (!url_decode(who.substr(0, colon), out.user)) return what;
+        if (colon != std::string_view::npos && !url_decode(who.substr(colon + 1), out.password)) return what;
         rest.remove_prefix(at + 1);
     }
     const int port = mqtt ? (out.tls ? 8883 : 1883) : out.tls ? 5671 : 5672;

@@ -3,7 +3,7 @@
 #
 #   prepare_packages SET... [PROBE...]   the packages of the sets build, demo and tests, and those that further probes name
 #   prepare_cross ARCHITECTURE           compiler, libraries and emulator for another architecture of Debian
-#   prepare_fleet                        brokers and the database, without starting them as services
+#   prepare_fleet                        a cluster's brokers, which are not started as a service
 #   prepare_browser FOLDER               chromium, and in FOLDER/browser what tests/browser/package.json names
 #   prepare_build FOLDER [CMAKE-OPTION...]   everything, or TARGETS when that is set
 #
@@ -70,7 +70,6 @@ probe() { # kind what
         header) compgen -G "/usr/include/$2" || compgen -G "/usr/include/*/$2" || compgen -G "/usr/local/include/$2" ;;
         file) compgen -G "$2" ;;
         python) "$PYTHON" -c "import $2" ;;
-        file) compgen -G "$2" ;;
     esac >/dev/null 2>&1
 }
 
@@ -130,9 +129,7 @@ prepare_fleet() {
         printf '#!/bin/sh\nexit 101\n' >"$policy" && chmod +x "$policy" && ours=1
     fi
     local status=0
-    prepare_packages tests command:rabbitmqctl:rabbitmq-server command:epmd:erlang-base python:pika:python3-pika \
-        header:amqp.h:librabbitmq-dev header:postgresql/libpq-fe.h:libpq-dev \
-        file:'/usr/lib/postgresql/*/bin/initdb':postgresql || status=1
+    prepare_packages tests command:rabbitmqctl:rabbitmq-server python:pika:python3-pika || status=1
     [ -z "$ours" ] || rm -f "$policy"
     return "$status"
 }

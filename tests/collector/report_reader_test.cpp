@@ -98,6 +98,9 @@ TEST(report_reader, says_why_something_is_no_report) {
     EXPECT_EQ(why(replaced(good, R"("seq":7)", R"("seq":0)")), "no seq");
     EXPECT_EQ(why(replaced(good, R"("seq":7)", R"("seq":-1)")), "no seq");
     EXPECT_EQ(why(good, "wsm/report/02:54:4b:00:00:02"), "not of the access point that its topic names");
+    EXPECT_EQ(why(good, "wsm/02:54:4b:00:00:01/report/02:54:4b:00:00:01"), "");
+    EXPECT_EQ(why(good, "wsm/02:54:4b:00:00:02/report/02:54:4b:00:00:01"),
+              "not of the access point that its topic names");
     EXPECT_EQ(why(good, "wsm/report/unknown"), "not of the access point that its topic names");
 }
 

@@ -11,8 +11,8 @@ import signal
 import subprocess
 import tempfile
 
+from brokers import free_port
 from programs import wait
-from test_mqtt import free_port
 
 LIB = pathlib.Path("/usr/lib/rabbitmq/bin")
 CONFIGURATION = pathlib.Path(__file__).resolve().parents[2] / "packaging/fleet"
@@ -29,6 +29,7 @@ class Node:
         self.environment = {
             **cluster.environment, "RABBITMQ_NODENAME": self.name, "RABBITMQ_MNESIA_BASE": str(self.folder),
             "RABBITMQ_LOG_BASE": str(self.folder), "RABBITMQ_CONFIG_FILE": str(self.folder / "rabbitmq"),
+            "RABBITMQ_ADVANCED_CONFIG_FILE": str(CONFIGURATION / "advanced.config"),
             "RABBITMQ_ENABLED_PLUGINS_FILE": str(CONFIGURATION / "enabled_plugins"), "RABBITMQ_DIST_PORT": str(free_port()),
             "RABBITMQ_PID_FILE": str(self.folder / "pid"), "RABBITMQ_SERVER_ADDITIONAL_ERL_ARGS": SMALL}
         self.shell = None
@@ -105,6 +106,13 @@ class Cluster:
         self.nodes = [Node(self, f"broker{number}") for number in range(1, size + 1)]
         for node in self.nodes:
             node.configure()
+        try:
+            self.begin()
+        except BaseException:
+            self.close()
+            raise
+
+    def begin(self):
         first, *others = self.nodes
         first.start()
         first.wait_until_up()
@@ -112,7 +120,7 @@ class Cluster:
             node.start()
         for node in others:
             node.wait_until_up()
-        wait(lambda: len(first.table("cluster_status")["running_nodes"]) == size, "the cluster")
+        wait(lambda: len(first.table("cluster_status")["running_nodes"]) == len(self.nodes), "the cluster")
         self.add_user("fleet", "secret", ".*")
 
     def add_user(self, name, password, everything):
