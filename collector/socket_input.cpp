@@ -66,6 +66,7 @@ socket_input::~socket_input() {
     if (!path_.empty()) unlink(path_.c_str());
 }
 
+// Opening it is what lab/common/stream_server does, too: the collector is installed without the lab, and takes nothing of it.
 std::string socket_input::listen(const std::string &path) {
     if (listener_ = handed_over(); listener_ >= 0) return watch_listener("the socket that was handed over");
     if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path))
