@@ -85,11 +85,12 @@ void open_bus(const char *question) {
 }
 
 pid_t start_beside(const std::function<void()> &work) {
-    const pid_t pid = fork();
+    const pid_t parent = getpid(), pid = fork();
     if (pid < 0) give_up("fork");
     if (pid > 0) return pid;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    uloop_done(); // the parent's loop: its descriptors are shared
+    if (getppid() != parent) _exit(0); // it has ended before that was said
+    uloop_done();                      // the parent's loop: its descriptors are shared
     uloop_init();
     work();
     _exit(0);
