@@ -1,10 +1,8 @@
 // backup.h - the files that let the table survive a restart of the daemon: writing their lines.
 //
-// Files:  "/tmp/sta_sta.info", one line per station on line (protocol/backup_line.h); "/tmp/sta_devc.info", one line of device counters. Both are private to the
-//         daemon, and live in memory like "/tmp".
+// Files:  "/tmp/sta_sta.info", one line per station on line (outputs/backup_line_of.h); "/tmp/sta_devc.info", one line of
+//         device counters. Both are private to the daemon, and live in memory like "/tmp".
 // Keys:   a line belongs to a MAC when it holds that text anywhere.
-// Foreign: white space in a field would part it or forge a line; it is written as "-" (SSID: "/"), like a
-//         blank.
 // Logs:   level 7; no failure changes the table in memory.
 #pragma once
 
@@ -26,9 +24,6 @@ void sta_sta_users_backup_del(const char *mac);
 
 // Removes the MAC's lines and appends the station's.
 void sta_sta_users_backup_update(sta_info_t *sta);
-
-// Trailing blanks go, inner ones become "/". In place; null and empty are left alone.
-void sta_sta_ssid_escape(char *text);
 
 // Loads the four device counters (the last line wins); a missing file is created empty.
 void sta_sta_load_devc(void);

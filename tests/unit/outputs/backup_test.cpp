@@ -8,6 +8,7 @@
 #include "inputs/dhcpmon_list.h"
 #include "model/table.h"
 #include "outputs/backup.h"
+#include "outputs/backup_line_of.h"
 #include "tools/memory.h"
 #include "tools/text.h"
 
