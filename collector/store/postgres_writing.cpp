@@ -96,6 +96,7 @@ void postgres_writing::write(postgres &db) {
     std::vector<std::int64_t> addressed;
     for (const station_fold &of : all_) {
         for (const kept_stay &one : of.stays) {
+            if (!one.changed) continue;
             add_stay(stays, one);
             if (one.is.addresses.empty()) continue;
             addressed.push_back(one.is.id);

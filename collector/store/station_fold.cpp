@@ -13,7 +13,9 @@ void station_fold::take(const report_key &key, const station_report &report) {
     changes_.clear();
     going_.take(report, key.at, changes_);
     for (change &one : changes_) note(std::move(one), &key);
-    if (!stays.empty()) stays.back().folded = std::max(stays.back().folded, key.at);
+    if (stays.empty()) return;
+    stays.back().folded = std::max(stays.back().folded, key.at);
+    stays.back().changed = true;
     settle();
 }
 
@@ -36,6 +38,7 @@ void station_fold::note(change what, const report_key *opened) {
     kept_stay &of = stays.back();
     what.now.id = what.kind == change_kind::joined ? 0 : of.is.id;
     of.is = what.now;
+    of.changed = true;
     const std::size_t index = stays.size() - 1;
     const bool reported = what.kind != change_kind::left;
     if (reported && (of.sampled == 0 || what.at >= of.sampled + gap_ || what.kind != change_kind::updated)) {

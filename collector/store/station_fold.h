@@ -24,9 +24,10 @@ struct kept_stay {
     stay is; // id 0: it has none yet
     moment heard = 0;
     std::int32_t earliest = 0;
-    report_key opened;  // its first report
-    moment sampled = 0; // when the last point of its time series was
-    moment folded = 0;  // all reports of the station up to then count, and its time has come so far
+    report_key opened;    // its first report
+    moment sampled = 0;   // when the last point of its time series was
+    moment folded = 0;    // all reports of the station up to then count, and its time has come so far
+    bool changed = false; // since it was taken up
 };
 
 class station_fold {

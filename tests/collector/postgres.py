@@ -58,8 +58,7 @@ class Postgres:
         with open(self.folder / "log", "ab") as log:
             self.process = subprocess.Popen(
                 [f"{BIN}/postgres", "-D", self.folder / "data", "-k", self.folder, "-c", "listen_addresses=",
-                 "-c", "max_connections=40", "-c", "autovacuum_naptime=5s",
-                 "-c", "recovery_init_sync_method=syncfs"],
+                 "-c", "max_connections=40", "-c", "recovery_init_sync_method=syncfs"],
                 cwd=self.folder, env=self.environment, stdout=log, stderr=log, **as_user())
         wait(lambda: self.answers() or self.process.poll() is not None, "the database")
         return self.process.poll() is None

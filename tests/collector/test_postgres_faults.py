@@ -131,7 +131,7 @@ def test_a_collector_starts_without_the_database_and_loses_nothing(server, datab
 def test_silence_ends_a_stay_whoever_heard_of_it(database, start, build_dir, tmp_path):
     began = int(time.time())
     database.feed(start, [record(told(1, 1, began), began * SECOND, 1), record(told(2, 1, began), began * SECOND, 2),
-                          record(told(2, 2, began, 0, reason_code=307), began * SECOND + 1, 3)])
+                          record(told(2, 2, began, 0, reason_code=307), began * SECOND + 1, 3)], "--grace", "3600")
     assert {(row["mac"], row["state"]) for row in database.rows("sessions")} == {(mac(1), "here"), (mac(2), "leaving")}
     path = tmp_path / "socket"
     one = start([build_dir / "bin/wsm-collector", "--quiet", "--socket", path, "--store", database.url, "--commit", "0", "--grace", "1",
