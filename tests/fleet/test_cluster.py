@@ -57,19 +57,8 @@ def test_the_database_is_killed(running):
     running.postgres.stop(signal.SIGKILL)
     before = running.sent()
     wait(lambda: running.sent() > before + 300, "reports that cannot be stored")
-    start_again(running.postgres)
+    running.postgres.start()
     running.end_and_compare("kill -9 of the database", recovery=running.recovery(since))
-
-
-def start_again(postgres):
-    """Its old processes may need a moment to notice that their parent is gone."""
-    def started():
-        try:
-            postgres.start()
-            return True
-        except AssertionError:
-            return False
-    wait(started, "the database")
 
 
 def test_a_node_answers_nobody_for_a_minute(running):

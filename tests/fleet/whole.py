@@ -27,14 +27,14 @@ def meant_by(ledgers):
 
 
 class Whole:
-    """Two halves of a fleet, each at a node of its own; two collectors; a database of its own."""
+    """Two halves of a fleet, each at a node of its own; two collectors; tables of its own."""
 
     def __init__(self, cluster, postgres, start, build_dir, folder, name):
         self.cluster, self.postgres, self.start, self.bin, self.folder = cluster, postgres, start, build_dir / "bin", folder
         self.name = re.sub(r"\W+", "_", name)[:50].lower()
         self.queue = f"{self.name}"
         self.fleets, self.ledgers, self.collectors = [], [], []
-        postgres.psql(f"CREATE DATABASE {self.name}")
+        postgres.psql(f"CREATE SCHEMA {self.name}")
 
     def psql(self, sql):
         return self.postgres.psql(sql, self.name)
@@ -42,7 +42,7 @@ class Whole:
     def collector(self, *options):
         number = len(self.collectors) + 1
         url = self.cluster.amqp(queue=self.queue) + f"&prefix={self.name}"
-        one = self.start([self.bin / "wsm-collector", "--quiet", "--subscribe", url, "--store", self.postgres.url(self.name), *options],
+        one = self.start([self.bin / "wsm-collector", "--quiet", "--subscribe", url, "--store", self.postgres.url(schema=self.name), *options],
                          name=f"collector{number}")
         self.collectors.append(one)
 
@@ -73,6 +73,13 @@ class Whole:
         goal = self.stored() + more
         wait(lambda: self.stored() >= goal, f"{goal} reports in the store")
 
+    def wait_until_all_is_stored(self):
+        """Looks seldom enough to leave the machine to those who are measured."""
+        end = time.monotonic() + PATIENCE
+        while self.stored() < self.sent():
+            assert time.monotonic() < end, f"{self.sent()} sent, {self.stored()} stored\n" + self.said()
+            time.sleep(0.25)
+
     def recovery(self, since):
         """Seconds from `since` until the store has all but the newest second of what was sent."""
         end = time.monotonic() + PATIENCE
@@ -91,9 +98,8 @@ class Whole:
         for fleet in self.fleets:
             assert fleet.process.wait(PATIENCE) == 0, fleet.err.read_text()
         meant = meant_by(self.ledgers)
+        self.wait_until_all_is_stored()
         end = time.monotonic() + PATIENCE
-        while self.stored() < len(meant.reports) and time.monotonic() < end:
-            time.sleep(0.1)
         kept = {tuple(row) for row in self.psql("SELECT ap, boot, seq FROM report")}
         rows = int(self.psql("SELECT count(*) FROM report")[0][0])
         lost, double, foreign = len(meant.reports - kept), rows - len(kept), len(kept - meant.reports)
@@ -101,9 +107,9 @@ class Whole:
         def stays():
             return {mac: (ap, began, ended, reports) for mac, ap, began, ended, reports in self.psql(
                 "SELECT mac, ap, began / 1000000, coalesce(ended, 0) / 1000000, reports FROM stay")}
-        while stays() != meant.stays and time.monotonic() < end:
+        while (found := stays()) != meant.stays and time.monotonic() < end:
             time.sleep(0.2)
-        wrong = sum(stays().get(mac) != stay for mac, stay in meant.stays.items()) + len(stays().keys() - meant.stays.keys())
+        wrong = sum(found.get(mac) != stay for mac, stay in meant.stays.items()) + len(found.keys() - meant.stays.keys())
         after = "" if recovery is None else f"; all but the newest second stored {recovery:.1f} s after it"
         print(f"\n{what}: {len(meant.reports)} reports meant: {lost} lost, {double} double, {foreign} foreign; "
               f"{len(meant.stays)} stays: {wrong} wrong{after}")
