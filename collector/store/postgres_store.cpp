@@ -18,7 +18,8 @@ using namespace std::chrono_literals;
 constexpr std::size_t most_rows = 2000; // of a batch
 constexpr auto most_waiting = 100ms;    // what a broker keeps for us is not to wait for a second
 constexpr auto first_delay = 100ms, last_delay = 5000ms; // between two attempts
-constexpr auto patience = 5s;                            // at the end
+constexpr auto for_ever = std::chrono::milliseconds(365 * 24h);
+constexpr auto at_the_end = 5s; // at the end
 constexpr auto prune_interval = 60s;
 constexpr std::size_t longest_name = 64;
 constexpr moment latest = 4'000'000'000 * second; // the year 2096
@@ -92,8 +93,8 @@ void postgres_store::migrate() {
     doing.commit();
 }
 
-// Until it succeeds, or, unless `patient`, for some seconds. False: it has not.
-template <class Work> bool postgres_store::tried(Work work, bool patient) {
+// Until it succeeds, at least once. False: it has not within that time.
+template <class Work> bool postgres_store::tried(Work work, std::chrono::milliseconds patience) {
     const auto end = clock::now() + patience;
     for (std::chrono::milliseconds delay = first_delay;; delay = std::min(2 * delay, last_delay)) {
         try {
@@ -107,7 +108,7 @@ template <class Work> bool postgres_store::tried(Work work, bool patient) {
             failing_ = true;
             db_.reset();
         }
-        if (!patient && clock::now() + delay > end) return false;
+        if (clock::now() + delay > end) return false;
         std::this_thread::sleep_for(delay);
     }
 }
@@ -130,7 +131,7 @@ void postgres_store::take(const message &one) {
     if (rows_.empty()) first_ = clock::now();
     if (one.in->report) add(*one.in);
     ticket_ = std::max(ticket_, one.in->ticket);
-    if (rows_.size() >= most_rows) write(true);
+    if (rows_.size() >= most_rows) write(for_ever);
 }
 
 // Why a report cannot be stored; empty: it can.
@@ -162,7 +163,7 @@ void postgres_store::add(const received &in) {
     if (const std::string why = trouble(as); !why.empty()) {
         shorten(made.key.ap);
         shorten(made.key.boot);
-        tried([&] { refuse(made, std::to_string(as.seq), why); }, true);
+        tried([&] { refuse(made, std::to_string(as.seq), why); }, for_ever);
         return;
     }
     newest_ = std::max(newest_, made.key.at);
@@ -176,8 +177,8 @@ void postgres_store::add(const received &in) {
 }
 
 // True: nothing waits any more.
-bool postgres_store::write(bool patient) {
-    if (!rows_.empty() && !tried([this] { attempt(); }, patient)) return false;
+bool postgres_store::write(std::chrono::milliseconds patience) {
+    if (!rows_.empty() && !tried([this] { attempt(); }, patience)) return false;
     if (ticket_ > committed_) {
         committed_ = ticket_;
         if (chosen_.committed) chosen_.committed(committed_);
@@ -241,7 +242,14 @@ void postgres_store::refuse(const row &what, const std::string &seq, const std::
 void postgres_store::settle() {
     const auto since = clock::now();
     const auto most = std::min<std::chrono::milliseconds>(std::chrono::seconds(chosen_.commit), most_waiting);
-    if (rows_.empty() || since - first_ >= most) write(true);
+    if (since < next_) return;
+    if ((rows_.empty() || since - first_ >= most) && !write(0ms)) {
+        // There is room for more, and an end would be noticed.
+        delay_ = std::clamp<std::chrono::milliseconds>(2 * delay_, first_delay, last_delay);
+        next_ = clock::now() + delay_;
+        return;
+    }
+    delay_ = 0ms;
     if (since - folded_ < std::min<std::chrono::milliseconds>(std::chrono::seconds(chosen_.commit), 1s))
         return;
     try {
@@ -269,7 +277,8 @@ void postgres_store::keep_house(bool wait) {
 }
 
 bool postgres_store::finish() {
-    const bool good = write(false) && tried([this] { keep_house(true); }, false);
+    const bool good = write(at_the_end) && tried([this] { keep_house(true); }, at_the_end);
+    if (!rows_.empty()) say(std::to_string(rows_.size()) + " reports could not be stored");
     if (refused_ > 0) say(std::to_string(refused_) + " reports were refused");
     if (expired_ > 0) say(std::to_string(expired_) + " reports were older than --keep says");
     db_.reset();

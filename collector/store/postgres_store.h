@@ -41,7 +41,7 @@ private:
 
     void add(const received &in);
     std::string trouble(const origin &from) const;
-    bool write(bool patient);
+    bool write(std::chrono::milliseconds patience);
     void attempt();
     void insert(std::size_t first, std::size_t count);
     void refuse(const row &what, const std::string &seq, const std::string &why);
@@ -50,7 +50,7 @@ private:
     void migrate();
     moment time() const;
     moment horizon() const;
-    template <class Work> bool tried(Work work, bool patient);
+    template <class Work> bool tried(Work work, std::chrono::milliseconds patience);
 
     store_options chosen_;
     std::string boot_;
@@ -67,5 +67,7 @@ private:
     clock::time_point came_{}; // when the newest report came
     moment newest_ = 0;        // its time of receipt
     std::uint64_t refused_ = 0, expired_ = 0;
+    clock::time_point next_{}; // not to be tried before
+    std::chrono::milliseconds delay_{0};
     bool failing_ = false;
 };

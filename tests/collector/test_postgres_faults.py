@@ -128,6 +128,20 @@ def test_a_collector_starts_without_the_database_and_loses_nothing(server, datab
     assert database.sql("SELECT DISTINCT length(boot), min(seq), max(seq) FROM report GROUP BY 1") == [["16", "1", "20"]]
 
 
+def test_an_end_without_the_database_tells_what_is_not_stored(server, database, start, build_dir, tmp_path):
+    path = tmp_path / "socket"
+    one = start([build_dir / "bin/wsm-collector", "--quiet", "--socket", path, "--store", database.url, "--commit", "0"])
+    one.wait_for_socket(path)
+    server.stop()
+    for number in range(3):
+        with connect(path) as peer:
+            peer.sendall(told(number, 1, int(time.time())))
+    wait(lambda: "kept until it can be written" in one.err.read_text() or "tried again" in one.err.read_text(), "the message")
+    assert one.stop() == 1
+    server.start()
+    assert "3 reports could not be stored" in one.err.read_text()
+
+
 def test_silence_ends_a_stay_whoever_heard_of_it(database, start, build_dir, tmp_path):
     began = int(time.time())
     database.feed(start, [record(told(1, 1, began), began * SECOND, 1), record(told(2, 1, began), began * SECOND, 2),
