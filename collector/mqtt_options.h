@@ -1,21 +1,18 @@
 // mqtt_options.h - which MQTT broker, and what it is to get.
 #pragma once
 
+#include "collector/broker_login.h"
 #include "collector/spool.h"
 
 #include <string>
 
-struct mqtt_options {
+struct mqtt_options : broker_login {
     std::string host; // empty: no broker
     int port = 1883;
-    bool tls = false;
-    std::string user;
-    std::string password;
     std::string prefix = "wsm";
-    std::string ca, certificate, key; // files
-    spool_options spool;              // what waits while it is away
-    std::string home_assistant;       // discovery prefix; empty: none
-    bool join_private = false;        // stations with a private MAC and the same name are one tracker
+    spool_options spool;        // what waits while it is away
+    std::string home_assistant; // discovery prefix; empty: none
+    bool join_private = false;  // stations with a private MAC and the same name are one tracker
 };
 
 // "mqtt://[user[:password]@]host[:port][/prefix]", or mqtts://; "%3a" stands for a colon in the user, and so on.

@@ -1,5 +1,6 @@
 #include "collector/mqtt_publisher.h"
 
+#include "collector/mqtt_login.h"
 #include "collector/report_writer.h"
 #include "collector/sessions.h"
 #include "collector/stay_json.h"
@@ -68,11 +69,6 @@ private:
     int before_ = 0;
 };
 
-void check(int code, const char *what) {
-    if (code != MOSQ_ERR_SUCCESS)
-        throw std::runtime_error(std::string("mqtt: ") + what + ": " + mosquitto_strerror(code));
-}
-
 } // namespace
 
 mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const station_names> names)
@@ -81,17 +77,9 @@ mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const statio
     client_ = mosquitto_new(("wsm-collector-" + boot_).c_str(), true, this);
     if (!client_) throw std::runtime_error("mqtt: no memory");
     try {
-        if (!chosen_.user.empty())
-            check(mosquitto_username_pw_set(client_, chosen_.user.c_str(), chosen_.password.c_str()), "user");
-        const auto file = [](const std::string &name) { return name.empty() ? nullptr : name.c_str(); };
-        if (chosen_.tls) {
-            const char *folder = chosen_.ca.empty() ? "/etc/ssl/certs" : nullptr;
-            check(mosquitto_tls_set(client_, file(chosen_.ca), folder, file(chosen_.certificate),
-                                    file(chosen_.key), nullptr),
-                  "TLS");
-        }
+        mqtt_log_in(client_, chosen_);
         const std::string status = chosen_.prefix + "/status";
-        check(mosquitto_will_set(client_, status.c_str(), 7, "offline", 1, true), "will");
+        mqtt_check(mosquitto_will_set(client_, status.c_str(), 7, "offline", 1, true), "will");
         mosquitto_max_inflight_messages_set(client_, most_in_flight);
         mosquitto_reconnect_delay_set(client_, 1, 5, false);
         mosquitto_connect_callback_set(client_, [](mosquitto *, void *self, int code) {
@@ -136,7 +124,7 @@ mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const statio
         pthread_sigmask(SIG_SETMASK, &all, &before);
         const int looping = mosquitto_loop_start(client_);
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
-        check(looping, "no thread");
+        mqtt_check(looping, "no thread");
     } catch (...) {
         mosquitto_destroy(client_);
         throw;

@@ -1,5 +1,6 @@
 #include "collector/mqtt_subscriber.h"
 
+#include "collector/mqtt_login.h"
 #include "collector/report_writer.h"
 
 #include <algorithm>
@@ -16,11 +17,6 @@ namespace {
 // Of one batch, from its first message on; what comes later waits for the next one in the kernel.
 constexpr auto time_of_a_batch = std::chrono::milliseconds(100);
 constexpr std::uint32_t for_ever = 0xffffffff;
-
-void check(int code, const char *what) {
-    if (code != MOSQ_ERR_SUCCESS)
-        throw std::runtime_error(std::string("mqtt: ") + what + ": " + mosquitto_strerror(code));
-}
 
 std::string own_name() {
     char name[256] = "";
@@ -47,18 +43,10 @@ mqtt_subscriber::mqtt_subscriber(subscribe_options chosen, handler take)
     client_ = mosquitto_new(id.c_str(), false, this);
     if (!client_) throw std::runtime_error("mqtt: the client identifier cannot be used");
     try {
-        check(mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5), "version");
-        check(mosquitto_int_option(client_, MOSQ_OPT_RECEIVE_MAXIMUM, chosen_.prefetch), "prefetch");
-        check(mosquitto_threaded_set(client_, true), "threads"); // so that it leaves the writing to us
-        if (!chosen_.user.empty())
-            check(mosquitto_username_pw_set(client_, chosen_.user.c_str(), chosen_.password.c_str()), "user");
-        const auto file = [](const std::string &name) { return name.empty() ? nullptr : name.c_str(); };
-        if (chosen_.tls) {
-            const char *folder = chosen_.ca.empty() ? "/etc/ssl/certs" : nullptr;
-            check(mosquitto_tls_set(client_, file(chosen_.ca), folder, file(chosen_.certificate),
-                                    file(chosen_.key), nullptr),
-                  "TLS");
-        }
+        mqtt_check(mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5), "version");
+        mqtt_check(mosquitto_int_option(client_, MOSQ_OPT_RECEIVE_MAXIMUM, chosen_.prefetch), "prefetch");
+        mqtt_check(mosquitto_threaded_set(client_, true), "threads"); // so that it leaves the writing to us
+        mqtt_log_in(client_, chosen_);
     } catch (...) {
         mosquitto_destroy(client_);
         throw;

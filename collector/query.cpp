@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <map>
 #include <vector>
 
 namespace {
@@ -77,20 +78,18 @@ int run_query(int argc, char **argv) {
     if (store.empty()) return wrong("--store: which one?");
     if (words.empty()) return wrong("what?");
     if (words.size() != (words[0] == "station" ? 2u : 1u)) return wrong("one question at a time");
+    static const std::map<std::string, store_question> questions{{"sessions", store_question::sessions},
+                                                                 {"station", store_question::sessions},
+                                                                 {"departures", store_question::departures},
+                                                                 {"top", store_question::top}};
+    const auto asked = questions.find(words[0]);
+    if (asked == questions.end()) return wrong("unknown question " + words[0]);
     if (words[0] == "station" && (range.mac = normal_mac(words[1])).empty())
         return wrong("not a MAC: " + words[1]);
     try {
         const station_names names = station_names::read(names_file);
         const auto reader = open_store(store, names);
-        table answer;
-        if (words[0] == "sessions" || words[0] == "station")
-            answer = reader->sessions(range);
-        else if (words[0] == "departures")
-            answer = reader->departures(range);
-        else if (words[0] == "top")
-            answer = reader->top(range);
-        else
-            return wrong("unknown question " + words[0]);
+        const table answer = reader->ask(asked->second, range);
         std::cout << (form == "--json"  ? as_json(answer) + "\n"
                       : form == "--csv" ? as_csv(answer)
                                         : as_text(answer));

@@ -1,10 +1,12 @@
 // subscribe_options.h - which broker reports come from.
 #pragma once
 
+#include "collector/broker_login.h"
+
 #include <string>
 #include <vector>
 
-struct subscribe_options {
+struct subscribe_options : broker_login {
     enum class kind { none, mqtt, amqp };
     struct address {
         std::string host;
@@ -12,13 +14,9 @@ struct subscribe_options {
     };
     kind from = kind::none;
     std::vector<address> hosts; // one for MQTT; for AMQP the nodes of a cluster, which are tried in turn
-    bool tls = false;
-    std::string user;
-    std::string password;
     std::string prefix = "wsm"; // of the topics; a level may be "+"
     std::string vhost = "/";    // AMQP
     std::string queue = "wsm-reports";
-    std::string ca, certificate, key;    // files
     std::string group = "wsm-collector"; // of the collectors that share one subscription
     std::string client_id;               // MQTT: ours, which stays the same; empty: made of the host's name
     int prefetch = 2000; // messages that the broker has handed over and that are not stored yet, at most

@@ -119,21 +119,20 @@ std::string read_range(const api_arguments &arguments, store_range &range) {
 }
 
 api_answer history(const api_sources &from, const std::string &path, const api_arguments &arguments) {
-    using question = table (store_reader::*)(const store_range &);
-    static const std::map<std::string, question> questions{
-        {"sessions", &store_reader::sessions}, {"departures", &store_reader::departures},
-        {"top", &store_reader::top},           {"flapping", &store_reader::flapping},
-        {"changes", &store_reader::events},    {"radios", &store_reader::radios},
+    static const std::map<std::string, store_question> questions{
+        {"sessions", store_question::sessions}, {"departures", store_question::departures},
+        {"top", store_question::top},           {"flapping", store_question::flapping},
+        {"changes", store_question::events},    {"radios", store_question::radios},
     };
-    static const std::map<std::string, question> of_station{
-        {"sessions", &store_reader::sessions},
-        {"changes", &store_reader::events},
-        {"addresses", &store_reader::addresses},
-        {"series", &store_reader::series},
+    static const std::map<std::string, store_question> of_station{
+        {"sessions", store_question::sessions},
+        {"changes", store_question::events},
+        {"addresses", store_question::addresses},
+        {"series", store_question::series},
     };
     store_range range;
     if (path == "radios" || path.ends_with("/series")) range.limit = most_rows;
-    question asked = nullptr;
+    std::optional<store_question> asked;
     if (const auto at = questions.find(path); at != questions.end()) asked = at->second;
     std::string mac;
     if (constexpr std::string_view stations = "stations/"; path.starts_with(stations)) {
@@ -151,7 +150,7 @@ api_answer history(const api_sources &from, const std::string &path, const api_a
     if (from.store.empty()) return refusal(404, "there is no store");
     try {
         const auto reader = open_store(from.store, *from.names);
-        return {200, "application/json", as_json((reader.get()->*asked)(range))};
+        return {200, "application/json", as_json(reader->ask(*asked, range))};
     } catch (const store_error &error) {
         return refusal(503, std::string("the store does not answer: ") + error.what());
     }

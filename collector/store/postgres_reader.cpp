@@ -1,7 +1,5 @@
 #include "collector/store/postgres_reader.h"
 
-#include <limits>
-
 namespace {
 
 enum column_type : Oid { type_int8 = 20, type_int2 = 21, type_int4 = 23, type_float8 = 701 };
@@ -17,43 +15,12 @@ cell cell_of(const rows &from, int row, int column) {
     }
 }
 
-} // namespace
-
-postgres_reader::postgres_reader(const std::string &url, const station_names &names)
-    : db_(url), names_(names) {
-    db_.script("SET default_transaction_read_only = on; SET statement_timeout = '30s'; SET jit = off");
-}
-
-table postgres_reader::ask(const char *sql, const store_range &range, bool with_step) {
-    parameters values;
-    values.add(range.since).add(range.until == 0 ? std::numeric_limits<std::int64_t>::max() : range.until);
-    values.add(range.mac).add(range.ap).add(range.limit);
-    if (with_step) values.add(range.step * second);
-    const rows found = db_.run(sql, values);
-    table answer;
-    int mac = -1;
-    for (int i = 0; i < found.columns(); ++i) {
-        answer.columns.emplace_back(found.name(i));
-        if (answer.columns.back() != "mac") continue;
-        mac = i;
-        answer.columns.emplace_back("name");
-    }
-    for (int row = 0; row < found.count(); ++row) {
-        auto &cells = answer.rows.emplace_back();
-        for (int i = 0; i < found.columns(); ++i) {
-            cells.push_back(cell_of(found, row, i));
-            if (i == mac) cells.emplace_back(names_.of(found.text(row, i)));
-        }
-    }
-    return answer;
-}
-
 // In every query: $1 since, $2 until, $3 mac or "", $4 access point or "", $5 limit, $6 step in microseconds. Sums have no bound,
 // and those of hostile figures are cut to a bigint's.
 // clang-format off
-
-table postgres_reader::sessions(const store_range &range) {
-    return ask(R"(
+const char *sql_of(store_question what) {
+    switch (what) {
+    case store_question::sessions: return R"(
         SELECT s.id, s.mac, CASE s.state WHEN 0 THEN 'here' WHEN 1 THEN 'leaving' WHEN 2 THEN 'moving' ELSE 'gone' END AS state,
             s.ap, s.radio, s.ssid,
             (SELECT ip FROM address WHERE stay = s.id ORDER BY last DESC, place DESC LIMIT 1) AS ip,
@@ -64,22 +31,16 @@ table postgres_reader::sessions(const store_range &range) {
         FROM stay s
         WHERE s.began <= $2::bigint AND (s.state <> 3 OR s.ended >= $1::bigint)
             AND ($3::text = '' OR s.mac = $3) AND ($4::text = '' OR s.ap = $4)
-        ORDER BY s.began DESC, s.id DESC LIMIT $5::bigint)", range);
-}
-
-table postgres_reader::departures(const store_range &range) {
-    return ask(R"(
+        ORDER BY s.began DESC, s.id DESC LIMIT $5::bigint)";
+    case store_question::departures: return R"(
         SELECT s.ap, s.reason, s.reason_code, s.ended_by, count(*) AS departures, count(DISTINCT s.mac) AS stations,
             sum(s.returns)::bigint AS returns
         FROM stay s
         WHERE s.state = 3 AND s.ended BETWEEN $1::bigint AND $2::bigint
             AND ($3::text = '' OR s.mac = $3) AND ($4::text = '' OR s.ap = $4)
         GROUP BY s.ap, s.reason_code, s.reason, s.ended_by
-        ORDER BY departures DESC, s.reason COLLATE "C" LIMIT $5::bigint)", range);
-}
-
-table postgres_reader::top(const store_range &range) {
-    return ask(R"(
+        ORDER BY departures DESC, s.reason COLLATE "C" LIMIT $5::bigint)";
+    case store_question::top: return R"(
         SELECT s.mac, count(*) AS sessions, least(sum(s.up), 9223372036854775807)::bigint AS up,
             least(sum(s.down), 9223372036854775807)::bigint AS down,
             sum((CASE s.state WHEN 3 THEN s.ended ELSE s.seen END - s.began) / 1000000)::bigint AS seconds,
@@ -87,11 +48,8 @@ table postgres_reader::top(const store_range &range) {
         FROM stay s
         WHERE s.began <= $2::bigint AND (s.state <> 3 OR s.ended >= $1::bigint)
             AND ($3::text = '' OR s.mac = $3) AND ($4::text = '' OR s.ap = $4)
-        GROUP BY s.mac ORDER BY sum(s.up) + sum(s.down) DESC, s.mac LIMIT $5::bigint)", range);
-}
-
-table postgres_reader::flapping(const store_range &range) {
-    return ask(R"(
+        GROUP BY s.mac ORDER BY sum(s.up) + sum(s.down) DESC, s.mac LIMIT $5::bigint)";
+    case store_question::flapping: return R"(
         WITH own AS (
             SELECT s.mac, s.returns, (s.state = 3 AND s.ended - s.began < $6::bigint)::integer AS brief
             FROM stay s
@@ -99,28 +57,19 @@ table postgres_reader::flapping(const store_range &range) {
                 AND ($3::text = '' OR s.mac = $3) AND ($4::text = '' OR s.ap = $4))
         SELECT mac, count(*) AS sessions, sum(brief) AS brief, sum(returns)::bigint AS returns
         FROM own GROUP BY mac HAVING sum(brief) + sum(returns) > 2
-        ORDER BY sum(brief) + sum(returns) DESC, mac LIMIT $5::bigint)", range, true);
-}
-
-table postgres_reader::events(const store_range &range) {
-    return ask(R"(
+        ORDER BY sum(brief) + sum(returns) DESC, mac LIMIT $5::bigint)";
+    case store_question::events: return R"(
         SELECT e.id, e.at, e.kind, s.mac, e.stay, e.ap, e.radio, e.from_ap, e.from_radio
         FROM event e JOIN stay s ON s.id = e.stay
         WHERE e.at BETWEEN $1::bigint AND $2::bigint AND ($3::text = '' OR s.mac = $3) AND ($4::text = '' OR e.ap = $4)
-        ORDER BY e.at DESC, e.id DESC LIMIT $5::bigint)", range);
-}
-
-table postgres_reader::addresses(const store_range &range) {
-    return ask(R"(
+        ORDER BY e.at DESC, e.id DESC LIMIT $5::bigint)";
+    case store_question::addresses: return R"(
         SELECT s.mac, a.ip, min(a.first) AS first, max(a.last) AS last
         FROM address a JOIN stay s ON s.id = a.stay
         WHERE a.last >= $1::bigint AND a.first <= $2::bigint
             AND ($3::text = '' OR s.mac = $3) AND ($4::text = '' OR s.ap = $4)
-        GROUP BY s.mac, a.ip ORDER BY last DESC LIMIT $5::bigint)", range);
-}
-
-table postgres_reader::series(const store_range &range) {
-    return ask(R"(
+        GROUP BY s.mac, a.ip ORDER BY last DESC LIMIT $5::bigint)";
+    case store_question::series: return R"(
         WITH own AS (
             SELECT p.at, p.signal, p.rate_up, p.rate_down, p.up - lag(p.up, 1, 0::bigint) OVER of_stay AS up,
                 p.down - lag(p.down, 1, 0::bigint) OVER of_stay AS down
@@ -131,12 +80,9 @@ table postgres_reader::series(const store_range &range) {
         SELECT at / $6::bigint * $6::bigint AS at, avg(signal)::float8 AS signal, avg(rate_up)::float8 AS rate_up,
             avg(rate_down)::float8 AS rate_down, least(sum(up), 9223372036854775807)::bigint AS up,
             least(sum(down), 9223372036854775807)::bigint AS down
-        FROM own WHERE at BETWEEN $1::bigint AND $2::bigint GROUP BY 1 ORDER BY 1 LIMIT $5::bigint)", range, true);
-}
-
-// A station is told of once a minute, so that in five all of a radio are.
-table postgres_reader::radios(const store_range &range) {
-    return ask(R"(
+        FROM own WHERE at BETWEEN $1::bigint AND $2::bigint GROUP BY 1 ORDER BY 1 LIMIT $5::bigint)";
+    // A station is told of once a minute, so that in five all of a radio are.
+    case store_question::radios: return R"(
         WITH own AS (
             SELECT at / 300000000 * 300000000 AS at, ap, radio, count(DISTINCT stay) AS stations, avg(noise) AS noise,
                 avg(utilization) AS utilization
@@ -145,5 +91,29 @@ table postgres_reader::radios(const store_range &range) {
             GROUP BY 1, 2, 3)
         SELECT at / $6::bigint * $6::bigint AS at, ap, radio, max(stations) AS stations, avg(noise)::float8 AS noise,
             avg(utilization)::float8 AS utilization
-        FROM own GROUP BY 1, 2, 3 ORDER BY at, ap, radio LIMIT $5::bigint)", range, true);
+        FROM own GROUP BY 1, 2, 3 ORDER BY at, ap, radio LIMIT $5::bigint)";
+    }
+    return "";
+}
+// clang-format on
+
+} // namespace
+
+postgres_reader::postgres_reader(const std::string &url, const station_names &names)
+    : db_(url), names_(names) {
+    db_.script("SET default_transaction_read_only = on; SET statement_timeout = '30s'; SET jit = off");
+}
+
+table postgres_reader::ask(store_question what, const store_range &range) {
+    parameters values;
+    values.add(range.since).add(range.end()).add(range.mac).add(range.ap).add(range.limit);
+    if (takes_step(what)) values.add(range.step * second);
+    const rows found = db_.run(sql_of(what), values);
+    named_table answer(names_);
+    for (int i = 0; i < found.columns(); ++i) answer.column(found.name(i));
+    for (int row = 0; row < found.count(); ++row) {
+        answer.row();
+        for (int i = 0; i < found.columns(); ++i) answer.add(cell_of(found, row, i));
+    }
+    return answer.made;
 }

@@ -6,7 +6,9 @@
 #include "collector/store/store_error.h"
 #include "collector/store/table.h"
 
+#include <limits>
 #include <string>
+#include <utility>
 
 struct store_range {
     moment since = 0;
@@ -15,20 +17,59 @@ struct store_range {
     std::string ap;
     std::int64_t limit = 100;
     std::int64_t step = 300; // seconds of a point in a time series
+
+    moment end() const { return until == 0 ? std::numeric_limits<moment>::max() : until; }
 };
+
+enum class store_question {
+    sessions,   // stays that overlap the range, the newest first
+    departures, // how many stays ended, by reason
+    top,        // stations by bytes
+    flapping,   // stations that came again and again, most often first
+    events,     // the newest first
+    addresses,  // of stations, the newest first
+    series,     // a station's signal, rates and bytes over time
+    radios,     // stations, noise and utilization of radios over time
+};
+
+// Those whose answer depends on the range's step.
+inline bool takes_step(store_question what) {
+    return what == store_question::flapping || what == store_question::series ||
+           what == store_question::radios;
+}
 
 class store_reader {
 public:
     virtual ~store_reader() = default;
 
     // store_error when there is no answer.
-    virtual table sessions(const store_range &range) = 0;   // stays that overlap the range, the newest first
-    virtual table departures(const store_range &range) = 0; // how many stays ended, by reason
-    virtual table top(const store_range &range) = 0;        // stations by bytes
-    virtual table
-    flapping(const store_range &range) = 0; // stations that came again and again, most often first
-    virtual table events(const store_range &range) = 0;    // the newest first
-    virtual table addresses(const store_range &range) = 0; // of stations, the newest first
-    virtual table series(const store_range &range) = 0;    // a station's signal, rates and bytes over time
-    virtual table radios(const store_range &range) = 0; // stations, noise and utilization of radios over time
+    virtual table ask(store_question what, const store_range &range) = 0;
+};
+
+// An answer in the making: behind each station's MAC comes its name.
+class named_table {
+public:
+    explicit named_table(const station_names &names) : names_(names) {}
+
+    void column(std::string name) {
+        const bool is_mac = name == "mac";
+        if (is_mac) mac_ = made.columns.size();
+        made.columns.push_back(std::move(name));
+        if (is_mac) made.columns.emplace_back("name");
+    }
+    void row() { made.rows.emplace_back(); }
+    void add(cell value) {
+        auto &cells = made.rows.back();
+        const bool is_mac = cells.size() == mac_;
+        cells.push_back(std::move(value));
+        if (!is_mac) return;
+        const auto *mac = std::get_if<std::string>(&cells.back()); // a damaged file may have anything there
+        cells.emplace_back(names_.of(mac ? *mac : std::string()));
+    }
+
+    table made;
+
+private:
+    const station_names &names_;
+    std::size_t mac_ = static_cast<std::size_t>(-1);
 };

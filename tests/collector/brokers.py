@@ -126,3 +126,11 @@ def first_time(subscriber, stations=1):
             own = [seq for seq in seqs if (seq - 1) % stations == station]
             assert own == sorted(own)
     return {boot: list(seqs) for boot, seqs in came.items()}
+
+
+def subscribed(one, times=1):
+    """Waits until a collector has subscribed so often."""
+    def so_often():
+        assert one.process.poll() is None, one.err.read_text()
+        return one.err.read_text().count("subscribe: subscribed") >= times
+    wait(so_often, "the subscription")

@@ -10,6 +10,7 @@ TESTS = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(TESTS / "lab"))  # programs.py: how a test drives a program
 sys.path.insert(0, str(TESTS / "system"))  # formats.py: the layouts by hand
 
+import postgres  # noqa: E402
 from brokers import Broker, Publisher  # noqa: E402
 from programs import starter  # noqa: E402
 from served import Served  # noqa: E402
@@ -49,3 +50,14 @@ def serve(start, build_dir, tmp_path):
             pytest.skip("built without libmicrohttpd")
         return Served(start, build_dir, tmp_path, [*(["--http", http] if http else []), *options])
     return serve_one
+
+
+@pytest.fixture(scope="module")
+def server(build_dir):
+    """A PostgreSQL of the test module's own."""
+    yield from postgres.serve(build_dir)
+
+
+@pytest.fixture
+def database(server, build_dir):
+    return postgres.Database(server, build_dir)

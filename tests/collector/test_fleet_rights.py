@@ -6,15 +6,16 @@ import pathlib
 import re
 import shutil
 import subprocess
+import time
 
 import pytest
 
-from brokers import Publisher, free_port, needs_mosquitto
+from brokers import Publisher, free_port, needs_mosquitto, subscribed
 from images import mac, told
 from programs import wait
-from test_subscribe import NOW, subscribed
 
 pytestmark = needs_mosquitto
+NOW = int(time.time()) - 1000
 CONFIGURATION = pathlib.Path(__file__).resolve().parents[2] / "packaging/fleet"
 ONE, OTHER = "02:54:4b:00:00:01", "02:54:4b:00:00:02"
 

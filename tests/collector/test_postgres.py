@@ -7,20 +7,9 @@ import time
 
 import pytest
 
-import postgres
 from images import NOON, mac, told, visit
 from postgres import SECOND, Database, a_day, record
-from programs import starter, wait
-
-
-@pytest.fixture(scope="module")
-def server(build_dir):
-    yield from postgres.serve(build_dir)
-
-
-@pytest.fixture
-def database(server, build_dir):
-    return Database(server, build_dir)
+from programs import starter
 
 
 def test_a_day_is_the_same_as_in_a_file(database, build_dir, tmp_path):

@@ -6,21 +6,10 @@ import time
 
 import pytest
 
-import postgres
 from images import NOON, mac, told
 from postgres import SECOND, Database, a_day, record
 from programs import connect, starter, wait
-from test_http import Served
-
-
-@pytest.fixture(scope="module")
-def server(build_dir):
-    yield from postgres.serve(build_dir)
-
-
-@pytest.fixture
-def database(server, build_dir):
-    return Database(server, build_dir)
+from served import Served
 
 
 @pytest.fixture(scope="module")

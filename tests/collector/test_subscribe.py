@@ -9,7 +9,7 @@ import time
 
 import pytest
 
-from brokers import Publisher, messages, needs_mosquitto, reports
+from brokers import Publisher, messages, needs_mosquitto, reports, subscribed
 from images import mac, told
 from programs import wait
 
@@ -32,13 +32,6 @@ def subscribe(start, build_dir, broker):
         subscribed(one)
         return one
     return start_one
-
-
-def subscribed(one, times=1):
-    def so_often():
-        assert one.process.poll() is None, one.err.read_text()
-        return one.err.read_text().count("subscribe: subscribed") >= times
-    wait(so_often, "the subscription")
 
 
 def taken(*subscribers):

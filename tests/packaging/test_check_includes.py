@@ -102,3 +102,8 @@ def test_the_architecture_shows_the_rooms_as_they_stand(tree):
     page = (tree / "docs/architecture.md").read_text(encoding="utf-8")
     shown = re.findall(r"^\| \d+ \| `.*\n", page, re.M)
     assert "".join(shown) == done.stdout, "scripts/check_includes.py --floors prints the table anew"
+
+
+def test_no_test_module_imports_another(tree):
+    importing = re.compile(r"^\s*(?:from|import) test_\w+", re.MULTILINE)
+    assert [str(path) for path in (tree / "tests").rglob("*.py") if importing.search(path.read_text(encoding="utf-8"))] == []

@@ -2,7 +2,7 @@
 
 import pytest
 
-from test_stations import A, B, associate, backup_lines, wait_online
+from stations import A, B, associate, backup_lines, wait_online
 from wsmlab import BusError
 
 FULL = 512
