@@ -2,8 +2,8 @@
 // in this order, separated by exactly one space, so that an empty field shows as two. Writer, reader and document expand
 // the one list below.
 //
-// Foreign: white space in a text would end the field or begin a line; it is written as `instead`.
-// Shown:   fields that are not read back; they are there for whoever looks at the file.
+// TEXT:    white space in a text would end the field or begin a line; each such character is written as `instead`.
+// SHOWN_*: fields for people who look at the file; the daemon does not read them back.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@
     NUMBER(int, oltime)                   /* seconds */                                                   \
     NUMBER(int, flow_rateup)                                                                              \
     NUMBER(int, flow_ratedown)                                                                            \
-    TEXT(ssid, '/')                       /* without its trailing blanks */                               \
+    TEXT(ssid, '/')                       /* without its trailing spaces */                               \
     NUMBER(int, no_backup)                /* written as 0; a line with 1 is restored and never written */ \
     NUMBER(int, radio_id)                                                                                 \
     TEXT(power, '-')                                                                                      \

@@ -119,7 +119,7 @@ inline driver_extended driver_extended_decode(const std::uint8_t *entry) noexcep
 
 #define DRIVER_NUM(type, field, off) wire::put<type>(entry + (off), value.field);
 #define DRIVER_TEXT(field, off, len) std::memcpy(entry + (off), value.field, strnlen(value.field, (len)));
-// The reverse, for whoever plays the driver; `entry` points to zeroed bytes of the entry's size.
+// The reverse, for programs that act as the driver; `entry` points to zeroed bytes of the entry's size.
 inline void driver_basic_encode(const driver_basic &value, std::uint8_t *entry) noexcept {
     std::memcpy(entry + basic_mac_offset, value.mac, sizeof(value.mac));
     DRIVER_BASIC_FIELDS(DRIVER_NUM, DRIVER_TEXT)

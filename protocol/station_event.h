@@ -81,7 +81,7 @@ STATION_EVENT_FIELDS(STATION_EVENT_NUM, STATION_EVENT_TEXT)
 #undef STATION_EVENT_NUM
 #undef STATION_EVENT_TEXT
 
-// Decodes the event in `bytes`. The driver's record has a fixed size: the caller hands in all of it, with
+// Decodes the event in `bytes`. The driver's structure has a fixed size: the caller passes all of it, with
 // zeros where the message was short.
 inline void station_event_decode(std::span<const std::uint8_t, station_event_size> bytes,
                                  station_event &event) noexcept {
@@ -93,7 +93,7 @@ inline void station_event_decode(std::span<const std::uint8_t, station_event_siz
 #undef STATION_EVENT_TEXT
 }
 
-// The reverse, for whoever plays the driver. Texts are written without a terminator when they fill their
+// The reverse, for programs that act as the driver. Texts are written without a terminator when they fill their
 // field.
 inline void station_event_encode(const station_event &event,
                                  std::span<std::uint8_t, station_event_size> bytes) noexcept {

@@ -41,7 +41,7 @@ struct report_clock {
     F(std::uint16_t, status, 208)             /* 1 online, 2 waiting for its first pass */                \
     F(report_clock, online_clock, 212)        /* monotonic; zero for one restored from the backup file */ \
     F(report_clock, online_ts, 220)           /* wall clock of the association */                         \
-    F(report_clock, offline_ts, 228)          /* wall clock of the end */                                 \
+    F(report_clock, offline_ts, 228)          /* wall clock of the departure */                            \
     F(std::int32_t, oltime, 236)              /* seconds */                                               \
     F(std::uint64_t, work_up, 240)                                                                        \
     F(std::uint64_t, work_down, 248)                                                                      \
@@ -147,8 +147,7 @@ template <std::size_t N> void get(const std::uint8_t *at, char (&text)[N]) noexc
 
 } // namespace station_report_layout
 
-// Writes the image; every byte of it is set. Text fields are copied whole: what stands behind a terminator travels,
-// too.
+// Writes the image; every byte of it is set. Text fields are copied whole, with the bytes after their terminator.
 inline void station_report_encode(const station_report &report,
                                   std::span<std::uint8_t, station_report_size> image) noexcept {
     std::memset(image.data(), 0, image.size());
@@ -157,7 +156,7 @@ inline void station_report_encode(const station_report &report,
 #undef STATION_REPORT_PUT
 }
 
-// The reverse, for a collector. Texts are terminated even where the image is not, and zero behind their end.
+// The reverse, for a collector. Texts are terminated even where the image's are not; the bytes after a terminator are zero.
 inline void station_report_decode(std::span<const std::uint8_t, station_report_size> image,
                                   station_report &report) noexcept {
 #define STATION_REPORT_GET(type, field, off) station_report_layout::get(image.data() + (off), report.field);

@@ -2,7 +2,7 @@
 // connection.
 //
 // Request: 48 bytes of header, then `size` bytes.   Answer: 8 bytes of header, then `size` bytes, never more
-// than were sent. Little-endian. Shared by libwas, which asks, and by the driver simulator, which answers.
+// than were sent. Little-endian. Shared by libwas, which sends requests, and the driver simulator, which answers.
 #pragma once
 
 #include "protocol/wire.h"
