@@ -38,7 +38,7 @@ const char *sta_arguments_read(const struct blobmsg_policy *policy, std::size_t 
 
 int sta_arguments_refuse(struct ubus_context *ctx, struct ubus_request_data *req, const char *why,
                          const char *what) noexcept {
-    char name[65]; // of whatever length the caller has sent
+    char name[65]; // `what` comes from the caller and can have any length
     sta_put_text(name, what);
     struct blob_buf answer = {};
     if (blob_buf_init(&answer, 0) == 0 && blobmsg_add_string(&answer, "error", why) == 0 &&

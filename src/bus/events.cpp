@@ -129,7 +129,7 @@ int sta_ubus_dhcpdump_subscribe() {
     remove_subscriber(); // registering it twice would break the library's list of objects
     sta_ubus_dhcpdump_subscriber.cb = sta_ubus_dhcpdump_notify_cb;
     sta_ubus_dhcpdump_subscriber.remove_cb = sta_ubus_dhcpdump_server_remove_cb;
-    // The monitor may be missing for good: then a try costs one look-up. Any other failure is the registration's to report.
+    // Where there is no monitor at all, each try costs one look-up. Any other failure is reported by the registration.
     ++sta_health.bus_lookups;
     const int found = ubus_lookup_id(sta_ubus_ctx, "dhcpmon.client.notify", &dhcpdump_id);
     int result = UBUS_STATUS_OK;
@@ -154,7 +154,7 @@ int sta_ubus_dhcpdump_subscribe() {
 
 void sta_ubus_dhcpdump_resubscribe(struct uloop_timeout * /*timer*/) {
     if (sta_ubus_dhcpdump_subscribe() == UBUS_STATUS_OK) {
-        uloop_timeout_cancel(&sta_ubus_dhcpdump_timer); // of an earlier failure
+        uloop_timeout_cancel(&sta_ubus_dhcpdump_timer); // set by an earlier failure
         return;
     }
     sta_ubus_dhcpdump_timer.cb = sta_ubus_dhcpdump_resubscribe;

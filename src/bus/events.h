@@ -2,7 +2,7 @@
 // list.
 //
 // Format: docs/bus-api.md. A bad message is dropped after one log line; nothing is answered.
-// Owns:   its event handlers, the subscriber and the 3000 ms retry timer; all static, good for the life of
+// Owns:   its event handlers, the subscriber and the 3000 ms retry timer; all static, they live as long as
 //         the process.
 // Blocks: registrations and subscriptions, until the broker answers.   Logs: level 7, bad messages at level
 //         3.
@@ -24,17 +24,17 @@ void sta_sta_dhcp_update_event_cb(struct ubus_context *ctx, struct ubus_event_ha
 void sta_sta_dev_mode_change_event_cb(struct ubus_context *ctx, struct ubus_event_handler *ev,
                                       const char *type, struct blob_attr *msg);
 
-// Subscribes to "dhcpmon.client.notify", once, however often it is called. 0 or the library's error.
+// Subscribes to "dhcpmon.client.notify", once, however often it is called. Returns 0 or the library's error.
 int sta_ubus_dhcpdump_subscribe(void);
 
-// One try to subscribe, and another one in 3000 ms when it fails, without end. `timer` is not used.
+// Tries to subscribe, and again every 3000 ms until that succeeds. `timer` is not used.
 void sta_ubus_dhcpdump_resubscribe(struct uloop_timeout *timer);
 
-// A client list has come. 0.
+// Handles a client list. Returns 0.
 int sta_ubus_dhcpdump_notify_cb(struct ubus_context *ctx, struct ubus_object *obj,
                                 struct ubus_request_data *req, const char *method, struct blob_attr *msg);
 
-// The DHCP monitor has gone: subscribe again as soon as it is back.
+// The DHCP monitor is gone: subscribes again as soon as it is back.
 void sta_ubus_dhcpdump_server_remove_cb(struct ubus_context *ctx, struct ubus_subscriber *subscriber,
                                         std::uint32_t id);
 

@@ -12,7 +12,7 @@
 namespace {
 
 struct figure {
-    const char *section; // those of one section stand together
+    const char *section; // numbers of one section are adjacent
     const char *name;
     std::uint64_t value;
     bool wide = false; // 64 bits on the bus, else 32
@@ -83,7 +83,7 @@ void sta_put_health(struct blob_buf *buf) noexcept {
         else
             blobmsg_add_u32(buf, each.name, static_cast<std::uint32_t>(each.value));
     }
-    // The loop's, which is the last, has a text too.
+    // The last section, "loop", has a text as well.
     if (h.longest_turn_of) blobmsg_add_string(buf, "what", h.longest_turn_of);
     blobmsg_close_table(buf, table);
 }

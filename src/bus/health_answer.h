@@ -1,9 +1,9 @@
-// health_answer.h - what the daemon says of its own health.
+// health_answer.h - the daemon's answer about its own health.
 //
 // Format: docs/bus-api.md, schema "wsmd health answer".
 #pragma once
 
 #include "base/cxx/ubox.h"
 
-// Appends its members to the message `buf`, in which there is room for a station.
+// Appends the members of the answer to `buf`. The caller has made room (sta_bus_make_room).
 void sta_put_health(struct blob_buf *buf) noexcept;

@@ -48,7 +48,7 @@ constexpr struct ubus_method sta_methods[] = {
 struct ubus_object_type sta_object_type = {"sta", 0, sta_methods, std::size(sta_methods)};
 
 struct uloop_timeout sta_ubus_reconnect_timer = {};
-struct ubus_object *waiting_dbg_object = nullptr; // came before the connection
+struct ubus_object *waiting_dbg_object = nullptr; // given to us before the connection was made
 
 void reconnect(struct uloop_timeout *timer) { sta_ubus_object_connect(timer); }
 
@@ -58,7 +58,7 @@ void parse(const struct blobmsg_policy (&policy)[N], struct blob_attr *(&found)[
                   msg ? static_cast<unsigned>(blob_len(msg)) : 0);
 }
 
-// An argument that is there and not empty, or null.
+// The argument's text; null when it is missing or empty.
 const char *argument_text(struct blob_attr *attribute) {
     const char *text = attribute ? blobmsg_get_string(attribute) : nullptr;
     return text && *text != '\0' ? text : nullptr;
@@ -83,7 +83,7 @@ int sta_ubus_object_connect(struct uloop_timeout *timer) {
     }
     if (without_broker) STA_NOTICE("connected to the bus broker\n");
     ubus_add_uloop(
-        sta_ubus_ctx); // before the first synchronous call: what comes meanwhile waits for the loop
+        sta_ubus_ctx); // before the first synchronous call: messages that arrive meanwhile wait for the loop
 
     sta_ubus_object.name = "sta";
     sta_ubus_object.type = &sta_object_type;
@@ -100,7 +100,7 @@ int sta_ubus_object_connect(struct uloop_timeout *timer) {
 
     if (waiting_dbg_object) ubus_add_object(sta_ubus_ctx, waiting_dbg_object);
     waiting_dbg_object = nullptr;
-    sta_wsmd_publish(); // the last: whoever asks `sta` finds it under the number it always had
+    sta_wsmd_publish(); // last, so that the object `sta` keeps the number it always had
     return result;
 }
 
@@ -138,7 +138,7 @@ int sta_ubus_get_info_methods(struct ubus_context *ctx, struct ubus_object * /*o
         if (wlan) STA_LOG("sta_ubus_get_info_methods sta_info_param:\"%s\"\n", wlan);
         sta_encode_json_sta_array_info(&sta_ubus_reply_buf, param, mac, wlan);
     }
-    // More stations than a bus message can carry: an error, never a cut list.
+    // More stations than a bus message can carry: answer with an error, never with part of the list.
     if (!sta_bus_can_carry(&sta_ubus_reply_buf)) return UBUS_STATUS_NO_MEMORY;
     ubus_send_reply(ctx, req, sta_ubus_reply_buf.head);
     return 0;

@@ -1,7 +1,7 @@
 // object.h - the connection to the bus and the daemon's object `sta` with its methods get, set and delete.
 //
-// Format: docs/bus-api.md.   Owns: the connection, until the process ends; a try every 2000 ms until the
-//         first success. A later loss is left to the library's default, and to the supervisor.
+// Format: docs/bus-api.md.   Owns: the connection, until the process ends; it tries every 2000 ms until the
+//         first success. If it is lost later, the library ends the loop, the daemon exits and its supervisor restarts it.
 // Blocks: connecting and registering, until the broker answers.   Logs: level 7 and 3.
 #pragma once
 
@@ -13,15 +13,15 @@ extern "C" {
 int sta_ubus_object_init(void);
 
 // Connects, publishes `sta`, registers for events and, unless the device is a router, subscribes to the DHCP
-// monitor. Arms `timer` for another try when the broker is not there. The result of the last call made; -1
-// for null.
+// monitor. Arms `timer` for another try when the broker is not there. Returns the result of the last call; -1 when `timer`
+// is null.
 int sta_ubus_object_connect(struct uloop_timeout *timer);
 
-// Publishes the log library's object on the daemon's connection; one that comes before the connection is
-// published with it. 0, or -1 for null.
+// Publishes the log library's object on the daemon's connection; an object given before there is a
+// connection is published with it. Returns 0, or -1 for null.
 int sta_ubus_add_dbg_object(struct ubus_object *obj);
 
-// Method handlers; their value is the request's status.
+// Method handlers. They return the request's status.
 int sta_ubus_get_info_methods(struct ubus_context *ctx, struct ubus_object *obj,
                               struct ubus_request_data *req, const char *method, struct blob_attr *msg);
 int sta_ubus_set_info_methods(struct ubus_context *ctx, struct ubus_object *obj,

@@ -18,7 +18,7 @@ bool wants_driver_entries(const char *wlan) { return wlan && std::strcmp(wlan, "
 
 constexpr const char *entries_function = STA_NAME_OF(ubus_server_get_wlan_online_sta_info);
 
-// Appends a table for each of `entries` entries of `list` whose MAC is `mac` (null: all). Their number.
+// Appends a table for each of `entries` entries of `list` whose MAC is `mac` (null: all). Returns their number.
 unsigned add_entries(blob_buf *buf, const std::uint8_t *list, std::uint32_t entries, const char *mac) {
     unsigned count = 0;
     for (std::uint32_t i = 0; i < entries && sta_bus_make_room(buf); ++i) {

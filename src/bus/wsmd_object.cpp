@@ -21,7 +21,7 @@
 namespace {
 
 constexpr std::uint32_t page_default = 64;
-constexpr std::uint32_t page_max = 256; // even of the longest stations: 1 MiB is what a message carries
+constexpr std::uint32_t page_max = 256; // with the longest texts these still fit a message of 1 MiB
 
 enum { STATIONS_AFTER, STATIONS_LIMIT, STATIONS_FIELDS, STATIONS_MAX };
 constexpr struct blobmsg_policy stations_policy[STATIONS_MAX] = {
@@ -49,7 +49,7 @@ public:
     answer(const answer &) = delete;
     answer &operator=(const answer &) = delete;
 
-    // Room for a station more, or for as much of anything else: what is added into it cannot fail.
+    // Makes room for one more station, or for anything else of that size, so that the appends after it cannot fail.
     bool make_room() noexcept { return whole && sta_bus_make_room(&buf); }
     int send(struct ubus_context *ctx, struct ubus_request_data *req) noexcept {
         if (!whole || !sta_bus_can_carry(&buf)) return UBUS_STATUS_NO_MEMORY;
@@ -62,7 +62,7 @@ private:
     bool whole;
 };
 
-// A MAC as the table has it. False for what is none.
+// The argument as a MAC in the table's spelling. False if it is not a MAC.
 bool take_mac(struct blob_attr *argument, char (&mac)[18]) {
     const char *text = blobmsg_get_string(argument);
     std::uint8_t octets[6];
@@ -71,7 +71,7 @@ bool take_mac(struct blob_attr *argument, char (&mac)[18]) {
     return sta_tolower(mac, mac) == 0;
 }
 
-// The members that the array names. Null, or the first name that is none.
+// The members that the array names. Returns null, or the first name that is not a member.
 const char *take_fields(struct blob_attr *array, station_fields &fields) {
     fields = 0;
     struct blob_attr *entry = nullptr;
@@ -85,13 +85,13 @@ const char *take_fields(struct blob_attr *array, station_fields &fields) {
     return nullptr;
 }
 
-// A page's size, where it is given. False for one that cannot be.
+// The page size, if it is given. False if it is out of range.
 bool take_limit(struct blob_attr *argument, std::uint32_t &limit) {
     if (argument) limit = blobmsg_get_u32(argument);
     return limit >= 1 && limit <= page_max;
 }
 
-// Of two pointers to records.
+// Compares two pointers to records, for qsort.
 int by_mac(const void *left, const void *right) {
     const sta_info_t *a = nullptr, *b = nullptr;
     std::memcpy(&a, left, sizeof(a));
@@ -116,7 +116,7 @@ void sta_wsmd_publish() noexcept {
     sta_wsmd_object.type = &wsmd_type;
     sta_wsmd_object.methods = wsmd_methods;
     sta_wsmd_object.n_methods = std::size(wsmd_methods);
-    wsmd_type.id = 0; // of another broker, if this is not the first
+    wsmd_type.id = 0; // the number may be from an earlier broker
     if (ubus_add_object(sta_ubus_ctx, &sta_wsmd_object) != UBUS_STATUS_OK)
         STA_NOTICE("the broker refuses the object wsmd\n");
 }
@@ -138,7 +138,7 @@ int sta_wsmd_stations(struct ubus_context *ctx, struct ubus_object * /*obj*/, st
         if (const char *unknown = take_fields(found[STATIONS_FIELDS], fields))
             return sta_arguments_refuse(ctx, req, "unknown field", unknown);
 
-    // In the order of their MACs: a station that comes or goes between two pages shifts no other.
+    // In the order of their MACs, so that an arrival or departure between two pages moves no other station.
     sta_array<sta_info_t *> behind;
     std::uint32_t total = 0;
     sta_info_t *sta = nullptr;

@@ -13,7 +13,7 @@ constexpr int answer_ms = 20000;
 struct blob_buf selfchk_buf = {};
 
 struct text_freer {
-    void operator()(char *text) const noexcept { std::free(text); } // the formatter's, not a counted one
+    void operator()(char *text) const noexcept { std::free(text); } // libubox's, not a counted block
 };
 
 // Logs a member of the answer and returns it; null when it is missing or null.
@@ -64,7 +64,7 @@ void selfchk_dhcpmon_data_get_cb(struct ubus_request *req, int /*type*/, struct 
         return;
     }
     const sta_json answer{json_tokener_parse(text.get())};
-    logged_member(answer.get(), "count"); // the walk goes by the list's own length
+    logged_member(answer.get(), "count"); // only logged: the loop uses the length of the list
     json_object *list = logged_member(answer.get(), "list");
     if (!json_object_is_type(list, json_type_array)) return;
 

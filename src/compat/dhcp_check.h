@@ -1,4 +1,4 @@
-// dhcp_check.h - asking the DHCP monitor service for, or to drop, one client's lease.
+// dhcp_check.h - asking the DHCP monitor service for one client's lease, or to drop it.
 //
 // Format: docs/bus-api.md.   Blocks: up to 20 seconds, until "dhcpmon" answers.   Logs: level 7 and 3.
 #pragma once
@@ -8,9 +8,9 @@
 
 extern "C" {
 
-// `op` 1 asks for the client ("client"), 0 has it dropped ("del_client"), anything else sends nothing. 0 when
-// the service was found, whatever it answers; -1 without a connection or service. The caller keeps `sta` for
-// the whole call. No flow of the daemon uses it; it belongs to the module's interface.
+// `op` 1 asks for the client ("client"), 0 has it dropped ("del_client"), anything else sends nothing. Returns 0 when
+// the service was found, whatever it answers; -1 without a connection or service. `sta` must live until the
+// call returns. The daemon itself does not call it; it is part of the exported interface.
 int selfchk_ubus_get_del_dhcpip(sta_info_t *sta, int op);
 
 // The answer to "client": the request's private pointer is the station. When all entries are well-formed and

@@ -26,7 +26,8 @@ struct time_text {
     }
 };
 
-// Appends the message to the `prefix` characters that `line` of `size` bytes holds, cut. The new length.
+// Appends the message to `line` of `size` bytes, which already holds `prefix` characters. A longer message is cut.
+// Returns the new length.
 __attribute__((format(printf, 4, 0))) std::size_t append_message(char *line, std::size_t size, int prefix,
                                                                  const char *format, va_list arguments) {
     const std::size_t used = std::min(static_cast<std::size_t>(std::max(prefix, 0)), size - 1);
@@ -58,7 +59,7 @@ __attribute__((format(printf, 2, 0))) void write_file(const char *tag, const cha
     const int prefix = std::snprintf(line, sizeof(line), "[%.24s][%d][%s] ", time_text{}.text,
                                      static_cast<int>(getpid()), tag);
     std::size_t length = append_message(line, sizeof(line), prefix, format, arguments);
-    line[length++] = '\n'; // in the terminator's place
+    line[length++] = '\n'; // replaces the terminator
 
     const int fd = open(sta_log.log_file_name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0777);
     if (fd < 0) return;

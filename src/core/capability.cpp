@@ -79,7 +79,7 @@ char *ReadFile(const char *path, long *length) {
         STA_LOG("(err)ftell fail!\n");
         return nullptr;
     }
-    // A folder opens and claims the largest size there is.
+    // A directory can be opened, and reports LONG_MAX as its size.
     char *text =
         size < LONG_MAX ? static_cast<char *>(std::calloc(1, static_cast<std::size_t>(size) + 1)) : nullptr;
     if (!text) {

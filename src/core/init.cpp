@@ -28,7 +28,7 @@ namespace {
 
 constexpr const char *tag = "WSMD";
 
-// How many departures are kept; anything that is no number keeps none.
+// How many departures are kept; a value that is not a number keeps none.
 void read_departed() {
     char text[65] = "";
     sta_uci_get_param("wsmd.main.departed", text, sizeof(text) - 1);
@@ -63,14 +63,14 @@ void sta_init() {
         STA_LOG("Dhcpmon list init fail\n");
         std::exit(EXIT_FAILURE);
     }
-    sta_ubus_object_init(); // tries again by itself
+    sta_ubus_object_init(); // on failure it keeps trying
     sta_ubus_add_dbg_object(dbg_get_ubus_object());
     if (dev_cap_table_init() != 0) {
         STA_LOGFILE("wifi_services cap table init failed, exit now!\n");
         std::exit(EXIT_FAILURE);
     }
     sta_service_start();
-    // Called, not only armed: restored stations are on line and reported before the loop starts.
+    // Called, not only armed: restored stations are online and reported before the loop starts.
     sta_flow_count_timer(&sta_flow_count_timeout);
     sta_sta_log_up_timer(&sta_log_up_timeout);
     sta_single_log_up_timer(&sta_single_log_up_timeout);
@@ -88,7 +88,7 @@ int sta_service_start() {
 }
 
 void sta_deinit() {
-    // Deliberate: the two values behind the line number are passed and not printed.
+    // Deliberate: the two values after the line number are passed and not printed.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-extra-args"
     dbg_printf(g_main_id, 7, "Function %s:%d MAIN", __func__, __LINE__, 5, "Sta-manage terminating..");
@@ -97,7 +97,7 @@ void sta_deinit() {
 }
 
 void sta_terminate(int status) {
-    // A second signal must not stop the clean-up half-way; the commands get their defaults back.
+    // A second signal must not stop the clean-up half-way. Commands run with the default handling (tools/command).
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGTERM, SIG_IGN);
     sta_fw_clean_all();

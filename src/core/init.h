@@ -1,14 +1,14 @@
-// init.h - bringing the daemon up in its fixed order, and down.
+// init.h - starting the daemon in its fixed order, and ending it.
 //
-// Exit:   a failing step ends the process with status 1, logged, its firewall chains left as they are
-//         (deliberate); a normal end removes the chains and has status 1 too.
+// Exit:   a failing step is logged and ends the process with status 1; the firewall chains stay
+//         (deliberate). A normal end removes the chains, and its status is 1 as well.
 #pragma once
 
 #include <cstdint>
 
 extern "C" {
 
-// The device's role, read once: 0 client, 1 access point. No flow of the daemon looks at it.
+// The device's role, read once: 0 client, 1 access point. Nothing in the daemon depends on it.
 extern std::int32_t sta_mode;
 
 // The whole start-up sequence.

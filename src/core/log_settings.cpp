@@ -15,7 +15,7 @@ void sta_debug_cfg_read() {
     sta_log.log_file = sta_get_uci_int("uci -q get wsmd.main.log_file", 1);
     sta_log.log_file_level = sta_get_uci_int("uci -q get wsmd.main.log_file_level", 6);
     sta_log.log_file_size = sta_get_uci_int("uci -q get wsmd.main.log_file_size", 65536);
-    sta_put_text(sta_log.log_file_name, LOG_FILE_DEFAULT); // a removed key falls back
+    sta_put_text(sta_log.log_file_name, LOG_FILE_DEFAULT); // the default again if the key was removed
     sta_get_uci_str("uci -q get wsmd.main.log_file_name", sta_log.log_file_name,
                     sizeof(sta_log.log_file_name));
 

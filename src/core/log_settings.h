@@ -18,6 +18,6 @@ extern "C" {
 
 extern sta_log_settings sta_log;
 
-// Reads all settings (a missing key gives its default, a key that is no number 0) and logs each at level 7.
+// Reads all settings (a missing key gives its default, a value that is not a number gives 0) and logs each at level 7.
 void sta_debug_cfg_read(void);
 }

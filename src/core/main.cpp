@@ -18,13 +18,14 @@ void hold_signals(int how) {
     sigprocmask(how, &stop, nullptr);
 }
 
-// The loop forgets a stop that comes before it runs: such signals wait for its first turn.
+// The loop forgets a stop signal that arrives before it runs, so signals are blocked until its first turn.
 void release_signals(struct uloop_timeout * /*timer*/) { hold_signals(SIG_UNBLOCK); }
 
 struct uloop_timeout release_timer = {};
 
-// What a walk over the table needs goes back to the system when the walk ends. Left to itself the C library keeps large blocks
-// in the heap once it has seen one given back, between the records of stations: half as much again as those.
+// Large blocks, which a walk over the table needs, go back to the system when the walk ends. By default the C library moves
+// its limit up after the first such block is freed and then keeps them in the heap, between the records of stations; the heap
+// becomes half as large again.
 void give_large_blocks_back() {
 #ifdef __GLIBC__
     constexpr int large = 32 * 1024;
@@ -34,7 +35,7 @@ void give_large_blocks_back() {
 #endif
 }
 
-// A missing standard descriptor would be the number of the next file that is opened, and what is printed would go there.
+// If a standard descriptor is closed, the next file that is opened gets its number, and printed text would go into that file.
 void open_standard_descriptors() {
     for (int fd = open("/dev/null", O_RDWR); fd >= 0; fd = open("/dev/null", O_RDWR)) {
         if (fd <= STDERR_FILENO) continue;
@@ -52,12 +53,12 @@ int main() {
     if (!sta_file_lock()) return -1;
     hold_signals(SIG_BLOCK);
     uloop_init();
-    std::signal(SIGPIPE, SIG_IGN); // whatever the library's own set-up made of it
+    std::signal(SIGPIPE, SIG_IGN); // again: the library's set-up may have changed it
     sta_init();
     release_timer.cb = release_signals;
     uloop_timeout_set(&release_timer, 0);
     uloop_run();
-    hold_signals(SIG_BLOCK); // a second one would find the defaults again, and kill before the clean-up
+    hold_signals(SIG_BLOCK); // uloop_done restores the defaults: a second one would kill before the clean-up
     uloop_done();
     sta_deinit();
 }

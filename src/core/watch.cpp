@@ -25,7 +25,7 @@ file_watcher snoop_watcher = {"/tmp/snoop_ip", copy_snoop, nullptr, 0, {}};
 bool has_changed(file_watcher &watcher) {
     struct stat now {};
     if (stat(watcher.path, &now) != 0 || now.st_mtime == watcher.seen) return false;
-    watcher.seen = now.st_mtime; // before the callback, so that a change it causes is seen
+    watcher.seen = now.st_mtime; // before the callback, so that a change made by the callback is seen
     if (watcher.copy) watcher.copy();
     return true;
 }

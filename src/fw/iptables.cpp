@@ -75,7 +75,7 @@ int sta_fw_clean_all() {
     sta_fw_cmd("-t mangle -D POSTROUTING -j POSTROUTING-incoming");
     sta_fw_cmd("-t mangle -F POSTROUTING-incoming");
     sta_fw_cmd("-t mangle -X POSTROUTING-incoming");
-    // Deliberate: the whole system chain, other rules in it included.
+    // Deliberate: flushes the whole system chain, with other programs' rules in it.
     return sta_fw_cmd("-t nat -F prerouting_lan");
 }
 

@@ -4,7 +4,7 @@
 
 #include "tools/json.h"
 
-// One client's texts, good as long as the JSON they come from. A member that is no text counts as its JSON
+// One client's texts; they live as long as the JSON object. A member of another type gives its JSON
 // text.
 struct dhcpmon_client {
     const char *mac;
@@ -12,5 +12,5 @@ struct dhcpmon_client {
     const char *hostName;
 };
 
-// Reads one entry (may be null). False when a member is missing or null: it is logged at level 3.
+// Reads one entry (may be null). False when a member is missing or null; that is logged at level 3.
 bool dhcpmon_client_read(json_object *entry, dhcpmon_client &client) noexcept;

@@ -8,7 +8,7 @@
 
 namespace {
 
-// False without memory.
+// Adds the section's interface, if it has a name. False without memory.
 bool add(uci_context *context, uci_section *section, sta_array<wireless_interface> &found) {
     const char *ifname = uci_lookup_option_string(context, section, "ifname");
     if (!ifname || *ifname == '\0') return true;

@@ -19,7 +19,7 @@ namespace {
 constexpr const char *lease_file = "/tmp/dhcp.leases";
 constexpr const char *snoop_file = "/tmp/snoop_ip_bak";
 
-// What follows the MAC and one separator in `line`, or null when the line does not hold it or ends there.
+// What follows the MAC and one separator in `line`; null when the MAC is not in the line or ends it.
 const char *after_mac(const char *line, const char *mac) {
     const char *at = std::strstr(line, mac);
     if (!at) return nullptr;
@@ -32,18 +32,19 @@ std::size_t word_length(const char *at, std::size_t most) {
     return std::min(std::strcspn(at, " \r\n\t"), most);
 }
 
-// Where the piece begins that holds the character at `at` of the line that begins at `line`.
+// fgets reads a long line in pieces of size - 1 characters. Where the piece begins that holds the character at `at`, for a
+// line that begins at `line`.
 std::size_t piece_of(std::size_t line, std::size_t at, std::size_t size) {
     return line + (at - line) / (size - 1) * (size - 1);
 }
 
 } // namespace
 
-// The file, once for all look-ups of a walk.
+// The file, read once for all look-ups of a walk.
 struct sta_lease_snapshot::file {
     enum class outcome { missing, whole, unread };
 
-    // Reads it if nobody has yet. unread: the look-up has to do that itself.
+    // Reads the file if that was not tried yet. `unread`: the look-up must read it itself.
     outcome read() noexcept {
         constexpr std::size_t most = 8 << 20;
         if (tried) return known;
@@ -56,11 +57,11 @@ struct sta_lease_snapshot::file {
         return known;
     }
 
-    // Calls `visit` with the offset of each mention of `mac`, in their order, until it returns true.
+    // Calls `visit` with the offset of each occurrence of `mac`, in file order, until it returns true.
     template <class Visit> void find(const char *mac, Visit visit) noexcept {
-        constexpr unsigned searches_max = 16; // so many cost as much as the index
+        constexpr unsigned searches_max = 16; // more searches than this cost as much as an index
         if (searches <= searches_max && ++searches > searches_max)
-            indexed = macs.add(bytes.data(), 0, bytes.size(), 0); // without memory the searches go on
+            indexed = macs.add(bytes.data(), 0, bytes.size(), 0); // without memory, searches go on
         if (indexed && sta_mac_index::is_mac(mac)) {
             macs.find(bytes.data(), mac, [&](const sta_mac_index::mention &one) { return visit(one.at); });
             return;
@@ -75,7 +76,7 @@ struct sta_lease_snapshot::file {
         }
     }
 
-    // Fills `piece` of `size` bytes with what fgets gives from `begin` on.
+    // Fills `piece` of `size` bytes as fgets would from offset `begin`.
     void cut(std::size_t begin, char *piece, std::size_t size) const noexcept {
         const std::size_t most = std::min(bytes.size() - begin, size - 1);
         void *behind = memccpy(piece, bytes.data() + begin, '\n', most);
@@ -96,7 +97,7 @@ sta_lease_snapshot::file *sta_lease_snapshot::current = nullptr;
 
 sta_lease_snapshot::sta_lease_snapshot() noexcept {
     if (current) return;
-    void *room = std::malloc(sizeof(file)); // without memory every call reads for itself
+    void *room = std::malloc(sizeof(file)); // without memory every call reads the file itself
     mine = current = room ? new (room) file : nullptr;
 }
 
@@ -111,11 +112,11 @@ namespace {
 
 using outcome = sta_lease_snapshot::file::outcome;
 
-// True: the search is over. `found` is the caller's.
+// Returns true to end the search. `found` is passed through to it.
 using piece_taker = bool (*)(const char *piece, const char *mac, void *found);
 
-// Reads the lease file in pieces, as fgets does with `piece` of `size` bytes, and hands to `take` at least those that hold
-// `mac`. Without a file `function` says so.
+// Reads the lease file in pieces, as fgets does with `piece` of `size` bytes, and passes at least the pieces that hold
+// `mac` to `take`. A file that cannot be opened is logged in the name of `function`.
 void search(const char *function, const char *mac, char *piece, std::size_t size, piece_taker take,
             void *found) {
     ++sta_health.lease_lookups;
@@ -125,12 +126,12 @@ void search(const char *function, const char *mac, char *piece, std::size_t size
         const char *text = shared->bytes.data();
         std::size_t line = 0, looked = 0, last = SIZE_MAX;
         shared->find(mac, [&](std::size_t at) {
-            // Its line begins behind the last line feed since the mention before, if there is one.
+            // The line begins after the last line feed since the previous occurrence, if there is one.
             if (const void *feed = memrchr(text + looked, '\n', at - looked))
                 line = static_cast<std::size_t>(static_cast<const char *>(feed) - text) + 1;
             looked = at;
             const std::size_t begin = piece_of(line, at, size);
-            if (begin == last) return false; // has been taken
+            if (begin == last) return false; // this piece has been passed already
             last = begin;
             shared->cut(begin, piece, size);
             return take(piece, mac, found);
@@ -150,7 +151,7 @@ void search(const char *function, const char *mac, char *piece, std::size_t size
 
 int sta_get_ipaddr_by_dhcp_mac(char *out, const char *mac) {
     if (!out || !mac || *mac == '\0') return -1;
-    char piece[64]; // longer lines come in pieces, each searched by itself
+    char piece[64]; // longer lines are read in pieces, and each piece is searched separately
     struct result {
         char *out;
         bool found;
@@ -214,7 +215,7 @@ int sta_get_ipaddr_by_snoop_mac(const char *mac, char *out) {
     sta_str_trim(line);
     const bool found = line && *line != '\0';
     if (found) {
-        std::strncpy(out, line, 16); // zeros behind a shorter one
+        std::strncpy(out, line, 16); // pads a shorter text with zeros
         out[15] = '\0';
     }
     sta_free(line);

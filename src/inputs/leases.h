@@ -1,24 +1,24 @@
-// leases.h - who has which address and name, by the DHCP server's lease file and the snooping table.
+// leases.h - stations' addresses and names from the DHCP server's lease file and the snooping table.
 //
 // Source: "/tmp/dhcp.leases", lines "<expiry> <mac> <address> <host name> <client id>"; "/tmp/snoop_ip_bak",
 //         lines "<x> <mac> <address> <interface>". Both belong to other programs and may hold anything.
-// Keys:   the MAC as the lease file has it: searched as plain text anywhere in the line, case-sensitive; in
-//         the snooping table as a whole word in either case.   Changes: no file, ever.
+// Keys:   the MAC. In the lease file it is searched as plain text anywhere in the line, case-sensitive; in
+//         the snooping table as a whole word in either case.   Changes: no file.
 #pragma once
 
 extern "C" {
 
 // Copies the leased address of `mac` into `out` (17 bytes: at most 15 characters, the rest zeroed) and
-// returns 0. -1 when there is none: `out` is then untouched. Logs at level 7 a hit or a file that cannot be
-// opened.
+// returns 0. -1 when there is none: `out` is then unchanged. A hit, and a file that cannot be opened, are logged at
+// level 7.
 int sta_get_ipaddr_by_dhcp_mac(char *out, const char *mac);
 
 // The leased host name of `mac`, at most 64 characters, "*" included, possibly empty: to be freed with
 // sta_free. Null when there is none. Logs the reason or the hit.
 char *sta_get_name_by_dhcp_mac(const char *mac);
 
-// Copies the snooped address of `mac` into `out` (16 bytes) and returns 0; else -1, `out` untouched. Runs a
-// shell.
+// Copies the snooped address of `mac` into `out` (16 bytes) and returns 0; otherwise -1, and `out` is unchanged. Runs
+// a shell.
 int sta_get_ipaddr_by_snoop_mac(const char *mac, char *out);
 
 // "-" in a 32-byte block, to be freed with sta_free; null when there is no memory.
@@ -28,8 +28,9 @@ char *sta_get_default_name(void);
 void sta_snoop_foreach_lan(void (*visit)(const char *mac, const char *ip));
 }
 
-// While one lives, all look-ups in the lease file see it as the first of them found it, and cost the same however long it is.
-// A walk over the table holds one. Without memory, or with a file above 8 MiB, each look-up reads the file itself.
+// While an object of this class lives, the lease file is read once, by the first look-up; later look-ups use that copy, and their
+// cost does not grow with the file. A walk over the table holds one. Without memory, or with a file above 8 MiB, each look-up
+// reads the file itself.
 class sta_lease_snapshot {
 public:
     struct file;
@@ -39,10 +40,10 @@ public:
     sta_lease_snapshot(const sta_lease_snapshot &) = delete;
     sta_lease_snapshot &operator=(const sta_lease_snapshot &) = delete;
 
-    // What is shared now; null outside of walks.
+    // The copy in use now; null outside of walks.
     static file *shared() noexcept { return current; }
 
 private:
-    file *mine = nullptr; // null when another one was there before
+    file *mine = nullptr; // null when an outer object owns the copy
     static file *current;
 };

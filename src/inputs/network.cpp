@@ -22,7 +22,7 @@ constexpr const char *sysinfo_file = "/etc/config/sysinfo";
 constexpr std::size_t value_size = 64; // of a buffer; at most 63 characters are copied into it
 
 struct uci_freer {
-    void operator()(uci_context *context) const noexcept { uci_free_context(context); } // loaded packages too
+    void operator()(uci_context *context) const noexcept { uci_free_context(context); } // packages as well
     void operator()(char *text) const noexcept { std::free(text); }
 };
 using uci_guard = std::unique_ptr<uci_context, uci_freer>;
@@ -41,15 +41,15 @@ bool has_type(const uci_section *section, const char *type) {
     return std::string_view{section->type} == type;
 }
 
-// As strncpy, which compilers warn of: a longer text is left without a terminator, that is the zeroed buffer's.
+// As strncpy, which compilers warn about: a longer text gets no terminator here, since the zeroed buffer has one.
 void copy_value(char *destination, const char *text, std::size_t size) {
     const std::size_t length = strnlen(text, size);
     std::memcpy(destination, text, length);
     std::memset(destination + length, 0, size - length);
 }
 
-// What a file was when it was read. It is the same still when nothing of this has changed, if its last change was long enough
-// before the reading to show: a file system's clock is coarse.
+// Identifies the file that was read, by inode, size and times. A file system's clock is coarse: a file that was changed less
+// than `coarse` seconds before it was read may change again without a new time, so it counts as changed.
 class file_state {
 public:
     void take(const char *path) noexcept {
@@ -73,10 +73,10 @@ private:
     bool settled = false;
 };
 
-// Something that was read from files, to be read again when they are not what they were.
+// Whether something that was read from files is still valid.
 class kept {
 public:
-    // Whether it is good for another look: `unchanged` is asked unless it was `seen`, which then says so.
+    // Whether what was read can be used. Calls `unchanged` once for each event or walk; `seen` remembers that.
     template <class Unchanged> bool is_good(bool &seen, Unchanged unchanged) noexcept {
         if (good && !seen) good = unchanged();
         seen = good;
@@ -88,11 +88,11 @@ private:
     bool good = false;
 };
 
-// One configuration file, as far as it could be loaded.
+// One configuration file, kept while it is unchanged.
 class config_file {
 public:
-    // Loads `path` if it is not what it was; a failure is not kept. The package, or null with the reason logged in the name of
-    // `function`.
+    // Loads `path` if it has changed; after a failure it is tried again. The package, or null with the reason logged in the
+    // name of `function`.
     uci_package *load(bool &seen, const char *function, const char *path, const char *missing) noexcept {
         if (its.is_good(seen, [&] { return state.is_still(path); })) return package;
         switch (try_load(path)) {
@@ -110,10 +110,10 @@ private:
     enum class outcome { missing, no_context, unreadable, loaded };
 
     outcome try_load(const char *path) noexcept {
-        if (context) uci_free_context(context); // the package, too
+        if (context) uci_free_context(context); // frees the package as well
         context = nullptr;
         package = nullptr;
-        state.take(path); // before the reading: a change meanwhile shows at the next look
+        state.take(path); // before reading, so that a change meanwhile is noticed next time
         if (!state.is_there()) return outcome::missing;
         context = uci_alloc_context();
         if (!context) return outcome::no_context;
@@ -130,10 +130,10 @@ private:
 config_file wireless;
 config_file sysinfo;
 
-// The chip family. What was set and not committed counts, too.
+// The chip family. A value that was set and not committed counts as well.
 class chip_family {
 public:
-    // Empty when there is none, which is logged.
+    // Empty when there is none; that is logged.
     const char *get(bool &seen) noexcept {
         const auto unchanged = [&] {
             for (std::size_t i = 0; i < std::size(places); ++i)
@@ -163,7 +163,7 @@ private:
 
 chip_family chip;
 
-// Copies option `wanted` of `section`. 0, or -1 when there is none.
+// Copies option `wanted` of `section`. Returns 0, or -1 when there is none.
 int copy_option(uci_context *context, uci_section *section, const char *wanted, char *destination,
                 std::size_t size) {
     const char *text = option_text(context, section, wanted);
@@ -178,8 +178,7 @@ bool is_placed(const sta_info_t *sta) { return sta && sta->ifname[0] != '\0' && 
 
 void sta_uci_get_param(const char *path, char *destination, std::size_t size) {
     ++sta_health.configuration_lookups;
-    const std::unique_ptr<char, uci_freer> edited{path ? strdup(path)
-                                                       : nullptr}; // the look-up cuts it to pieces
+    const std::unique_ptr<char, uci_freer> edited{path ? strdup(path) : nullptr}; // the look-up changes it
     const uci_guard context{uci_alloc_context()};
     if (!edited || !context || !destination) {
         STA_LOG("pointer is not valid\n");
@@ -239,7 +238,7 @@ int sta_configuration::sysinfo_element(char *destination, std::size_t size) noex
     return 0;
 }
 
-// Option `wanted` of the station's "wifi-iface" section; `function` speaks.
+// Option `wanted` of the station's "wifi-iface" section. Logs in the name of `function`.
 int sta_configuration::element_of(const char *function, const sta_info_t *sta, const char *wanted,
                                   char *destination, std::size_t size) noexcept {
     const std::string_view family = chip.get(chip_seen);

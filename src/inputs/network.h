@@ -1,10 +1,10 @@
-// network.h - what the system's configuration says of a station's network: its VLAN, and whether it is
+// network.h - what the system's configuration says about a station's network: its VLAN, and whether it is
 // bridged elsewhere.
 //
 // Source: uci "wifiinfo.global.sdk" (chip family "mtk" or "qca"), the wireless package (g_path, sections
-//         "wifi-iface") and "/etc/config/sysinfo". What was read is kept as long as the file is the same by
-//         inode, size and times, so a change counts at the next event; a file that has changed less than two seconds before
-//         it was read is read again. A walk over all stations is one event: it hands one sta_configuration down.
+//         "wifi-iface") and "/etc/config/sysinfo". What was read is kept while the file's
+//         inode, size and times stay the same, so a change takes effect at the next event; a file that was changed less
+//         than two seconds before it was read is read again. A walk over all stations uses one sta_configuration.
 // Chip:   "mtk" finds a station's section by "ifname"; "qca" by "ssid" and the device "wifi0" (interfaces
 //         ath0...) or "wifi1".
 // Result: 0 or -1, every failure logged at level 7; a lookup without a matching section is a success that
@@ -24,7 +24,7 @@ extern "C" {
 extern char g_path[32];
 
 // Copies the option that the extended path names, as strncpy does: a shorter text is followed by zeros, one of `size`
-// characters and more by nothing, so `destination` is zeroed and at least one byte longer. Untouched on any failure.
+// characters and more by nothing, so `destination` must be zeroed and at least one byte longer. It is unchanged on any failure.
 void sta_uci_get_param(const char *path, char *destination, std::size_t size);
 
 // Copies option `wanted` of the first "wifi-iface" section whose option `match` equals `value` and, when
@@ -44,8 +44,8 @@ std::int32_t sta_sta_get_vlanid(const sta_info_t *sta);
 int sta_sta_get_brmode(const sta_info_t *sta);
 }
 
-// The configuration as one event, or one walk over the table, sees it: each file is looked at when it is first asked for, and
-// then taken as what it was. The functions above each look for themselves.
+// The configuration for one event, or for one walk over the table: each file is checked for a change when it is first needed, and
+// not again. Each call of a function above checks anew.
 class sta_configuration {
 public:
     sta_configuration() = default;
@@ -67,5 +67,5 @@ private:
     bool sysinfo_seen = false;
 };
 
-// Puts the VLAN into the record: 1 for what is below 1.
+// Puts the VLAN into the record; a number below 1 becomes 1.
 void sta_take_vlanid(sta_info_t *sta, sta_configuration &configuration) noexcept;

@@ -11,11 +11,11 @@ namespace {
 
 using bytes = std::span<const std::uint8_t>;
 
-constexpr std::uint32_t ticks_in_a_second = 100; // USER_HZ: what the kernel tells times in
+constexpr std::uint32_t ticks_in_a_second = 100; // USER_HZ: the kernel's unit for times
 
-constexpr std::size_t aligned(std::size_t length) { return (length + 3) / 4 * 4; } // as all of netlink is
+constexpr std::size_t aligned(std::size_t length) { return (length + 3) / 4 * 4; } // as netlink does
 
-// The fixed structure at the beginning of `from`. False when it is not there whole.
+// Takes the fixed structure at the beginning of `from`. False when `from` is too short.
 template <class Header> bool take(bytes &from, Header &header) {
     if (from.size() < sizeof(header)) return false;
     std::memcpy(&header, from.data(), sizeof(header));
@@ -23,7 +23,7 @@ template <class Header> bool take(bytes &from, Header &header) {
     return true;
 }
 
-// Calls `visit` with the type and the value of each attribute. False when they are broken.
+// Calls `visit` with the type and the value of each attribute. False when one is malformed.
 template <class Visit> bool for_each_attribute(bytes attributes, Visit visit) {
     while (attributes.size() >= sizeof(rtattr)) {
         rtattr header{};
@@ -35,7 +35,7 @@ template <class Visit> bool for_each_attribute(bytes attributes, Visit visit) {
     return true;
 }
 
-// A number of the attribute, 0 when it is too short for one.
+// The attribute's value as a number; 0 when it is too short.
 template <class Number> Number number_of(bytes value) {
     Number number = 0;
     if (value.size() >= sizeof(number)) std::memcpy(&number, value.data(), sizeof(number));
@@ -56,12 +56,12 @@ route_kind read_link(bytes payload, bool gone, route_link &link) {
         case IFLA_MASTER: link.master = number_of<std::int32_t>(value); break;
         case IFLA_LINK: link.lower = number_of<std::int32_t>(value); break;
         case IFLA_LINK_NETNSID: elsewhere = true; break;
-        case IFLA_WIRELESS: partial = true; break; // a wireless event, which says nothing of the rest
+        case IFLA_WIRELESS: partial = true; break; // a wireless event: it has nothing else
         default: break;
         }
     });
     if (!whole) return route_kind::broken;
-    // A bridge tells of its ports, too, and that one has left it is not the end of the interface.
+    // A bridge sends messages about its ports as well. A port that leaves the bridge is not an interface that is gone.
     if (header.ifi_family != AF_UNSPEC || partial) return route_kind::nothing;
     if (elsewhere) link.lower = 0;
     return gone ? route_kind::link_gone : route_kind::link;
@@ -92,11 +92,11 @@ route_kind read_neighbour(bytes payload, route_neighbour &neighbour) {
     });
     if (!whole) return route_kind::broken;
     if (header.ndm_family != AF_INET && header.ndm_family != AF_INET6)
-        return route_kind::nothing; // what bridges learn
+        return route_kind::nothing; // an entry that a bridge has learned
     return has_address ? route_kind::neighbour : route_kind::broken;
 }
 
-// A request for all there is of one kind.
+// A request for all objects of one kind.
 template <class Header>
 std::size_t put_request(std::uint16_t type, std::uint32_t sequence,
                         std::uint8_t (&request)[route_request_size_max]) {

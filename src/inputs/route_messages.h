@@ -1,7 +1,7 @@
-// route_messages.h - the kernel's messages about network interfaces and neighbours (rtnetlink): of each what matters here. Pure.
+// route_messages.h - decoding the kernel's messages about network interfaces and neighbours (rtnetlink). Pure functions.
 //
 // Source: linux/rtnetlink.h, linux/if_link.h, linux/neighbour.h; everything in host byte order.
-// Bounds: nothing is read outside of the bytes given, whatever lengths they state.
+// Bounds: nothing outside the given bytes is read, whatever lengths they state.
 #pragma once
 
 #include <cstddef>
@@ -9,13 +9,13 @@
 #include <span>
 
 enum class route_kind : std::uint8_t {
-    nothing,   // of no interest here
-    broken,    // cut, or of a wrong length: what is behind it cannot be found
-    link,      // an interface is there, or has changed
-    link_gone, // it is not there any more
+    nothing,   // not needed here
+    broken,    // truncated, or of a wrong length: what follows cannot be found
+    link,      // an interface exists, or has changed
+    link_gone, // an interface is gone
     neighbour,
     done,    // the end of an answer
-    refused, // the kernel does not answer
+    refused, // the kernel refuses the request
 };
 
 struct route_link {
@@ -31,21 +31,21 @@ struct route_neighbour {
     bool is_ipv6;
     bool has_mac;
     std::uint8_t mac[6];
-    std::uint8_t address[16];    // in network order; those of IPv4 are the first four, the rest is zero
-    std::uint32_t confirmed_ago; // seconds since the kernel last knew for certain that it is there
+    std::uint8_t address[16];    // in network order; IPv4 uses the first four, the rest is zero
+    std::uint32_t confirmed_ago; // seconds since the kernel last had proof that the neighbour is there
     std::uint32_t updated_ago;   // seconds since the entry last changed
 };
 
 struct route_message {
     route_kind kind;
-    std::uint32_t sequence; // of the request that this answers; 0: none
+    std::uint32_t sequence; // of the request that this message answers; 0: none
     union {
         route_link link;
         route_neighbour neighbour;
     };
 };
 
-// Takes the first message off `datagram`. False when there is none left; a broken one is the last.
+// Takes the first message off `datagram`. False when there is none left; after a broken one there is none.
 bool route_message_next(std::span<const std::uint8_t> &datagram, route_message &message) noexcept;
 
 // A request for all interfaces, and for all neighbours of either kind of address.

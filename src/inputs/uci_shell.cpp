@@ -28,7 +28,7 @@ bool prints(const char *command, std::string_view wanted) {
 
 } // namespace
 
-// Deliberate: the command is a format here, and the value to fall back on its argument.
+// Deliberate: the command is used as a format text, with the default value as its argument.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"

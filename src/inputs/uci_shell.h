@@ -1,7 +1,7 @@
-// uci_shell.h - configuration values read through the command line tool: one shell for each value.
+// uci_shell.h - configuration values read through the command line tool: each value runs a shell.
 //
 // Source: the "uci" tool's output.
-// Logs:   nothing but what sta_fork logs.
+// Logs:   only what sta_fork logs.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +11,8 @@ extern "C" {
 // The number that `command` prints; `fallback` when it prints nothing; 0 when it prints no number.
 int sta_get_uci_int(const char *command, int fallback);
 
-// Copies the trimmed line that `command` prints into `buffer` of `size` bytes (terminated, cut); leaves the
-// buffer as it is when the command prints nothing.
+// Copies the trimmed line that `command` prints into `buffer` of `size` bytes (terminated, cut to fit). The buffer
+// keeps its value when the command prints nothing.
 void sta_get_uci_str(const char *command, char *buffer, std::size_t size);
 
 // The device's role: 0 client ("cpe"), 1 access point ("ap", also for anything else).

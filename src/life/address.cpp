@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t host_name_length_max = 128;
 
-// Calls `visit` for every station on line with a MAC; `visit` removes none.
+// Calls `visit` for every online station with a MAC. `visit` must not remove any.
 template <class Visit> void for_each_online(Visit visit) {
     if (g_sta_sta_master.online == 0) return;
     sta_info_t *sta = nullptr;
@@ -27,7 +27,7 @@ template <class Visit> void for_each_online(Visit visit) {
     }
 }
 
-// What the stations of one refresh share: each file is read once, and the backup file written once.
+// Shared by all stations of one refresh: each file is read once, and the backup file is written once.
 struct refresh {
     sta_configuration configuration{};
     sta_lease_snapshot leases{};
@@ -51,7 +51,7 @@ void refresh_name(sta_info_t *sta, refresh &shared) {
     sta_learn_name(sta, name, station_origin::lease);
 }
 
-// Puts the address found into the record; the one it had goes to `old`. False when it is the same.
+// Puts the address found into the record and the previous one into `old`. False when they are the same.
 bool change_address(sta_info_t *sta, const char *found, char (&old)[sizeof(sta_info_t::ip)]) {
     if (std::strcmp(sta->ip, found) == 0) return false;
     sta_put_text(old, sta->ip);

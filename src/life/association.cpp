@@ -18,12 +18,12 @@
 
 namespace {
 
-constexpr const char *function = "g_sta_recv_msg"; // in whose name this speaks in the log
+constexpr const char *function = "g_sta_recv_msg"; // log lines carry this name
 #define EVENT_LOG(...) STA_LOG_AS(function, __VA_ARGS__)
 
 constexpr std::size_t text_limit = 31; // of the event's texts
 
-// The signal as the record keeps it; the power is that of the reading itself.
+// The record keeps the corrected signal; its power comes from the raw reading.
 void take_signal(sta_info_t *sta, const station_change &change) {
     sta->rssi = change.rssi;
     sta_take_power(sta, change.reading);
@@ -36,7 +36,7 @@ void take_wlanid(sta_info_t *sta, const station_change &change) {
 void take_repeater(sta_info_t *sta, const station_change &change) {
     sta->repeater_type = change.repeater ? 1 : 0;
     if (!change.repeater) return;
-    if (!sta->name) sta->name = sta_get_default_name(); // 32 bytes, as the one that may be there
+    if (!sta->name) sta->name = sta_get_default_name(); // 32 bytes, as large as an existing one
     if (!sta->name) return;
     std::memset(sta->name, 0, sta_name_size);
     std::snprintf(sta->name, sta_name_size, "wireless_repeater_%02x%02x", change.figures.mac[4],
@@ -69,7 +69,7 @@ void take_final_figures(sta_info_t *sta, const station_change &change, sta_confi
               sta->vlanid, sta->power, sta->rssi);
 }
 
-// Where a station was before it associated once more.
+// Where a station was before it associated again.
 struct place {
     bool known;
     std::int32_t radio_id = 0;
@@ -117,7 +117,7 @@ void sta_associate(const station_change &change, sta_configuration &configuratio
     sta_sta_roam_send_msg(sta);
     sta_sta_log_on(sta);
     const place before{sta_sta_peek(sta->mac)};
-    // It may have been merged into another record: the early report starts over on the one that is in the table.
+    // `sta` may have been merged into a known record: the early report starts again for the record in the table.
     sta_info_t *known = sta_members_admit(sta);
     if (!known) return;
     sta_members_await_report(known);

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr const char *function = STA_NAME_OF(g_sta_recv_msg); // speaks in the log for its helpers
+constexpr const char *function = STA_NAME_OF(g_sta_recv_msg); // helpers log in its name
 #define EVENT_LOG(...) STA_LOG_AS(function, __VA_ARGS__)
 
 void handle_event(std::span<const std::uint8_t, station_event_size> bytes) {
@@ -60,7 +60,7 @@ void g_sta_recv_msg(struct uloop_fd *watcher, unsigned int /*events*/) {
             ++sta_health.overruns;
             sta_resync_request();
         }
-        watch(watcher); // the loop has let go of a socket in error
+        watch(watcher); // the loop stops watching a socket that has an error
         return;
     }
     if (!watcher->registered) watch(watcher);

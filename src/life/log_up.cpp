@@ -40,7 +40,7 @@ void sta_sta_log_byioctl_update() {
             sta->load_uptime = now;
         } else if (now - sta->load_uptime >= unlisted_seconds_max) {
             sta_sta_log_off(sta);
-            // One that an event has announced to go to another access point has gone there, as far as anybody knows.
+            // A station whose event said that it roams to another access point is taken to have arrived there.
             sta_departed_by_absence(sta, sta->is_reassoc == left_for_another ? departure_cause::roam
                                                                              : departure_cause::unlisted);
             sta_members_dismiss(sta, backup);

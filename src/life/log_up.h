@@ -6,8 +6,8 @@
 
 extern "C" {
 
-// Periodic: refreshes and reports every station on line; logs off and deletes one that the driver has not
-// listed for 300 seconds or more. A failing driver leaves every station unlisted: they are reported with
+// Periodic: refreshes and reports every online station; retires those that the driver has not
+// listed for 300 seconds or more. While the driver fails, no station is listed: all are reported with
 // their old figures until then.
 void sta_sta_log_byioctl_update(void);
 

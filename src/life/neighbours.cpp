@@ -23,7 +23,7 @@ struct uloop_timeout sta_neighbour_timer = {};
 namespace {
 
 constexpr int apart_ms = 1000;
-constexpr std::size_t datagram_max = 32768; // the kernel fills no more
+constexpr std::size_t datagram_max = 32768; // the kernel sends no larger ones
 
 bool is_open = false;
 bool links_wanted = false;   // before the neighbours
@@ -53,7 +53,7 @@ void ask_now(struct uloop_timeout * /*timer*/) {
     }
 }
 
-// The answer has ended, or there is none.
+// The answer is complete, or the kernel has refused the request.
 void answered(const route_message &message) {
     if (message.sequence != answering) return;
     answering = 0;
@@ -86,7 +86,7 @@ std::int32_t seconds_ago(std::uint32_t seconds) {
     return now - static_cast<std::int32_t>(std::min(seconds, static_cast<std::uint32_t>(std::max(now, 0))));
 }
 
-// When the station was last at its address. Of a new one the kernel's entry is the first sight.
+// When the station was last seen at its address. For a new address: when the kernel made or changed its entry.
 std::int32_t seen_at(const route_neighbour &neighbour, bool known) {
     if (!known) return seconds_ago(neighbour.updated_ago);
     const bool now = (neighbour.state & (NUD_REACHABLE | NUD_PERMANENT)) != 0;
@@ -122,7 +122,7 @@ void take(const route_neighbour &neighbour) {
 
 void ask_for_everything() {
     links_wanted = true;
-    answering = 0; // its end may be among what was lost
+    answering = 0; // the end of an answer may be among the lost messages
     sta_neighbours_ask();
 }
 
@@ -133,7 +133,7 @@ void receive(struct uloop_fd *watcher, unsigned int /*events*/) {
     socklen_t size = sizeof(sender);
     const ssize_t got = recvfrom(watcher->fd, datagram, sizeof(datagram), MSG_DONTWAIT,
                                  reinterpret_cast<sockaddr *>(&sender), &size);
-    if (!watcher->registered) uloop_fd_add(watcher, ULOOP_READ); // the loop lets go of a socket in error
+    if (!watcher->registered) uloop_fd_add(watcher, ULOOP_READ); // the loop drops a socket with an error
     if (got < 0) {
         if (errno != ENOBUFS) return;
         ++sta_health.neighbours_overruns;

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr const char *function = STA_NAME_OF(sta_sta_flow_count_proc); // speaks in the log for its helpers
+constexpr const char *function = STA_NAME_OF(sta_sta_flow_count_proc); // helpers log in its name
 
 // One pass over the table.
 struct flow_pass {
@@ -26,8 +26,8 @@ struct flow_pass {
     sta_lease_snapshot leases{};
     sta_radio_tables tables{table_basic, configuration};
     sta_backup_pass backup{};
-    // Deliberate: kept from one station to the next. A bridged station, which looks nothing up, acts on the
-    // last result.
+    // Deliberate: kept from one station to the next. A bridged station, which has no look-up, uses the result
+    // of the station before it.
     int lease_found = -1;
 
     void take_address(sta_info_t *sta);
@@ -61,12 +61,12 @@ void flow_pass::take_name(sta_info_t *sta) {
     if (!sta->name) sta->name = sta_get_default_name();
 }
 
-// What the lease file says of the station; told is what it had not said before.
+// Remembers the station's address and name from the lease file, and sends events for those that are new.
 void flow_pass::learn(const sta_info_t *sta, const char *old_ip, const char *old_name) {
     sta_identity_add_address(sta, sta->ip, station_origin::lease);
     if (std::strcmp(sta->ip, sta_no_address) != 0 && std::strcmp(sta->ip, old_ip) != 0)
         sta_tell_address(sta, sta->ip, station_origin::lease);
-    if (sta->repeater_type == 1) return; // a name of ours
+    if (sta->repeater_type == 1) return; // its name was made by us
     sta_identity_add_name(sta, sta->name, station_origin::lease);
     if (std::strcmp(sta->name, "-") != 0 && std::strcmp(sta->name, old_name) != 0)
         sta_tell_name(sta, sta->name, station_origin::lease);
@@ -82,7 +82,7 @@ void flow_pass::go_online(sta_info_t *sta) {
     sta->flow_rateup = 0;
     sta->flow_ratedown = 0;
     take_name(sta);
-    if (!sta->name) return; // stays as it is until the next pass
+    if (!sta->name) return; // waiting until the next pass
     sta->oltime = now - sta->online_clock.sec;
     if (sta_radio_tables::has_radio(sta))
         tables.update(sta);

@@ -1,4 +1,4 @@
-// pass.h - the five-second pass that brings stations on line, and the two report cycles' entry points.
+// pass.h - the five-second pass, after which stations are online, and the entry points of the two log-ups.
 //
 // Result: always 0.
 // Files:  every station's backup line and the device counters are rewritten in each pass.

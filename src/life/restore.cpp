@@ -23,7 +23,7 @@ constexpr const char *backup_file = sta_backup_file;
 constexpr const char *copy_file = "/tmp/sta_tmp.info";
 constexpr std::size_t line_size = 250;
 
-// One line's fields as they are read, before they go into fields of other widths.
+// One line's fields as read, before they are copied into the record's narrower fields.
 struct backup_fields {
 #define FIELD_MAC(field) char field[17] = {}; // no terminator: exactly the 17 characters
 #define FIELD_TEXT(field, instead) char field[line_size] = "";
@@ -56,7 +56,7 @@ template <class Int> bool read_number(std::string_view text, Int &value) {
 }
 
 // A line as the daemon writes it: its fields separated by exactly one space, so that an empty text shows as two.
-// False when it is not one; the fields are then half filled.
+// False when it is not such a line; some fields may be filled then.
 bool read_whole_line(const char *line, backup_fields &fields) {
     std::string_view part[backup_field_count];
     std::size_t count = 0;
@@ -155,8 +155,8 @@ void scan_line(const char *line, backup_fields &fields) {
 void fill_record(sta_info_t *sta, const backup_fields &fields) {
     if (fields.mac[0] != '\0') {
         char mac[sizeof(sta->mac)] = "";
-        std::memcpy(mac, fields.mac, sizeof(fields.mac)); // a match that broke off ends the text there
-        // As the station's line will hold it: its removal searches for this text.
+        std::memcpy(mac, fields.mac, sizeof(fields.mac)); // an incomplete MAC ends where reading stopped
+        // As in the line that will be written for the station: removing that line searches for this text.
         std::ranges::replace_if(
             mac, [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }, '-');
         sta_put_text(sta->mac, mac);
@@ -180,8 +180,8 @@ void fill_record(sta_info_t *sta, const backup_fields &fields) {
     sta->repeater_type = static_cast<std::int8_t>(fields.repeater_type);
 }
 
-// Reads one line, at most 249 characters of it; the rest of a longer one, or of one with a NUL, must not become a
-// station of its own.
+// Reads one line, at most 249 characters of it. The rest of a longer line, and what follows a NUL, is skipped, so
+// that it does not become another station.
 bool read_line(std::FILE *file, char (&line)[line_size]) {
     std::size_t length = 0;
     for (int c; (c = std::getc(file)) != EOF;) {

@@ -48,7 +48,7 @@ bool socket_has_more() {
 
 void run(struct uloop_timeout *timer) {
     const sta_turn turn{"resync"};
-    // What was not lost comes first: it may be about the same stations.
+    // Events that still wait in the socket come first: they may be about the same stations.
     if (socket_has_more() && waits < waits_max) {
         ++waits;
         uloop_timeout_set(timer, socket_busy_ms);
@@ -57,7 +57,7 @@ void run(struct uloop_timeout *timer) {
     sta_resync();
 }
 
-// What the driver lists for one interface.
+// The driver's list of one interface.
 struct driver_list {
     wireless_interface interface;
     bool answered;
@@ -65,7 +65,7 @@ struct driver_list {
     std::uint32_t entries;
 };
 
-// A MAC as a number, and the sight of it on an interface.
+// A MAC as a number.
 std::uint64_t mac_number(const std::uint8_t (&mac)[6]) {
     std::uint64_t number = 0;
     for (const std::uint8_t octet : mac) number = number << 8 | octet;
@@ -84,7 +84,7 @@ public:
     ~comparison() {
         for (const driver_list &list : lists) sta_free(list.table);
     }
-    // Asks the driver. False without memory: nothing is concluded then.
+    // Asks the driver. False without memory: then nothing is compared.
     bool collect();
     std::uint32_t depart();
     std::uint32_t arrive(sta_configuration &configuration);
@@ -114,7 +114,7 @@ const driver_list *comparison::list_of(const char *ifname) const {
 }
 
 bool comparison::collect() {
-    // The table first: it knows for certain which radio an interface is on.
+    // The table first: its records have the right radio for certain.
     const sta_info_t *sta = nullptr;
     list_for_each_entry (sta, &g_sta_sta_master.list, list) {
         if (!add_interface(sta->ifname, sta->radio_id)) return false;
@@ -136,13 +136,13 @@ bool comparison::collect() {
 
 bool comparison::is_listed(const sta_info_t *sta) const {
     std::uint8_t mac[6];
-    if (!sta_read_mac(sta->mac, mac)) return true; // out of a damaged backup file: nothing can be said of it
+    if (!sta_read_mac(sta->mac, mac)) return true; // from a damaged backup file: it cannot be compared
     if (macs.size() == 0) return false;
     const std::uint64_t wanted = mac_number(mac);
     return std::bsearch(&wanted, macs.data(), macs.size(), sizeof(wanted), in_order) != nullptr;
 }
 
-// Whether the station of `entry` is also listed on `ifname`, and came there no earlier: while it roams it is listed on both.
+// Whether the station of `entry` is also listed on `ifname`, and associated there no earlier. While it roams it is listed on both.
 bool comparison::stays_on(const driver_basic &entry, const char *ifname) const {
     for (std::size_t l = 0; l < lists.size(); ++l)
         for (std::uint32_t i = 0; i < lists[l].entries; ++i) {
@@ -174,7 +174,7 @@ std::uint32_t comparison::depart() {
     return gone;
 }
 
-// The event that was lost, as far as the driver's table still tells it.
+// Makes the lost event again from what the driver's table says.
 void as_event(const driver_basic &basic, const driver_extended &extended, const driver_list &list,
               station_event &event) {
     event = {};

@@ -1,7 +1,7 @@
 // resync.h - after events were lost: the table is compared with the driver's own, for every interface of the configuration and
-// of the table. Who is listed and not known arrives, who is known and not listed departs, both reported as always.
+// of the table. A station that is listed and not known arrives; one that is known and not listed departs. Both are reported as usual.
 //
-// Nothing is concluded of an interface for which the driver does not answer.
+// An interface for which the driver does not answer is left out of the comparison.
 // Blocks: as driver requests and reports do.
 #pragma once
 
@@ -9,11 +9,11 @@
 
 extern struct uloop_timeout sta_resync_timer;
 
-// Asks for a comparison as soon as the driver's socket is empty, and not within ten seconds of the last one.
+// Requests a comparison as soon as the driver's socket is empty, but not within ten seconds of the last one.
 void sta_resync_request() noexcept;
 
-// Compares now, and tells what came of it.
+// Compares now, and sends the event "resync" with the result.
 void sta_resync() noexcept;
 
-// As at start: none was asked for, none was made.
+// Back to the state at start. For tests.
 void sta_resync_forget() noexcept;

@@ -20,7 +20,7 @@ void arm(struct uloop_timeout *timer, uloop_timeout_handler callback, int ms) {
     uloop_timeout_set(timer, ms);
 }
 
-// In milliseconds, held within an int: a period of 25 days and more must not turn negative.
+// In milliseconds, limited to the range of int: a period of 25 days or more must not become negative.
 int milliseconds(std::int32_t seconds) {
     return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{seconds} * 1000, INT_MIN, INT_MAX));
 }
@@ -37,7 +37,7 @@ void sta_sta_log_up_timer(struct uloop_timeout *timer) {
     const sta_turn turn{"log-up"};
     sta_sta_log_up_proc();
     STA_LOG("update period:%d s\n", sta_log_update_period);
-    // A negative period is due again at once, and the loop runs what is due before it looks at anything else: at a stop, too.
+    // A timer with a negative period is due again at once, and the loop runs due timers before it checks for a stop.
     if (!sta_stop_pending()) arm(timer, sta_sta_log_up_timer, milliseconds(sta_log_update_period));
 }
 

@@ -1,4 +1,4 @@
-// timers.h - the three repeating timers. Each callback does its work, then arms itself again, whatever
+// timers.h - the three repeating timers. Each callback does its work, then arms its timer again, whatever
 // the work returned. A timer is started by calling its callback once: the first run happens at once.
 #pragma once
 

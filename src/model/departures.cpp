@@ -9,10 +9,10 @@
 namespace {
 
 struct departure_ring {
-    station_departure *entries; // in the order of their coming, from `oldest` on
+    station_departure *entries; // in the order of addition, starting at `oldest`
     std::uint32_t used;
     std::uint32_t room;
-    std::uint32_t oldest; // once all of them are used
+    std::uint32_t oldest; // used once the ring is full
     std::uint32_t most;
     std::uint32_t total;
 };
@@ -22,10 +22,10 @@ struct asked_kick {
     char mac[18];
     std::int32_t when; // monotonic
 };
-asked_kick kicks[16] = {}; // more at once than an operator's hands make
+asked_kick kicks[16] = {}; // more than an operator asks for within 30 seconds
 std::size_t next_kick = 0;
 
-// Room for one more, by steps. False without memory.
+// Makes room for one more. False without memory.
 bool grow() {
     if (ring.used < ring.room) return true;
     constexpr std::uint32_t first = 8;
@@ -60,7 +60,7 @@ const char *departure_known_from(const station_departure &departure) noexcept {
 void sta_departures_keep(std::uint32_t entries) noexcept {
     entries = std::min(entries, departures_most);
     if (entries == ring.most) return;
-    if (ring.used > 0) // in the order of their coming, whatever becomes of them
+    if (ring.used > 0) // back into the order of addition
         std::rotate(ring.entries, ring.entries + ring.oldest, ring.entries + ring.used);
     ring.oldest = 0;
     if (ring.used > entries) {
@@ -81,7 +81,7 @@ void sta_departures_keep(std::uint32_t entries) noexcept {
 void sta_departures_add(const station_departure &departure) noexcept {
     ++ring.total;
     if (ring.used < ring.most && grow()) {
-        // Behind a ring that could not grow and went round, the oldest one is not the first.
+        // If the ring wrapped around because it could not grow earlier, the oldest entry is not the first.
         std::rotate(ring.entries, ring.entries + ring.oldest, ring.entries + ring.used);
         ring.oldest = 0;
         ring.entries[ring.used++] = departure;

@@ -1,7 +1,7 @@
-// departures.h - who left, when and why: the newest departures, for who asks later. Nothing of it is invented: what was not
-// told is unknown.
+// departures.h - the newest departures: who left, when and why. Nothing is made up: what the driver did not say is
+// "not known".
 //
-// Memory: plain malloc, as departures come, up to the ring's size; without memory a departure is only counted.
+// Memory: plain malloc, growing with the departures up to the ring's size; without memory a departure is only counted.
 #pragma once
 
 #include "model/record.h"
@@ -9,13 +9,13 @@
 // Who or what ended a stay.
 enum class departure_cause : std::uint8_t {
     unknown,
-    station,      // it said goodbye
+    station,      // it disassociated or deauthenticated
     access_point, // deauthenticated or disassociated by the access point
-    idle,         // nothing was heard of it for too long
-    kick,         // somebody asked for it
+    idle,         // the access point had received nothing from it for too long
+    kick,         // somebody asked the daemon to disconnect it
     roam,         // it went to another access point
     unlisted,     // the driver has not listed it for five minutes
-    swept,        // restored after a restart, and never seen since
+    swept,        // restored after a restart, and not confirmed since
 };
 
 struct station_departure {
@@ -29,7 +29,7 @@ struct station_departure {
     std::int64_t came;        // seconds since 1970; 0: not known
     std::int64_t left;        // seconds since 1970
     std::int32_t lasted;      // seconds; -1: not known
-    std::int32_t reason_code; // 0: none was told
+    std::int32_t reason_code; // 0: none was given
     const char *reason;       // its name, static
     std::uint64_t rx_bytes;   // from the station
     std::uint64_t tx_bytes;
@@ -38,29 +38,29 @@ struct station_departure {
     bool inferred; // from the station's absence, not from an event
 };
 
-// The words of the bus for both.
+// Their names on the bus.
 const char *departure_cause_name(departure_cause cause) noexcept;
 const char *departure_known_from(const station_departure &departure) noexcept;
 
 inline constexpr std::uint32_t departures_default = 128;
 inline constexpr std::uint32_t departures_most = 4096;
 
-// How many are kept from now on, at most departures_most; the newest stay.
+// Sets how many are kept, at most departures_most. The newest stay.
 void sta_departures_keep(std::uint32_t entries) noexcept;
 
 void sta_departures_add(const station_departure &departure) noexcept;
 
-// The `index`-th newest one, from 0; null behind the last. Good until the next departure.
+// The `index`-th newest one, counted from 0; null after the last. Valid until the next departure.
 const station_departure *sta_departures_newest(std::size_t index) noexcept;
 
-// Departures since the start, those that are not kept any more among them.
+// Departures since the start, including those that are no longer kept.
 std::uint32_t sta_departures_total() noexcept;
 
-// Somebody has asked the driver to drop this station: what it then says is remembered as a kick.
+// Somebody has asked to disconnect this station: the departure that follows is a kick.
 void sta_departures_kick(const char *mac) noexcept;
 
-// Whether it was asked for within the last 30 seconds. The kick is then forgotten.
+// Whether a kick was asked for within the last 30 seconds. The request is then forgotten.
 bool sta_departures_take_kick(const char *mac) noexcept;
 
-// As at start.
+// Back to the state at start. For tests.
 void sta_departures_forget() noexcept;

@@ -1,4 +1,4 @@
-// figures.h - what a station's record takes from the driver under the same names, from an event as from a table's entry.
+// figures.h - the fields that a record, an event and an entry of the driver's table have under the same names, and copying them.
 #pragma once
 
 #include "model/record.h"
@@ -37,7 +37,7 @@ template <class From> void sta_take_key_texts(sta_info_t *sta, const From &from,
 }
 #undef STATION_TAKE
 
-// The power that belongs to a reading of `rssi` dBm: 95 more; 65 where that would be below 1.
+// Sets the power that belongs to `rssi` dBm: rssi + 95, or 65 if that is below 1.
 inline void sta_take_power(sta_info_t *sta, int rssi) noexcept {
     const int power = rssi + 95;
     sta_put_number(sta->power, power < 1 ? 65 : power);

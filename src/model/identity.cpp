@@ -18,14 +18,14 @@ constexpr std::uint8_t new_in_window = 8;
 struct known {
     const sta_info_t *owner;
     std::int32_t window_began;
-    std::uint8_t in_window; // new addresses that neighbours have shown
+    std::uint8_t in_window; // new addresses from neighbour messages
     std::uint8_t addresses;
     std::uint8_t names;
     station_name name[station_names_max];
-    station_address address[station_addresses_max]; // as many as there are; the block ends there
+    station_address address[station_addresses_max]; // allocated for `addresses` of them
 };
 
-// In the order of their owners.
+// Sorted by the address of the record.
 known **all = nullptr;
 std::size_t used = 0;
 std::size_t room = 0;
@@ -74,13 +74,13 @@ bool same(const station_address &a, const station_address &b) {
     return a.is_ipv6 == b.is_ipv6 && std::memcmp(a.bytes, b.bytes, sizeof(a.bytes)) == 0;
 }
 
-// What was known, and is known again.
+// An entry that was known is seen again.
 template <class Entry> void see(Entry &entry, std::int32_t seen, station_origin origin) {
     entry.seen = std::max(entry.seen, seen);
     entry.origin = std::min(entry.origin, origin);
 }
 
-// Takes out the one of `count` entries that was unseen for longest.
+// Removes the entry that has not been seen for longest.
 template <class Entry> void displace(Entry *entries, std::uint8_t &count) {
     Entry *oldest = std::min_element(entries, entries + count,
                                      [](const Entry &a, const Entry &b) { return a.seen < b.seen; });
@@ -88,7 +88,8 @@ template <class Entry> void displace(Entry *entries, std::uint8_t &count) {
     --count;
 }
 
-// Whether one more is believed: who claims a thousand addresses pushes out its own, and tells everybody of each.
+// Whether one more address is accepted. A station that claims a thousand addresses would push out its real ones and send
+// an event for each.
 bool is_believed(known &station, station_origin origin) {
     if (origin != station_origin::neighbour) return true;
     const std::int32_t now = sta_monotonic_seconds();

@@ -1,6 +1,6 @@
 // members.h - making, linking, unlinking and freeing the records of the table: the only place that does.
 //
-// Logs:   level 7, a lack of memory.   What goes with a member (its backup line) is life/members' business.
+// Logs:   level 7, a lack of memory.   Backup lines are the business of life/members.
 #pragma once
 
 #include "model/record.h"
@@ -19,11 +19,11 @@ void sta_sta_free(sta_info_t *sta);
 // Puts a record at the end of the table, which owns it from then on.
 void sta_members_link(sta_info_t *sta) noexcept;
 
-// Takes a record out; it is the caller's again. One that was on line is not counted any more.
+// Takes a record out of the table; the caller owns it again. If it was online, the online count goes down.
 void sta_members_unlink(sta_info_t *sta) noexcept;
 
-// The early report of a record of the table starts over, as a new record's does by itself.
+// Starts the early report of a known record again. A new record's starts by itself.
 void sta_members_await_report(sta_info_t *sta) noexcept;
 
-// Whether a record of the table may wait for its early report: set here, and cleared by who has found none.
+// Whether a record of the table may wait for its early report: set here, and cleared by the log-up that finds none.
 extern bool sta_early_reports_due;

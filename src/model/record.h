@@ -17,13 +17,13 @@ struct sta_clock {
     std::int32_t nsec;
 };
 
-// Where a station stands; model/state alone writes it. A record that is in no table has any of them.
+// A station's status; only model/state writes it. In a record outside the table it means nothing.
 enum sta_status : std::uint16_t {
     sta_status_online = 1, // has address, name and figures; counted, reported every log-up period
     sta_status_added = 2,  // associated or restored; waits for its first five-second pass
 };
 
-inline constexpr std::uint32_t sta_name_size = 32; // of a name buffer that is written into later
+inline constexpr std::uint32_t sta_name_size = 32; // size of a name buffer
 
 struct sta_info_t {
     struct list_head list; // link in g_sta_sta_master; first member
@@ -38,7 +38,7 @@ struct sta_info_t {
     sta_clock online_ts;    // wall clock of the association, from the driver
     sta_clock offline_ts;
     std::int32_t oltime;
-    std::uint64_t work_up; // working counters, cleared when the station goes on line
+    std::uint64_t work_up; // working counters, cleared when the station comes online
     std::uint64_t work_down;
     std::int32_t flow_rateup;
     std::int32_t flow_ratedown;

@@ -25,7 +25,7 @@ void sta_state_move(sta_info_t *sta, station_step step, const sta_info_t *incomi
             std::max(sta_health.stations_most, static_cast<std::uint32_t>(g_sta_sta_master.online));
         break;
     case station_step::returned:
-        // Deliberate: a record that comes with another status than waiting is not counted, neither before nor after.
+        // Deliberate: if the incoming record's status is not `added`, the online count does not change.
         if (was_online && incoming->status == sta_status_added) --g_sta_sta_master.online;
         sta->status = incoming->status;
         sta->restored = incoming->restored;

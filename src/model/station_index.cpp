@@ -5,12 +5,12 @@
 
 namespace {
 
-// Open addressing: a record stands at its hash or behind it, with no empty slot between.
+// Open addressing: a record is in the slot of its hash or in a later one, with no empty slot between.
 sta_info_t **slots = nullptr;
 std::size_t room = 0; // slots, a power of two
 std::size_t used = 0;
-bool partial = false;                  // not every record of the list is here
-const list_head *last_known = nullptr; // the end of the list, as far as it is known here
+bool partial = false;                  // some record of the list is not in the index
+const list_head *last_known = nullptr; // the last record of the list that the index has seen
 
 using mac_field = char[sizeof(sta_info_t::mac)];
 
@@ -28,7 +28,7 @@ static_assert(sizeof(mac_field) == 20);
 
 std::size_t home_of(const mac_field &mac) {
     const mac_words words{mac};
-    // A product spreads upwards only: its upper half comes down and spreads again.
+    // A multiplication mixes bits upwards only, so the upper half is folded down and multiplied again.
     constexpr std::uint64_t odd = 0x9e3779b97f4a7c15U;
     std::uint64_t hash = (words.head ^ (words.tail << 1) ^ words.rest) * odd;
     hash = (hash ^ (hash >> 32)) * odd;
@@ -64,12 +64,12 @@ bool grow() {
     return true;
 }
 
-// Those behind move up, so that no search ends before them.
+// Moves later records into the hole, so that no search stops before it reaches them.
 void empty_slot(std::size_t hole) {
     for (std::size_t next = (hole + 1) & (room - 1); slots[next]; next = (next + 1) & (room - 1)) {
         const std::size_t home = home_of(slots[next]->mac);
         if (((next - home) & (room - 1)) < ((next - hole) & (room - 1)))
-            continue; // would stand before its home
+            continue; // it would be before its own slot
         slots[hole] = slots[next];
         hole = next;
     }
@@ -78,7 +78,7 @@ void empty_slot(std::size_t hole) {
 }
 
 sta_info_t *walk(const list_head *list, const mac_field &mac) {
-    // Whole fields are compared, not characters: behind its text every record's field is zero.
+    // The whole fields are compared: after its text every record's field is zero.
     const mac_words wanted{mac};
     sta_info_t *sta = nullptr;
     list_for_each_entry (sta, list, list) {
@@ -100,7 +100,7 @@ void sta_index_linked(const list_head *list, sta_info_t *sta) noexcept {
         return;
     }
     const std::size_t slot = slot_of(sta->mac);
-    if (slots[slot]) { // the first of two with one MAC is the one that is found
+    if (slots[slot]) { // of two records with one MAC, a search finds the first
         partial = true;
         return;
     }
@@ -120,6 +120,6 @@ void sta_index_unlinked(const list_head *list, const sta_info_t *sta) noexcept {
 sta_info_t *sta_index_find(const list_head *list, const mac_field &mac) noexcept {
     if (list_empty(list)) return nullptr;
     sta_info_t *sta = room > 0 ? slots[slot_of(mac)] : nullptr;
-    if (sta && sta->list.next != &sta->list) return sta; // else somebody has taken it out by hand
+    if (sta && sta->list.next != &sta->list) return sta; // otherwise it was unlinked without model/members
     return sta || partial || last_known != list->prev ? walk(list, mac) : nullptr;
 }

@@ -1,13 +1,13 @@
-// station_index.h - the table's records by MAC, beside the list: a search looks at one or two records, however many there are.
+// station_index.h - a hash index of the table's records by MAC: a search looks at one or two records, however many there are.
 //
-// Kept by: model/members, which links and unlinks. Who links a record by hand is noticed by the list's end: searches then
+// Kept by: model/members, which links and unlinks. A record linked by other code is noticed by the list's end: searches then
 //          walk the list, as they do without memory.
 // Memory:  plain malloc, 11 to 32 bytes for each record on a 64-bit host, nothing for an empty table.
 #pragma once
 
 #include "model/record.h"
 
-// `list` is the table's, each time.
+// `list` is always the table's.
 //
 // After `sta` has become the last record of the list.
 void sta_index_linked(const list_head *list, sta_info_t *sta) noexcept;

@@ -15,7 +15,7 @@ namespace {
 
 void put_repeater_name(const sta_info_t *sta, char *name) {
     const bool whole = strnlen(sta->mac, sizeof(sta->mac)) >= 17;
-    const char *mac = whole ? sta->mac : "00:00:00:00:00:00"; // a restored MAC can be short
+    const char *mac = whole ? sta->mac : "00:00:00:00:00:00"; // a restored MAC may be incomplete
     std::snprintf(name, sta_name_size, "wireless_repeater_%c%c%c%c", mac[12], mac[13], mac[15], mac[16]);
 }
 

@@ -21,10 +21,10 @@ constexpr const char *backup_file = sta_backup_file;
 constexpr const char *temporary_file = "/tmp/sta_sta_tmp.info";
 constexpr const char *counter_file = "/tmp/sta_devc.info";
 
-// The exported function speaks in the log, whoever does its work.
+// Log lines carry the name of the exported function, whichever code does its work.
 constexpr const char *del_function = STA_NAME_OF(sta_sta_users_backup_del);
 
-// Why a line was left out of the file. The reading after the last line counts as an empty one.
+// Logs why a line was left out of the file. The end of the file counts as an empty line.
 void tell_dropped(const char *mac, std::string_view text, bool too_short) {
     if (too_short)
         STA_LOG_AS(del_function, "The sta is error:%.*s", static_cast<int>(text.size()), text.data());
@@ -33,7 +33,7 @@ void tell_dropped(const char *mac, std::string_view text, bool too_short) {
 }
 
 bool is_deletable(const char *mac) {
-    if (mac && *mac != '\0') return true; // an empty text would match, and wipe, every line
+    if (mac && *mac != '\0') return true; // an empty text would match, and so remove, every line
     STA_LOG_AS(del_function, "macaddr is NULL!\n");
     return false;
 }
@@ -43,20 +43,20 @@ bool write_span(const char *begin, const char *end, std::FILE *to) {
     return length == 0 || std::fwrite(begin, 1, length, to) == length;
 }
 
-// Copies a file without the lines of a MAC, and tells of those. Lines are taken as they lie behind one another, many at a time.
+// Copies a file without the lines of a MAC, and logs those. Adjacent lines are copied together.
 class line_remover {
 public:
     explicit line_remover(const char *mac) noexcept
         : mac_(mac), mac_length_(std::strlen(mac)), room_(static_cast<char *>(std::malloc(most))) {}
 
-    // False when not every byte was taken. What cannot be read ends the file.
+    // False when not every byte could be written. A read error counts as the end of the file.
     bool copy(std::FILE *from, std::FILE *to) noexcept {
         char little[2 * backup_line_max];
-        char *buffer = room_ ? room_.get() : little; // without memory in smaller steps
+        char *buffer = room_ ? room_.get() : little; // without memory: smaller steps
         const std::size_t size = room_ ? most : sizeof(little);
         bool well = true;
-        bool ended = false; // the file has
-        bool torn = false;  // its last line was cut by its end: there is nothing more to read
+        bool ended = false; // end of file
+        bool torn = false;  // the last line has no line feed
         for (std::size_t have = 0; !ended;) {
             const std::size_t got = std::fread(buffer + have, 1, size - have, from);
             ended = got < size - have;
@@ -72,12 +72,12 @@ public:
 private:
     static constexpr std::size_t most = 32768;
 
-    // Copies the whole lines of `have` bytes; all of them when the file has `ended`. How many were used.
+    // Copies the complete lines of `have` bytes; all bytes when the file has `ended`. Returns how many it used.
     std::size_t copy_lines(const char *buffer, std::size_t have, bool ended, bool &torn, std::FILE *to,
                            bool &well) const noexcept {
         const char *const end = buffer + have;
-        const char *kept = buffer;     // begins what is still to be written
-        const char *mention = nullptr; // the next one of the MAC; `end`: there is none
+        const char *kept = buffer;     // start of what is still to be written
+        const char *mention = nullptr; // the next occurrence of the MAC; `end`: there is none
         const bool has_nul = std::memchr(buffer, '\0', have) != nullptr;
         const char *line = buffer;
         while (line < end) {
@@ -115,10 +115,10 @@ private:
     std::unique_ptr<char, freer> room_;
 };
 
-// What the file holds, while nobody else writes it.
+// The lines of the file, as long as no other program writes it.
 backup_known known;
 
-// Takes `length` bytes out of an open file: what is behind them moves up.
+// Removes `length` bytes from an open file and moves the bytes after them up.
 bool close_gap(int file, off_t at, off_t length) {
     char bytes[16384];
     for (;;) {
@@ -129,7 +129,7 @@ bool close_gap(int file, off_t at, off_t length) {
     }
 }
 
-// Removes the MAC's line where it stands. False when the file has to be read for that: nothing has been done then.
+// Removes the MAC's line in place. False when its place is not known: nothing has been done then.
 bool remove_known(const char *mac) {
     const backup_known::mac_number number = backup_known::number_of(mac);
     struct stat in_the_way {};
@@ -154,7 +154,7 @@ bool remove_known(const char *mac) {
     return true;
 }
 
-// Whether the file of all stations could be written, after each attempt.
+// Called after each attempt to write the file: gives one notice when writing begins to fail.
 void backup_written(bool well) {
     static bool said = false;
     if (well)
@@ -172,7 +172,7 @@ void sta_sta_users_backup_add(sta_info_t *sta) {
     sta_configuration configuration;
     char line[sta_backup_line_size];
     const std::size_t length = sta_make_backup_line(sta, configuration, line);
-    (void)std::fwrite(line, 1, length, file.get()); // a full disk loses the line, not the station
+    (void)std::fwrite(line, 1, length, file.get()); // when the disk is full the line is lost, not the station
     if (!sta_flush(file.get())) STA_LOG("%s write error.\n", backup_file);
 }
 
@@ -197,11 +197,11 @@ void sta_sta_users_backup_del(const char *mac) {
             STA_LOG("%s open fail.\n", backup_file);
             return;
         }
-        // What is read and written is large.
+        // Reads and writes are large: the C library's buffers would only copy them.
         (void)std::setvbuf(from.get(), nullptr, _IONBF, 0);
         (void)std::setvbuf(to.get(), nullptr, _IONBF, 0);
         if (!line_remover{mac}.copy(from.get(), to.get())) {
-            // Better a line too many than the other stations' lost.
+            // Better to keep one line too many than to lose the other stations' lines.
             STA_LOG("%s write error.\n", backup_file);
             if (std::rename(temporary_file, backup_file) != 0) STA_LOG("%s rename error.\n", temporary_file);
             return;
@@ -220,7 +220,7 @@ void sta_sta_load_devc() {
     if (access(counter_file, F_OK) != 0) STA_LOG("sta devc info is null.\n");
     const sta_file file{std::fopen(counter_file, "a+e")};
     if (!file) return;
-    std::rewind(file.get()); // where an appending file begins to read is up to the C library
+    std::rewind(file.get()); // the C library decides where reading a file opened for appending starts
     char line[256];
     while (std::fgets(line, sizeof(line), file.get())) {
         std::int32_t *count = g_sta_sta_master.device_count;
@@ -237,14 +237,14 @@ void sta_sta_save_devc() {
 }
 
 struct sta_backup_pass::state {
-    bool is_known = false; // what the file holds: it is not read
-    bool exists = false;   // the file does, or would by now
+    bool is_known = false; // the file's lines are known, so it need not be read
+    bool exists = false;   // the file exists, or would after the calls so far
 
-    backup_lines lines; // of a file that has been read
+    backup_lines lines; // if the file was read
 
-    std::size_t old_lines = 0; // of a known one
-    std::size_t next = 0;      // line of it, in a walk that asks for one after the other
-    sta_array<char> added;     // the lines behind those
+    std::size_t old_lines = 0; // if its lines are known: their number
+    std::size_t next = 0;      // where the next search begins: a walk asks for one line after the other
+    sta_array<char> added;     // the text of the lines added after them
 
     bool open();
     void remove(const char *mac);
@@ -257,15 +257,15 @@ bool sta_backup_pass::state::open() {
     if (known.is_still(backup_file)) {
         known.pack();
         (void)added.reserve(known.length_of_all() +
-                            sta_backup_line_size); // at once: as a rule all of them are written anew
-        known.forget();                            // until it is written
+                            sta_backup_line_size); // in one step: usually all lines are rewritten
+        known.forget();                            // until the new file is written
         old_lines = known.size();
         is_known = exists = true;
         return true;
     }
     known.forget();
     const sta_file file{std::fopen(backup_file, "re")};
-    if (file && !lines.read(file.get())) return false; // nothing of what was half read will be written
+    if (file && !lines.read(file.get())) return false; // a file that was read in part is not rewritten
     exists = file != nullptr;
     return true;
 }
@@ -283,7 +283,7 @@ void sta_backup_pass::state::remove(const char *mac) {
     tell_dropped(mac, "", true);
 }
 
-// False for a line that cannot be known.
+// False for a line whose MAC and place cannot be remembered.
 bool sta_backup_pass::state::add(const char *mac, std::string_view line) {
     if (!is_known) {
         (void)lines.append(line.data(), line.size());
@@ -298,7 +298,7 @@ bool sta_backup_pass::state::add(const char *mac, std::string_view line) {
 bool sta_backup_pass::state::write(std::FILE *to) const {
     if (!is_known) return lines.write(to);
     const auto write_left = [&](const char *line, std::size_t first, std::size_t end) {
-        const char *kept = line; // begins what is still to be written
+        const char *kept = line; // start of what is still to be written
         for (; first < end; ++first) {
             const char *next_line = line + known.length(first);
             if (known.is_gone(first)) {
@@ -325,7 +325,7 @@ bool sta_backup_pass::state::write(std::FILE *to) const {
     return write_left(added.data(), old_lines, known.size());
 }
 
-// What the file holds is known from now on, if it can be.
+// Remembers the lines of the file just written, if that is possible.
 void sta_backup_pass::state::learn() const {
     if (is_known) {
         known.pack();
@@ -348,7 +348,7 @@ void sta_backup_pass::close() {
     if (!now) return;
     bool written = false;
     if (now->exists) {
-        // Anybody may put a link there: it goes, and what it leads to is not touched.
+        // Any user may have put a link there: it is removed, and its target is not touched.
         (void)unlink(temporary_file);
         if (const sta_file file{std::fopen(temporary_file, "wxe")}) {
             written = now->write(file.get()) && sta_flush(file.get());
@@ -360,7 +360,7 @@ void sta_backup_pass::close() {
             STA_LOG_AS(del_function, "%s rename error.\n", temporary_file);
             written = false;
         } else if (!written) {
-            (void)unlink(temporary_file); // the old file stays whole
+            (void)unlink(temporary_file); // the old file stays complete
         }
         if (written) now->learn();
         backup_written(written);

@@ -1,7 +1,7 @@
 // backup.h - the files that let the table survive a restart of the daemon: writing their lines.
 //
-// Files:  "/tmp/sta_sta.info", one line per station on line (outputs/backup_line_of.h); "/tmp/sta_devc.info", one line of
-//         device counters. Both are private to the daemon, and live in memory like "/tmp".
+// Files:  "/tmp/sta_sta.info", one line per station (outputs/backup_line_of.h); "/tmp/sta_devc.info", one line of
+//         device counters. Both are private to the daemon, and are in memory like "/tmp".
 // Keys:   a line belongs to a MAC when it holds that text anywhere.
 // Logs:   level 7; no failure changes the table in memory.
 #pragma once
@@ -15,7 +15,7 @@ inline constexpr const char *sta_backup_file = "/tmp/sta_sta.info";
 extern "C" {
 
 // Appends the station's line. Before that a bridged station takes its address and name from the DHCP monitor
-// list, blanks in the name become "-", and an empty name becomes "-": the record changes too (deliberate).
+// list, spaces in the name become "-", and an empty name becomes "-": the record changes too (deliberate).
 // Nothing is written for an empty MAC or a record flagged `no_backup`.
 void sta_sta_users_backup_add(sta_info_t *sta);
 
@@ -33,11 +33,11 @@ void sta_sta_save_devc(void);
 }
 
 // One walk over the table that rewrites or removes the lines of many stations: the same bytes and log lines as calling
-// sta_sta_users_backup_update or sta_sta_users_backup_del for each, with one reading and one atomic writing of the file.
+// sta_sta_users_backup_update or sta_sta_users_backup_del for each, but the file is read once and replaced once, atomically.
 class sta_backup_pass {
 public:
     sta_backup_pass() = default;
-    ~sta_backup_pass(); // writes what was rewritten
+    ~sta_backup_pass(); // writes the file
     sta_backup_pass(const sta_backup_pass &) = delete;
     sta_backup_pass &operator=(const sta_backup_pass &) = delete;
 
@@ -45,11 +45,11 @@ public:
     void remove(const char *mac);
 
 private:
-    bool is_open(); // knows or reads what the file holds
+    bool is_open(); // its lines are known, or were read
     void close();
-    bool read_instead(); // what comes now does not go with a file that is known without reading
+    bool read_instead(); // writes the changes so far, then reads the file, for a change that needs its text
 
     struct state;
     state *now = nullptr; // made by the first call
-    bool single = false;  // no memory for the file: fall back to the single operations
+    bool single = false;  // without memory for the file: use the single operations
 };

@@ -16,9 +16,9 @@
 
 namespace {
 
-constexpr std::size_t text_max = 128; // of a name, which has no size of its own; the others are shorter
+constexpr std::size_t text_max = 128; // limit of a name, whose length is not fixed; other texts are shorter
 
-// The exported function speaks in the log, whoever asks for the line.
+// Log lines carry the name of the exported function, whichever code asks for the line.
 constexpr const char *add_function = "sta_sta_users_backup_add";
 
 std::uint32_t mega(std::int32_t rate) { return static_cast<std::uint32_t>(rate) >> 10; }
@@ -32,7 +32,7 @@ template <std::size_t N> struct rate_text {
     }
 };
 
-// An empty name becomes "-" in the record. The block may be a single byte: it is replaced.
+// An empty name becomes "-" in the record. Its block may have a single byte, so it is replaced.
 void fill_empty_name(sta_info_t *sta) {
     if (!sta->name || sta->name[0] != '\0') return;
     auto *name = static_cast<char *>(sta_malloc(sta_name_size));
@@ -42,7 +42,7 @@ void fill_empty_name(sta_info_t *sta) {
     sta->name = name;
 }
 
-// A line's fields, to be written.
+// The values of a line's fields.
 struct backup_values {
 #define VALUE_TEXT(field, instead) const char *field;
 #define VALUE_NUMBER(type, field) type field;
@@ -55,7 +55,7 @@ struct backup_values {
 #undef VALUE_SHOWN_NUMBER
 };
 
-// Its length.
+// Returns the length of the line.
 std::size_t write_line(const backup_values &values, char (&line)[sta_backup_line_size]) {
     sta_line out{line};
 #define WRITE_TEXT(field, instead) out.text(values.field, instead, text_max);
@@ -83,7 +83,7 @@ std::size_t sta_make_backup_line(sta_info_t *sta, sta_configuration &configurati
                                  char (&line)[sta_backup_line_size]) noexcept {
     using ull = unsigned long long;
     const std::uint64_t last_up =
-        0; // Deliberate: no earlier value is kept, so the rates are fifths of the totals
+        0; // Deliberate: no earlier value is kept, so the rates are a fifth of the totals
     const std::uint64_t last_down = 0;
     const ull up_rate = (sta->wifi_up - last_up) / 5;
     const ull down_rate = (sta->wifi_down - last_down) / 5;

@@ -53,8 +53,8 @@ bool backup_lines::ends_torn() noexcept {
 void backup_lines::remove(const char *mac, backup_line_told tell) noexcept {
     const bool torn = ends_torn();
     if (!short_ones_gone || !sta_mac_index::is_mac(mac)) {
-        // Every line has to be looked at: the first time for the short ones, and for a text that is not
-        // indexed.
+        // Every line is looked at: in the first call to find the short ones, and whenever `mac` is a text that the
+        // index does not have.
         for (piece &one : pieces) {
             if (one.gone) continue;
             if (one.is_short() || text_of(one).find(mac) != std::string_view::npos) drop(one, mac, tell);
@@ -66,8 +66,8 @@ void backup_lines::remove(const char *mac, backup_line_told tell) noexcept {
             return false;
         });
     }
-    // A torn last line ends the file and the reading at once, even when it is dropped; after anything else there
-    // is one more, empty, reading.
+    // The single operation reads once more after the last line and gets an empty text, unless that line has no line
+    // feed.
     if (!torn) tell(mac, "", true);
 }
 
@@ -77,12 +77,12 @@ bool backup_lines::append(const char *line, std::size_t length) noexcept {
     const piece *last = ends_torn() ? last_piece() : nullptr;
     const auto torn = static_cast<std::size_t>(last ? last - pieces.begin() : 0);
     if (!make_room(length + (last ? last->length : 0))) return false;
-    if (last) bytes.append(bytes.data() + last->begin, last->length); // it and the new line become one
+    if (last) bytes.append(bytes.data() + last->begin, last->length); // joins it and the new line
     bytes.append(line, length);
     const bool added = add_pieces(begin);
     if (last && added) pieces[torn].gone = true;
     for (std::size_t i = known; i < pieces.size() && !added; ++i)
-        pieces[i].gone = true; // half a line is none
+        pieces[i].gone = true; // a line that was added in part does not count
     return added;
 }
 
@@ -99,9 +99,9 @@ bool backup_lines::write(std::FILE *file) const noexcept {
     for (std::size_t i = 0; i < pieces.size();) {
         const std::size_t begin = pieces[i].begin;
         std::size_t end = begin;
-        // Lines that stand one behind the other are written at once.
+        // Adjacent lines are written together.
         while (i < pieces.size() && !pieces[i].gone && pieces[i].begin == end) end += pieces[i++].length;
-        if (end == begin) // it is gone
+        if (end == begin) // this line is gone
             ++i;
         else if (std::fwrite(bytes.data() + begin, 1, end - begin, file) != end - begin)
             return false;

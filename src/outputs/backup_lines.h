@@ -1,11 +1,11 @@
 // backup_lines.h - the station backup file in memory, for a pass that rewrites every station's line.
 //
-// Rewriting one line costs the whole file; done for each of n stations that grows with the square of n. Here
-// the file is read once, each removal looks its lines up by MAC, and the file is written once. What remains
-// is byte for byte what the single operations of outputs/backup would have left, and whoever asks is told of the
-// same lines in the same order.
+// Rewriting one line means writing the whole file; for n stations that takes time in the square of n. Here
+// the file is read once, each removal finds its lines by MAC, and the file is written once. The result is
+// byte for byte what the single operations of outputs/backup would leave, and the same dropped lines are passed
+// to the caller in the same order.
 //
-// Lines:  as the single operation reads them: up to a line feed, at most 1023 bytes; a text ends at its first
+// Lines:  as the single operations read them: up to a line feed, at most 1023 bytes; the text ends at its first
 //         NUL.
 // Memory: plain malloc, given back by the destructor. Every operation that needs some can fail.
 #pragma once
@@ -19,25 +19,25 @@
 #include <string_view>
 
 inline constexpr std::size_t backup_line_max = 1023; // bytes read at once
-inline constexpr std::size_t backup_line_least = 36; // a shorter text is no station's line
+inline constexpr std::size_t backup_line_least = 36; // a shorter text is not a station's line
 
-// What became of a line, told in file order. `text` is good during the call only.
+// Called for each dropped line, in file order. `text` is valid during the call only.
 using backup_line_told = void (*)(const char *mac, std::string_view text, bool too_short);
 
 class backup_lines {
 public:
-    // Takes all of `file`. False without memory or when reading fails.
+    // Reads all of `file`. False without memory or when reading fails.
     bool read(std::FILE *file) noexcept;
 
-    // Removes every line that is too short or holds `mac` (17 characters or any other text), and tells of
-    // each. At the end tells of one empty line where the single operation reads it: when the last line was a
-    // whole one, or there was none.
+    // Removes every line that is too short or holds `mac` (17 characters or any other text), and calls
+    // `tell` for each. At the end calls it with an empty line, as the single operation does when the last line has
+    // a line feed, or when there is none.
     void remove(const char *mac, backup_line_told tell) noexcept;
 
     // Appends a line of `length` bytes. False without memory: the lines are then as before.
     bool append(const char *line, std::size_t length) noexcept;
 
-    // Calls `visit` with each line that is left, until it returns false. Whether it never did.
+    // Calls `visit` with each line that is left, until it returns false. True if it never did.
     template <class Visit> bool for_each(Visit visit) const noexcept {
         for (std::size_t i = 0; i < pieces.size(); ++i)
             if (!pieces[i].gone && !visit(std::string_view{bytes.data() + pieces[i].begin, pieces[i].length}))
@@ -45,14 +45,14 @@ public:
         return true;
     }
 
-    // Whether `mac`, of 17 characters, is mentioned once in what is left.
+    // Whether `mac`, of 17 characters, occurs exactly once in the lines that are left.
     bool has_once(const char *mac) const noexcept;
 
-    // Writes what is left. False when not every byte was taken.
+    // Writes the lines that are left. False when not every byte could be written.
     bool write(std::FILE *file) const noexcept;
 
 private:
-    using number = sta_mac_index::number; // of a byte or a piece: half the memory of a pass
+    using number = sta_mac_index::number; // index of a byte or a piece; 32 bits halve the memory of a pass
 
     struct piece {
         number begin;         // in `bytes`
@@ -66,7 +66,7 @@ private:
 
     bool make_room(std::size_t length) noexcept;
     bool add_piece(std::size_t begin, std::size_t length) noexcept;
-    bool add_pieces(std::size_t begin) noexcept; // of `bytes`, from there to their end
+    bool add_pieces(std::size_t begin) noexcept; // for `bytes` from `begin` to the end
     piece *last_piece() noexcept;                // the last one that is not gone, or null
     bool ends_torn() noexcept;                   // the last line has no line feed
     void drop(piece &one, const char *mac, backup_line_told tell) noexcept;

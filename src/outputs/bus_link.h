@@ -1,8 +1,8 @@
-// bus_link.h - the bus connection, the daemon's bus object and the shared reply buffer: what all senders need.
+// bus_link.h - the bus connection, the daemon's bus object and the shared reply buffer: shared by all senders.
 //
-// Owns:   the connection, set once by bus/object and kept until the process ends. Every sender tests it
+// Owns:   the connection, set once by bus/object and kept until the process ends. Every sender checks it
 //         for null. The buffer is shared by the `get` reply and both notifications: each resets it before
-//         use, and nothing else may run between the reset and the sending.
+//         use, and nothing else may use it between the reset and the sending.
 #pragma once
 
 #include "base/cxx/ubus.h"
@@ -15,7 +15,7 @@ extern struct ubus_object sta_wsmd_object; // `wsmd`
 }
 
 // The longest content that a bus message can carry (a message has at most 1 MiB, headers included). Longer
-// ones are not sent: a broker closes the connection of whoever tries.
+// ones are not sent: the broker would close our connection.
 inline constexpr std::size_t sta_bus_content_max = 1048560;
 
 // True when `buf` holds a whole message that can be sent.
@@ -24,6 +24,6 @@ inline bool sta_bus_can_carry(const struct blob_buf *buf) noexcept {
 }
 
 // Makes room in `buf` for one more station in the array or table that is open, in large steps. False when
-// there is no memory, or when the message is too long to be sent already: it is then given up (its head is
-// null, nothing may be appended), so that nobody gets a cut list.
+// there is no memory, or when the message is too long to be sent already: it is then freed (its head is
+// null, nothing may be appended), so that no incomplete list is sent.
 bool sta_bus_make_room(struct blob_buf *buf) noexcept;

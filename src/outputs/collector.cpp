@@ -20,7 +20,7 @@ constexpr const char *server_path = "/tmp/sta_server_domain";
 
 struct unix_address {
     sockaddr_un address{};
-    socklen_t size; // of the path without its terminator: what the collector compares
+    socklen_t size; // without the path's terminator, since the collector compares the address's length
     explicit unix_address(const char *path)
         : size(static_cast<socklen_t>(sizeof(address.sun_family) + std::strlen(path))) {
         address.sun_family = AF_UNIX;
@@ -29,8 +29,8 @@ struct unix_address {
     const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&address); }
 };
 
-// A collector that lets nobody in makes the daemon wait; a stop ends that, and after it nobody is waited for. A stop that is
-// held back interrupts nothing: looked for ten times a second.
+// While the collector's queue is full, the daemon waits here. A stop ends the wait, and after a stop there is no wait. A blocked
+// signal interrupts nothing, so it is looked for ten times a second.
 int connect_until_stopped(int fd, const unix_address &server) {
     constexpr timeval look{.tv_sec = 0, .tv_usec = 100'000};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &look, sizeof(look));
@@ -41,7 +41,7 @@ int connect_until_stopped(int fd, const unix_address &server) {
     return result;
 }
 
-unsigned lost = 0; // reports since the last that came through
+unsigned lost = 0; // reports lost since the last one that was connected
 
 void came_through() {
     if (lost > 0) STA_NOTICE("the collector is back, %u reports were lost\n", lost);
@@ -80,7 +80,7 @@ int sta_domain_socket_send(const sta_info_t *sta) {
     came_through();
     std::uint8_t image[station_report_size];
     station_report_encode(sta_report_of(*sta), image);
-    // The collector had its chance.
+    // Not tried again.
     const bool written = write(report.get(), image, sizeof(image)) == static_cast<ssize_t>(sizeof(image));
     ++(written ? sta_health.reports_sent : sta_health.reports_not_written);
     return 0;

@@ -9,6 +9,6 @@
 #include "model/record.h"
 
 extern "C" {
-// Sends the record as it is. 0 once the connection stood, else -1.
+// Sends the record as it is. Returns 0 if the connection was made, even if writing failed; else -1.
 int sta_domain_socket_send(const sta_info_t *sta);
 }

@@ -11,7 +11,7 @@ namespace {
 
 std::uint32_t sequence = 0;
 
-// Sixteen hexadecimal digits that no other start of a daemon has.
+// Sixteen hexadecimal digits that identify this start of the daemon.
 const char *boot() {
     static char text[17] = "";
     if (text[0] == '\0') {
@@ -34,7 +34,7 @@ void put_number(struct blob_buf *buf, const char *key, std::int32_t number) {
     blobmsg_add_u32(buf, key, static_cast<std::uint32_t>(number));
 }
 
-// One happening: numbered in any case, made and sent when somebody hears it.
+// One event: always numbered; the message is made and sent only if there are subscribers.
 class happening {
 public:
     happening(const char *kind, const char *mac) noexcept : name(kind) {
@@ -53,7 +53,7 @@ public:
     happening(const happening &) = delete;
     happening &operator=(const happening &) = delete;
 
-    // Null: nobody hears it.
+    // Null: there are no subscribers, or no memory.
     struct blob_buf *message() noexcept {
         return whole ? &buf : nullptr;
     }

@@ -23,7 +23,7 @@ int dhcp_ubus_send_ip_change_event(const char *mac, const char *changed_ip, cons
     }
     const std::time_t now = std::time(nullptr);
     std::tm local{};
-    tzset(); // localtime_r need not look at the zone again
+    tzset(); // localtime_r may not do this itself
     localtime_r(&now, &local);
     char changed_time[32];
     (void)std::strftime(changed_time, sizeof(changed_time), "%Y-%m-%d %H:%M:%S", &local);

@@ -5,7 +5,7 @@
 namespace {
 
 // Where pointers have 4 bytes and 64-bit words are aligned to 8 (a device), the record itself is the image.
-// On 32-bit x86 64-bit words are aligned to 4: same offsets, no padding at the end.
+// 32-bit x86 aligns 64-bit words to 4: the offsets are the same, but there is no padding at the end.
 #define REPORT_SAME(type, field, off)                                                                        \
     static_assert(sizeof(sta_info_t::field) == sizeof(type) &&                                               \
                       (sizeof(void *) != 4 || offsetof(sta_info_t, field) == (off)),                         \

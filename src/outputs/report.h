@@ -4,5 +4,5 @@
 #include "model/record.h"
 #include "protocol/station_report.h"
 
-// Every field of the report that the record has: all of them.
+// Copies every field of the report from the record.
 station_report sta_report_of(const sta_info_t &sta) noexcept;

@@ -1,4 +1,4 @@
-// station_message.h - one station as members of a bus message: as the list of `get` has it, and as the notification.
+// station_message.h - one station as members of a bus message: for the list of `get`, and for the notification.
 //
 // Format: docs/bus-api.md; member names, order and types are fixed. Appended to the table that is open.
 // Logs:   level 7, the values.

@@ -22,7 +22,7 @@ struct shown {
     }
     void large(const char *key, std::uint64_t value) const { blobmsg_add_u64(buf, key, value); }
     void truth(const char *key, bool value) const { blobmsg_add_u8(buf, key, value ? 1 : 0); }
-    // A text that is not empty.
+    // Adds a text that is not empty.
     void text(const char *key, const char *value) const {
         if (value && *value != '\0') blobmsg_add_string(buf, key, value);
     }
@@ -33,7 +33,7 @@ struct shown {
 
 bool is_name(const char *name) { return name && *name != '\0' && std::strcmp(name, "-") != 0; }
 
-// 6 GHz uses the numbers of the other bands again: only what is one band's alone is said.
+// 6 GHz uses channel numbers of the other bands again: the band is given only where the number belongs to one band.
 const char *band_of(std::int32_t channel) {
     if (channel == 14 || (channel >= 1 && channel <= 13)) return "2.4 GHz";
     if (channel == 36 || (channel > 36 && channel <= 177)) return "5 GHz";
@@ -48,7 +48,7 @@ void put_access_point(const shown &to, const char *key) {
 }
 
 void put_connected(const shown &to, const char *key) {
-    // A restored record does not know when its station came.
+    // A restored record does not know when its station associated.
     if (to.sta->online_clock.sec != 0) to.number(key, to.clock.monotonic - to.sta->online_clock.sec);
 }
 
@@ -62,7 +62,7 @@ void put_width(const shown &to, const char *key) {
     if (index >= 0 && index < static_cast<std::int32_t>(std::size(widths))) to.number(key, widths[index]);
 }
 
-// How it came: the clock times of the steps as the driver writes them, and what each step took.
+// The steps of the association: their clock times as the driver writes them, and how long each took.
 void put_steps(const shown &to, const char *key) {
     const sta_info_t &s = *to.sta;
     void *table = blobmsg_open_table(to.buf, key);
@@ -78,7 +78,7 @@ void put_steps(const shown &to, const char *key) {
     blobmsg_close_table(to.buf, table);
 }
 
-// What is common to addresses and names, in the table that is open.
+// The members that addresses and names have in common.
 template <class Entry> void put_how(const shown &to, const Entry &one) {
     const std::int64_t boot = to.clock.wall - to.clock.monotonic;
     to.text("origin", station_origin_name(one.origin));
@@ -122,7 +122,7 @@ bool is_private(const char *text) {
 
 struct view_field {
     const char *name;
-    bool figure; // of the driver's table
+    bool figure; // comes from the driver's table
     void (*put)(const shown &to, const char *key);
 };
 
@@ -168,7 +168,7 @@ constexpr view_field view_fields[] = {
 // clang-format on
 #undef PUT
 static_assert(std::size(view_fields) < 64, "a set of members is one word");
-constexpr std::size_t many = 2; // the last ones: lists
+constexpr std::size_t many = 2; // the last two members are lists
 
 } // namespace
 

@@ -1,6 +1,6 @@
-// station_view.h - a station as the bus object `wsmd` shows it: typed members, each of which can be asked for alone.
+// station_view.h - a station as the bus object `wsmd` shows it: with typed members that can be asked for one by one.
 //
-// Format: docs/bus-api.md, schema "wsmd station". What is not known is left out, never invented.
+// Format: docs/bus-api.md, schema "wsmd station". What is not known is left out.
 // Units:  dBm, bit/s, bytes, seconds, MHz; times are seconds since 1970. "rx" is from the station, "tx" to it.
 #pragma once
 
@@ -13,13 +13,13 @@ using station_fields = std::uint64_t;
 // Every member there is.
 station_fields sta_view_all() noexcept;
 
-// Those of a page, unless others are asked for: all but what a station can have many of.
+// The members of a page if the caller names none: all but the lists.
 station_fields sta_view_page() noexcept;
 
-// The member of this name as a set; 0: there is none.
+// The set with the member of this name; 0: there is no such member.
 station_fields sta_view_field(const char *name) noexcept;
 
-// Those that come from the driver's table, so that who does not ask for them need not ask the driver.
+// The members that come from the driver's table. An answer without them needs no driver request.
 station_fields sta_view_figures() noexcept;
 
 // The clocks of one answer: read once, so that all its stations agree.
@@ -29,10 +29,10 @@ struct station_clock {
     station_clock() noexcept;
 };
 
-// Appends the members of `fields` to the table that is open in `buf`, in which sta_bus_make_room has made room. "mac" is
-// always among them.
+// Appends the members of `fields`, and always "mac", to the table that is open in `buf`. The caller has made room with
+// sta_bus_make_room.
 void sta_view_put(struct blob_buf *buf, const sta_info_t *sta, station_fields fields,
                   const station_clock &clock) noexcept;
 
-// True when the record's MAC is one: six octets of colon text. A restored line can hold anything.
+// True when the record's MAC is valid: six octets as colon text. A restored line can hold anything.
 bool sta_view_has_mac(const sta_info_t *sta) noexcept;

@@ -1,5 +1,5 @@
-// array.h - a growing array of plain values, for the few places that need one: the daemon has no C++
-// runtime library. Values are moved by realloc; a pointer to one is good until the next growth.
+// array.h - a growing array of plain values, for the few places that need one: the daemon does without the C++
+// runtime library. Values are moved by realloc; a pointer to one is valid until the next growth.
 #pragma once
 
 #include <cstddef>
@@ -55,10 +55,10 @@ public:
         return true;
     }
 
-    // The last `count` of the reserved values become part of the array, after somebody has written them.
+    // Adds the next `count` reserved values, which the caller has written.
     void extend(std::size_t count) noexcept { used += count; }
 
-    // The last `count` values go.
+    // Removes the last `count` values.
     void shorten(std::size_t count) noexcept { used -= count; }
 
 private:

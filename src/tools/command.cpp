@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t command_size = 512;
 constexpr std::size_t line_size = 1024;
 
-// In the child: what the daemon holds back or ignores must not be inherited by a pipeline.
+// In the child: a pipeline must not inherit the signals that the daemon blocks or ignores.
 void restore_signals() {
     for (const int signal_number : {SIGPIPE, SIGINT, SIGTERM, SIGCHLD}) std::signal(signal_number, SIG_DFL);
     sigset_t none;
@@ -31,10 +31,10 @@ void restore_signals() {
     char option[] = "-c";
     char *const arguments[] = {shell, option, command, nullptr};
     execvp(shell, arguments);
-    _exit(127); // never exit(): the parent's buffers are not ours to flush
+    _exit(127); // not exit(): it would flush the parent's buffers
 }
 
-// The wait status, or 0 when there is none to be had.
+// The wait status, or 0 when there is none.
 int wait_for(pid_t pid) {
     int status = 0;
     while (waitpid(pid, &status, 0) < 0)
@@ -47,7 +47,7 @@ void read_line(int from, char (&line)[line_size]) {
     std::size_t used = 0;
     while (used < line_size - 1) {
         const ssize_t got = read(from, line + used, line_size - 1 - used);
-        if (got < 0 && errno == EINTR) continue; // every child's end interrupts us
+        if (got < 0 && errno == EINTR) continue; // every child that ends interrupts the read
         if (got <= 0) break;
         used += static_cast<std::size_t>(got);
         if (std::memchr(line, '\n', used) || std::memchr(line, '\0', used)) break;
@@ -94,7 +94,7 @@ char *sta_execute_buf(const char *format, ...) {
     const pid_t pid = sta_fork();
     if (pid == 0) {
         dup2(ends[1], STDOUT_FILENO);
-        // A pipe that took the place of a closed standard output is its own copy and must survive exec.
+        // If standard output was closed, the pipe itself has its number; it must stay open after exec.
         if (ends[1] == STDOUT_FILENO) fcntl(STDOUT_FILENO, F_SETFD, 0);
         run_shell(command);
     }

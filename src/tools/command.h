@@ -1,11 +1,11 @@
 // command.h - commands run through the shell. Each call blocks the event loop until the command has
 // ended.
 //
-// Format: printf-style, also where a caller passes a whole command: a "%" in it is interpreted. Values that
-//         come from outside must have been checked before (sta_mac_is_plain, sta_is_valid_ipaddr): this
-//         module quotes nothing.
+// Format: printf-style, even if a caller passes a complete command: a "%" in it is interpreted. Values from
+//         outside must have been checked before (sta_mac_is_plain, sta_is_valid_ipaddr): this
+//         module does no quoting.
 // Limits: a command is cut at 511 characters.   Logs: level 7 when a process cannot be made. Children get the
-//         default SIGPIPE, SIGINT and SIGTERM back and no descriptor of ours.
+//         default SIGPIPE, SIGINT and SIGTERM, and none of our descriptors.
 #pragma once
 
 #include <sys/types.h>

@@ -6,7 +6,7 @@ bool sta_read_all(std::FILE *file, sta_array<char> &bytes, std::size_t most) noe
     struct stat status {};
     const bool sized = fstat(fileno(file), &status) == 0 && status.st_size > 0;
     if (sized && static_cast<std::uintmax_t>(status.st_size) > most) return false;
-    // One byte more than there should be: reading less than was asked for is the end.
+    // One byte more than the file's size, so that a short read shows the end.
     const std::size_t step = sized ? static_cast<std::size_t>(status.st_size) + 1 : 4096;
     for (std::size_t got = step; got == step;) {
         if (bytes.size() > most || !bytes.reserve(bytes.size() + step)) return false;

@@ -7,7 +7,7 @@
 #include <memory>
 #include <sys/stat.h>
 
-// True when all that was written has been taken, too: a full disk shows only here.
+// True when everything that was written has reached the file. A full disk is noticed only here.
 inline bool sta_flush(std::FILE *file) noexcept { return std::fflush(file) == 0 && std::ferror(file) == 0; }
 
 inline void sta_close_file(std::FILE *file) noexcept {
@@ -19,9 +19,9 @@ struct sta_file_closer {
 };
 using sta_file = std::unique_ptr<std::FILE, sta_file_closer>;
 
-// Appends what is left of `file` to `bytes`. False without memory, when reading fails, and when `bytes` would have more than
+// Appends the rest of `file` to `bytes`. False without memory, when reading fails, and when `bytes` would have more than
 // `most`.
 bool sta_read_all(std::FILE *file, sta_array<char> &bytes, std::size_t most) noexcept;
 
-// Whether two looks at a path have seen the same file, and nobody has changed it between them, as far as its times tell.
+// Whether two results of stat are of the same file, and its size and times have not changed.
 bool sta_same_file(const struct stat &a, const struct stat &b) noexcept;

@@ -1,41 +1,41 @@
-// health.h - what the daemon counts of itself: for `wsmd health`, and for nothing that it decides.
+// health.h - the daemon's counters about itself, for `wsmd health`. No decision depends on them.
 //
-// Each room counts what it does; only these numbers are shared. They begin with the process and go round after 32 bits.
+// Each module counts its own work here. The numbers start at 0 with the process and wrap around after 32 bits.
 #pragma once
 
 #include <cstdint>
 #include <ctime>
 
 struct sta_health_numbers {
-    std::int32_t started; // monotonic seconds; 0: not yet
+    std::int32_t started; // monotonic seconds; 0: not started
     bool is_client;       // the device's role, as it was at start
 
-    std::uint32_t events_received; // of the driver
+    std::uint32_t events_received; // from the driver
     std::uint32_t events_malformed;
-    std::uint32_t overruns; // times that its socket was full
-    std::uint32_t resyncs;  // times that the table was compared with the driver's
+    std::uint32_t overruns; // how often its socket was full
+    std::uint32_t resyncs;  // how often the table was compared with the driver's
 
     std::uint32_t driver_requests;
     std::uint32_t driver_failures;
-    std::uint32_t driver_slowest; // microseconds, as all of these
+    std::uint32_t driver_slowest; // microseconds, as all times here
 
     std::uint32_t reports_sent;
     std::uint32_t reports_without_socket;
     std::uint32_t reports_not_bound;
-    std::uint32_t reports_not_connected; // nobody listens, or its queue is full
+    std::uint32_t reports_not_connected; // no collector listens, or its queue is full
     std::uint32_t reports_not_written;
     std::uint32_t reports_slowest;
 
-    std::uint32_t stations_most;    // on line at once
+    std::uint32_t stations_most;    // online at the same time
     std::uint32_t stations_refused; // the table was full
 
-    std::uint32_t neighbours_received; // messages of the kernel about neighbours
+    std::uint32_t neighbours_received; // messages from the kernel about neighbours
     std::uint32_t neighbours_unusable; // multicast, zero and the like
-    std::uint32_t neighbours_unknown;  // nobody's of the table
-    std::uint32_t neighbours_foreign;  // not where the station is
+    std::uint32_t neighbours_unknown;  // not a station of the table
+    std::uint32_t neighbours_foreign;  // not on an interface of the station
     std::uint32_t neighbours_malformed;
-    std::uint32_t neighbours_overruns; // times that their socket was full
-    std::uint32_t neighbours_dumps;    // times that the kernel was asked for all of them
+    std::uint32_t neighbours_overruns; // how often their socket was full
+    std::uint32_t neighbours_dumps;    // how often the kernel was asked for all neighbours
 
     std::uint32_t addresses_kept; // of all stations, now
     std::uint32_t addresses_displaced;
@@ -46,12 +46,12 @@ struct sta_health_numbers {
     std::uint32_t lease_lookups;
 
     std::uint32_t longest_turn;
-    const char *longest_turn_of; // null: none yet
+    const char *longest_turn_of; // null: no turn so far
 };
 
 extern sta_health_numbers sta_health;
 
-// Measures from its making to its end, and keeps the longest.
+// Measures from its construction to its destruction, and keeps the longest time in `slowest`.
 class sta_stopwatch {
 public:
     explicit sta_stopwatch(std::uint32_t &slowest) noexcept : kept(slowest), begin(now()) {}
@@ -74,8 +74,8 @@ private:
     std::uint64_t begin;
 };
 
-// One turn of the event loop: at the top of every callback, with a constant text that says what it is. One inside of another
-// is a part of it.
+// Times one turn of the event loop. Every callback begins with one; `what` is a constant text that names the callback. A turn
+// inside another counts as a part of it.
 class sta_turn {
 public:
     explicit sta_turn(const char *what) noexcept : name(what) {}

@@ -1,5 +1,5 @@
-// json.h - JSON objects with an owner, and look-ups that the library's assertions cannot end the process
-// with.
+// json.h - JSON objects with an owner, and look-ups that cannot make the library's assertions end the
+// process.
 #pragma once
 
 #include <json-c/json.h>
@@ -11,7 +11,7 @@ struct sta_json_freer {
 using sta_json = std::unique_ptr<json_object, sta_json_freer>;
 
 // The member `key` of `object` if it is there and of `type`, else null. `object` may be null or of any type:
-// the library aborts when an array is asked of something else, so every array goes through here.
+// the library aborts when another type is used as an array, so every array is looked up here.
 inline json_object *sta_json_member(json_object *object, const char *key, json_type type) noexcept {
     json_object *member = nullptr;
     if (!json_object_is_type(object, json_type_object) || !json_object_object_get_ex(object, key, &member))

@@ -1,7 +1,7 @@
-// line.h - a line of fields parted by single blanks, put together in the caller's buffer. A pass writes one for
-// every station: without printf, which would take most of the pass.
+// line.h - builds a line of fields separated by single spaces in the caller's buffer. A pass writes one for
+// every station; with printf that would be most of the pass's time.
 //
-// Bounds: what does not fit is cut, a number left out whole; the line feed always fits. No terminator is written.
+// Bounds: a text that does not fit is cut, a number that does not fit is left out; the line feed always fits. No terminator is written.
 #pragma once
 
 #include <charconv>
@@ -14,7 +14,7 @@ public:
     template <std::size_t N>
     explicit sta_line(char (&buffer)[N]) noexcept : begin_(buffer), at_(buffer), end_(buffer + N - 1) {}
 
-    // A field of at most `most` characters of `from`. What a reader would take for the end of a field or line becomes
+    // A field of at most `most` characters of `from`. White space, which would end the field or the line, becomes
     // `instead`.
     void text(const char *from, char instead, std::size_t most = SIZE_MAX) noexcept {
         part();
@@ -43,5 +43,5 @@ private:
 
     char *begin_;
     char *at_;
-    char *end_; // of the fields: behind it the line feed has room
+    char *end_; // end of the fields; one more byte is left for the line feed
 };

@@ -11,19 +11,20 @@ bool is_hex(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') ||
 
 bool is_of_mac(char c) { return c == ':' || is_hex(c); }
 
-// How many of the 17 characters at `text` end with one that a MAC, in either case, does not have there; 0: it is one.
+// 0 if the 17 characters at `text` are a MAC; otherwise the number of characters up to and including the last one that does not
+// fit.
 std::size_t length_of_no_mac(const char *text) {
     std::size_t length = mac_length;
     while (length > 0 && (length % 3 == 0 ? text[length - 1] == ':' : is_hex(text[length - 1]))) --length;
     return length;
 }
 
-// Two words: all characters but the colon between them, which is always one.
+// Two words with all characters except the colon between them, which is always the same.
 std::size_t hash_mac(const char *text) {
     std::uint64_t head = 0, tail = 0;
     std::memcpy(&head, text, sizeof(head));
     std::memcpy(&tail, text + mac_length - sizeof(tail), sizeof(tail));
-    // A product spreads upwards only: its upper half comes down and spreads again.
+    // A multiplication mixes bits upwards only, so the upper half is folded down and multiplied again.
     constexpr std::uint64_t odd = 0x9e3779b97f4a7c15U;
     std::uint64_t hash = (head ^ std::rotl(tail, 32)) * odd;
     hash = (hash ^ (hash >> 32)) * odd;
@@ -38,7 +39,7 @@ bool sta_mac_index::is_mac(const char *text) noexcept {
 
 std::size_t sta_mac_index::step_to_mac(const char *text) noexcept {
     const std::size_t misfit = length_of_no_mac(text);
-    // No MAC reaches over a character that none has; others may fit when the next one begins later.
+    // No MAC contains a character that is neither a digit nor a colon; another misfit may fit a MAC that begins one later.
     return misfit > 0 && is_of_mac(text[misfit - 1]) ? 1 : misfit;
 }
 
@@ -69,7 +70,7 @@ bool sta_mac_index::rebuild(const char *text) noexcept {
     if (!buckets.assign(wanted, {none, none})) return false;
     for (number i = 0; i < mentions.size(); ++i) {
         mentions[i].next = none;
-        link(text, i); // there is room for all: it cannot come back here
+        link(text, i); // there is room for all, so this does not rebuild again
     }
     return true;
 }

@@ -1,7 +1,7 @@
-// mac_index.h - where MACs stand in a text, for who looks up many of them in it.
+// mac_index.h - an index of the MACs in a text, for looking up many of them.
 //
-// A MAC is 17 characters: six pairs of hexadecimal digits, in either case, with colons between them. It is found wherever
-// it stands, even inside of a longer row of pairs, and exactly as it is written.
+// A MAC is 17 characters: six pairs of hexadecimal digits, in either case, with colons between them. Every
+// occurrence is found, even inside a longer row of pairs, and compared as it is written.
 // Memory: plain malloc, given back by the destructor. 12 bytes for a MAC and 8 to 32 for the index.
 #pragma once
 
@@ -19,14 +19,14 @@ public:
 
     struct mention {
         number at;    // in the text
-        number owner; // as it was given
+        number owner; // as passed to add()
         number next;  // in the same bucket, later in the order of adding
     };
 
     // Whether `text`, of any length, is a MAC and nothing else.
     static bool is_mac(const char *text) noexcept;
 
-    // Calls `visit` with the place of each MAC of the `length` characters at `text`, until it returns false. Whether it never did.
+    // Calls `visit` with the offset of each MAC in the `length` characters at `text`, until it returns false. True if it never did.
     template <class Visit> static bool for_each(const char *text, std::size_t length, Visit visit) noexcept {
         for (std::size_t at = 0; at + mac_length <= length;) {
             const std::size_t step = step_to_mac(text + at);
@@ -36,11 +36,11 @@ public:
         return true;
     }
 
-    // Adds every MAC of the `length` characters at `text + begin`. False without memory; some may be known by then.
+    // Adds every MAC in the `length` characters at `text + begin`. False without memory; some may have been added.
     bool add(const char *text, number begin, std::size_t length, number owner) noexcept;
 
-    // Calls `visit` with each mention of `mac`, which is one, in the order of adding, until it returns true. `text` is what was
-    // indexed, wherever it lies by now.
+    // Calls `visit` with each occurrence of `mac` (a valid MAC), in the order of adding, until it returns true. `text` is the
+    // indexed text; it may have moved.
     template <class Visit> void find(const char *text, const char *mac, Visit visit) const noexcept {
         for (number i = first_like(mac); i != none; i = mentions[i].next)
             if (std::memcmp(text + mentions[i].at, mac, mac_length) == 0 && visit(mentions[i])) return;
@@ -51,7 +51,7 @@ private:
         number first, last;
     };
 
-    // How far behind `text`, of 17 characters at least, the next MAC can begin; 0: it begins there.
+    // How far after `text`, of at least 17 characters, the next MAC can begin; 0: one begins at `text`.
     static std::size_t step_to_mac(const char *text) noexcept;
     number first_like(const char *mac) const noexcept; // the first mention of its bucket
     bool link(const char *text, number which) noexcept;

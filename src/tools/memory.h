@@ -1,8 +1,8 @@
-// memory.h - the counting allocator: records, names and texts that modules hand to each other.
+// memory.h - the counting allocator, for records, names and texts that modules pass to each other.
 //
 // Owns:   nothing; the caller frees with sta_free.   Thread: event loop only.
-// Counts: live blocks, and the bytes that the allocator gave for them. Blocks of malloc, json-c or libubox go to free(), never here, and the
-//         reverse.
+// Counts: live blocks, and the bytes that the allocator gave for them. Blocks of
+//         malloc, json-c or libubox are freed with free(), never with sta_free, and the reverse.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 extern "C" {
 
-// Live blocks handed out and not yet given back. Diagnostic only.
+// Blocks handed out and not yet freed. Diagnostic only.
 extern std::uint32_t mem_total_cnt;
 
 // Bytes of those blocks, as large as the allocator has made them.
@@ -23,7 +23,7 @@ void *sta_malloc(std::uint32_t size);
 // A copy of `text`, or null; null for null.
 char *sta_strdup(const char *text);
 
-// Gives a block back; null is ignored.
+// Frees a block; null is ignored.
 void sta_free(void *block);
 
 // Makes a block larger or smaller, as realloc does. Null without memory: the block is then as it was.

@@ -110,7 +110,7 @@ int sta_hexip2ip(const char *text, std::uint32_t *out) {
     const char *at = text + 5;
     int octets[4];
     for (int &octet : octets) {
-        const int high = nibble(at[0]); // the terminator is no digit: the walk ends there
+        const int high = nibble(at[0]); // the terminator is not a digit, so the loop ends there
         if (high < 0) return -1;
         const int low = nibble(at[1]);
         if (low < 0) return -1;
@@ -182,7 +182,7 @@ void sta_expand_format(char *dst, std::size_t size, const char *src, std::size_t
         } else if (*at != '\0' && silent.find(*at) != std::string_view::npos) {
             src = at + 1;
         } else {
-            add(*src++); // no conversion: the sign stands for itself
+            add(*src++); // not a conversion: the sign is copied
         }
     }
     std::memset(dst + used, 0, size - used);

@@ -24,7 +24,7 @@ constexpr std::size_t align(std::size_t length) {
 constexpr std::size_t attribute_offset = NLMSG_HDRLEN + GENL_HDRLEN;
 constexpr std::size_t attribute_header = sizeof(nlattr);
 constexpr std::size_t header_size = attribute_offset + attribute_header;
-constexpr int payload_max = 1024; // the longest payload of ours has 12 bytes
+constexpr int payload_max = 1024; // our longest payload has 12 bytes
 static_assert(attribute_offset == 20 && header_size == 24);
 
 constexpr std::uint8_t driver_cmd = 1;
@@ -39,7 +39,7 @@ struct attribute {
     std::size_t next = 0;    // offset of the next attribute
 };
 
-// The attribute at `offset`, as far as it was received; type 0 when its header was not.
+// The attribute at `offset`, as far as it was received; type 0 when its header is incomplete.
 attribute attribute_at(const std::uint8_t *message, std::size_t received, std::size_t offset) {
     nlattr header{};
     if (offset > received || received - offset < sizeof(header)) return {};
@@ -144,7 +144,7 @@ int sta_nl_send_notice() {
 
 int sta_nl_family_in(const std::uint8_t *message, std::size_t received, const char *name) noexcept {
     const attribute first = attribute_at(message, received, attribute_offset);
-    // A text of netlink may lack its NUL: it ends where its attribute does.
+    // A netlink text may lack its NUL; then it ends with its attribute.
     const std::size_t length = std::strlen(name);
     if (first.length < length || std::memcmp(message + first.payload, name, length) != 0) return 0;
     if (first.length > length && message[first.payload + length] != '\0') return 0;

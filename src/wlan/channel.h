@@ -39,7 +39,7 @@ int sta_nl_send_msg(int socket, int type, std::uint32_t port, std::uint8_t cmd, 
 int sta_nl_register(std::int32_t limit);
 
 // Sends the driver the empty notice of type 4. Without a socket, a family or a port nothing is sent and that
-// value comes back. No flow of the daemon uses it; it belongs to the channel's interface.
+// value is returned. The daemon itself does not call it; it is part of the exported interface.
 int sta_nl_send_notice(void);
 }
 
@@ -48,7 +48,7 @@ int sta_nl_send_notice(void);
 int sta_nl_family_in(const std::uint8_t *message, std::size_t received, const char *name) noexcept;
 
 // Opens the channel's socket, a member of the controller's announcements, and looks the driver's family up. 0, or -1
-// without a socket. The family may be missing (sta_nl.family is then 0): the driver announces it when it comes.
+// without a socket. The family may be missing (sta_nl.family is then 0): the driver announces it when it starts.
 int sta_nl_open() noexcept;
 
 // True when `message`, which is not broken, is a station event of the driver's family.
@@ -57,6 +57,6 @@ bool sta_nl_is_event(const std::uint8_t *message) noexcept;
 // Takes the family's number from a message of the controller that announces it, and registers with the driver.
 void sta_nl_take_announcement(const std::uint8_t *message, std::size_t received) noexcept;
 
-// True when the received bytes are no usable netlink message: an error message, too short, or of a wrong
+// True when the received bytes are not a usable netlink message: an error message, too short, or of a wrong
 // length.
 bool sta_nl_is_broken(const std::uint8_t *message, long received) noexcept;

@@ -1,4 +1,4 @@
-// reason.h - names of the driver's off-line reason codes.
+// reason.h - names of the driver's reason codes of a departure.
 #pragma once
 
 extern "C" {

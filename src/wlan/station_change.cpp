@@ -27,7 +27,7 @@ std::int8_t signal(std::int8_t reading) {
     return reading < weakest ? instead : reading;
 }
 
-// The first one or two digits behind at least one other character.
+// The first one or two digits after at least one other character.
 int number_in(const char *ifname) {
     const std::size_t start = std::strcspn(ifname, "0123456789");
     if (start == 0 || ifname[start] == '\0') return -1;

@@ -1,4 +1,4 @@
-// station_change.h - a driver's event as the daemon understands it: who comes or goes, in the record's units.
+// station_change.h - a driver's event in the daemon's terms: an association or disassociation, in the record's units.
 //
 // Source: protocol/station_event.h. A driver with events of another layout needs another decoder and nothing else.
 #pragma once
@@ -12,7 +12,7 @@ enum class station_change_kind {
     none,  // an event of another kind
     comes, // associated
     goes,  // disassociated
-    moves, // disassociated, to another access point: its record stays until that one tells
+    moves, // disassociated, and roams to another access point: its record stays until the driver reports its departure
 };
 
 // Texts are terminated; `figures` has the counters, capabilities and texts that are taken as they are.
@@ -21,7 +21,7 @@ struct station_change {
     char mac[18];             // "aa:bb:cc:dd:ee:ff"
     std::int32_t time;        // wall clock, seconds
     std::int8_t rssi;         // dBm; a reading below -94 counts as -65
-    std::int8_t reading;      // the rssi as it was read
+    std::int8_t reading;      // the rssi before that correction
     std::int32_t utilization; // per cent
     int wlanid;               // the number in the interface's name; -1: there is none
     bool repeater;            // a wireless repeater, by the event or by its SSID

@@ -24,10 +24,10 @@ constexpr std::uint64_t table_size(unsigned mask, std::uint64_t count) {
 }
 static_assert(table_size(3, 2) == 784 && table_size(1, 2) == 336);
 
-// Whatever the device's own limit is: four networks with as many stations as a network can number.
+// Believed whatever the device's limit: four networks with as many association numbers as a network has.
 constexpr std::int32_t always_believed = 8192;
 
-// A driver that counts more stations than there can be is wrong, and would have us ask for gigabytes.
+// A driver that counts more stations than possible is wrong, and would make us ask for gigabytes.
 bool is_believable(const char *ifname, std::int32_t count) {
     static bool said = false;
     const std::int32_t most = std::max(sta_max_num, always_believed);
@@ -53,7 +53,7 @@ std::uint64_t mac_of_entry(const std::uint8_t *table, std::size_t index) {
     return as_word(bytes);
 }
 
-// The beginning of a MAC as its lower-case colon text gives it, to be found among a table's words.
+// The beginning of a MAC, from its lower-case colon text, for comparing with the words of a table.
 class mac_prefix {
 public:
     explicit mac_prefix(const char *text) {
@@ -75,7 +75,7 @@ public:
         mask_ = as_word(meant);
     }
 
-    // False for what is no beginning of a MAC, and for an empty text, which would be that of the first entry.
+    // False for a text that cannot begin a MAC, and for an empty text, which would match the first entry.
     bool is_one() const { return mask_ != 0; }
 
     bool begins(std::uint64_t mac) const { return (mac & mask_) == bytes_; }
@@ -145,7 +145,7 @@ int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const cha
         STA_LOG("param is null\n");
         return 0;
     }
-    // One byte more than the driver is told of: its answer may fill all it was given.
+    // One byte more than the driver is told: its answer may fill the whole buffer.
     void *buffer = sta_malloc(driver_count_size + 1);
     if (!buffer || sta_driver_call(buffer, driver_count_size, ifname, driver_station_count) != 0) {
         STA_LOG("ifname:%s get sta num fail \n", ifname);
@@ -185,7 +185,7 @@ bool sta_driver_list(const char *ifname, unsigned mask, std::uint8_t **table,
     *entries = 0;
     char answer[driver_count_size + 1] = "";
     if (sta_driver_call(answer, driver_count_size, ifname, driver_station_count) != 0) return false;
-    if (answer[0] < '0' || answer[0] > '9') return false; // no count
+    if (answer[0] < '0' || answer[0] > '9') return false; // not a count
     const std::int32_t count = sta_number(answer);
     if (count == 0) return true;
     if (!is_believable(ifname, count)) return false;
@@ -203,7 +203,7 @@ bool sta_driver_list(const char *ifname, unsigned mask, std::uint8_t **table,
     *entries =
         std::min(wire::get<std::uint32_t>(bytes + table_num_offset), static_cast<std::uint32_t>(count));
     wire::put(bytes + table_num_offset,
-              static_cast<std::uint32_t>(count)); // the extended entries lie behind so many
+              static_cast<std::uint32_t>(count)); // the extended entries begin after `count` basic ones
     return true;
 }
 

@@ -1,7 +1,7 @@
 // tables.h - the driver's station table: fetching one interface's table, copying one station's figures
 // from it.
 //
-// Source: driver/driver_request.h.   Logs: level 7.   Blocks: until the driver answers.
+// Source: protocol/driver_request.h.   Logs: level 7.   Blocks: until the driver answers.
 #pragma once
 
 #include "model/record.h"
@@ -14,23 +14,23 @@ extern "C" {
 // Fetches the table of `ifname` with the sections of `mask` (table_basic, table_extended). Returns the number
 // of stations that the driver counts and stores the table at `table`: from the counting allocator, to be
 // freed with sta_free. The table is null when there is none: count 0 or below, or a failing request, in which
-// case the count comes back all the same. Callers test the table, not the count.
+// case the count is still returned. Callers check the table, not the count.
 int sta_get_ioctl_stainfo(const sta_info_t *sta, std::uint8_t **table, const char *ifname, unsigned mask);
 
-// Copies the figures of the entry whose MAC begins with the record's `mac` (the first one wins) into the
-// record. `count` entries are looked at. 0, or 1 when the station is not listed (the record is then
+// Copies the figures of the entry whose MAC begins with the record's `mac` (the first such entry) into the
+// record. `count` entries are searched. Returns 0, or 1 when the station is not listed (the record is then
 // unchanged) or an argument is null.
 int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count);
 }
 
-// The driver's list for `ifname` with the sections of `mask`. False: it has not answered, so that nothing is known. True: `table`
-// has `entries` entries that are filled, and places for as many as its count says; from the counting allocator, to be freed with
-// sta_free; null when there are none.
+// The driver's list for `ifname` with the sections of `mask`. False: it has not answered. True: `table` has
+// `entries` filled entries, and space for as many as its count says; it is from the counting allocator, to be freed with sta_free,
+// and null when there are none.
 bool sta_driver_list(const char *ifname, unsigned mask, std::uint8_t **table,
                      std::uint32_t *entries) noexcept;
 
 // The tables of both radios during one walk over the stations: each is fetched once, through the interface of
-// the first station that is met on its radio, whether that works or not.
+// the first station on its radio, even if that fails.
 class sta_radio_tables {
 public:
     static constexpr int radios = 2;
@@ -41,7 +41,7 @@ public:
     sta_radio_tables(const sta_radio_tables &) = delete;
     sta_radio_tables &operator=(const sta_radio_tables &) = delete;
 
-    // Fetches the table of the station's radio if nobody has yet. True when it was fetched just now.
+    // Fetches the table of the station's radio unless that was done before. True when it was fetched now.
     bool fetch_for(const sta_info_t *sta) noexcept;
     // sta_sta_get_ioctl with the table of the station's radio; 1 for a radio other than 0 and 1.
     int update(sta_info_t *sta) const noexcept;
@@ -52,7 +52,7 @@ public:
     // The table and the count of the station's radio; it must have one.
     std::uint8_t *table_of(const sta_info_t *sta) const noexcept { return slots[sta->radio_id].table; }
     int count_of(const sta_info_t *sta) const noexcept { return slots[sta->radio_id].count; }
-    // How many entries the driver has filled: no more than were fetched, whatever it claims. There must be a table.
+    // How many entries the driver has filled: never more than were asked for, whatever it claims. There must be a table.
     std::uint32_t entries_of(const sta_info_t *sta) const noexcept { return slots[sta->radio_id].entries; }
 
 private:
@@ -61,8 +61,8 @@ private:
         std::uint8_t *table = nullptr;
         int count = 0;
         std::uint32_t entries = 0;
-        // The MACs of the table's entries, side by side: each station of the walk is searched from the first one,
-        // and entries are far apart. Empty without memory.
+        // The MACs of the table's entries, one after the other: each station is searched from the first one,
+        // and the entries themselves are far apart in memory. Empty without memory.
         sta_array<std::uint64_t> macs;
     };
     unsigned mask;
