@@ -1,6 +1,6 @@
 // array.h - a growing array of plain values, for programs without the C++ runtime library.
 //
-// Whoever adds is told when there is no memory; the array is then as it was.
+// Without memory push() and reserve() return false, and the array is unchanged.
 #pragma once
 
 #include <cstddef>
@@ -36,7 +36,7 @@ public:
         return true;
     }
     bool push(const T &added) noexcept {
-        const T copy = added; // it may be one of ours
+        const T copy = added; // `added` may be an element of this array
         if (size_ == room_ && !reserve(room_ < 8 ? 8 : room_ * 2)) return false;
         items_[size_++] = copy;
         return true;

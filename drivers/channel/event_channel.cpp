@@ -9,7 +9,7 @@
 
 namespace {
 
-// ms, while a listener's queue is full: a short wait for one that is busy, longer ones for one that has stopped
+// ms between tries while a listener's queue is full: short at first, since it may only be busy, then longer
 constexpr int retry_first = 1;
 constexpr int retry_last = 64;
 
@@ -124,7 +124,7 @@ bool event_channel::send_now(std::uint32_t port, std::span<const std::uint8_t> b
                       sizeof(to));
     while (done < 0 && errno == EINTR);
     if (done < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return false;
-    ++(done < 0 ? lost_ : sent_); // ECONNREFUSED: the listener has gone
+    ++(done < 0 ? lost_ : sent_); // ECONNREFUSED: the listener is gone
     return true;
 }
 

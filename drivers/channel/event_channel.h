@@ -1,10 +1,10 @@
-// event_channel.h - the driver's side of the station-event family, played by an ordinary process.
+// event_channel.h - the driver's side of the station-event family, in an ordinary process.
 //
-// A family cannot be registered from user space, but everything that a listener sees of one can be sent to its port:
-// the generic netlink controller's announcement, and events. Both need CAP_NET_ADMIN. The announcement goes to the
-// listeners' own ports, not to the controller's group: no other program of the machine hears of a family that the
-// kernel does not have. A listener that does not read is never waited for: messages queue here, in order, and are
-// sent as it catches up.
+// User space cannot register a family, but it can send a listener everything that it would receive from one: the
+// generic netlink controller's announcement, and events. Both need CAP_NET_ADMIN. The announcement is sent to the
+// listeners' own ports, not to the controller's group, so that no other program learns of a family that the
+// kernel does not have. A listener that does not read holds nothing up: its messages are queued here, in order,
+// and sent when it reads again.
 #pragma once
 
 #include "channel/array.h"
@@ -23,7 +23,7 @@ public:
         std::size_t queue_max; // messages
         // True for the port of a listener that is to have the family; null: every one is.
         bool (*is_wanted)(void *owner, std::uint32_t port) = nullptr;
-        // A new listener is there and has been announced to.
+        // Called for a new listener, after the announcement was sent to it.
         void (*came)(void *owner, const netlink_listener &listener) = nullptr;
         void *owner = nullptr;
     };
@@ -38,7 +38,7 @@ public:
     // Looks for listeners; announces the family, if it has a number, to those that were not there at the last look.
     void look() noexcept;
 
-    // Announces the family `times` times, under a new number when `family` is not 0.
+    // Announces the family `times` times, with a new number if `family` is not 0.
     void announce(std::uint16_t family, int times) noexcept;
 
     // Sends one event, or any bytes, to every listener that the last look found; returns how many there are.
@@ -51,7 +51,7 @@ public:
     std::size_t queued() const { return queued_; }
     std::uint64_t sent() const { return sent_; }
     std::uint64_t lost() const { return lost_; } // listener gone, no memory, or the queue is full
-    std::size_t listeners() const;               // those that are wanted
+    std::size_t listeners() const;               // the wanted ones
     // The port of one of them, oldest first.
     std::uint32_t port(std::size_t index) const;
 
@@ -73,7 +73,7 @@ private:
     settings settings_;
     int fd_ = -1;
     std::uint32_t own_port_ = 0;
-    array<known> listeners_; // also those that are not wanted, so that each is judged once
+    array<known> listeners_; // also the unwanted ones, so that is_wanted is called once for each
     message *first_ = nullptr;
     message *last_ = nullptr;
     std::size_t queued_ = 0;

@@ -51,7 +51,7 @@ bool is_called(const char *folder, const char *process_name) {
     return read && std::strcmp(name, process_name) == 0;
 }
 
-// Its number in the innermost of the process namespaces that it is in; 0 when that cannot be read.
+// The process's number in the innermost of its process namespaces; 0 when that cannot be read.
 unsigned long innermost_number(const char *folder) {
     char path[40];
     std::snprintf(path, sizeof(path), "/proc/%.20s/status", folder);
@@ -75,7 +75,7 @@ bool netlink_port_is_of(std::uint32_t port, const char *process_name) noexcept {
     char own[16];
     std::snprintf(own, sizeof(own), "%u", static_cast<unsigned>(port));
     if (is_called(own, process_name)) return true;
-    // In a jail it has another number than here, and the port is named after that one.
+    // In a jail a process has another number than here, and its port is named after that number.
     DIR *processes = opendir("/proc");
     if (!processes) return false;
     bool found = false;

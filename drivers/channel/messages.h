@@ -1,7 +1,7 @@
-// messages.h - what a listener of the station-event family is sent, as bytes.
+// messages.h - the messages for listeners of the station-event family, as bytes.
 //
 // Source: the kernel's generic netlink layouts (linux/netlink.h, linux/genetlink.h), in the host's byte order, since
-// the daemon's host is this one.
+// the daemon runs on the same host.
 #pragma once
 
 #include "protocol/station_event.h"
@@ -12,15 +12,15 @@
 // Mask of the generic netlink controller's multicast group.
 inline constexpr std::uint32_t netlink_controller_group = 0x8000;
 
-// The family's number for everybody who plays the driver. The kernel gives its own families numbers up to 1023: this
-// one can never be another's, so what the daemon sends to it reaches nobody.
+// The family's number for all programs that act as the driver. The kernel gives its own families numbers up to 1023, so
+// no other family can have this one, and messages that the daemon sends to it reach nobody.
 inline constexpr std::uint16_t driver_family = 2000;
 
 // netlink header 16 + generic netlink header 4 + family name 4 + 8 + identifier 4 + 4
 inline constexpr std::size_t announcement_size = 40;
 inline constexpr std::size_t event_message_size = station_event_offset + station_event_size;
 
-// The controller's message that a new family is there.
+// The controller's message that announces a new family.
 void write_announcement(std::uint16_t family, std::span<std::uint8_t, announcement_size> bytes) noexcept;
 
 // One station event.

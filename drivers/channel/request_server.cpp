@@ -12,14 +12,14 @@ namespace {
 
 constexpr std::size_t peers_waiting_max = SOMAXCONN;
 
-sockaddr_un address_of(const char *path) { // which fits
+sockaddr_un address_of(const char *path) { // `path` fits
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path, std::strlen(path));
     return address;
 }
 
-// True when somebody accepts connections there.
+// True when a process accepts connections there.
 bool in_use(const sockaddr_un &address) {
     const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (probe < 0) return false;
@@ -31,7 +31,7 @@ bool in_use(const sockaddr_un &address) {
 
 } // namespace
 
-// A connection: first the header comes, then the buffer, which goes back behind the answer's header.
+// A connection: it receives the header, then the buffer, and sends the answer's header and the buffer.
 struct request_server::peer : uloop_fd {
     request_server *owner;
     peer *next;
@@ -99,7 +99,7 @@ void request_server::accept_all() noexcept {
         added->owner = this;
         added->next = peers_;
         peers_ = added;
-        serve(added); // most have written by now
+        serve(added); // most peers have written already
     }
 }
 
@@ -115,7 +115,7 @@ void request_server::forget(peer *gone) noexcept {
     std::free(gone);
 }
 
-// Receives what is there. False when no more can come: the peer has hung up, or has asked for too much.
+// Receives what is there. False at the end: the peer has closed the connection, or has asked for too much.
 bool request_server::peer::receive() noexcept {
     for (;;) {
         const bool in_header = done < was_request_header;
@@ -137,7 +137,7 @@ bool request_server::peer::receive() noexcept {
     }
 }
 
-// True while something is left to be sent to somebody who is there.
+// True while bytes are left to send and the peer is there.
 bool request_server::peer::send_rest() noexcept {
     while (done < to_send) {
         const ssize_t sent = send(fd, bytes + done, to_send - done, MSG_NOSIGNAL);

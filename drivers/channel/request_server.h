@@ -1,8 +1,8 @@
-// request_server.h - the driver's end of our libwas' socket, laid out as protocol/was_wire.h says. One request and
-// its answer per connection; nobody is ever waited for.
+// request_server.h - the driver's end of the socket of our libwas (protocol/was_wire.h). One request and its answer
+// per connection. It never blocks on a peer.
 //
-// Requests are answered in the order in which they are whole. A peer that asks for more than any request may be is
-// hung up on.
+// Requests are answered in the order in which they become complete. The connection of a peer that sends too large a
+// request is closed.
 #pragma once
 
 #include "protocol/was_wire.h"
@@ -21,16 +21,16 @@ struct was_question {
 
 class request_server {
 public:
-    // Turns the question's bytes into the answer's. 0, or a negative error number: then no bytes go back.
+    // Replaces the question's bytes by the answer's. Returns 0, or a negative error number: then no bytes are sent back.
     using handler = std::int32_t (*)(void *owner, was_question &question);
 
     request_server(handler answer, void *owner) noexcept : answer_(answer), owner_(owner) {}
     ~request_server();
     request_server(request_server &&) = delete;
 
-    // Listens at `path`, in place of a socket that nobody listens at any more. 0, or an error number: EADDRINUSE when
-    // somebody listens there, ENOTSOCK when it is something else, ENAMETOOLONG when it is no path for a socket. Owner and
-    // group of the socket may ask: a request can send stations away.
+    // Listens at `path`; replaces a socket without a listener. Returns 0 or an error number: EADDRINUSE when another process
+    // listens there, ENOTSOCK when it is not a socket, ENAMETOOLONG when the path is too long for one. Only the socket's
+    // owner and group may connect, since a request can disconnect stations.
     int listen(const char *path) noexcept;
 
 private:

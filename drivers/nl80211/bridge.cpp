@@ -16,7 +16,7 @@ constexpr unsigned interfaces_every = 5; // ticks
 constexpr unsigned survey_every = 10;
 constexpr unsigned list_every = 60;
 constexpr std::int64_t remember_every = 200; // ms
-constexpr std::size_t queue_max = 8192;      // events that wait for the daemon: 4 MiB
+constexpr std::size_t queue_max = 8192;      // events that wait for the daemon; 4 MiB
 
 std::int64_t ms_of(clockid_t clock) {
     timespec now{};
@@ -165,7 +165,7 @@ void bridge::list_stations() noexcept {
         array<listed_station> there;
         if (one->base == 0) continue;
         if (!list_stations_of(kernel_, one->ifindex, one->base, there)) {
-            must_list_ = true; // what is missing must not be taken for gone
+            must_list_ = true; // a station missing in this list may still be there
             return;
         }
         for (const listed_station &each : there) life_.listed(each.network, each.mac, each.figures);
@@ -194,7 +194,7 @@ void bridge::heard(const kernel_message &message) noexcept {
     if (!network) {
         refresh(message.ifindex);
         network = networks_.network_of(message.ifindex);
-        if (!network) return; // of an interface that is no access point's
+        if (!network) return; // the interface is not an access point's
     }
     const std::uint32_t base = network->ifindex;
     const moment now = now_moment();
@@ -202,7 +202,7 @@ void bridge::heard(const kernel_message &message) noexcept {
     mac_address to{};
     switch (message.kind) {
     case kernel_message::station_added: life_.entry_added(base, message.mac, now); break;
-    // Some drivers tell of a station with all its figures.
+    // Some drivers send the event of a new station with all its figures.
     case kernel_message::station: life_.entry_added(base, message.mac, now); break;
     case kernel_message::station_removed: life_.entry_removed(base, message.mac, message.figures, now); break;
     case kernel_message::frame_sent:
@@ -248,7 +248,7 @@ void bridge::hostapd_changed(std::uint32_t network, bool attached, bool frames) 
     list_soon();
 }
 
-// Carries out what station_life says, and what follows from that, until nothing is left.
+// Carries out the outputs of station_life, and those that follow from them, until none is left.
 void bridge::settle() noexcept {
     if (settling_) return;
     settling_ = true;
@@ -257,7 +257,7 @@ void bridge::settle() noexcept {
     settling_ = false;
     if (changed_ && now_moment().ms - remembered_at_ >= remember_every) remember();
     const std::int64_t next = life_.next_check();
-    if (must_list_) return; // its timer runs
+    if (must_list_) return; // the timer for the list runs
     if (next == 0)
         uloop_timeout_cancel(&life_timer_);
     else
@@ -267,7 +267,7 @@ void bridge::settle() noexcept {
 
 void bridge::carry_out(const life_output &what) noexcept {
     if (what.kind == life_output::ask) {
-        // When nobody's frame told of the end, hostapd may have been killed: a socket without it says so at once.
+        // Without a frame that explains the end, hostapd may have been killed: its socket shows that at once.
         if (what.about.leaving && what.about.received == 0 && what.about.sent == 0)
             if (access_interface *network = networks_.find(what.about.network); network && network->control)
                 network->control->is_alive();
@@ -289,7 +289,7 @@ void bridge::ask_kernel(const station &about) noexcept {
             if (message.kind == kernel_message::station) *static_cast<found *>(to) = {true, message.figures};
         },
         &answer);
-    // Any other error says nothing of the station: the next list does.
+    // Any other error says nothing about the station; the next list will.
     if (answer.is_there || result == -ENOENT || result == -ENODEV)
         life_.answered(about.network, about.mac, answer.is_there ? &answer.figures : nullptr, now_moment());
     else
@@ -332,7 +332,7 @@ void bridge::tell(const life_output &what) noexcept {
                  static_cast<int>(what.reason));
 }
 
-// A daemon that has just come knows of no station, but one that an earlier bridge has told knows what is remembered.
+// A new daemon knows no station; a daemon that an earlier bridge has reported to knows those in the memory file.
 void bridge::daemon_came(const netlink_listener &daemon) noexcept {
     const netlink_listener *known = std::find(daemons_, daemons_ + daemon_count_, daemon);
     if (known != daemons_ + daemon_count_) {

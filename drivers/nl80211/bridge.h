@@ -1,7 +1,7 @@
-// bridge.h - the wireless driver of an access point with mac80211 radios and hostapd, played for the daemon.
+// bridge.h - acts as the wireless driver towards the daemon, for an access point with mac80211 radios and hostapd.
 //
-// Everything happens in the one event loop; nothing waits but for the kernel's own answers. The order in which things
-// are done for one message: it goes into station_life, and what that says is asked of the kernel or told to the daemon.
+// Everything happens in one event loop; it waits only for answers of the kernel. Each message is given to station_life,
+// whose outputs are then carried out: asking the kernel, or sending the daemon an event.
 #pragma once
 
 #include "channel/event_channel.h"
@@ -18,24 +18,24 @@ public:
     struct settings {
         const char *control_folder; // of hostapd's sockets
         const char *control_global; // its global one
-        const char *daemon;         // name of the process that is told
-        const char *memory;         // file that outlives the bridge; see memory.h
+        const char *daemon;         // name of the daemon's process
+        const char *memory;         // file that is kept over a restart of the bridge; see memory.h
         radio_choice choices[networks::choices_max];
         std::size_t choice_count;
     };
     explicit bridge(const settings &how) noexcept;
     bridge(bridge &&) = delete;
 
-    // Opens the channel and listens at `path` for requests. Null, or what went wrong; errno says why.
+    // Opens the channel and listens at `path` for requests. Returns null, or what failed; errno says why.
     const char *start(const char *path) noexcept;
-    // Leaves hostapd as it was.
+    // Restores hostapd's settings.
     void stop() noexcept;
 
 private:
     struct bridge_timer : uloop_timeout {
         bridge *owner;
     };
-    // The stations of one of the daemon's radios, as the kernel listed them a moment ago.
+    // The stations of one of the daemon's radios, from the kernel's latest list.
     struct radio_list {
         std::int64_t at_ms;
         array<listed_station> stations;
@@ -79,13 +79,13 @@ private:
     bool settling_ = false;
     bool must_list_ = true;
     bool told_no_memory_ = false;
-    bool changed_ = false; // since it was remembered
+    bool changed_ = false; // since the memory file was written
     std::int64_t remembered_at_ = 0;
-    netlink_listener daemons_[bridge_memory::daemons_max] = {}; // that have been told, newest first
+    netlink_listener daemons_[bridge_memory::daemons_max] = {}; // that have received events, newest first
     std::size_t daemon_count_ = 0;
     std::uint64_t told_lost_ = 0;
 };
 
-// Now, on the clocks that the bridge uses.
+// The current time, by the clocks that the bridge uses.
 moment now_moment() noexcept;
 std::uint64_t now_boot_ns() noexcept;

@@ -34,7 +34,7 @@ void widen(capabilities &known, std::uint8_t width) { known.width = std::max(kno
 void take_rates(capabilities &known, octets body) {
     for (const std::uint8_t rate : body) {
         const auto value = static_cast<std::uint8_t>(rate & 0x7f);
-        // Not rates but membership selectors: what a station must support to join.
+        // Not rates but membership selectors: features that a station must support to join.
         if (value >= 122 && value <= 127) continue;
         known.legacy = std::max(known.legacy, value);
     }
@@ -52,7 +52,7 @@ void take_ht(capabilities &known, octets body) {
     take(known, generation::n, streams, static_cast<std::uint8_t>(8 * streams - 1));
 }
 
-// Two bits for each of eight streams; `highest` by their value, 3 is none.
+// Two bits for each of eight streams: an index into `highest`; 3 means that the stream is not supported.
 void take_map(capabilities &known, generation which, unsigned map, const std::uint8_t (&highest)[3]) {
     std::uint8_t streams = 0;
     while (streams < 8 && (map >> 2 * streams & 3) != 3) ++streams;
@@ -77,11 +77,11 @@ void take_he(capabilities &known, octets body, unsigned frequency) {
         if (physical & 1U << 2) widen(known, width_80);
         if (physical & 1U << 3) widen(known, width_160);
     }
-    known.short_gi = true; // the shortest guard interval is everybody's
+    known.short_gi = true; // every 802.11ax station has a short guard interval
     take_map(known, generation::ax, word(body, 17), {7, 9, 11});
 }
 
-// Its map of streams depends on widths of other elements; those of the generation before it are taken.
+// Its stream map depends on widths from other elements, so the streams of 802.11ax are used.
 void take_eht(capabilities &known, octets body, unsigned frequency) {
     if (body.size() < 11) return;
     if (frequency > 5950 && (body[2] & 1U << 1)) widen(known, width_320);
@@ -119,7 +119,7 @@ void take_element(capabilities &known, std::uint8_t id, octets body, unsigned fr
     case more_rates: take_rates(known, body); break;
     case ht_capabilities: take_ht(known, body); break;
     case vht_capabilities:
-        if (!is_2_4_ghz(frequency)) take_vht(known, body); // some send it there, too
+        if (!is_2_4_ghz(frequency)) take_vht(known, body); // some stations send it on 2.4 GHz
         break;
     case rsn: take_rsn(known, body); break;
     case vendor: take_vendor(known, body); break;
@@ -139,7 +139,7 @@ struct mcs_rates {
 constexpr mcs_rates rates_n[] = {{7, {722, 1500, 1500, 1500, 1500}}};
 constexpr mcs_rates rates_ac[] = {{7, {722, 1500, 3250, 6500, 6500}},
                                   {8, {867, 1800, 3900, 7800, 7800}},
-                                  {9, {867, 2000, 4333, 8667, 8667}}}; // 20 MHz has no 9
+                                  {9, {867, 2000, 4333, 8667, 8667}}}; // there is no MCS 9 at 20 MHz
 constexpr mcs_rates rates_ax[] = {{7, {860, 1721, 3603, 7206, 14412}},
                                   {9, {1147, 2294, 4804, 9608, 19215}},
                                   {11, {1434, 2868, 6005, 12010, 24019}},
@@ -159,7 +159,7 @@ capabilities capabilities_decode(std::span<const std::uint8_t> elements, unsigne
     while (elements.size() >= 2) {
         const std::uint8_t id = elements[0];
         const std::size_t length = elements[1];
-        if (elements.size() - 2 < length) break; // cut
+        if (elements.size() - 2 < length) break; // truncated
         take_element(known, id, elements.subspan(2, length), frequency);
         elements = elements.subspan(2 + length);
     }

@@ -8,7 +8,7 @@ bool take_prefix(std::string_view &text, std::string_view prefix) {
     return true;
 }
 
-// The first word; the text goes on behind it and one blank.
+// Takes the first word and the space after it off `text`.
 std::string_view take_word(std::string_view &text) {
     std::size_t length = 0;
     while (length < text.size() && text[length] != ' ' && text[length] != '\n') ++length;
@@ -40,7 +40,7 @@ constexpr event_name events_of_stations[] = {
 };
 constexpr event_name events_of_networks[] = {
     {"AP-DISABLED", control_line::disabled},
-    {"INTERFACE-DISABLED", control_line::disabled}, // somebody has set it down
+    {"INTERFACE-DISABLED", control_line::disabled}, // its interface was set down
     {"AP-ENABLED", control_line::enabled},
     {"CTRL-EVENT-TERMINATING", control_line::terminating},
 };

@@ -1,7 +1,7 @@
 // control_line.h - one message of hostapd's control interface.
 //
 // Source: hostapd's control interface: answers "OK", "FAIL", "PONG"; events "<LEVEL>NAME WORDS", with
-// "IFNAME=NAME " in front where they come from the global socket.
+// "IFNAME=NAME " before them on the global socket.
 #pragma once
 
 #include "nl80211/mac.h"
@@ -12,10 +12,10 @@
 
 struct control_line {
     enum what : std::uint8_t {
-        other, // also every event that is not of stations
+        other, // including every event that is not about stations
         ok,
         fail,
-        no_network, // the global socket's hostapd has none of that name
+        no_network, // answer of the global socket: no network of that name
         pong,
         connected,
         disconnected,
@@ -34,6 +34,6 @@ struct control_line {
 // The longest frame that hostapd reports.
 inline constexpr std::size_t control_frame_max = 2304;
 
-// `room` receives the frame's bytes. An event whose words are not as they must be is `other`.
+// `room` receives the frame's bytes. A malformed event is `other`.
 control_line control_line_decode(std::string_view line,
                                  std::span<std::uint8_t, control_frame_max> room) noexcept;

@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::int8_t signal_unknown = -95;
 
-// The daemon's record counts its rates in 1024ths of a Mbit/s.
+// The daemon's record has rates in 1/1024 Mbit/s.
 std::int32_t rate_1024(std::uint32_t rate_100kbit) {
     return static_cast<std::int32_t>(rate_100kbit * 1024 / 10);
 }
@@ -33,7 +33,7 @@ template <std::size_t N> void put_ssid(char (&field)[N], const network_facts &wh
     field[size] = '\0';
 }
 
-// Time of a step, "13:20:11.042"; "" for one that was not seen.
+// Time of a step, "13:20:11.042"; "" for a step that was not seen.
 template <std::size_t N> void put_time(char (&field)[N], std::int64_t wall_ms) {
     field[0] = '\0';
     if (wall_ms == 0) return;
@@ -44,7 +44,7 @@ template <std::size_t N> void put_time(char (&field)[N], std::int64_t wall_ms) {
                   static_cast<int>(wall_ms % 1000));
 }
 
-// What event and extended entry have in common.
+// The fields that event and extended entry share.
 template <class Record>
 void put_common(Record &record, const station &about, const station_figures &figures) {
     record.txper = failed_percent(figures);
@@ -117,8 +117,7 @@ driver_basic make_basic(const station &about, const station_figures &figures, co
     put_ssid(entry.ssid, where);
     std::memcpy(entry.ifname, where.ifname, sizeof(where.ifname));
     entry.floornoise = where.noise;
-    entry.utilization =
-        where.busy * 100 / 255; // the daemon takes it as it is, and the event's as a share of 255
+    entry.utilization = where.busy * 100 / 255; // per cent; in the event it is a share of 255
     entry.maxRate = max_rate(about, where);
     entry.rx_rate = figures.rx_rate / 10;
     entry.tx_rate = figures.tx_rate / 10;

@@ -1,6 +1,6 @@
-// figures.h - what the daemon is told of a station: its event and its table entries, from what is known.
+// figures.h - making a station's event and its table entries for the daemon.
 //
-// What no source tells is 0 or "", and a signal that is not known -95, as docs/bridge.md lists it.
+// Without a source a field is 0 or "", and an unknown signal is -95; docs/bridge.md lists them.
 #pragma once
 
 #include "nl80211/station_life.h"
@@ -9,10 +9,10 @@
 
 #include <cstdint>
 
-// NL80211_CHAN_WIDTH_* as the daemon counts widths.
+// The daemon's number for a NL80211_CHAN_WIDTH_*.
 std::uint8_t width_of(std::uint32_t channel_width) noexcept;
 
-// `boot_ns` is CLOCK_BOOTTIME now.
+// `boot_ns` is the current CLOCK_BOOTTIME.
 station_event make_event(bool on, const station &about, const station_figures &figures,
                          const network_facts &where, std::int32_t reason, moment now,
                          std::uint64_t boot_ns) noexcept;

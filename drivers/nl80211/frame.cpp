@@ -2,7 +2,7 @@
 
 namespace {
 
-constexpr std::size_t body = 24; // behind frame control, duration, three addresses and the sequence number
+constexpr std::size_t body = 24; // after frame control, duration, three addresses and the sequence number
 
 std::uint16_t word(std::span<const std::uint8_t> bytes, std::size_t at) {
     return static_cast<std::uint16_t>(bytes[at] | bytes[at + 1] << 8);
@@ -12,7 +12,7 @@ std::uint16_t word(std::span<const std::uint8_t> bytes, std::size_t at) {
 std::size_t fixed_part(std::uint8_t subtype) {
     switch (subtype) {
     case frame_assoc_request: return body + 4;
-    case frame_reassoc_request: return body + 10; // with the old access point's address
+    case frame_reassoc_request: return body + 10; // includes the old access point's address
     case frame_assoc_response:
     case frame_reassoc_response: return body + 6;
     case frame_auth: return body + 6;
@@ -53,7 +53,7 @@ bool management_frame_decode(std::span<const std::uint8_t> bytes, management_fra
 int key_message_number(std::span<const std::uint8_t> ethernet, mac_address &to) noexcept {
     constexpr std::size_t type_at = 12, packet_at = 15, information_at = 19;
     constexpr std::uint8_t packet_key = 3;
-    constexpr std::uint8_t has_mic = 0x01; // of the information's high byte: message 3, not 1
+    constexpr std::uint8_t has_mic = 0x01; // of the information's high byte; set in message 3, not in 1
     constexpr std::uint8_t pairwise = 0x08;
     if (ethernet.size() < information_at + 2) return 0;
     if (ethernet[type_at] != 0x88 || ethernet[type_at + 1] != 0x8e || ethernet[packet_at] != packet_key)

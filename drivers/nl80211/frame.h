@@ -1,4 +1,4 @@
-// frame.h - management frames and key frames, as far as they tell of a station's coming and going.
+// frame.h - decoding the management frames and key frames that show a station's arrival and departure.
 //
 // Source: IEEE 802.11, 9.3.3 (management frames, little-endian) and IEEE 802.1X (EAPOL over Ethernet, big-endian).
 #pragma once
@@ -28,8 +28,8 @@ struct management_frame {
     std::span<const std::uint8_t> elements; // of a request or response; part of the decoded bytes
 };
 
-// False for other frames and for those that are too short for what they are.
+// False for other frames and for frames that are too short.
 bool management_frame_decode(std::span<const std::uint8_t> bytes, management_frame &frame) noexcept;
 
-// Message of the access point's in the key exchange, sent over Ethernet: 1 or 3, with its receiver. 0 for anything else.
+// The number of the access point's message in the key exchange (Ethernet frame): 1 or 3, and its receiver. 0 for anything else.
 int key_message_number(std::span<const std::uint8_t> ethernet, mac_address &to) noexcept;

@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr int ping_after = 5;  // seconds without a word
-constexpr int lost_after = 15; // it is alive and does not answer: stopped, or another program's socket
+constexpr int ping_after = 5;  // seconds without a message
+constexpr int lost_after = 15; // no answer: hostapd is stopped, or this is another program's socket
 constexpr std::size_t line_max = 2 * control_frame_max + 256;
 
 } // namespace
@@ -46,7 +46,8 @@ bool hostapd_control::connect_to(const char *path) noexcept {
     std::memcpy(address.sun_path, path, length);
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) return false;
-    // A name of the kernel's choice, without a file: hostapd can answer whoever it runs as. Connected, nobody else can.
+    // The kernel chooses an abstract name: hostapd can answer whatever user it runs as. Since the socket is connected, no other
+    // process can.
     const sockaddr_un own{AF_UNIX, {}};
     watch_.fd = fd;
     if (bind(fd, reinterpret_cast<const sockaddr *>(&own), sizeof(sa_family_t)) == 0 &&
@@ -71,7 +72,7 @@ void hostapd_control::lose() noexcept {
 
 bool hostapd_control::say(const char *command) noexcept {
     if (watch_.fd < 0) return false;
-    // The attachment is to the whole socket, all else to the network.
+    // ATTACH and DETACH concern the whole socket, all other commands one network.
     const bool to_network =
         by_global_ && std::strcmp(command, "ATTACH") != 0 && std::strcmp(command, "DETACH") != 0;
     char words[96];
@@ -79,7 +80,7 @@ bool hostapd_control::say(const char *command) noexcept {
                   to_network ? " " : "", command);
     const std::size_t size = std::strlen(words);
     if (send(watch_.fd, words, size, MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(size)) return true;
-    if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) lose(); // nobody is there any more
+    if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) lose(); // hostapd is gone
     return false;
 }
 

@@ -1,12 +1,12 @@
-// hostapd_control.h - one network of hostapd's, by its control socket or, where it has none, by hostapd's global one.
+// hostapd_control.h - one network of hostapd, through its own control socket or, without one, through hostapd's global socket.
 //
-// Source of the global one: hostapd's -g. It takes commands with "IFNAME=NAME " in front, answers
-// "FAIL-NO-IFNAME-MATCH" for a network that it does not have, and sends the events of all its networks to whoever has
-// attached, with the same words in front.
+// The global socket is made by hostapd's option -g. It takes commands with "IFNAME=NAME " before them, answers
+// "FAIL-NO-IFNAME-MATCH" for an unknown network, and sends the events of all networks to every attached client, with the
+// same prefix.
 //
-// hostapd 2.10 sends to those who listen to it by waiting for them: a client that does not read stops all of its
-// networks. So what comes is read at once and whole, nothing is ever waited for here, and only what is needed is
-// asked for. A socket that has died silently, with its hostapd, is noticed and opened anew.
+// hostapd 2.10 blocks when it sends to an attached client: a client that does not read stops all of its networks. So
+// everything that arrives is read at once, nothing here waits, and only the necessary events are requested. If hostapd
+// dies without closing the socket, that is noticed and a new socket is opened.
 #pragma once
 
 #include "nl80211/control_line.h"
@@ -26,8 +26,8 @@ public:
     struct place {
         std::uint32_t network; // the interface's index
         const char *ifname;
-        const char *folder; // of the socket that is called like the interface
-        const char *global; // the global one, which outlives this; null: none is looked for
+        const char *folder; // of the socket that is named after the interface
+        const char *global; // path of the global socket; must outlive this object; null: not used
     };
     hostapd_control(const handlers &told, const place &where) noexcept;
     ~hostapd_control();
@@ -36,16 +36,16 @@ public:
     std::uint32_t network() const { return network_; }
     bool is_attached() const { return state_ == attached; }
 
-    // Once a second, and whenever something may have changed: attaches, and sees whether hostapd is still there.
+    // Attaches, and checks whether hostapd is still there. To be called once a second, and whenever something may have changed.
     void tend() noexcept;
 
-    // Is hostapd there at this moment? Lost, and told so, when not.
+    // Checks now whether hostapd is there. If not, the connection is lost and `changed` is called.
     bool is_alive() noexcept;
 
-    // Sends the station away, with a frame (`told`) or without. False when hostapd cannot be asked.
+    // Disconnects the station, with a frame to it (`told`) or without. False when hostapd cannot be asked.
     bool send_away(const mac_address &mac, bool told) noexcept;
 
-    // Puts hostapd's settings back and lets go of it.
+    // Restores hostapd's settings and closes the connection.
     void detach() noexcept;
 
 private:
@@ -69,5 +69,5 @@ private:
     watch watch_{};
     state state_ = absent;
     bool frames_ = false;
-    int silent_ = 0; // seconds without a word
+    int silent_ = 0; // seconds without a message
 };

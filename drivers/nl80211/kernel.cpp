@@ -17,10 +17,10 @@
 namespace {
 
 constexpr int buffer_size = 2 << 20;         // of the listening socket: some 500 removals
-constexpr std::size_t message_max = 1 << 15; // the kernel fits its lists to it
+constexpr std::size_t message_max = 1 << 15; // the kernel makes the parts of a list this large
 constexpr int patience_seconds = 5;          // for a kernel that is busy with its radios
 
-// A received datagram's bytes, of whom only one is read at a time.
+// The bytes of a received datagram. Only one is read at a time.
 alignas(nlmsghdr) std::uint8_t buffer[message_max];
 
 // Calls `each` with every netlink message in the first `size` bytes; stops when it returns false.
@@ -47,7 +47,7 @@ bool kernel::open() noexcept {
         return false;
     }
     family_ = genl_ctrl_resolve(asker_, NL80211_GENL_NAME);
-    // What the daemon is told begins with a list, so the events from before it must be there.
+    // The first list is taken after this, so no event in between is missed.
     if (family_ < 0 || !listen_to("mlme") || !listen_to("config")) {
         close();
         return false;
@@ -55,7 +55,7 @@ bool kernel::open() noexcept {
     const int fd = nl_socket_get_fd(listener_);
     if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &buffer_size, sizeof(buffer_size)) != 0)
         setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &buffer_size,
-                   sizeof(buffer_size)); // cut to what users may have
+                   sizeof(buffer_size)); // the kernel may limit it
     const timeval patience{patience_seconds, 0};
     setsockopt(nl_socket_get_fd(asker_), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
     watch_.fd = fd;
@@ -93,7 +93,7 @@ void kernel::listen() noexcept {
         for_each_message(buffer, static_cast<std::size_t>(got), [this](const nlmsghdr &header, auto content) {
             kernel_message message;
             if (header.nlmsg_type != family_ || !kernel_message_decode(content, message)) return true;
-            // Its handler may ask, and the answer overwrites the buffer: what the message refers to goes along.
+            // The handler may ask the kernel, and the answer overwrites the buffer, so the frame is copied.
             std::uint8_t frame[2400];
             const std::size_t size = std::min(message.frame.size(), sizeof(frame));
             std::memcpy(frame, message.frame.data(), size);
@@ -119,7 +119,7 @@ int kernel::ask(const question &what, answer to, void *context) noexcept {
     nlmsg_free(message);
     if (sent < 0) return -EIO;
 
-    // Not the listener's buffer: its messages may still be gone through.
+    // Not the listener's buffer: its messages may still be in use.
     alignas(nlmsghdr) static std::uint8_t answers[message_max];
     int result = 0;
     for (bool done = false; !done;) {
@@ -127,7 +127,7 @@ int kernel::ask(const question &what, answer to, void *context) noexcept {
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return -errno;
         for_each_message(answers, static_cast<std::size_t>(got), [&](const nlmsghdr &header, auto content) {
-            if (header.nlmsg_seq != number) return true; // late for one that was given up
+            if (header.nlmsg_seq != number) return true; // late answer to a request that was given up
             if (header.nlmsg_type == NLMSG_DONE || header.nlmsg_type == NLMSG_ERROR) {
                 if (content.size() >= sizeof(result)) std::memcpy(&result, content.data(), sizeof(result));
                 done = true;

@@ -1,4 +1,4 @@
-// kernel.h - the two sockets to the kernel's wireless configuration: one that listens, one that asks.
+// kernel.h - the two sockets to the kernel's wireless configuration: one listens, one sends requests.
 #pragma once
 
 #include "nl80211/kernel_message.h"
@@ -19,13 +19,13 @@ public:
     ~kernel() { close(); }
     kernel(kernel &&) = delete;
 
-    // Finds the family and listens to it. False when there is none yet: it comes with the first wireless driver.
+    // Finds the family and listens to it. False when there is none yet: the first wireless driver brings it.
     bool open() noexcept;
     void close() noexcept;
     bool is_open() const { return asker_ != nullptr; }
 
-    // Asks and waits for the kernel, which answers at once. `answer` gets each message. 0, or a negative error number:
-    // -ENOENT when the asked thing, or the whole family, is gone.
+    // Sends a request and waits for the kernel, which answers at once. `answer` gets each message. Returns 0, or a negative
+    // error number: -ENOENT when the interface or station, or the whole family, is gone.
     using answer = void (*)(void *context, const kernel_message &message);
     int interfaces(answer to, void *context) noexcept;
     int interface(std::uint32_t ifindex, answer to, void *context) noexcept;
@@ -38,7 +38,7 @@ private:
     struct question {
         std::uint8_t command;
         bool all;
-        std::uint32_t ifindex; // 0: not said
+        std::uint32_t ifindex; // 0: none
         const mac_address *mac;
     };
     struct watch : uloop_fd {

@@ -1,4 +1,4 @@
-// kernel_list.h - all stations of one interface, as the kernel lists them.
+// kernel_list.h - the kernel's list of all stations of one interface.
 #pragma once
 
 #include "channel/array.h"
@@ -10,8 +10,8 @@ struct listed_station {
     station_figures figures;
 };
 
-// Appends the interface's stations as those of `network`. A list during which stations came or went may lack others:
-// it is taken again. False when the kernel did not give a whole one; `stations` is then as before. An interface that
-// has gone has none.
+// Appends the interface's stations as those of `network`. If stations were added or removed while the kernel made the
+// list, it may lack others, so it is requested again. False when no complete list was received; `stations` is then
+// unchanged. An interface that is gone has no stations.
 bool list_stations_of(kernel &from, std::uint32_t ifindex, std::uint32_t network,
                       array<listed_station> &stations) noexcept;

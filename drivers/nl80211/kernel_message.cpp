@@ -8,8 +8,8 @@
 
 namespace {
 
-// The attributes of one level, by number. What is cut or malformed is left out; of one that is there twice the last
-// counts.
+// The attributes of one level, by number. Truncated and malformed ones are ignored; of two with the same number the
+// last counts.
 template <int Max> class attributes {
 public:
     explicit attributes(std::span<const std::uint8_t> bytes) {
@@ -22,7 +22,7 @@ public:
         if (!one) return {};
         return {static_cast<const std::uint8_t *>(nla_data(one)), static_cast<std::size_t>(nla_len(one))};
     }
-    // The number; false, and unchanged, when it is not there or too short.
+    // Reads the number. False when the attribute is missing or too short; `number` is then unchanged.
     template <class Number> bool read(int type, Number &number) const {
         const std::span<const std::uint8_t> value = bytes(type);
         if (value.size() < sizeof(Number)) return false;
@@ -65,7 +65,7 @@ void read_figures(std::span<const std::uint8_t> bytes, station_figures &figures)
     info.read(NL80211_STA_INFO_SIGNAL, figures.signal);
     figures.rx_rate = rate_in(info.bytes(NL80211_STA_INFO_RX_BITRATE));
     figures.tx_rate = rate_in(info.bytes(NL80211_STA_INFO_TX_BITRATE));
-    // An attribute's number is its chain's.
+    // The attribute's number is the number of the antenna chain.
     const attributes<3> chains(info.bytes(NL80211_STA_INFO_CHAIN_SIGNAL));
     for (int i = 0; i < 4; ++i) chains.read(i, figures.chain[i]);
     nl80211_sta_flag_update flags{};
@@ -99,7 +99,7 @@ void read_survey(std::span<const std::uint8_t> bytes, kernel_message &message) {
 
 kernel_message::what kind_of(std::uint8_t command, const attributes<NL80211_ATTR_MAX> &all) {
     switch (command) {
-    // An answer has the figures, the event of a new station has an empty list of them.
+    // An answer has figures; the event of a new station has an empty list of them.
     case NL80211_CMD_NEW_STATION:
         return all.bytes(NL80211_ATTR_STA_INFO).empty() ? kernel_message::station_added
                                                         : kernel_message::station;

@@ -1,6 +1,6 @@
-// kernel_message.h - what the kernel's wireless configuration (nl80211) says, decoded.
+// kernel_message.h - decoding messages of the kernel's wireless configuration (nl80211).
 //
-// Source: <linux/nl80211.h>. Numbers are in host order. What a message lacks is 0, or as the field says.
+// Source: <linux/nl80211.h>. Numbers are in host order. A value that is not in the message is 0, unless the field says otherwise.
 #pragma once
 
 #include "nl80211/mac.h"
@@ -20,7 +20,7 @@ struct station_figures {
     std::uint32_t tx_rate;
     std::int8_t signal; // dBm; 0: unknown
     std::int8_t chain[4];
-    bool authorized; // all three are clear in the message of removal
+    bool authorized; // both flags are clear in the message of a removal
     bool associated;
 };
 
@@ -32,13 +32,13 @@ struct kernel_message {
         station, // an answer
         frame_sent,
         key_frame_sent,
-        interface, // an answer, or one that is new or changed
+        interface, // an answer, or a new or changed interface
         interface_removed,
         survey,
     };
     what kind;
     std::uint32_t ifindex;
-    std::uint32_t generation; // of the list that the message is of
+    std::uint32_t generation; // of the list that the message belongs to
     mac_address mac;          // of the station or the interface
     bool has_mac;
     station_figures figures;
@@ -50,7 +50,7 @@ struct kernel_message {
     char ifname[16];
     std::uint8_t ssid[32];
     std::uint8_t ssid_size;
-    std::uint32_t frequency; // MHz; a survey's, too
+    std::uint32_t frequency; // MHz; of a survey as well
     std::uint32_t width;     // NL80211_CHAN_WIDTH_*
     // A survey's:
     bool in_use;
@@ -59,9 +59,9 @@ struct kernel_message {
     std::uint64_t busy_ms;
 };
 
-// Decodes the generic netlink message behind a netlink header: `bytes` begin with the generic header. False when it is
-// cut or what it needs is missing.
+// Decodes the generic netlink message after a netlink header: `bytes` begin with the generic header. False when it is
+// truncated, or lacks a necessary attribute.
 bool kernel_message_decode(std::span<const std::uint8_t> bytes, kernel_message &message) noexcept;
 
-// 2412 is 1, 5180 is 36, 5955 is 1; 0 for no channel.
+// 2412 is 1, 5180 is 36, 5955 is 1; 0 for a frequency that is not a channel.
 int channel_of(std::uint32_t frequency) noexcept;

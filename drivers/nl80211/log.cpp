@@ -19,7 +19,7 @@ void log_open() noexcept {
     if (fstat(STDERR_FILENO, &about) != 0) return;
     is_socket = S_ISSOCK(about.st_mode);
     if (!S_ISFIFO(about.st_mode)) return;
-    // Opened anew it can be non-blocking without becoming so for others that share it.
+    // A second open gives a description of our own, so that non-blocking does not affect programs that share the first.
     const int own = open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     if (own >= 0) descriptor = own;
 }

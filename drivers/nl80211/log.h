@@ -1,9 +1,9 @@
-// log.h - the bridge's log: lines on the standard error, for the supervisor. A reader that does not keep up loses lines
-// and never holds the bridge up.
+// log.h - the bridge's log: lines on standard error, for the supervisor. If the reader is too slow, lines are lost; the bridge
+// never waits.
 #pragma once
 
-// Before the first line.
+// To be called before the first line.
 void log_open() noexcept;
 
-// One line, without its end. Foreign text goes in through log_text.
+// Writes one line; `format` has no line feed. Foreign text must pass through log_text.
 void log_line(const char *format, ...) noexcept __attribute__((format(printf, 1, 2)));

@@ -10,7 +10,7 @@ struct mac_address {
     std::uint8_t bytes[6];
 
     bool operator==(const mac_address &) const = default;
-    // Broadcast is one, too. No station has such an address.
+    // True for broadcast as well. No station has such an address.
     bool is_multicast() const { return (bytes[0] & 1) != 0; }
     bool is_broadcast() const {
         for (const std::uint8_t byte : bytes)

@@ -1,5 +1,5 @@
-// wsm-bridge - the wireless driver for wsmd on an access point with mac80211 radios: tells it of stations that come and go
-// and answers its requests, from the kernel's wireless configuration and hostapd's control sockets.
+// wsm-bridge - the wireless driver for wsmd on an access point with mac80211 radios: reports arriving and departing
+// stations to it and answers its requests, from the kernel's wireless configuration and hostapd's control sockets.
 #include "nl80211/bridge.h"
 #include "nl80211/log.h"
 #include "nl80211/supervisor.h"
@@ -34,7 +34,7 @@ constexpr const char *usage =
     std::exit(2);
 }
 
-// "wlan2=1": the '=' becomes the name's end.
+// "wlan2=1": the '=' is replaced by the name's terminator.
 void take_choice(char *text, bridge::settings &settings) {
     char *number = std::strrchr(text, '=');
     if (!number || number == text || (std::strcmp(number, "=0") != 0 && std::strcmp(number, "=1") != 0))
@@ -86,7 +86,7 @@ int main(int argc, char **argv) {
         log_line("%s: %s", what, std::strerror(errno));
         return 1;
     }
-    // Told from within the loop, which forgets a signal that comes before it runs.
+    // Sent from within the loop, since the loop forgets a signal that arrives before it runs.
     uloop_timeout started{};
     started.cb = [](uloop_timeout *) { supervisor_started(); };
     uloop_timeout_set(&started, 0);

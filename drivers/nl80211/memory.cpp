@@ -9,7 +9,7 @@ namespace {
 
 struct header {
     char magic[8];
-    std::uint32_t station_size; // tells builds with another layout
+    std::uint32_t station_size; // another size means a build with another layout
     std::uint32_t daemon_count;
     std::uint32_t station_count;
     netlink_listener daemons[bridge_memory::daemons_max];
@@ -18,7 +18,7 @@ constexpr char magic[8] = {'w', 's', 'm', '-', 'b', 'r', '1', '\n'};
 constexpr std::uint32_t stations_max = 4096;
 
 bool read_all(int fd, void *data, std::size_t size) {
-    return read(fd, data, size) == static_cast<ssize_t>(size); // a file in memory comes whole
+    return read(fd, data, size) == static_cast<ssize_t>(size); // a file in memory is read completely
 }
 
 bool read_memory(int fd, bridge_memory &memory) {

@@ -1,8 +1,8 @@
-// memory.h - what the bridge remembers over a restart of its own: which daemon it has told of which stations.
+// memory.h - what the bridge remembers when it is restarted: the stations it has reported, and to which daemons.
 //
-// One file, in memory: it is good for this start of the machine and this build of the program, and is left aside when
-// it is of another. Without it a restarted bridge would tell the daemon of every station again, and never of those that
-// left meanwhile.
+// One file, in memory. It is valid for one boot of the machine and one build of the program; another one's file is
+// ignored. Without it a restarted bridge would report every station again, and never the departures that happened
+// meanwhile.
 #pragma once
 
 #include "channel/array.h"
@@ -15,11 +15,11 @@ struct bridge_memory {
     static constexpr std::size_t daemons_max = 4;
     netlink_listener daemons[daemons_max];
     std::size_t daemon_count;
-    array<station> stations; // those that are on
+    array<station> stations; // those that are authorised
 };
 
-// False when there is no such file, or it is not as save() writes it; `memory` is then empty.
+// False when there is no such file, or memory_save() did not write it; `memory` is then empty.
 bool memory_load(const char *path, bridge_memory &memory) noexcept;
 
-// Replaces the file whole. False when it cannot be written.
+// Replaces the whole file. False when it cannot be written.
 bool memory_save(const char *path, const bridge_memory &memory) noexcept;

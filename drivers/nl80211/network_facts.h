@@ -1,4 +1,4 @@
-// network_facts.h - a network and its channel, as stations are told of with them.
+// network_facts.h - a network and its channel, as they appear in stations' events.
 #pragma once
 
 #include <cstdint>

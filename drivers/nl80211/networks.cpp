@@ -62,12 +62,12 @@ void networks::begin() noexcept {
 void networks::take(const kernel_message &message) noexcept {
     const bool is_network = message.type == NL80211_IFTYPE_AP;
     if (!is_network && message.type != NL80211_IFTYPE_AP_VLAN) {
-        remove(message.ifindex); // it is one no longer
+        remove(message.ifindex); // it is no longer an access point's interface
         return;
     }
     access_interface *one = find(message.ifindex);
     if (one && std::strcmp(one->facts.ifname, message.ifname) != 0) {
-        remove(message.ifindex); // renamed: its stations were told of under the old name
+        remove(message.ifindex); // renamed: its stations were reported with the old name
         one = nullptr;
     }
     if (!one) {

@@ -16,7 +16,7 @@ struct access_interface {
     std::uint32_t wiphy;
     bool is_network;
     mac_address mac;
-    network_facts facts;      // of an interface below a network: the radio alone
+    network_facts facts;      // of an interface below a network only the radio is set
     hostapd_control *control; // a network's
     bool seen;
     // The channel's clock at the last survey.
@@ -24,9 +24,9 @@ struct access_interface {
     std::uint64_t survey_time_ms, survey_busy_ms;
 };
 
-// Which of the daemon's two radios an interface is of, where it is not by its channel: 2.4 GHz is 0, the others are 1.
+// Sets which of the daemon's two radios an interface belongs to. Without a choice the channel decides: 2.4 GHz is 0, others 1.
 struct radio_choice {
-    const char *ifname; // a '*' at its end stands for anything
+    const char *ifname; // a '*' at its end matches anything
     int radio;
 };
 
@@ -37,7 +37,7 @@ public:
         const char *control_folder;
         const char *control_global; // null: none
         hostapd_control::handlers control;
-        void (*ended)(void *owner, std::uint32_t network); // it is gone
+        void (*ended)(void *owner, std::uint32_t network); // the network is gone
         void *owner;
         radio_choice choices[choices_max];
         std::size_t choice_count;
@@ -46,7 +46,7 @@ public:
     ~networks();
     networks(networks &&) = delete;
 
-    // A list of all interfaces: begin, take for each, end. take alone: one that has changed.
+    // For a list of all interfaces: begin, take for each, end. For one changed interface: take alone.
     void begin() noexcept;
     void take(const kernel_message &message) noexcept;
     void end() noexcept;

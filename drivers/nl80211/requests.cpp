@@ -1,4 +1,4 @@
-// The driver requests, answered from the kernel's own list and from what the bridge remembers. No answer waits for
+// The driver requests, answered from the kernel's list and from station_life. No answer waits for
 // hostapd.
 #include "nl80211/bridge.h"
 
@@ -8,7 +8,7 @@
 
 namespace {
 
-// The daemon asks for the number and then for the table: both are of the same list.
+// The daemon asks for the number and then for the table: both answers must come from the same list.
 constexpr std::int64_t list_good_for_ms = 250;
 
 } // namespace
@@ -22,7 +22,7 @@ std::int32_t bridge::answer(was_question &question) noexcept {
     }
 }
 
-// Everybody who is authorised on the radio of this interface; null when there is no such interface, or no list.
+// All authorised stations on the radio of this interface; null when there is no such interface, or no list.
 const array<listed_station> *bridge::stations_of(const char *ifname) noexcept {
     const access_interface *asked = networks_.find(ifname);
     if (!asked || asked->facts.radio < 0 || asked->facts.radio > 1) return nullptr;
@@ -37,7 +37,7 @@ const array<listed_station> *bridge::stations_of(const char *ifname) noexcept {
             return nullptr;
     for (std::size_t i = 0; i < list.stations.size();) {
         const listed_station &one = list.stations[i];
-        // The network that a client has roamed from may list it for a while.
+        // After a roam the old network may list the client for a while.
         const station *on = life_.find_on(one.mac);
         if (one.figures.authorized && (!on || on->network == one.network))
             ++i;
@@ -69,7 +69,7 @@ std::int32_t bridge::answer_table(was_question &question) noexcept {
     const array<listed_station> *stations = stations_of(question.ifname);
     if (!stations) return -ENODEV;
 
-    // The extended section stands behind as many basic entries as were asked for, filled or not.
+    // The extended section comes after as many basic entries as were asked for, filled or not.
     std::uint8_t *basic = question.bytes + table_header_size;
     std::uint8_t *extended = basic + (mask & table_basic ? wanted * table_basic_size : 0);
     std::memset(basic, 0, question.size - table_header_size);
@@ -95,8 +95,8 @@ std::int32_t bridge::answer_table(was_question &question) noexcept {
     return 0;
 }
 
-// The daemon wants a client off a radio: because it is on at the other by now, or because somebody sends it away. The
-// first is not to be noticed by the client, the second is.
+// The daemon asks to remove a client from a radio: because it is now on the other radio, or because somebody disconnects
+// it. The client must not notice the first; it must notice the second.
 std::int32_t bridge::answer_removal(const was_question &question) noexcept {
     if (question.size < roam_delete_size) return -EINVAL;
     char text[roam_delete_mac_size + 1];
@@ -115,7 +115,7 @@ std::int32_t bridge::answer_removal(const was_question &question) noexcept {
         any = true;
         log_line("%s is sent away from %s%s", text, one->facts.ifname,
                  is_told ? "" : ", where it is no longer");
-        // Without hostapd the kernel drops the entry, and the client learns of it when it next sends.
+        // Without hostapd the kernel drops the entry, and the client notices when it sends next.
         if (!one->control || !one->control->is_attached() || !one->control->send_away(mac, is_told))
             kernel_.remove_station(one->ifindex, mac);
     }

@@ -5,23 +5,23 @@
 namespace {
 
 // ms
-constexpr int settle = 300;              // an entry that is added again is there by then
-constexpr int settle_unexplained = 1000; // no frame, no word of hostapd's: its word may still come
-constexpr int settle_elsewhere = 500;    // the client is about to join another network
+constexpr int settle = 300;              // an entry that is removed and added again is back by then
+constexpr int settle_unexplained = 1000; // no frame and no message from hostapd so far: one may still come
+constexpr int settle_elsewhere = 500;    // the client is joining another network
 constexpr int elsewhere_most = 6000;
-constexpr int verify = 1000;             // what hostapd called connected has an entry by then
+constexpr int verify = 1000;             // a station that hostapd has called connected has an entry by then
 constexpr int after_disconnected = 3500; // hostapd removes the entry two seconds after a roam
-constexpr int departure_most = 5;        // checks that a client which left may spend without an association
+constexpr int departure_most = 5;        // checks without an association, for a client that has departed
 constexpr int forget_after = 10'000;
-constexpr std::size_t stations_max = 2048; // strangers among them
-constexpr int first_check = 150; // of an entry that may become authorised, later ones at twice the time
+constexpr std::size_t stations_max = 2048; // including clients that never become authorised
+constexpr int first_check = 150; // of an entry that may become authorised; later checks at twice the time
 constexpr int last_checks = 9;   // the first of them half a minute after the entry
-constexpr std::uint32_t inactivity_limit = 300'000; // hostapd's own
+constexpr std::uint32_t inactivity_limit = 300'000; // hostapd's default
 
 constexpr std::uint16_t reason_inactivity = 4;
 constexpr std::uint16_t reason_low_acknowledgements = 34;
 
-// Frames, or the network's end: it cannot have stayed.
+// A frame, or the end of the network, shows that it cannot have stayed.
 bool has_departed(const station &one) {
     return one.received != 0 || one.sent != 0 || one.everybody_sent_away;
 }
@@ -129,7 +129,7 @@ void station_life::entry_added(std::uint32_t network, const mac_address &mac, mo
     station *one = obtain(network, mac);
     if (!one) return;
     if (one->on && one->leaving) {
-        // It was sent away or left, and is back already: two events. Without any such frame it never left.
+        // With a frame that ended its stay it is back already, which makes two events. Without one it never left.
         if (has_departed(*one))
             gone(*one);
         else
@@ -162,7 +162,7 @@ void station_life::frame_received(std::uint32_t network, const management_frame 
     if (!one) return;
     switch (frame.subtype) {
     case frame_auth:
-        // The second exchange of one authentication is not its beginning.
+        // A later frame of the same authentication does not start it again.
         if (frame.transaction <= 1 || one->auth_ms == 0) {
             one->auth_ms = now.ms;
             one->auth_wall_ms = now.wall_ms;
@@ -237,7 +237,7 @@ void station_life::connected(std::uint32_t network, const mac_address &mac, mome
         one->cost_key = span_ms(one->key_start_ms, now.ms);
     }
     if (one->on && one->leaving && has_departed(*one)) gone(*one);
-    // Once more for one that is on: it came back without having left, unless hostapd only repeats itself.
+    // A station that is on is connected again: it came back without a departure, unless hostapd only repeats its message.
     if (!one->on || one->disconnected) came(*one, now);
 }
 
@@ -271,7 +271,7 @@ void station_life::is_repeater(std::uint32_t network, const mac_address &mac, mo
     if (!one) return;
     const bool is_news = one->on && !one->repeater;
     one->repeater = true;
-    // Without a password its first frame with four addresses comes after it was connected.
+    // In an open network its first frame with four addresses comes after it was connected.
     if (is_news) put(life_output::came, *one, 0, now);
 }
 
@@ -289,12 +289,12 @@ void station_life::came(station &one, moment now) noexcept {
     forget_evidence(one);
     check_in(one, now, verify);
     if (put(life_output::came, one, 0, now)) return;
-    one.on = false; // the daemon has not been told: the next list tells it
+    one.on = false; // the event is lost for want of memory: the next list makes it again
     one.associated_at = 0;
 }
 
 void station_life::gone(station &one) noexcept {
-    if (!put(life_output::gone, one, reason_of(one), one.left_at)) return; // it is asked for again
+    if (!put(life_output::gone, one, reason_of(one), one.left_at)) return; // tried again later
     one.on = one.leaving = one.found = false;
     one.associated_at = 0;
     forget_evidence(one);
@@ -311,13 +311,13 @@ std::int32_t station_life::reason_of(const station &one) const noexcept {
     if (one.sent != 0 && one.sent_reason == reason_low_acknowledgements) return off_rssi_too_low;
     if (one.sent == frame_deauth) return off_deauth_sent;
     if (one.sent == frame_disassoc) return off_disassoc_sent;
-    // Nobody sent a frame. Where the stations' frames are not seen, it was most likely the station's.
+    // No frame was seen. Where the stations' frames are not reported, most likely the station sent one.
     if (!state || !state->has_control) return off_deauth_received;
     if (one.disconnected) return state->has_frames ? off_deauth_sent : off_deauth_received;
-    return off_disassoc_sent; // another program took it away
+    return off_disassoc_sent; // another program removed it
 }
 
-// The client is about to join another network: the word that it has roamed must come first.
+// The client is joining another network: its roam must be reported before this departure.
 bool station_life::arrives_elsewhere(const station &one) const noexcept {
     return std::any_of(stations_.begin(), stations_.end(), [&one](const slot &each) {
         const station &other = *each.one;
@@ -340,7 +340,7 @@ void station_life::answered(std::uint32_t network, const mac_address &mac, const
     if (!one) return;
     one->in_kernel = figures != nullptr;
     if (!figures) {
-        if (one->on && !one->leaving) { // its end was not heard
+        if (one->on && !one->leaving) { // its removal was missed
             one->leaving = true;
             one->left_at = now;
             check_in(*one, now, settle);
@@ -354,7 +354,7 @@ void station_life::answered(std::uint32_t network, const mac_address &mac, const
     one->leaving = false;
     if (figures->authorized) {
         one->checks = 0;
-        // One that has roamed may be in its old network's list for a while, with the association that it had there.
+        // After a roam the station may stay in its old network's list for a while, with its old association time.
         if (!one->on && one->associated_at != figures->associated_at) came(*one, now);
         if (one->on) still_there(*one, now);
         one->associated_at = figures->associated_at;
@@ -370,7 +370,7 @@ void station_life::answered(std::uint32_t network, const mac_address &mac, const
     if (one->checks < last_checks) check_in(*one, now, first_check << std::min(one->checks, 6));
 }
 
-// What spoke for its end does so no longer when it is still authorised some time later.
+// Evidence for its departure is dropped when it is still authorised some time later.
 void station_life::still_there(station &one, moment now) noexcept {
     if (!one.disconnected && !has_departed(one)) return;
     const std::int64_t age = now.ms - one.evidence_at;
@@ -386,7 +386,7 @@ void station_life::list_begin() noexcept {
 
 void station_life::listed(std::uint32_t network, const mac_address &mac,
                           const station_figures &figures) noexcept {
-    if (!figures.authorized && !look_up(network, mac)) return; // a stranger
+    if (!figures.authorized && !look_up(network, mac)) return; // not authorised and not known
     station *one = obtain(network, mac);
     if (!one) return;
     one->listed = true;
@@ -396,7 +396,7 @@ void station_life::listed(std::uint32_t network, const mac_address &mac,
 }
 
 void station_life::list_end(moment now) noexcept {
-    // By index: a station that comes does not move the others.
+    // By index: stations may be added meanwhile.
     for (std::size_t i = 0; i < stations_.size(); ++i) {
         station &one = *stations_[i].one;
         if (!one.listed) {
@@ -412,7 +412,7 @@ void station_life::list_end(moment now) noexcept {
             continue;
         }
         if (one.on || !one.last.authorized) continue;
-        // While a client roams both networks may have it: the newer association counts.
+        // During a roam both networks may list the client: the newer association counts.
         const bool is_older = std::any_of(stations_.begin(), stations_.end(), [&one](const slot &each) {
             const station &other = *each.one;
             return &other != &one && other.mac == one.mac && other.listed && other.last.authorized &&

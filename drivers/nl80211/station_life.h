@@ -1,10 +1,10 @@
-// station_life.h - which stations are there, decided from what the kernel and hostapd tell. Knows no socket and no clock:
-// what was seen goes in with its time, what follows comes out.
+// station_life.h - decides which stations are there, from the messages of the kernel and hostapd. It has no socket and no clock:
+// its inputs are observations with their time, its outputs are events and questions.
 //
-// A station is on when it is authorised: hostapd says so, or the kernel's entry has the flag. A kernel entry alone is
-// none; strangers and wrong passwords make them, too. It is gone when its entry is, and has not come back within a
-// moment: entries are removed and added again while a station stays. A client is on at one network at a time; when it
-// is authorised at another, it has roamed, and the old entry's end is no departure.
+// A station is on when it is authorised: hostapd says so, or the kernel's entry has the flag. An entry alone is not
+// enough, since clients with a wrong password have entries as well. A station is gone when its entry is removed and does
+// not return shortly, because entries are removed and added again while a station stays. A client is on at one network
+// at a time: when it is authorised at another, it has roamed, and the removal of the old entry is not a departure.
 #pragma once
 
 #include "channel/array.h"
@@ -15,13 +15,13 @@
 
 #include <cstdint>
 
-// When something was seen.
+// The time of an observation.
 struct moment {
     std::int64_t ms;      // monotonic
     std::int64_t wall_ms; // since 1970
 };
 
-// What the driver says of an end; the daemon has names for them.
+// The driver's reasons of a departure; the daemon has names for them.
 enum off_reason : std::int32_t {
     off_timeout = 300,
     off_rssi_too_low = 301,
@@ -36,50 +36,50 @@ enum off_reason : std::int32_t {
 struct station {
     mac_address mac;
     std::uint32_t network; // interface index
-    bool on;               // the daemon has been told
-    bool in_kernel;        // has an entry, as far as is known
+    bool on;               // its arrival has been reported to the daemon
+    bool in_kernel;        // the kernel has an entry, as far as is known
 
-    // What came with the association.
+    // From the association.
     bool is_reassociation;
     bool repeater;
-    bool found; // it was there before it was looked for: `since` is computed, the rest is unknown
+    bool found; // it was there before the bridge: `since` is computed, the rest is unknown
     std::int64_t since_wall_ms;
-    std::uint64_t associated_at; // as the kernel has it
+    std::uint64_t associated_at; // the kernel's value
     capabilities can;
     capabilities access_point_can;
-    // Steps; wall times are 0 for what was not seen, costs in ms.
+    // The steps of the association. Wall times of steps that were not seen are 0; costs are in ms.
     std::int64_t auth_wall_ms, assoc_wall_ms, key_start_wall_ms, key_end_wall_ms;
     std::int64_t auth_ms, key_start_ms;
     std::uint32_t cost_auth, cost_assoc, cost_key;
 
-    network_facts where; // as the daemon was told; its end is told of with the same
+    network_facts where; // as reported to the daemon; its departure is reported with the same
 
-    // What was seen since it is on, to tell who ended it.
+    // Observed since its arrival; decides who ended the stay.
     frame_subtype received; // the station's deauthentication or disassociation; 0: none
     frame_subtype sent;     // the access point's
     std::uint16_t sent_reason;
     bool everybody_sent_away; // a frame to all, or the network ended
     bool disconnected;        // hostapd said so
-    std::int64_t evidence_at; // ms, of the newest of these
+    std::int64_t evidence_at; // ms; time of the newest of these
 
-    // The entry has been removed, and it is not yet known for good.
+    // The entry was removed, and it is not yet certain that the station is gone.
     bool leaving;
     moment left_at;
-    station_figures last; // of the message of removal; else the latest that were seen
+    station_figures last; // from the message of removal, or else the latest ones
 
     std::int64_t check_at; // ms; 0: never
     int checks;
-    bool listed; // in the list that is being gone through
+    bool listed; // it is in the current list
 };
 
 struct life_output {
     enum what : std::uint8_t {
-        came, // tell that it is on
-        gone, // tell that it is off, with `reason`
+        came, // report its arrival
+        gone, // report its departure, with `reason`
         ask,  // is it in the kernel? answered() takes the answer
     };
     what kind;
-    station about; // as it is at this moment
+    station about; // as it is now
     std::int32_t reason;
     moment when; // of a departure: of the entry's removal
 };
@@ -90,9 +90,9 @@ public:
     ~station_life();
     station_life(station_life &&) = delete;
 
-    // hostapd tells of this network's stations; it reports the frames that they send.
+    // Whether hostapd reports this network's stations, and the frames that they send.
     void network(std::uint32_t network, bool has_control, bool has_frames) noexcept;
-    // It is gone, or has ended all its associations.
+    // The network is gone, or has ended all its associations.
     void network_ended(std::uint32_t network, moment now) noexcept;
 
     void entry_added(std::uint32_t network, const mac_address &mac, moment now) noexcept;
@@ -105,14 +105,14 @@ public:
     void key_message_sent(std::uint32_t network, const mac_address &to, int number, moment now) noexcept;
     void connected(std::uint32_t network, const mac_address &mac, moment now) noexcept;
     void disconnected(std::uint32_t network, const mac_address &mac, moment now) noexcept;
-    // It uses four addresses. The daemon is told once more of one that it has as an ordinary station.
+    // The station uses four addresses. If it was reported as an ordinary station, its arrival is reported again.
     void is_repeater(std::uint32_t network, const mac_address &mac, moment now) noexcept;
 
     // The kernel's answer for one station; null: it has none.
     void answered(std::uint32_t network, const mac_address &mac, const station_figures *figures,
                   moment now) noexcept;
 
-    // The whole of what the kernel has: list_begin(), listed() for each, list_end().
+    // For a complete list from the kernel: list_begin(), listed() for each, list_end().
     void list_begin() noexcept;
     void listed(std::uint32_t network, const mac_address &mac, const station_figures &figures) noexcept;
     void list_end(moment now) noexcept;
@@ -124,25 +124,25 @@ public:
     // The oldest output that has not been taken; false when there is none.
     bool take(life_output &out) noexcept;
 
-    // Where the daemon was told that it is.
+    // The network facts that were reported to the daemon with its arrival.
     void told(std::uint32_t network, const mac_address &mac, const network_facts &where) noexcept;
 
-    // A station that the daemon was told of by an earlier bridge; the next list says whether it is still there.
+    // A station that an earlier bridge has reported; the next list shows whether it is still there.
     void restore(const station &known) noexcept;
 
-    // The client's entry at this network, and where it is on; null when there is none. Good until the next call.
+    // The client's entry at this network, and the one where it is on; null when there is none. Valid until the next call.
     const station *find(std::uint32_t network, const mac_address &mac) const noexcept;
     const station *find_on(const mac_address &mac) const noexcept;
 
     std::size_t size() const { return stations_.size(); }
     const station &operator[](std::size_t index) const { return *stations_[index].one; }
 
-    // For want of memory not kept; the next list heals it.
+    // Outputs lost for want of memory; the next list makes up for them.
     std::uint64_t lost() const { return lost_; }
 
 private:
     struct slot {
-        std::uint64_t key; // MAC and the low bits of the network: what a search looks at first
+        std::uint64_t key; // MAC and the low bits of the network: compared first in a search
         station *one;
     };
     struct network_state {

@@ -19,7 +19,7 @@ void notify(const char *sign) {
     if (name[0] == '@') address.sun_path[0] = '\0';
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) return;
-    // A sign that does not arrive is made up for by the next.
+    // If a datagram is lost, the next one serves.
     (void)!sendto(fd, sign, std::strlen(sign), MSG_NOSIGNAL, reinterpret_cast<const sockaddr *>(&address),
                   static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length));
     close(fd);

@@ -1,7 +1,7 @@
-// supervisor.h - signs of life to whoever supervises this process, where that wants them.
+// supervisor.h - signs of life for the supervisor of this process, if it asks for them.
 //
 // Source: sd_notify(3): one datagram for each sign, to the socket that NOTIFY_SOCKET names; a name that begins with '@' is
-// abstract. Nothing is ever waited for, and without that variable nothing is sent.
+// abstract. Sending never waits, and without that variable nothing is sent.
 #pragma once
 
 void supervisor_started() noexcept;
