@@ -23,14 +23,14 @@ constinit dbg_state g_state = [] {
 }();
 unsigned g_lost_and_told = 0;
 
-// The module's number as an index that is good for any argument.
+// The module's number as an index that is valid for any argument.
 unsigned index_of(int module) noexcept {
     return static_cast<unsigned>(module) < static_cast<unsigned>(g_state.module_count)
                ? static_cast<unsigned>(module)
                : unsigned{dbg_module_max};
 }
 
-// "2026-03-01 14:05:09.250"; the calendar is asked once a second.
+// "2026-03-01 14:05:09.250"; the calendar is computed once a second.
 void put_time(char (&text)[32]) noexcept {
     static std::time_t known = -1;
     static char calendar[24];
@@ -38,7 +38,7 @@ void put_time(char (&text)[32]) noexcept {
     clock_gettime(CLOCK_REALTIME, &now);
     if (now.tv_sec != known) {
         struct tm parts {};
-        tzset(); // localtime_r need not look at the zone again
+        tzset(); // localtime_r may not do this itself
         localtime_r(&now.tv_sec, &parts);
         (void)std::strftime(calendar, sizeof(calendar), "%Y-%m-%d %H:%M:%S", &parts);
         known = now.tv_sec;
@@ -64,11 +64,11 @@ bool write_line(const char *module, char level, std::string_view message, bool c
     return log_file_append(g_state.file, {line, used});
 }
 
-// A message that comes again and again would leave no room for others in the file: it is written once, and how often it came
-// is said when another one comes, and once a minute. Who has raised the level to follow each step gets every line.
+// A message that repeats would push the others out of the file, so it is written once, and the number of repetitions is written
+// when another message comes, and once a minute. At a raised level every line is written.
 class repeats {
 public:
-    // True when the message is the last one again and need not be written now.
+    // True when the message repeats the last one and need not be written now.
     bool swallow(unsigned module, char level, std::string_view text) noexcept {
         timespec now{};
         clock_gettime(CLOCK_MONOTONIC, &now);
@@ -90,7 +90,7 @@ public:
         return true;
     }
 
-    // The next message is written in any case: the last one is not in the file.
+    // After a failed write: the last message is not in the file, so the next one is written in any case.
     void forget() noexcept {
         level_ = '\0';
         count_ = 0;
@@ -109,8 +109,8 @@ private:
     }
 
     unsigned module_ = 0;
-    char level_ = '\0';  // of no message
-    unsigned count_ = 0; // of those that were not written
+    char level_ = '\0';  // '\0': there is no message
+    unsigned count_ = 0; // repetitions not written
     std::time_t since_ = 0;
     std::size_t size_ = 0;
     char text_[512] = {}; // a longer message is written each time

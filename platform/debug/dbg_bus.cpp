@@ -34,7 +34,7 @@ int handle_get(ubus_context *bus, ubus_object *, ubus_request_data *request, con
     return status;
 }
 
-// A module that is no text counts as missing for the parser; without a module every one would be set.
+// The parser treats a module that is not a text as missing, and without a module all thresholds would be set.
 bool has_module_of_another_type(blob_attr *message, const blob_attr *parsed) {
     blob_attr *member = nullptr;
     std::size_t rest = 0;

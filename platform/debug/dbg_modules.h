@@ -1,4 +1,4 @@
-// dbg_modules.h - the log library's inside: module table and thresholds, shared by the writer, the settings
+// dbg_modules.h - the log library's internals: module table and thresholds, shared by the writer, the settings
 // and the bus object. Only dbg.cpp changes the state.
 #pragma once
 
@@ -17,7 +17,7 @@ struct dbg_state {
     char program[32];
     log_file file;
     int module_count;
-    dbg_module modules[dbg_module_max + 1]; // the last one stands for every number that is none
+    dbg_module modules[dbg_module_max + 1]; // the last one is for numbers that are not registered
     unsigned lost;                          // messages that could not be written since dbg_init
 };
 

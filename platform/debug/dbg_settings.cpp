@@ -20,7 +20,7 @@ int level_of(const char *text, int otherwise) noexcept {
 int dbg_configured_threshold(const char *module, int otherwise) noexcept {
     uci_context *context = uci_alloc_context();
     if (!context) return otherwise;
-    char tuple[64]; // cut up by the look-up
+    char tuple[64]; // the look-up changes it
     (void)std::snprintf(tuple, sizeof(tuple), "debug.%s.level", module);
     uci_ptr found{};
     int level = otherwise;

@@ -9,9 +9,9 @@
 
 namespace {
 
-// When it fails, what was open stays so.
+// On failure the file that was open stays open.
 void reopen(log_file &file) noexcept {
-    // Not to block on a pipe, nor to take a terminal as the controlling one.
+    // Must not block on a pipe, nor make a terminal the controlling one.
     const int fd = open(file.path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644);
     struct stat found {};
     if (fd >= 0 && (fstat(fd, &found) != 0 || !(S_ISREG(found.st_mode) || S_ISCHR(found.st_mode)))) {
@@ -27,7 +27,7 @@ void reopen(log_file &file) noexcept {
     file.torn = false;
 }
 
-// The size of the open file when its name still leads to it, else -1.
+// The size of the open file if the path still names it, else -1.
 std::int64_t size_under_its_name(const log_file &file) noexcept {
     struct stat named {};
     if (file.fd < 0 || stat(file.path, &named) != 0) return -1;
@@ -40,11 +40,11 @@ void rotate(log_file &file) noexcept {
     if (rename(file.path, old) == 0)
         reopen(file);
     else
-        (void)!ftruncate(file.fd, 0); // the limit holds even where nothing can be renamed
+        (void)!ftruncate(file.fd, 0); // keeps the limit even where renaming fails
 }
 
-// Makes ready for a line a file that its name no longer leads to, because no other could be opened. It may grow to what
-// both generations have together. False, and it is closed, when nobody would ever see the line.
+// Prepares the open file for a line although the path no longer names it, because no other file could be opened. It may grow
+// to the size of both generations. False, and the file is closed, if it has no name left, so that nobody could read the line.
 bool go_on_without_name(log_file &file, std::size_t line) noexcept {
     struct stat left {};
     if (fstat(file.fd, &left) != 0 || left.st_nlink == 0) {

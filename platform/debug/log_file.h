@@ -1,9 +1,9 @@
-// log_file.h - an appended file with a size limit and one old generation, "<path>.0".
+// log_file.h - a file for appending, with a size limit and one old generation, "<path>.0".
 //
-// Kept open between lines; opened anew when the name leads elsewhere (rotated by somebody else, deleted). While that
-// fails, the old file goes on, as long as it has another name; at twice the limit it begins anew.
-// Only regular files and character devices are opened: a pipe without a reader would stop the process.
-// Nothing here waits or logs. Owns:   the descriptor. An object of zeros with fd -1 is a valid, closed one.
+// The file stays open between lines and is opened again when the path names another file (rotated by another program,
+// deleted). If that fails, lines are still written to the old file while it has another name; at twice the limit it is
+// emptied. Only regular files and character devices are opened: a pipe without a reader would stop the process.
+// Nothing here waits or logs.   Owns: the descriptor. A zeroed object with fd -1 is valid and closed.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +16,8 @@ struct log_file {
     int fd = -1;
     dev_t device;
     ino_t inode;
-    bool regular; // a size limit and rotation make sense
-    bool torn;    // the last line was cut by a full disk: end it before the next
+    bool regular; // the size limit and rotation apply
+    bool torn;    // the last line was cut by a full disk: end it before the next line
 };
 
 // Sets path and limit and opens the file (created with mode 0644 less the umask). False: the path is too

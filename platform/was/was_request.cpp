@@ -1,6 +1,5 @@
-// One connection per request: nothing is kept between two calls, so that a driver that was restarted is found
-// again, a child process shares nothing, and an answer can never be taken for that of an earlier request. It
-// costs a connect.
+// One connection per request. Nothing is kept between two calls, so a restarted driver is found again, a child process
+// shares nothing, and an answer cannot be mistaken for that of an earlier request. The price is a connect.
 #include "was/was_request.h"
 #include "protocol/was_wire.h"
 
@@ -51,7 +50,7 @@ bool send_all(int fd, const void *data, std::size_t size) noexcept {
     return true;
 }
 
-// False also when the peer closes before `size` bytes came.
+// False also when the peer closes before `size` bytes have arrived.
 bool receive_all(int fd, void *data, std::size_t size) noexcept {
     auto *next = static_cast<char *>(data);
     while (size > 0) {
