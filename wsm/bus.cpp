@@ -83,7 +83,7 @@ exit_status bus_ask(struct ubus_context *bus, const char *object, const char *me
     const int status = ubus_invoke(bus, id, method, arguments.message(), receive, &to, timeout_ms);
     if (status == UBUS_STATUS_OK) return exit_done;
     if (status != UBUS_STATUS_NOT_FOUND) return bus_complain(object, status);
-    // A broker says the same of what this user may not call; only one method has things of its own to miss.
+    // A broker gives the same status for a method that this user may not call. Only "station" can fail to find something itself.
     if (std::strcmp(method, "station") != 0) return bus_complain(object, UBUS_STATUS_PERMISSION_DENIED);
     const exit_status may_ask = bus_ask(bus, object, "health", {}, nullptr, nullptr);
     return may_ask == exit_done ? exit_not_found : may_ask;

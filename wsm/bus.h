@@ -1,11 +1,11 @@
-// bus.h - asking the daemon over the bus, and what it is called when that fails.
+// bus.h - calling the daemon's methods over the bus, and the messages and exit statuses for failures.
 #pragma once
 
 #include "base/cxx/ubus.h"
 
 #include <span>
 
-// How the program ends.
+// The program's exit status.
 enum exit_status {
     exit_done = 0,
     exit_not_found = 1, // no such station
@@ -16,10 +16,11 @@ enum exit_status {
     exit_failed = 6, // anything else
 };
 
-// The connection. Null: nobody answers; that has been said.
+// The connection. Null when no broker answers; the message has been printed.
 struct ubus_context *bus_connect();
 
-// The arguments of a call. Without memory for one of them there is no message: a call with less would ask for something else.
+// The arguments of a call. Without memory for one of them there is no message, since a call with fewer would ask for something
+// else.
 class bus_arguments {
 public:
     bus_arguments() noexcept : whole(blob_buf_init(&buf, 0) == 0) {}
@@ -41,12 +42,12 @@ private:
     bool whole;
 };
 
-// Asks one method, and gives its answer to `take`, which may be null. What went wrong has been said, but for exit_not_found.
+// Calls one method and passes its answer to `take`, which may be null. Failures have been printed, except exit_not_found.
 using bus_taker = void (*)(struct blob_attr *answer, void *priv);
 exit_status bus_ask(struct ubus_context *bus, const char *object, const char *method,
                     const bus_arguments &arguments, bus_taker take, void *priv);
 
-// The same, to a function of any kind.
+// The same, for any function object.
 template <class Take>
 exit_status bus_ask(struct ubus_context *bus, const char *object, const char *method,
                     const bus_arguments &arguments, Take take) {
@@ -55,11 +56,11 @@ exit_status bus_ask(struct ubus_context *bus, const char *object, const char *me
         [](struct blob_attr *answer, void *priv) { (*static_cast<Take *>(priv))(answer); }, &take);
 }
 
-// The number of an object. What went wrong has been said.
+// The number of an object. Failures have been printed.
 exit_status bus_find(struct ubus_context *bus, const char *object, std::uint32_t &id);
 
-// Says that there is no memory.
+// Prints that there is no memory.
 exit_status complain_of_memory();
 
-// Says on standard error what a status of the bus means.
+// Prints on standard error what a status of the bus means.
 exit_status bus_complain(const char *object, int status);

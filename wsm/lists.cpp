@@ -21,7 +21,7 @@ constexpr table_column departed_columns[] = {
     {"STAYED", 0, 3, true}, {"ENDED BY", 0, 1, false}, {"DBM", 0, 5, true},    {"REASON", 0, 7, false},
 };
 
-// The address that people know it by: that of the record, else the first IPv4 one, else the first that is not of the link alone.
+// The address to show: that of the record, else the first IPv4 address, else the first that is not link-local.
 const char *address_of(struct blob_attr *station) {
     const char *found = text_of(station, "ip");
     if (*found != '\0') return found;
@@ -72,7 +72,7 @@ bool add_departure(table &to, struct blob_attr *one) {
            to.add(text_of(one, "reason"));
 }
 
-// Goes through all pages, and calls `visit` with each station; a page that ends early is the last.
+// Reads all pages and calls `visit` with each station; a page that is not full is the last one.
 template <class Visit>
 exit_status for_each_station(struct ubus_context *bus, std::span<const char *const> fields, Visit visit) {
     constexpr std::uint32_t page = 128;
@@ -116,10 +116,10 @@ bool print_summary(struct blob_attr *answer, int /*width*/) {
     return true;
 }
 
-// "name  value, name value, ...", in as many lines as it takes.
+// "name  value, name value, ...", in as many lines as needed.
 class wrapped_line {
 public:
-    wrapped_line(const char *name, int width) noexcept : room(width - 1) { // of the comma
+    wrapped_line(const char *name, int width) noexcept : room(width - 1) { // leaves room for the comma
         const shown_text title = show(name, indent - 1);
         std::printf("%.*s%*s", static_cast<int>(title.length), title.bytes, indent - title.columns, "");
     }
@@ -176,7 +176,7 @@ constexpr unit units[] = {{"signal", "dBm"},
                           {"rx_error_percent", "%"},
                           {"tx_error_percent", "%"}};
 
-// A member of a station, or of the health: a value, or a table of values.
+// Prints a member of a station or of the health: a value, or a table of values.
 void print_member(struct blob_attr *one, int width) {
     const char *name = blobmsg_name(one);
     char word[256];
@@ -211,7 +211,7 @@ void print_member(struct blob_attr *one, int width) {
     line.word(word);
 }
 
-// What is known of addresses or names: each with how, and since when.
+// Prints addresses or names, each with its origin and since when it is known.
 void print_known(struct blob_attr *list, const char *kind, int width) {
     const std::int64_t now = std::time(nullptr);
     bool first = true;

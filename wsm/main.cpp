@@ -1,4 +1,4 @@
-// wsm - what the daemon knows, for a person at a terminal of the access point.
+// wsm - shows what the daemon knows, for a person at a terminal of the access point.
 
 #include "lists.h"
 #include "text.h"
@@ -37,7 +37,7 @@ exit_status complain(const char *what, const char *word) {
     return exit_usage;
 }
 
-// A MAC in capitals or not, with colons or dashes, as the daemon has it.
+// Reads a MAC in either case, with colons or dashes, and writes it in the daemon's spelling.
 bool read_mac(const char *word, char (&mac)[18]) {
     if (std::strlen(word) != sizeof(mac) - 1) return false;
     for (std::size_t i = 0; i < sizeof(mac) - 1; ++i) {

@@ -39,7 +39,7 @@ bool truth_of(struct blob_attr *table, const char *name) { return number_of(tabl
 
 namespace {
 
-// What is fit for a terminal as it is, the rest as escapes; those of JSON itself where `text` is not JSON yet.
+// Prints printable characters unchanged and the rest as JSON escapes; `text`: also escapes the characters that JSON requires.
 void print_escaped(const char *at, bool text) {
     while (*at != '\0') {
         std::uint32_t character = 0;
@@ -52,7 +52,7 @@ void print_escaped(const char *at, bool text) {
         if (text && (*at == '"' || *at == '\\')) std::putchar('\\');
         if (is_shown(character))
             std::fwrite(at, 1, length, stdout);
-        else if (character > 0xffff) // as two halves
+        else if (character > 0xffff) // as a surrogate pair
             std::printf("\\u%04x\\u%04x", 0xd800 + ((character - 0x10000) >> 10),
                         0xdc00 + (character & 0x3ff));
         else

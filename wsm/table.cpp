@@ -35,7 +35,7 @@ table::layout table::fitted(int width) const noexcept {
     };
     now = natural_widths;
     while (total() > width) {
-        // The widest of those that can become narrower.
+        // The widest column that can become narrower.
         std::size_t widest = columns.size(), last = columns.size();
         for (std::size_t i = 0; i < columns.size(); ++i) {
             if (now.width[i] == 0) continue;
@@ -50,7 +50,7 @@ table::layout table::fitted(int width) const noexcept {
         } else if (last < columns.size()) {
             natural_widths.width[last] = 0;
             now = natural_widths;
-        } else { // what is wanted in full is cut all the same
+        } else { // no column may become narrower: cut the widest anyway
             int *most = std::max_element(now.width, now.width + columns_max);
             if (*most <= 1) break;
             --*most;

@@ -1,4 +1,4 @@
-// table.h - rows that fit the terminal: wide columns become narrower, and the least wanted ones go.
+// table.h - rows that fit the terminal: wide columns become narrower, and the least important ones are left out.
 #pragma once
 
 #include "tools/array.h"
@@ -8,15 +8,15 @@
 struct table_column {
     const char *title;
     int least;   // columns of the terminal that it can be narrowed to; 0: not at all
-    int goes_at; // when there is no room, the column with the highest number goes first; 0: never
-    bool right;  // numbers stand at the right
+    int goes_at; // without room the column with the highest number is left out first; 0: never
+    bool right;  // aligned to the right, for numbers
 };
 
 class table {
 public:
     explicit table(std::span<const table_column> wanted) noexcept : columns(wanted) {}
 
-    // The next cell, row by row, as foreign as it may be. False without memory.
+    // Adds the next cell, row by row. It may be foreign text. False without memory.
     bool add(const char *text) noexcept;
 
     // Title line and rows, at most `width` columns wide each.

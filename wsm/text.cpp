@@ -15,7 +15,7 @@ namespace {
 
 bool speaks_utf8 = false;
 
-// Format characters: they take no room, and some of them turn the text around them.
+// Format characters: they are invisible, and some of them change the direction of the text around them.
 bool is_invisible(std::uint32_t c) {
     return c == 0xad || c == 0x61c || (c >= 0x200b && c <= 0x200f) || (c >= 0x2028 && c <= 0x202e) ||
            (c >= 0x2060 && c <= 0x206f) || c == 0xfeff || (c >= 0xfff9 && c <= 0xfffb) || c >= 0xe0000;
@@ -57,7 +57,7 @@ std::size_t read_character(const char *text, std::uint32_t &character) {
 
 shown_text show(const char *text, int columns) {
     shown_text out{};
-    std::size_t fits = 0; // bytes and columns that leave room for the mark of a cut
+    std::size_t fits = 0; // bytes and columns that leave room for the "~"
     int fits_columns = 0;
     while (*text != '\0') {
         std::uint32_t character = 0;

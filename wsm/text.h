@@ -1,19 +1,19 @@
-// text.h - foreign text for a terminal: what a network or a host calls itself can hold anything.
+// text.h - foreign text for a terminal: names of networks and hosts can hold anything.
 //
-// Printable characters stay as they are; control characters, invisible ones, those that turn the direction of writing, and bytes that
-// are no UTF-8 become "?". Where the locale is not one of UTF-8, so does all that is not ASCII.
+// Printable characters stay as they are; control characters, invisible ones, those that change the direction of writing, and
+// bytes that are not UTF-8 become "?". If the locale does not use UTF-8, every character outside ASCII does as well.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-// Reads the user's locale. Before anything else of this file.
+// Reads the user's locale. To be called before any other function of this file.
 void text_begin();
 
-// Columns of the terminal behind standard output; 80 where there is none.
+// Columns of the terminal behind standard output; 80 if it is not a terminal.
 int terminal_columns();
 
-// A text made safe: at most `columns` wide, "~" at its end where it was cut.
+// A safe copy of a text: at most `columns` wide, with "~" at its end if it was cut.
 struct shown_text {
     char bytes[512];
     std::size_t length;
@@ -21,8 +21,8 @@ struct shown_text {
 };
 shown_text show(const char *text, int columns);
 
-// Whether this character may stand in a line as it is.
+// Whether this character may be printed unchanged.
 bool is_shown(std::uint32_t character);
 
-// One character of UTF-8 at `text`; its bytes, 0 when they are none.
+// Reads one UTF-8 character at `text`. Returns its number of bytes; 0 if it is malformed.
 std::size_t read_character(const char *text, std::uint32_t &character);

@@ -12,13 +12,13 @@
 namespace {
 
 struct watching {
-    struct ubus_subscriber subscriber; // first: the handlers are given this one
+    struct ubus_subscriber subscriber; // must be first: the handlers get a pointer to it
     wanted_output to;
     std::uint32_t seq;
     exit_status end;
 };
 
-// What is worth a word of each kind of notification.
+// The details to print for each kind of notification.
 void put_details(char (&line)[512], const char *kind, struct blob_attr *message) {
     if (std::strcmp(kind, "joined") == 0) {
         struct blob_attr *station = member(message, "station");
@@ -95,10 +95,10 @@ void lost(struct ubus_context * /*bus*/) {
     uloop_end();
 }
 
-// Whether one of the departures after the first `before` of all is this station's.
+// Whether this station is among the departures that came after the first `before` ones.
 exit_status see_whether_it_left(struct ubus_context *bus, const char *mac, std::int64_t before, bool &left) {
     return bus_ask(bus, "wsmd", "departed", {}, [&](struct blob_attr *answer) {
-        // A daemon that has begun anew meanwhile has counted fewer: then each is one of these.
+        // If the daemon was restarted meanwhile, it has counted fewer: then all its departures are new.
         const std::uint64_t fresh =
             static_cast<std::uint64_t>(number_of(answer, "total")) - static_cast<std::uint64_t>(before);
         std::uint64_t nth = 0;
@@ -121,7 +121,7 @@ exit_status watch_stations(struct ubus_context *bus, const wanted_output &to) {
     bus->connection_lost = lost;
     int status = ubus_register_subscriber(bus, &here.subscriber);
     if (status == UBUS_STATUS_OK) status = ubus_subscribe(bus, &here.subscriber, id);
-    if (status == UBUS_STATUS_NOT_FOUND) status = UBUS_STATUS_PERMISSION_DENIED; // it was found above
+    if (status == UBUS_STATUS_NOT_FOUND) status = UBUS_STATUS_PERMISSION_DENIED; // the object was found above
     if (status != UBUS_STATUS_OK) return bus_complain("wsmd", status);
     ubus_add_uloop(bus);
     uloop_run();

@@ -19,7 +19,7 @@ void put_bytes(char (&word)[word_size], std::int64_t bytes) {
     constexpr const char *units[] = {"", "k", "M", "G", "T", "P", "E"};
     double value = static_cast<double>(static_cast<std::uint64_t>(bytes));
     int unit = 0;
-    // What would be shown as 1000 is one of the next unit.
+    // A value that would be shown as 1000 is shown in the next unit.
     for (; value >= 999.5; value /= 1000) ++unit;
     (void)std::snprintf(word, sizeof(word), "%.*f%s", unit > 0 && value < 9.95 ? 1 : 0, value, units[unit]);
 }
