@@ -1,5 +1,5 @@
-// ubox.h - the base library from C++. The headers that a system brings have no guards for C++: standard headers come
-// first, outside the linkage block, and what is written in C++ includes the libraries only through this folder.
+// ubox.h - the base library from C++. The headers of a system's packages have no guards for C++, so standard headers come
+// first, outside the linkage block, and C++ code includes the libraries only through this folder.
 #pragma once
 
 #include <cerrno>

@@ -1,24 +1,18 @@
 // libubus.h - the bus, seen from a client: objects with methods, calls, notifications, events.
 //
 // Statuses  Functions that return int return 0 or one of enum ubus_msg_status, unless they say otherwise; a
-// call returns
-//           what the handler at the other end returned, negative numbers included.
+//           call returns what the handler at the other end returned, negative numbers included.
 // Thread    None of this is safe to use from two threads. All callbacks run from the loop (ubus_handle_event)
-// or inside
-//           a synchronous function of the same context.
+//           or inside a synchronous function of the same context.
 // Waiting   Synchronous functions poll the bus socket only: no timer, signal or other descriptor of the loop
-// runs.
-//           Answers to other outstanding requests are delivered meanwhile; incoming calls, events,
-//           notifications and subscriber changes are kept, and delivered in order of arrival when nothing of
+//           runs. Answers to other outstanding requests are delivered meanwhile; incoming calls, events,
+//           notifications and subscriber changes are kept, and delivered in order of arrival when no function of
 //           the context is on the stack.
-// Pointers  Arguments of callbacks are good until the callback returns. Messages given to the library stay
-// the
-//           caller's; structs that were registered must live until they are removed, or the context is shut
-//           down.
+// Pointers  Arguments of callbacks are valid until the callback returns. Messages given to the library stay
+//           the caller's; registered structs must live until they are removed, or the context is shut down.
 // Messages  `msg` of callbacks holds fields: parse blob_data(msg), blob_len(msg). It is never NULL.
 // Limit     A message above UBUS_MSG_LIMIT is refused: 2 (invalid argument) for requests and notifications, 5
-// for
-//           replies.
+//           for replies.
 #ifndef __LIBUBUS_H
 #define __LIBUBUS_H
 
@@ -53,7 +47,7 @@ typedef int (*ubus_handler_t)(struct ubus_context *ctx, struct ubus_object *obj,
                               struct ubus_request_data *req, const char *method, struct blob_attr *msg);
 // The first subscriber came or the last one left: see obj->has_subscribers.
 typedef void (*ubus_state_handler_t)(struct ubus_context *ctx, struct ubus_object *obj);
-// The watched object `id` has gone, and the subscription with it.
+// The watched object `id` is gone, and the subscription with it.
 typedef void (*ubus_remove_handler_t)(struct ubus_context *ctx, struct ubus_subscriber *s, uint32_t id);
 // An event; `type` is its name.
 typedef void (*ubus_event_handler_t)(struct ubus_context *ctx, struct ubus_event_handler *ev,
@@ -133,7 +127,7 @@ struct ubus_subscriber {
     struct ubus_object obj;
     ubus_handler_t cb; // NULL: answers 0
     ubus_remove_handler_t remove_cb;
-    ubus_new_object_handler_t new_obj_cb; // set: subscribes by itself to what this accepts
+    ubus_new_object_handler_t new_obj_cb; // set: subscribes automatically to what this accepts
 };
 
 struct ubus_event_handler {
@@ -218,7 +212,7 @@ struct ubus_request_data {
 // An outgoing request. Belongs to the program, and must live until it has ended or was aborted.
 struct ubus_request {
     struct list_head list;
-    struct list_head pending; // replies that wait until data_cb has returned from a call of its own
+    struct list_head pending; // replies that wait while data_cb makes a call itself
 
     int status_code;
     bool status_msg; // it has ended
@@ -257,7 +251,7 @@ struct ubus_notify_request {
 struct ubus_context *ubus_connect(const char *path);
 // The same with a context of the caller, which need not be initialised. 0 or -1. Release with ubus_shutdown.
 int ubus_connect_ctx(struct ubus_context *ctx, const char *path);
-// Connects anew and registers the objects of the context again, in the order of their old ids. Event patterns
+// Connects again and registers the objects of the context again, in the order of their old ids. Event patterns
 // and subscriptions are not renewed, except the automatic ones, and the context is not in the loop. 0; 10 if
 // there is no broker, 9 if it does not greet properly (all objects are kept for another try); -1 for a
 // channel.
@@ -280,7 +274,7 @@ static inline void ubus_add_uloop(struct ubus_context *ctx) {
     uloop_fd_add(&ctx->sock, ULOOP_BLOCKING | ULOOP_READ);
 }
 
-// Reads and dispatches all there is. For programs with a loop of their own: call it when ctx->sock.fd is
+// Reads and dispatches all messages that have arrived. For programs with their own loop: call it when ctx->sock.fd is
 // readable.
 static inline void ubus_handle_event(struct ubus_context *ctx) { ctx->sock.cb(&ctx->sock, ULOOP_READ); }
 
@@ -340,8 +334,8 @@ void ubus_flush_requests(struct ubus_context *ctx);
 // Registers an object; without name and type it is anonymous. 2 if the path is taken, not permitted, or the
 // object is registered already (nothing is changed then); 5 if the broker gave no id.
 int ubus_add_object(struct ubus_context *ctx, struct ubus_object *obj);
-// 4 if it is not registered. While the connection is lost it fails, but the object will not come back and may be
-// freed.
+// 4 if it is not registered. While the connection is lost it returns an error, but the object is removed all the same and may
+// be freed.
 int ubus_remove_object(struct ubus_context *ctx, struct ubus_object *obj);
 
 // Sends a reply at once; any number of times per call. `msg` NULL = empty. 0, or 5 if it could not be sent.
@@ -354,7 +348,7 @@ static inline void ubus_defer_request(struct ubus_context *ctx, struct ubus_requ
     (void)ctx;
     req->deferred = true;
     *new_req = *req;
-    req->fd = -1; // goes with the status, later
+    req->fd = -1; // sent with the status, later
     new_req->req_fd = -1;
 }
 
@@ -367,7 +361,7 @@ static inline void ubus_request_set_fd(struct ubus_context *ctx, struct ubus_req
     req->fd = fd;
 }
 
-// Takes over the caller's descriptor, or -1. What nobody takes is closed after the handler.
+// Takes over the caller's descriptor, or -1. A descriptor that is not taken is closed after the handler.
 static inline int ubus_request_get_caller_fd(struct ubus_request_data *req) {
     int fd = req->req_fd;
     req->req_fd = -1;
@@ -376,8 +370,8 @@ static inline int ubus_request_get_caller_fd(struct ubus_request_data *req) {
 
 // ---- notifications and subscribers ----------------------------------------------------------------------
 
-// Notifies all subscribers of an own object. `timeout` < 0: nobody answers, 0 at once, also on a dead
-// connection. Else waits until all have answered, whatever they answer (0 = for ever): 0, 7 if one did not,
+// Notifies all subscribers of an own object. `timeout` < 0: no answers are requested, returns 0 at once, also on a
+// dead connection. Otherwise waits until all have answered, whatever they answer (0 = for ever): 0, 7 if one did not,
 // 10 if the connection is lost. 2 if the message is too large.
 int ubus_notify(struct ubus_context *ctx, struct ubus_object *obj, const char *type, struct blob_attr *msg,
                 int timeout);
@@ -388,18 +382,18 @@ int ubus_notify_async(struct ubus_context *ctx, struct ubus_object *obj, const c
 // Registers the subscriber's object, and with new_obj_cb subscribes to all that it accepts, now and later. 0
 // and no effect if it is registered already.
 int ubus_register_subscriber(struct ubus_context *ctx, struct ubus_subscriber *s);
-// 4 if it is not registered; a struct of zeros that never was is fine. Inline, so that a program needs no symbol for it.
+// 4 if it is not registered; a zeroed struct is allowed. Inline, so that a program needs no symbol for it.
 static inline int ubus_unregister_subscriber(struct ubus_context *ctx, struct ubus_subscriber *s) {
     if (s->list.next) list_del_init(&s->list);
     return ubus_remove_object(ctx, &s->obj);
 }
-// Subscribes to object `id`, once more if it is subscribed already; unsubscribe takes back one. Synchronous.
+// Subscribes to object `id`, once more if it is subscribed already; unsubscribe removes one. Synchronous.
 int ubus_subscribe(struct ubus_context *ctx, struct ubus_subscriber *s, uint32_t id);
 int ubus_unsubscribe(struct ubus_context *ctx, struct ubus_subscriber *s, uint32_t id);
 
 // ---- events ---------------------------------------------------------------------------------------------
 
-// Sends an event to all who listen. `data` NULL = none. 6 for names that begin with "ubus." or are not
+// Sends an event to all listeners. `data` NULL = none. 6 for names that begin with "ubus." or are not
 // permitted.
 int ubus_send_event(struct ubus_context *ctx, const char *id, struct blob_attr *data);
 // Listens to events; a '*' at the end of the pattern matches any rest. May be called again for further
@@ -431,7 +425,7 @@ extern struct avl_tree acl_objects;
 // Fills acl_objects and keeps it up to date. For one context of the process.
 int ubus_register_acl(struct ubus_context *ctx);
 
-// Does the rule concern this caller (user, group) and object? No rule concerns a caller of whom a part is missing.
+// Does the rule concern this caller (user, group) and object? No rule matches a caller with a missing part.
 static inline bool __ubus_acl_matches(const struct acl_object *rule, const struct ubus_acl_key *key) {
     if (!key->object || !key->user || !key->group || strcmp(rule->key.object, key->object) != 0) return false;
     return (rule->key.user && !strcmp(rule->key.user, key->user)) ||

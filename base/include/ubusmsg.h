@@ -1,6 +1,6 @@
 // ubusmsg.h - the words of the bus protocol: message types, attributes, status codes, limits.
 //
-// A message is a struct ubus_msghdr and behind it one blob attribute, the root, whose children carry the ids
+// A message is a struct ubus_msghdr, followed by one blob attribute, the root, whose children carry the ids
 // of enum ubus_msg_attr. All integers are big endian.
 #ifndef __UBUSMSG_H
 #define __UBUSMSG_H
@@ -15,7 +15,7 @@
 #define UBUS_MSG_CHUNK_SIZE 65536 // receive buffers grow in such steps, bytes
 
 #define UBUS_SYSTEM_OBJECT_EVENT 1   // registers for events and sends them
-#define UBUS_SYSTEM_OBJECT_ACL 2     // tells the access rules for the caller's objects
+#define UBUS_SYSTEM_OBJECT_ACL 2     // answers with the access rules for the caller's objects
 #define UBUS_SYSTEM_OBJECT_MONITOR 3 // copies all traffic to the caller
 #define UBUS_SYSTEM_OBJECT_MAX 1024  // clients, objects and types get ids from here on
 
@@ -38,7 +38,7 @@ enum ubus_msg_type {
     UBUS_MSG_ADD_OBJECT,
     UBUS_MSG_REMOVE_OBJECT,
     UBUS_MSG_SUBSCRIBE,
-    UBUS_MSG_UNSUBSCRIBE, // from the broker: a watched object has gone
+    UBUS_MSG_UNSUBSCRIBE, // from the broker: a watched object is gone
     UBUS_MSG_NOTIFY,      // from the broker: the first subscriber came, or the last one left
     UBUS_MSG_MONITOR,     // copy of a message
 
@@ -56,7 +56,7 @@ enum ubus_msg_attr {
     UBUS_ATTR_DATA,        // fields
     UBUS_ATTR_TARGET,      // int32, the object to watch
     UBUS_ATTR_ACTIVE,      // int8, the object has subscribers
-    UBUS_ATTR_NO_REPLY,    // int8, nobody is to answer this notification
+    UBUS_ATTR_NO_REPLY,    // int8, this notification needs no answer
     UBUS_ATTR_SUBSCRIBERS, // int32 attributes of id 0
     UBUS_ATTR_USER,        // string, the caller's user
     UBUS_ATTR_GROUP,       // string, the caller's primary group
@@ -66,7 +66,7 @@ enum ubus_msg_attr {
 
 // Attributes of UBUS_MSG_MONITOR.
 enum ubus_monitor_attr {
-    UBUS_MONITOR_CLIENT, // int32, the client it came from or goes to
+    UBUS_MONITOR_CLIENT, // int32, the client that sent or receives it
     UBUS_MONITOR_PEER,   // int32, peer of its header
     UBUS_MONITOR_SEND,   // int8, 1 = sent by the broker
     UBUS_MONITOR_SEQ,    // int32, seq of its header

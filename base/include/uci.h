@@ -18,8 +18,8 @@
  * Every int function returns a UCI_OK or UCI_ERR_ code and stores it in ctx->err; a null context gives
  * UCI_ERR_INVAL. On failure, outputs are left as they were unless the function says otherwise.
  *
- * All that is reached through a context belongs to it, and dies with uci_unload, with uci_commit or
- * uci_revert of its package, or with uci_free_context: copy what you keep. A context is used by one thread at
+ * Everything that is reached through a context belongs to it, and is freed by uci_unload, by uci_commit or
+ * uci_revert of its package, or by uci_free_context: copy what you need longer. A context is used by one thread at
  * a time.
  */
 #ifndef UCI_H
@@ -174,10 +174,10 @@ struct uci_option {
 
 /* A place in the configuration: the texts that name it, and what was found there. */
 struct uci_ptr {
-    enum uci_type target; /* how deep the texts go: package, section or option */
+    enum uci_type target; /* what the texts name: package, section or option */
     enum {
         UCI_LOOKUP_DONE = (1 << 0),     /* p, s and o have been looked up */
-        UCI_LOOKUP_COMPLETE = (1 << 1), /* all that was named exists */
+        UCI_LOOKUP_COMPLETE = (1 << 1), /* everything named exists */
         UCI_LOOKUP_EXTENDED = (1 << 2)  /* the section is given as @type[index] */
     } flags;
 
@@ -258,8 +258,8 @@ int uci_lookup_next(struct uci_context *ctx, struct uci_element **e, struct uci_
 
 /*
  * Changes. Each takes a ptr that uci_lookup_ptr has filled, or whose texts say what to look up, and keeps
- * ptr->s and ptr->o up to date; older pointers to a changed option may be dead. A package that was loaded by
- * name records them. What could not be read back, such as an invalid name or type, is UCI_ERR_INVAL.
+ * ptr->s and ptr->o up to date; older pointers to a changed option may be invalid. A package that was loaded by
+ * name records them. A value that could not be read back, such as an invalid name or type, is UCI_ERR_INVAL.
  */
 
 /* An option, or the type of a section, which is created if missing. The same value is no change, an empty one
@@ -281,7 +281,7 @@ int uci_del_list(struct uci_context *ctx, struct uci_ptr *ptr);
 int uci_add_section(struct uci_context *ctx, struct uci_package *p, const char *type,
                     struct uci_section **res);
 
-/* pos counts from 0; what is less means first, what is past the end last. */
+/* pos counts from 0; a negative one means the first place, one past the end the last. */
 int uci_reorder_section(struct uci_context *ctx, struct uci_section *s, int pos);
 
 /* Appends the recorded changes of p to its file in savedir; commits a package that was loaded by path. */
@@ -321,7 +321,7 @@ void uci_perror(struct uci_context *ctx, const char *prefix);
 
 /*
  * Next word of a line, quoted as in configuration files; ";" and "#" end the words of a line. *str NULL
- * fetches a new line from the stream and is then the reader's place in it. *result is good until the next
+ * fetches a new line from the stream and is then the reader's place in it. *result is valid until the next
  * call, "" after the last word.
  */
 int uci_parse_argument(struct uci_context *ctx, FILE *stream, char **str, char **result);
@@ -360,7 +360,7 @@ static inline void uci_bitfield_set(unsigned long *bits, int bit) {
 
 #define uci_list_empty(list) ((list)->next == (list))
 
-/* Address just behind *ptr. */
+/* Address just after *ptr. */
 #define uci_dataptr(ptr) (((char *)(ptr)) + sizeof(*(ptr)))
 
 #define uci_type_backend UCI_TYPE_BACKEND

@@ -1,4 +1,4 @@
-/* uci_config.h - debugging choices that uci.h obeys; a device sets neither. */
+/* uci_config.h - debugging options of uci.h. */
 #ifndef UCI_CONFIG_H
 #define UCI_CONFIG_H
 

@@ -1,4 +1,4 @@
-// Balanced tree of leaders. A leader's equals hang in the list only, right behind it; so do not cost tree
+// Balanced tree of leaders. A leader's equals are in the list only, right after it, so they do not add to the tree's
 // height.
 #include <libubox/avl-cmp.h>
 #include <libubox/avl.h>
@@ -27,13 +27,13 @@ avl_node *next_leader(avl_node *node) {
 
 avl_node *node_of(list_head *list) { return list_entry(list, avl_node, list); }
 
-// Where the list goes on behind a leader and its equals.
+// Where the list continues after a leader and its equals.
 list_head *behind_equals(avl_tree *tree, avl_node *leader) {
     avl_node *next = next_leader(leader);
     return next ? &next->list : &tree->list_head;
 }
 
-// Puts `node`, which may be null, where `old` hangs.
+// Puts `node`, which may be null, in the place of `old`.
 void replace(avl_tree *tree, avl_node *old, avl_node *node) {
     if (!old->parent)
         tree->root = node;
@@ -54,7 +54,7 @@ avl_node *rotate(avl_tree *tree, avl_node *node, bool right) {
     return top;
 }
 
-// Mends a node whose balance is 2 or -2; returns the new top of its subtree.
+// Rebalances a node whose balance is 2 or -2; returns the new top of its subtree.
 avl_node *rebalance(avl_tree *tree, avl_node *node) {
     const bool right = node->balance > 0;
     const int heavy = weight(right);

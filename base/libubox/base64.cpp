@@ -67,7 +67,7 @@ int b64_decode(const void *src, void *dest, std::size_t dest_len) {
         digits = 0;
     }
 
-    // What is left is the padding that completes the last group, and nothing but white space among it.
+    // The rest is the padding of the last group; only white space may be in it.
     int padding = 0;
     for (; *in; ++in) {
         if (*in == '=')

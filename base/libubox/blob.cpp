@@ -37,7 +37,7 @@ bool satisfies(blob_attr *attr, const blob_attr_info &info) {
     return !info.validate || info.validate(&info, attr);
 }
 
-// Sorts the children within len bytes behind the header of `attr`.
+// Sorts the children within len bytes after the header of `attr`.
 int sort_children(blob_attr *attr, std::size_t len, blob_attr **data, const blob_attr_info *info, int max) {
     std::fill_n(data, std::max(max, 0), nullptr);
     int found = 0;

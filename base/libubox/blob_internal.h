@@ -26,7 +26,7 @@ inline std::size_t blob_end(const blob_buf *buf) {
     return blob_offset(buf, buf->head) + blob_pad_len(buf->head);
 }
 
-// Makes the buffer reach to offset `end` and the gap behind it. The buffer may move. False: nothing has
+// Makes the buffer reach to offset `end` and the gap after it. The buffer may move. False: nothing has
 // changed.
 bool blob_reserve(blob_buf *buf, std::size_t end);
 
@@ -36,7 +36,7 @@ inline void blob_zero_word_before(char *end) { std::memset(end - BLOB_ATTR_ALIGN
 // Writes the header of an attribute into reserved room, and zeroes the last word of its payload, for the gap.
 blob_attr *blob_place(blob_buf *buf, std::size_t offset, int id, std::size_t payload);
 
-// Reserves and places an attribute behind the message, which does not contain it until blob_take(). NULL
+// Reserves and places an attribute after the message; it becomes part of the message in blob_take(). NULL
 // without memory or past the limit.
 blob_attr *blob_append(blob_buf *buf, int id, std::size_t payload);
 

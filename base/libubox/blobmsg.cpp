@@ -32,7 +32,7 @@ void take(blob_buf *buf, const blob_attr *attr) {
     blob_take(buf, blob_offset(buf, attr) + blob_pad_len(attr));
 }
 
-// The string that is written in place: behind the message, in memory that was reserved for it.
+// The string that is written in place: after the message, in memory reserved for it.
 blob_attr *string_in_place(blob_buf *buf) { return blob_at(buf, blob_end(buf)); }
 
 } // namespace

@@ -9,7 +9,7 @@ namespace {
 // Names of this length and more are stored, but no policy entry finds them.
 constexpr std::size_t policy_name_limit = 256;
 
-// Bytes of a sound name header at the start of the payload, 0 for none; negative if it is unsound.
+// Bytes of a well-formed name header at the start of the payload, 0 for none; negative if it is malformed.
 std::ptrdiff_t name_header(const blob_attr *attr, bool name) {
     if (!blob_is_extended(attr)) return name ? -1 : 0;
     const std::size_t payload = blob_len(attr);

@@ -12,11 +12,11 @@
 
 namespace {
 
-// Longest text of a double. The most negative ones lose their last decimal to it.
+// Longest text of a double. The most negative ones lose their last decimal.
 constexpr std::size_t double_text_limit = 316;
 constexpr int tab_limit = 16;
 
-// A growing text. After a failure to grow it takes nothing more, and release() gives null.
+// A growing text. After a failure to grow it accepts nothing more, and release() returns null.
 class text {
 public:
     text() = default;

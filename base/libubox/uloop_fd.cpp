@@ -61,7 +61,7 @@ void fetch(int timeout) {
         batch[batch_end++] = {static_cast<uloop_fd *>(events[i].data.ptr),
                               (ready & EPOLLIN ? ULOOP_READ : 0u) | (ready & EPOLLOUT ? ULOOP_WRITE : 0u)};
     }
-    // The batch stands before the first object is taken off, of which the program is told (uloop_fd_set_cb).
+    // The batch is complete before the first object is removed, since removing calls the program (uloop_fd_set_cb).
     for (int i = 0; i < count; ++i) {
         uloop_fd *u = batch[i].fd;
         if (!u) continue;

@@ -1,4 +1,4 @@
-// uloop_internal.h - what the parts of the event loop know of each other.
+// uloop_internal.h - functions that the parts of the event loop share.
 #ifndef BASE_LIBUBOX_ULOOP_INTERNAL_H
 #define BASE_LIBUBOX_ULOOP_INTERNAL_H
 

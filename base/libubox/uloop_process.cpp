@@ -8,10 +8,10 @@ namespace {
 
 LIST_HEAD(processes);
 
-// Tells everyone who watches the child that has died.
+// Calls back all watchers of the child that has died.
 void report(pid_t pid, int status) {
     // On a list of their own, from which a callback can still delete them, so that one that is added again
-    // for a new child of that id is not told of this one.
+    // for a new child with that id is not called for this one.
     LIST_HEAD(watchers);
     uloop_process *p;
     uloop_process *next;

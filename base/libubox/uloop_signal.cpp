@@ -10,15 +10,15 @@ namespace {
 
 LIST_HEAD(watched); // in the order of their numbers
 
-// What the handlers leave behind, by number.
+// Marks set by the handlers, by signal number.
 volatile std::sig_atomic_t seen[NSIG];
 volatile std::sig_atomic_t child_died;
 volatile std::sig_atomic_t wake_fd = -1; // the pipe's end for writing
 
 void wake() {
-    const int err = errno; // what was interrupted must not see a change
+    const int err = errno; // the interrupted code must not see a change
     const char byte = 0;
-    // A full pipe wakes the loop as well, and without a loop there is nobody to wake.
+    // A full pipe wakes the loop as well, and without a loop there is nothing to wake.
     if (write(wake_fd, &byte, 1) < 0) errno = err;
 }
 

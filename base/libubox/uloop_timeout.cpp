@@ -23,7 +23,7 @@ timeval now() {
     return {.tv_sec = ts.tv_sec, .tv_usec = static_cast<suseconds_t>(ts.tv_nsec / 1000)};
 }
 
-// a - b in microseconds, at the limit if a deadline of the program's own making is that far off.
+// a - b in microseconds; the limit if the program has set a deadline so far away.
 std::int64_t us_between(const timeval &a, const timeval &b) {
     std::int64_t us;
     if (__builtin_sub_overflow(std::int64_t{a.tv_sec}, std::int64_t{b.tv_sec}, &us) ||
@@ -34,12 +34,12 @@ std::int64_t us_between(const timeval &a, const timeval &b) {
     return us;
 }
 
-// Whole milliseconds from b to a, cut towards zero: the measure by which deadlines are ordered and due.
+// Whole milliseconds from b to a, cut towards zero. Deadlines are ordered, and due, by this measure.
 std::int64_t ms_between(const timeval &a, const timeval &b) { return us_between(a, b) / us_per_ms; }
 
-// The entry before which a new deadline goes: the first one that is later by a millisecond or more. No entry
-// is later by that much than one behind it, so nothing before a deadline that is not later at all needs a
-// look: equal delays set one after another cost one comparison each.
+// The entry before which a new deadline goes: the first one that is later by a millisecond or more. The search goes from the end: no
+// entry is later by that much than one after it, so it stops at the first entry that is not later at all. Equal delays
+// set one after another cost one comparison each.
 list_head *place_for(const timeval &time) {
     list_head *place = &timeouts;
     uloop_timeout *t;

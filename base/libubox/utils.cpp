@@ -71,7 +71,7 @@ void *cbuf_alloc(unsigned int order) {
     const int fd = memfd_create("cbuf", MFD_CLOEXEC);
     if (fd < 0) return nullptr;
 
-    // The first mapping only finds a free range of twice the size; the two that are wanted replace it.
+    // The first mapping only reserves a free range of twice the size; the two real mappings replace it.
     void *range = MAP_FAILED;
     if (ftruncate(fd, static_cast<off_t>(size)) == 0)
         range = mmap(nullptr, 2 * size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

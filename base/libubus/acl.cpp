@@ -8,8 +8,8 @@
 
 namespace {
 
-// A rule names a user or a group; what one of the two does not name matches anything. Programs look rules up in the tree
-// by a caller's key, so this is part of the interface.
+// A rule names a user or a group; a part that is missing in one of the two keys matches anything. Programs look rules up in
+// the tree by a caller's key, so this is part of the interface.
 int compare_keys(const void *a, const void *b, void *) {
     const auto *x = static_cast<const ubus_acl_key *>(a), *y = static_cast<const ubus_acl_key *>(b);
     const char *const left[] = {x->object, x->user, x->group}, *const right[] = {y->object, y->user,
@@ -73,7 +73,7 @@ void on_sequence(ubus_context *ctx, ubus_event_handler *, const char *, blob_att
 
 avl_tree acl_objects = AVL_TREE_INIT(acl_objects, compare_keys, true, nullptr);
 
-// For programs that were compiled when this was no inline function.
+// For programs that were compiled when this was not yet an inline function.
 extern "C" __attribute__((visibility("default"))) bool
 exported_acl_matches(const acl_object *rule, const ubus_acl_key *key) __asm__("__ubus_acl_matches");
 bool exported_acl_matches(const acl_object *rule, const ubus_acl_key *key) {

@@ -1,4 +1,4 @@
-// auto_connect.cpp - a connection that comes back by itself.
+// auto_connect.cpp - a connection that is made again automatically.
 #include <cstdio>
 
 #include "internal.h"

@@ -14,7 +14,7 @@
 namespace ubus_client {
 namespace {
 
-constexpr int greeting_timeout_ms = 30000; // a broker greets at once; one that never does must not hang us
+constexpr int greeting_timeout_ms = 30000; // a broker greets at once; one that never does must not block us
 
 // A connected socket, or -1.
 int open_socket(const char *path) {
@@ -52,8 +52,8 @@ std::uint32_t read_greeting(int fd) {
     return id;
 }
 
-// Registers again what was registered before. What the broker refuses is dropped; if the connection goes
-// again, the rest keeps its old id, and with it its place for the next attempt.
+// Registers the objects again. Those that the broker refuses are dropped; if the connection is lost
+// again, the rest keep their old ids, and so their places in the order for the next attempt.
 void renew_objects(ubus_context *ctx) {
     LIST_HEAD(old);
     ubus_object *obj, *next;
@@ -74,7 +74,7 @@ void renew_objects(ubus_context *ctx) {
     }
 }
 
-// Closes the socket and drops all that came in by it.
+// Closes the socket and drops everything received from it.
 void close_socket(ubus_context *ctx) {
     if (ctx->sock.fd >= 0) {
         uloop_fd_delete(&ctx->sock);

@@ -1,4 +1,4 @@
-// event.cpp - events: named messages to all who listen.
+// event.cpp - events: named messages to all listeners.
 #include "internal.h"
 
 using ubus_client::is_registered;

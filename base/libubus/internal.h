@@ -1,4 +1,4 @@
-// internal.h - what the parts of the library know of each other.
+// internal.h - types and functions that the parts of the library share.
 #ifndef UBUS_INTERNAL_H
 #define UBUS_INTERNAL_H
 
@@ -19,7 +19,7 @@ struct message {
     int fd; // the receiver sets it to -1 when it takes it over
 };
 
-// A message that has to wait: `body` points behind the struct.
+// A message that has to wait: `body` points to the bytes after the struct.
 struct kept_message {
     list_head list;
     message msg;
@@ -41,12 +41,12 @@ blob_buf &out_buffer();
 // is null; the connection is lost if it broke within the message.
 bool send(ubus_context *ctx, ubus_msg_type type, std::uint16_t seq, std::uint32_t peer, const blob_attr *root,
           int fd = -1);
-// Reads and dispatches one message if there is one. `closed` also for a stream that makes no sense.
+// Reads and dispatches one message if there is one. `closed` also for a malformed stream.
 ubus_wire::progress read_one(ubus_context *ctx);
-// Delivers what came in during synchronous calls, if none is running.
+// Delivers the messages that arrived during synchronous calls, if no such call is running.
 void deliver_pending(ubus_context *ctx);
-// While it lives, what others send to our objects waits: their handlers may remove and free any object, also the
-// one that is being worked on.
+// While it lives, messages to our objects wait: their handlers may remove and free any object, also the
+// one that is in use.
 class handlers_wait {
 public:
     explicit handlers_wait(ubus_context *ctx) : ctx_(ctx) { ++ctx->stack_depth; }
@@ -59,7 +59,7 @@ public:
 private:
     ubus_context *ctx_;
 };
-// Closes the socket and tells everybody who waits. From then on ctx->sock.fd is -1.
+// Closes the socket and ends all requests that wait. From then on ctx->sock.fd is -1.
 void lose_connection(ubus_context *ctx);
 // The connection_lost of a context whose program sets none of its own.
 void end_loop(ubus_context *ctx);

@@ -15,7 +15,7 @@ namespace {
 using ubus_wire::inbox;
 using ubus_wire::progress;
 
-// The receive buffer hangs in ctx->msgbuf.data, as the root within an inbox.
+// ctx->msgbuf.data points to the root within the inbox, which is the receive buffer.
 inbox *inbox_of(ubus_context *ctx) {
     return ctx->msgbuf.data ? container_of(ctx->msgbuf.data, inbox, body) : nullptr;
 }
@@ -42,7 +42,7 @@ void dispatch(ubus_context *ctx, message &msg) {
         if (ctx->monitor_cb) ctx->monitor_cb(ctx, msg.seq, msg.body);
         break;
 
-    default: break; // nothing that a client is asked
+    default: break; // not a message for a client
     }
 }
 
@@ -97,7 +97,7 @@ bool send(ubus_context *ctx, ubus_msg_type type, std::uint16_t seq, std::uint32_
         }
     }
     if (fd >= 0) close(fd);
-    // The other side would take the next message for the rest of this one.
+    // Otherwise the other side would take the next message for the rest of this one.
     if (!good && sent > 0) lose_connection(ctx);
     return good;
 }
@@ -155,8 +155,8 @@ void on_socket(uloop_fd *sock, unsigned) {
 void end_loop(ubus_context *) { uloop_end(); }
 
 void lose_connection(ubus_context *ctx) {
-    // A program that idles in the loop survives the loss of the bus: the loop has let the socket go before we
-    // see it. One that is in the middle of something ends.
+    // A program that only waits in the loop survives the loss of the bus: the loop has removed the socket before we
+    // get here. One that is in the middle of a call ends.
     if (ctx->sock.fd < 0) return;
     const bool in_loop = ctx->sock.registered;
     uloop_fd_delete(&ctx->sock);

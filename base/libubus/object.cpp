@@ -177,7 +177,7 @@ int ubus_remove_object(ubus_context *ctx, ubus_object *obj) {
     builder b(out_buffer());
     b.u32(UBUS_ATTR_OBJID, obj->id);
     const int status = ask(ctx, UBUS_MSG_REMOVE_OBJECT, b.root(), on_removed, obj);
-    const bool lost = ctx->sock.fd < 0; // then the broker has no more of it than we
+    const bool lost = ctx->sock.fd < 0; // then the broker does not have the object either
     if (status && !lost) return status;
     if (is_registered(ctx, obj)) avl_delete(&ctx->objects, &obj->avl);
     if (lost && obj->type) obj->type->id = 0;

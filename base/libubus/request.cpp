@@ -11,8 +11,8 @@
 namespace ubus_client {
 namespace {
 
-// A request whose answer is being delivered. The request may end or be aborted by then, and its memory be the
-// program's again: then `req` is null.
+// A request whose answer is being delivered. A callback may end or abort the request, and the program may then free it:
+// `req` is null after that.
 struct delivery {
     ubus_request *req;
     delivery *outer;
@@ -65,7 +65,7 @@ void deliver_status(ubus_request *req, message &msg) {
     g_deliveries = &current;
     if (req->notify) {
         ended = notify_status(req, msg, attrs, status);
-        status = UBUS_STATUS_OK; // whatever the subscribers think of it
+        status = UBUS_STATUS_OK; // whatever the subscribers answered
     } else if (msg.fd >= 0 && req->fd_cb) {
         const int fd = msg.fd;
         msg.fd = -1;

@@ -53,7 +53,7 @@ void subscribe_to_existing(ubus_context *ctx, ubus_subscriber *s) {
     blob_buf_free(&chosen.ids);
 }
 
-// One event handler per context tells of new objects.
+// One event handler per context receives the events about new objects.
 int watch_new_objects(ubus_context *ctx) {
     ubus_event_handler *ev = &ctx->auto_subscribe_event_handler;
     ev->cb = on_object_added;
@@ -98,7 +98,7 @@ int ubus_register_subscriber(ubus_context *ctx, ubus_subscriber *s) {
     return UBUS_STATUS_OK;
 }
 
-// For programs that were compiled when this was no inline function.
+// For programs that were compiled when this was not yet an inline function.
 extern "C" __attribute__((visibility("default"))) int
 exported_unregister_subscriber(ubus_context *ctx, ubus_subscriber *s) __asm__("ubus_unregister_subscriber");
 int exported_unregister_subscriber(ubus_context *ctx, ubus_subscriber *s) {

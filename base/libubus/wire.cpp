@@ -30,10 +30,10 @@ union fd_control {
     cmsghdr align;
 };
 
-// Blocks that no frame is using. One that a large message needed is kept for the next, and goes when that does not come: to get
-// such a block costs more than the message.
+// Blocks that no frame uses. A block for a large message is kept for the next large one, since allocating it costs more than the
+// message; it is freed if none comes.
 inbox *g_small, *g_large;
-unsigned g_large_unneeded; // messages since one has needed it
+unsigned g_large_unneeded; // messages since the last that needed it
 
 bool is_large(const inbox &in) { return in.room > UBUS_MSG_CHUNK_SIZE; }
 
@@ -53,7 +53,7 @@ void move(inbox *&in, inbox *to) {
     in = to;
 }
 
-// Goes on in the block that is put aside, if it is large enough for the frame.
+// Continues in the spare block, if it is large enough for the frame.
 bool move_to_large(inbox *&in, std::size_t padded) {
     if (!g_large || g_large->room < padded) return false;
     move(in, std::exchange(g_large, nullptr));
@@ -116,7 +116,7 @@ progress fill(inbox &in, int sock, std::size_t end, bool look_ahead = false) {
             if (in.received == 0)
                 in.fd = fd;
             else if (in.n_ahead > 0)
-                in.ahead_fd = fd; // the system ends a reading behind the bytes that a descriptor came with
+                in.ahead_fd = fd; // the system ends a read after the bytes that came with a descriptor
             else
                 close(fd); // descriptors belong to the first byte
         }

@@ -2,8 +2,8 @@
 //
 // Frame:  struct ubus_msghdr, then the root blob: at least its header of 4 bytes, at most UBUS_MSG_LIMIT
 // padded.
-//         The broker's copy of a frame is told from garbage by its length only; attributes are checked by
-//         parsing.
+//         Of a received frame only the length is checked here; attributes are checked by
+//         parse().
 // Errors: nothing here logs; errno is that of the failed call.
 #ifndef UBUS_WIRE_H
 #define UBUS_WIRE_H
@@ -21,13 +21,13 @@ inline constexpr const char *default_socket = "/var/run/ubus/ubus.sock";
 inline constexpr std::size_t header_size = sizeof(ubus_msghdr) + sizeof(blob_attr);
 
 // One frame under construction: what has been received so far. Allocated as one block, so that header and
-// root lie behind each other as they do on the wire.
+// root are adjacent as they are on the wire.
 struct inbox {
     std::size_t room;     // bytes for the root
     std::size_t received; // bytes of the frame so far
     int fd;               // descriptor that came with the first byte, or -1
 
-    // The beginning of the next frame, when it came along: never a whole one, so that the rest of it is still to be read.
+    // The beginning of the next frame, if it was read along: never a complete one, so that some of it is still to be read.
     char ahead[header_size - 1];
     std::size_t n_ahead; // bytes of it
     int ahead_fd;        // descriptor that came with its first byte, or -1
@@ -44,23 +44,22 @@ enum class progress {
     no_memory,
 };
 
-// Reads what `sock` has of the current frame without waiting; never beyond its end, but with `look_ahead` the beginning of the
-// next one, too. `in` may be null: it is allocated and grows as data arrives, not as the sender announces it. After `message` the
+// Reads what `sock` has of the current frame without waiting; not beyond its end, except with `look_ahead`, which also reads the
+// beginning of the next one. `in` may be null: it is allocated and grows as data arrives, not by the announced length. After `message` the
 // root's pad bytes are zero.
 progress inbox_read(inbox *&in, int sock, bool look_ahead = false);
 
-// Goes on to the next frame, of which something may be there already, and closes the descriptor of this one if nobody took it.
-// A block that only a large frame needed is put aside for
-// the next large one of whatever socket; it is freed when 64 messages come without one.
+// Begins the next frame, of which some bytes may be there already, and closes the descriptor of this one if it was not taken.
+// A block for a large frame is kept for the next large one of any socket; it is freed after 64 messages that do not need it.
 void inbox_next(inbox *&in);
 
-// For who has many sockets: puts the block aside unless it holds the beginning of a frame, so that a socket that rests needs none.
+// For programs with many sockets: gives the block back unless it holds the beginning of a frame, so that an idle socket has none.
 void inbox_rest(inbox *&in);
 
-// Frees what was put aside.
+// Frees the spare blocks.
 void inbox_forget_spare();
 
-// How many messages that do not need it a block stays for.
+// For how many messages that do not need it a large block is kept.
 inline constexpr unsigned large_kept_for = 64;
 
 void inbox_free(inbox *&in);
@@ -74,7 +73,7 @@ bool fits(const blob_attr *body);
 // Sends bytes [sent, size of the frame) of a message without waiting, and `fd` with the first one (-1 = none;
 // it stays the caller's). Returns how many were sent, or -1 (errno EAGAIN: the socket is full).
 ssize_t send_some(int sock, const ubus_msghdr &hdr, const blob_attr *body, std::size_t sent, int fd);
-// The same for bytes that lie behind one another; `fd` goes with the first of them.
+// The same for contiguous bytes; `fd` goes with the first of them.
 ssize_t send_bytes(int sock, const void *data, std::size_t size, int fd);
 
 inline std::size_t frame_size(const blob_attr *body) { return sizeof(ubus_msghdr) + blob_raw_len(body); }
@@ -86,8 +85,8 @@ void parse(const blob_attr *body, blob_attr *(&found)[UBUS_ATTR_MAX]);
 // Header for a message that we make; arguments in host order.
 ubus_msghdr make_header(ubus_msg_type type, std::uint16_t seq, std::uint32_t peer);
 
-// Makes the root of a message in a buffer that is used over and over: it is good until the next builder of
-// the same buffer. What could not be added shows in root() only. A buffer that only a large message needed is freed by the next
+// Builds the root of a message in a buffer that is used again and again: it is valid until the next builder of
+// the same buffer. A failed addition shows only in root(). A buffer that a large message needed is freed by the next
 // builder.
 class builder {
 public:

@@ -22,7 +22,7 @@ constexpr std::array<const char *, UCI_ERR_LAST> error_texts = {
     "I/O error", "Parse error",   "Duplicate entry",  "Unknown error",
 };
 
-// A context with the only backend there is; one block, since their lives are one.
+// A context with the only backend; one block, since they live equally long.
 struct context_block {
     uci_context ctx;
     uci_backend file;

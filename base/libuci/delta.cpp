@@ -35,7 +35,7 @@ bool takes(uci_command cmd, const uci_ptr &place) {
     return false;
 }
 
-// A line that is no change of this package is nothing: other tools may have left notes in the file.
+// A line that is not a change of this package is ignored: other tools may have written into the file.
 std::optional<delta_line> parse_delta(char *text, const char *package) {
     delta_line line{UCI_CMD_CHANGE, {}};
     for (int i = 0; i < __UCI_CMD_MAX; ++i) {
@@ -59,7 +59,7 @@ template <class Use> int for_each_delta(FILE *file, const char *package, Use use
         int rc = in.next_line(file);
         if (rc == UCI_ERR_NOTFOUND) return UCI_OK;
         if (rc == UCI_OK) rc = in.word(file, &word);
-        if (rc == UCI_ERR_PARSE) return UCI_OK; // the open quote has swallowed the rest
+        if (rc == UCI_ERR_PARSE) return UCI_OK; // the open quote includes the rest of the file
         if (rc) return rc;
         in.skip_space();
         if (!in.at_end() || in.cut()) continue;
@@ -133,7 +133,7 @@ int apply_deltas(uci_context *ctx, uci_package *p, FILE **savedir_file, int *app
         if (!path) return UCI_ERR_MEM;
         file_ptr file;
         int rc = open_locked(path.get(), hand_over ? lock::exclusive : lock::shared, &file);
-        // Whoever may read the package but not the changes of others, sees it without them.
+        // A user who may read the package but not others' changes sees it without them.
         if (rc == UCI_ERR_NOTFOUND || (rc == UCI_ERR_IO && !savedir_file)) continue;
         if (rc == UCI_OK) rc = apply_file(ctx, p, file.get(), applied);
         if (rc) return rc;
@@ -157,7 +157,7 @@ int save_deltas(uci_context *ctx, uci_package *p) {
     const off_t end = lseek(fd, 0, SEEK_END);
     if (end < 0) return UCI_ERR_IO;
     if (!write_at(fd, text.get(), length, end)) {
-        // Half a change would be worse than none; where not even this works, the error is the same.
+        // Half a change would be worse than none. If cutting the file fails, too, the error is the same.
         [[maybe_unused]] const int cut = ftruncate(fd, end);
         return UCI_ERR_IO;
     }
@@ -197,7 +197,7 @@ int drop_deltas(uci_context *ctx, const char *package, const char *section, cons
     if (!any) return UCI_OK;
     if (!text) return UCI_ERR_MEM;
     const int fd = fileno(file.get());
-    // What is kept is never longer than what was there, so a full disk cannot lose it.
+    // The new content is never longer than the old one, so a full disk cannot lose it.
     return write_at(fd, text.get(), length, 0) && ftruncate(fd, static_cast<off_t>(length)) == 0 ? UCI_OK
                                                                                                  : UCI_ERR_IO;
 }

@@ -32,7 +32,7 @@ uci_option *find_option(uci_section *s, const char *name) {
 
 const char *option_name(const uci_ptr *ptr) { return ptr->o ? ptr->o->e.name : ptr->option; }
 
-// The place follows an option to the object that has taken its place, and lets go of the name of the old one.
+// Points ptr to the object that has replaced an option; the old object's name must not be used any more.
 int follow(uci_ptr *ptr, int rc, uci_option *o) {
     if (rc != UCI_OK) return rc;
     ptr->o = o;
@@ -177,7 +177,7 @@ int move_section(uci_section *s, int pos, bool record) {
 int reorder(uci_ptr *ptr, bool record) {
     int pos = 0;
     if (!ptr->value || !ptr->s) return UCI_ERR_INVAL;
-    (void)parse_number(ptr->value, &pos); // what is no number means the first place
+    (void)parse_number(ptr->value, &pos); // a text that is not a number means the first place
     return move_section(ptr->s, pos, record);
 }
 
@@ -210,7 +210,7 @@ int restore_section(uci_ptr *ptr, bool record) {
     return UCI_OK;
 }
 
-// What every call that takes a ptr does around the change itself.
+// The common frame of all calls that take a ptr.
 int edit(uci_context *ctx, uci_ptr *ptr, uci_command cmd) {
     if (!ctx) return UCI_ERR_INVAL;
     if (!ptr) return result(ctx, UCI_ERR_INVAL);

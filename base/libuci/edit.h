@@ -1,15 +1,15 @@
 // edit.h - changes to a loaded package, recorded in p->delta when record is true.
 //
-// Each returns UCI_OK, or UCI_ERR_MEM with nothing changed, or what uci.h says for uci_set and its kin. What
-// changes nothing is UCI_OK and is not recorded. An option may be replaced by another object: a pointer to it is
-// good until its next change.
+// Each returns UCI_OK, or UCI_ERR_MEM with nothing changed, or the error that uci.h states for uci_set and the like. A
+// change without effect is UCI_OK and is not recorded. An option may be replaced by another object: a pointer to it is
+// valid until its next change.
 #pragma once
 
 #include <uci.h>
 
 namespace uci {
 
-// The change that cmd stands for. ptr has been looked up; its s and o follow what happens to their objects.
+// The change that cmd stands for. ptr has been looked up; its s and o are kept up to date.
 int change(uci_ptr *ptr, uci_command cmd, bool record);
 
 // Single changes, for the reader of files. Names and types have been checked.

@@ -44,8 +44,8 @@ int locate(uci_context *ctx, const char *name, location *at) {
     return at->path ? UCI_OK : UCI_ERR_MEM;
 }
 
-// Reads a package from its open file, which stays locked meanwhile: a commit between the reading of the
-// package and that of its deltas would else be seen by half.
+// Reads a package from its open file, which stays locked meanwhile: otherwise a commit between reading the package and
+// reading its deltas would be seen in part.
 int read_package(uci_context *ctx, const location &at, FILE *file, FILE **savedir_file, int *applied,
                  package_ptr *package) {
     package_ptr p(new_package(ctx, at.name, at.path.get()));
@@ -99,7 +99,7 @@ private:
     bool made_ = false;
 };
 
-// Replaces the file that path leads to by one made beside it: nobody ever reads a half-written package.
+// Replaces the file that path leads to by a new one made beside it, so that no reader sees a half-written package.
 int write_package_file(uci_context *ctx, uci_package *p, const char *path) {
     struct stat old;
     const bool exists = stat(path, &old) == 0;
@@ -232,7 +232,7 @@ int list_packages(uci_context *ctx, char ***list) {
     }
     if (count == 0) return UCI_ERR_NOTFOUND;
 
-    // The names stand behind the array, so that one free() is enough.
+    // The names follow the array in one block, so that one free() is enough.
     auto *block = static_cast<char **>(std::malloc((count + 1) * sizeof(char *) + bytes));
     if (!block) return UCI_ERR_MEM;
     char **entry = block;

@@ -5,7 +5,7 @@
 
 namespace uci {
 
-// The backend's operations; uci.h tells what they do.
+// The backend's operations; see uci.h.
 int list_packages(uci_context *ctx, char ***list);
 int load_package(uci_context *ctx, const char *name, uci_package **package);
 int commit_package(uci_context *ctx, uci_package **package, bool overwrite);

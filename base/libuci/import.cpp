@@ -40,7 +40,7 @@ private:
     struct command {
         const char *word;
         const char *letter;
-        const char *without_name; // what is wrong if the file ends behind the word
+        const char *without_name; // the error if the file ends after the word
         handler run;
     };
     static const command commands[];

@@ -9,7 +9,7 @@
 namespace uci {
 namespace {
 
-// Opens path with the lock, and again if a commit has put another file there while we waited for it.
+// Opens path with the lock, and opens it again if a commit has replaced the file while we waited.
 int open_with_lock(const char *path, int flags, mode_t mode, lock kind, file_ptr *file) {
     for (;;) {
         const int fd = open(path, flags | O_CLOEXEC | O_NONBLOCK, mode);

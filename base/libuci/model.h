@@ -1,8 +1,8 @@
 // model.h - packages, sections, options and recorded changes as objects in memory.
 //
 // An object belongs to the list that it is linked in: the makers link it there, the free_ functions unlink
-// nothing and take everything below along. Names and values lie in the object's own block where they do not
-// change, so that an option costs one allocation. A maker returns null when out of memory and has then changed
+// nothing and take everything below along. Names and values that do not change are stored in the object's own
+// block, so that an option costs one allocation. A maker returns null when out of memory and has then changed
 // nothing.
 #pragma once
 
@@ -60,7 +60,7 @@ inline void list_move_all(uci_list &to, uci_list &from) {
 // First element of that name, or null.
 uci_element *find(uci_list &list, const char *name);
 
-// An element that is nothing but its name: a list item, a folder of the delta path.
+// An element with only a name: a list item, or a folder of the delta path.
 uci_element *new_element(uci_list &list, uci_type type, const char *name);
 void free_elements(uci_list &list); // of that plain kind: unlinks and frees all
 

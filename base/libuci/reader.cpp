@@ -110,7 +110,7 @@ int reader::word(FILE *file, std::size_t *word) {
         case '\\': rc = escape(file); break;
         case '#': cut_here(); break;
         case ';':
-            // Behind a word without quotes its own end takes the place of the semicolon: the line ends there.
+            // After a word without quotes its terminator replaces the semicolon: the line ends there.
             if (out_ == pos_) cut_here();
             more = false;
             break;

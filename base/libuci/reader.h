@@ -1,7 +1,7 @@
 // reader.h - the words of configuration files, delta files and batch input.
 //
 // A line is logical: quotes and continuations take in as many lines of the file as they need. Words are
-// unquoted in place, so a word is an offset into the line; text() is good until the next word is read.
+// unquoted in place, so a word is an offset into the line; text() is valid until the next word is read.
 #pragma once
 
 #include <uci.h>
@@ -12,9 +12,9 @@ namespace uci {
 
 class reader {
 public:
-    // What ";" does where a word could start.
+    // The meaning of ";" where a word could start.
     enum class semicolon {
-        empty_word, // it is an empty word, and the line goes on behind it: it separates commands
+        empty_word, // it is an empty word, and the line continues after it: it separates commands
         ends_line
     };
 
@@ -31,7 +31,7 @@ public:
     // UCI_ERR_IO, UCI_ERR_MEM.
     int word(FILE *file, std::size_t *word);
 
-    // Takes the characters up to a blank as they are, quotes and all; the blank goes, too. Not at the end.
+    // Takes the characters up to a blank unchanged, including quotes, and skips the blank. Not at the end.
     std::size_t plain_word();
 
     void skip_space();

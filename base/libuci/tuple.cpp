@@ -59,7 +59,7 @@ void find_option(uci_ptr *ptr) {
     if (uci_element *e = find(ptr->s->options, ptr->option)) ptr->o = uci_to_option(e);
 }
 
-// Says in the flags and in last how far the look-up came.
+// Sets flags and last to show how far the look-up came.
 void conclude(uci_ptr *ptr) {
     ptr->last = ptr->o ? &ptr->o->e : ptr->s ? &ptr->s->e : &ptr->p->e;
     const bool complete = ptr->target == ptr->last->type;

@@ -1,4 +1,4 @@
-// call.cpp - what is sent once: method calls and events.
+// call.cpp - single messages: method calls and events.
 #include <cstdio>
 #include <cstdlib>
 
@@ -36,7 +36,7 @@ int invoke(ubus_context *ctx, const options &opt, std::uint32_t id, arguments ar
                        seconds * 1000);
 }
 
-// A log gets the whole command line, and the exit status its negative; a person gets the reason only.
+// In a log the message has the whole command line, and the exit status is negative; a person gets the reason only.
 int report(int status, arguments args) {
     std::fputs("Command failed: ubus call", stderr);
     for (const char *arg : args) std::fprintf(stderr, " %s", arg);
@@ -50,7 +50,7 @@ int call(ubus_context *ctx, const options &opt, arguments args) {
     if (args.size() < 2 || args.size() > 3) return bad_usage;
     std::uint32_t id = 0;
     if (const int status = ubus_lookup_id(ctx, args[0], &id)) return status;
-    if (id == 0) return UBUS_STATUS_NOT_FOUND; // it is there, but not for us
+    if (id == 0) return UBUS_STATUS_NOT_FOUND; // it exists, but this user may not see it
 
     const int status = invoke(ctx, opt, id, args);
     return status && !opt.simple && !isatty(STDERR_FILENO) ? report(status, args) : status;

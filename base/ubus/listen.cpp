@@ -1,4 +1,4 @@
-// listen.cpp - what keeps coming: events and notifications.
+// listen.cpp - printing events and notifications until the end.
 #include <cstdio>
 #include <cstdlib>
 

@@ -1,4 +1,4 @@
-// ubus - the bus, for people and scripts.
+// ubus - using the bus from the command line.
 #include <algorithm>
 #include <climits>
 #include <cstdio>
@@ -46,7 +46,7 @@ int usage(const char *program) {
     return 1;
 }
 
-// At most what can be counted in milliseconds; negative = none given.
+// Limited so that the milliseconds fit; negative = none given.
 int seconds(const char *text) {
     return static_cast<int>(std::clamp<long>(std::strtol(text, nullptr, 10), -1, INT_MAX / 1000));
 }

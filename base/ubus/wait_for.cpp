@@ -6,10 +6,10 @@ namespace {
 ubus_event_handler g_handler;
 arguments g_wanted;
 
-// Only whether there is one counts. A library may call without looking whether there is a callback.
+// Only the result of the look-up counts. Some libraries call the callback without checking that there is one.
 void ignore(ubus_context *, ubus_object_data *, void *) {}
 
-// What shows nothing to this user is there all the same.
+// An object that shows nothing to this user exists all the same.
 bool all_there(ubus_context *ctx) {
     for (const char *path : g_wanted)
         if (ubus_lookup(ctx, path, ignore, nullptr)) return false;

@@ -1,4 +1,4 @@
-// access.h - what a client that is not root may do: what the rule files grant, nothing else.
+// access.h - what a client that is not root may do: only what the rule files grant.
 #ifndef UBUSD_ACCESS_H
 #define UBUSD_ACCESS_H
 

@@ -96,7 +96,7 @@ int acl_query(request &req) {
 }
 
 void acl_load(broker &bus) {
-    // Open before the listing, which needs a descriptor of its own and gives it back: so there is one for the files.
+    // Opened before the listing. The listing needs another descriptor and closes it, so one is left for the files.
     const int dir = open(bus.rule_dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dir < 0) return;
     dirent **files = nullptr;

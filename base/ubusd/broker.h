@@ -1,4 +1,4 @@
-// broker.h - the whole of it: made empty, and freed.
+// broker.h - making an empty broker, and freeing it.
 #ifndef UBUSD_BROKER_H
 #define UBUSD_BROKER_H
 

@@ -3,9 +3,9 @@
 // A client is a connection; it owns objects. An object has an id, possibly a path and then usually a type:
 // the methods that it publishes. Subscriptions link an object of one client to an object of another.
 //
-// Memory: records are made, linked, unlinked and freed by the file that defines them; clients and objects, which everybody
-//         looks at, by connection.cpp and registry.cpp. A client dies only in a callback of its own socket, never
-//         while somebody sends to it.
+// Memory: records are made, linked, unlinked and freed by the file that defines them; clients and objects, which all files
+//         use, by connection.cpp and registry.cpp. A client is freed only in a callback of its own socket, never
+//         while something is sent to it.
 // Thread: event loop only.
 #ifndef UBUSD_BUS_H
 #define UBUSD_BUS_H
@@ -22,10 +22,10 @@
 
 namespace ubusd {
 
-// Where outgoing messages are built. Large messages mostly come one behind the other, so what one has needed stays for a while.
+// Where outgoing messages are built. Large messages mostly come in a row, so a large buffer is kept for a while.
 struct out_buffer {
     blob_buf buf;
-    unsigned unneeded; // messages since one has needed it
+    unsigned unneeded; // messages since the last that needed it
 };
 
 struct builder : ubus_wire::builder {

@@ -1,4 +1,4 @@
-// client.h - one connection: who is at the other end, what comes from it, what waits to be sent to it.
+// client.h - one connection: its peer, its receive buffer, and the messages that wait to be sent.
 #ifndef UBUSD_CLIENT_H
 #define UBUSD_CLIENT_H
 
@@ -36,7 +36,7 @@ struct client {
     list_head objects; // newest first
     std::size_t n_objects, n_patterns, n_subscriptions;
     std::size_t type_bytes; // of the types of its objects, each counted once; not counted for root
-    bool deaf;              // it sends no more; it gets what waits for it, then it goes
+    bool deaf;              // it sends no more; it is freed once it has received what waits for it
     bool dead;              // being freed
 };
 
@@ -51,7 +51,7 @@ client *client_find(const broker &bus, std::uint32_t id);
 bool is_root(const client &c);
 // May a client that has `count` records of a kind have one more?
 bool may_have_another(const client &c, std::size_t count);
-// It sends, and not more than the broker takes for now.
+// It still sends, and the broker accepts more from it now.
 bool may_send(const client &c);
 // Watches the socket for what the client waits for now.
 void client_watch(client &c);

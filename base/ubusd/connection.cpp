@@ -42,7 +42,7 @@ bool read_credentials(int fd, credentials &who) {
     who.user = strdup(user->pw_name);
     who.group = strdup(group->gr_name);
 
-    len = 0; // the kernel answers how much there is
+    len = 0; // the kernel answers with the size
     if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, nullptr, &len) && errno == ERANGE) {
         who.groups = static_cast<gid_t *>(std::malloc(len));
         if (who.groups && getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, who.groups, &len) == 0)
@@ -66,7 +66,7 @@ progress read_request(client &c) {
 
 bool has_all(const client &c) { return list_empty(&c.queue) && list_empty(&c.lookups); }
 
-// The client sends no more, so nobody can use its objects. It may still be reading what is meant for it.
+// The client sends no more, so its objects are of no use. It may still be reading.
 void hang_up(client *c) {
     if (c->sock.error || has_all(*c)) return client_free(c);
     object_remove_all(*c);
@@ -75,7 +75,7 @@ void hang_up(client *c) {
     client_watch(*c);
 }
 
-// So many messages per turn, of those that came together: a client that sends without end does not keep the others waiting.
+// At most so many messages per turn, so that a client that sends without end does not keep the others waiting.
 constexpr int messages_per_turn = 16;
 
 void on_socket(uloop_fd *sock, unsigned events) {

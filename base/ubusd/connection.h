@@ -1,4 +1,4 @@
-// connection.h - clients that come and go.
+// connection.h - accepting clients and freeing them.
 #ifndef UBUSD_CONNECTION_H
 #define UBUSD_CONNECTION_H
 

@@ -1,4 +1,4 @@
-// dispatch.h - which part of the broker takes which message.
+// dispatch.h - passing each message to its handler.
 #ifndef UBUSD_DISPATCH_H
 #define UBUSD_DISPATCH_H
 

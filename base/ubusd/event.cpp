@@ -36,7 +36,7 @@ void broadcast(broker &bus, const client *sender, const char *id, const void *da
     }
 }
 
-// True if the event, with the headers that it gets on the way, is a message.
+// True if the event, with the headers that are added, is not too large for a message.
 bool is_sendable(broker &bus, const char *id, const void *data, std::size_t len) {
     builder b(bus.out);
     return b.u32(UBUS_ATTR_OBJID, 0).text(UBUS_ATTR_METHOD, id).bytes(UBUS_ATTR_DATA, data, len).root() !=

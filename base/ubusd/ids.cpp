@@ -18,8 +18,8 @@ int compare(const void *a, const void *b, void *) {
 std::uint32_t random_number() {
     std::uint32_t number;
     if (getrandom(&number, sizeof number, GRND_NONBLOCK) == sizeof number) return number;
-    // Early in the boot there is no randomness to be had, and the bus must not wait for it. Ids have to be
-    // different from each other, not secret.
+    // Early in the boot there is no randomness, and the bus must not wait for it. Ids must differ from each
+    // other; they need not be secret.
     static std::uint32_t state = static_cast<std::uint32_t>(std::time(nullptr)) | 1;
     state ^= state << 13;
     state ^= state >> 17;

@@ -46,7 +46,7 @@ int call_system_object(const system_object &o, request &req) {
     return o.unknown_method;
 }
 
-// What the receiver gets: who calls is told by the broker, not by the caller.
+// The message for the receiver. The broker states the caller, not the caller itself.
 const blob_attr *make_call(const request &req, std::uint32_t receiver, bool no_reply) {
     builder b(req.bus.out);
     if (no_reply) b.u8(UBUS_ATTR_NO_REPLY, true);

@@ -11,9 +11,9 @@ int handle_invoke(request &req);
 // A STATUS or DATA message: the answer of a callee, to be passed on to the caller.
 int handle_answer(request &req);
 
-// True for a notification that nobody is to answer.
+// True for a notification that needs no answer.
 bool wants_no_reply(const request &req);
-// What a call or notification becomes on the way is longer than what was sent. True if it still is a message.
+// A forwarded call or notification is longer than the received one. True if it is still not too large for a message.
 bool can_forward(const request &req);
 void forward_notification(const request &req, const object &subscriber);
 

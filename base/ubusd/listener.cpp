@@ -18,7 +18,7 @@ int open_spare() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
 
 constexpr int retry_ms = 100;
 
-// A client that stays in the queue would wake us up without end.
+// A client that stays in the listen queue would wake us again and again.
 void retry_later(listener &l) {
     uloop_fd_delete(&l.sock);
     uloop_timeout_set(&l.retry, retry_ms);
@@ -26,7 +26,7 @@ void retry_later(listener &l) {
 
 void on_retry(uloop_timeout *timer) { uloop_fd_add(&container_of(timer, listener, retry)->sock, ULOOP_READ); }
 
-// There is no descriptor for the client: it is told so by the end of its connection.
+// There is no descriptor left for the client: its connection is closed at once.
 void turn_away(listener &l) {
     if (l.spare >= 0) close(l.spare);
     const int fd = accept4(l.sock.fd, nullptr, nullptr, SOCK_CLOEXEC);

@@ -1,4 +1,4 @@
-// listener.h - the socket where clients come in.
+// listener.h - the socket that clients connect to.
 #ifndef UBUSD_LISTENER_H
 #define UBUSD_LISTENER_H
 
@@ -9,11 +9,11 @@ namespace ubusd {
 struct listener {
     uloop_fd sock;
     broker *bus;
-    int spare;           // an open descriptor, given up to turn a client away when there are no others left
-    uloop_timeout retry; // runs while the system lets no client in
+    int spare;           // an open descriptor, closed to refuse a client when there are no others left
+    uloop_timeout retry; // runs while accepting fails
 };
 
-// Listens at `path`, in place of whatever is there, for every user. 0 or -1 (errno).
+// Listens at `path`, replacing any file there, for every user. 0 or -1 (errno).
 int listener_open(listener &l, broker &bus, const char *path);
 void listener_close(listener &l);
 

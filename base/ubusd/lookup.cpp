@@ -11,14 +11,14 @@
 namespace ubusd {
 namespace {
 
-// Between two objects only the path of the last one is kept: objects come and go while a listing waits.
+// Between two objects only the path of the last one is kept, since objects are added and removed while a listing waits.
 struct lookup {
     list_head list;
     std::uint16_t seq;
     std::uint32_t peer;
     char *after;      // path of the last object sent; null = none yet
     bool exact;       // `prefix` is the whole path
-    bool may_be_none; // finding nothing is no error
+    bool may_be_none; // finding nothing is not an error
     bool found;
     std::size_t prefix_len;
     char prefix[];

@@ -22,8 +22,8 @@ ubusd::broker g_bus;
 void on_hangup(uloop_signal *) { ubusd::acl_load(g_bus); }
 void on_end(uloop_signal *) { uloop_end(); }
 
-// The loop's own handling of SIGINT and SIGTERM forgets those that come before it runs; these are kept for
-// it.
+// The loop's own handling of SIGINT and SIGTERM forgets signals that arrive before it runs; with this they are kept
+// for it.
 void watch_signals() {
     static uloop_signal signals[3];
     constexpr struct {

@@ -21,7 +21,7 @@ monitor *find(const client &c) {
     return nullptr;
 }
 
-// Sees what others are told, so the group counts too.
+// A monitor sees messages to others, so the group must be root's as well.
 bool may_monitor(const client &c) { return c.who.uid == 0 && c.who.gid == 0; }
 
 } // namespace

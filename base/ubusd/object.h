@@ -1,4 +1,4 @@
-// object.h - what clients have registered: objects and the types that they share.
+// object.h - the objects that clients have registered, and the types that objects share.
 #ifndef UBUSD_OBJECT_H
 #define UBUSD_OBJECT_H
 

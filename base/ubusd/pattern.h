@@ -1,4 +1,4 @@
-// pattern.h - names that may end in a '*', which then stands for any rest.
+// pattern.h - patterns: a '*' at the end matches any rest of a name.
 #ifndef UBUSD_PATTERN_H
 #define UBUSD_PATTERN_H
 

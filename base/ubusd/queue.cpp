@@ -12,12 +12,12 @@
 namespace ubusd {
 namespace {
 
-// What is left of a message.
+// The part of a message that is still to be sent.
 struct queued_message {
     list_head list;
     std::size_t size; // bytes
     std::size_t sent; // of them
-    bool begun;       // something of the message was sent
+    bool begun;       // a part of the message was sent
     int fd;           // -1 = none
     char data[];
 };
@@ -62,7 +62,7 @@ void drop_first(client &c) {
     std::free(m);
 }
 
-// What follows half a message would be taken for its rest. The client goes when its socket reports the end.
+// The next message would be taken for the rest of an incomplete one. The client is freed when its socket reports the end.
 void cut_off(client &c) {
     queue_clear(c);
     shutdown(c.sock.fd, SHUT_RDWR);
@@ -73,8 +73,8 @@ void cut_off(client &c) {
 void queue_send(client &to, const ubus_msghdr &hdr, const blob_attr *root, int fd) {
     const std::size_t size = ubus_wire::frame_size(root);
     if (list_empty(&to.queue)) {
-        // What fails for another reason than a full socket has nobody to go to: the end of the connection
-        // follows.
+        // If sending fails for another reason than a full socket, the peer is gone, and the socket reports that
+        // next.
         const ssize_t sent = ubus_wire::send_some(to.sock.fd, hdr, root, 0, fd);
         if (would_block(sent))
             append(to, hdr, root, 0, fd);

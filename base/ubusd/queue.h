@@ -1,4 +1,4 @@
-// queue.h - what a client's socket had no room for.
+// queue.h - messages that a client's socket had no room for.
 #ifndef UBUSD_QUEUE_H
 #define UBUSD_QUEUE_H
 
@@ -6,8 +6,8 @@
 
 namespace ubusd {
 
-// At most so many bytes wait for one client: what would exceed that is dropped, so that a client that does
-// not read costs the broker no more. A client for which nothing waits can be sent any message.
+// At most so many bytes wait for one client; a message that would exceed this is dropped, which limits the cost of a client
+// that does not read. If nothing waits for a client, a message of any size is sent.
 inline constexpr std::size_t queue_limit = UBUS_MSG_LIMIT;
 inline constexpr std::size_t queued_fds_limit = 16;
 

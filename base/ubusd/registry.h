@@ -1,4 +1,4 @@
-// registry.h - objects that are added and removed.
+// registry.h - adding and removing objects.
 #ifndef UBUSD_REGISTRY_H
 #define UBUSD_REGISTRY_H
 
@@ -9,7 +9,7 @@ namespace ubusd {
 
 int handle_add_object(request &req);
 int handle_remove_object(request &req);
-// Of a client that goes, newest first.
+// For a client that is being freed; newest first.
 void object_remove_all(client &c);
 
 } // namespace ubusd

@@ -13,7 +13,7 @@ struct request {
     std::uint16_t seq;
     std::uint32_t peer;
     const blob_attr *body;
-    int fd; // came with it; stays the receive buffer's
+    int fd; // received with it; owned by the receive buffer
     blob_attr *attrs[UBUS_ATTR_MAX];
 
     // Values of attributes that are there.
@@ -22,7 +22,7 @@ struct request {
     bool has(ubus_msg_attr id) const { return attrs[id] != nullptr; }
 };
 
-// A handler returns the status that ends the request, or this: somebody else answers it, or nobody does.
+// A handler returns the status that ends the request, or this if another client answers it, or nobody.
 inline constexpr int no_status = -1;
 using handler = int (*)(request &);
 

@@ -10,7 +10,7 @@
 namespace ubusd {
 namespace {
 
-// Whom the rules of a file are for.
+// The user or group that the rules of a file are for.
 struct subject {
     const char *user, *group;
     gid_t gid;

@@ -1,4 +1,4 @@
-// rule.h - one thing that a rule file grants.
+// rule.h - one right that a rule file grants.
 #ifndef UBUSD_RULE_H
 #define UBUSD_RULE_H
 
@@ -29,7 +29,7 @@ struct rule {
     blob_attr *acl;     // null except for `acl`
 };
 
-// Appends the rules of the text of one file. False if it makes no sense; parts that do not are left out.
+// Appends the rules of the text of one file. False if it cannot be parsed; malformed parts are left out.
 bool rules_parse(list_head &rules, const char *json);
 void rule_free(rule *r);
 

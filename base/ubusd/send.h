@@ -1,4 +1,4 @@
-// send.h - what the broker says to a client.
+// send.h - sending messages to a client.
 #ifndef UBUSD_SEND_H
 #define UBUSD_SEND_H
 

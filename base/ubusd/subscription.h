@@ -10,7 +10,7 @@ namespace ubusd {
 int handle_subscribe(request &req);
 int handle_unsubscribe(request &req);
 int handle_notify(request &req);
-// Ends what the object watches, then what watches it; all concerned are told.
+// Ends the object's subscriptions to others, then others' subscriptions to it, and informs all of them.
 void subscription_remove_all(object &o);
 
 } // namespace ubusd

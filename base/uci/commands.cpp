@@ -34,7 +34,7 @@ bool look_up(const invocation &in, uci_ptr *ptr) {
     return uci_lookup_ptr(in.ctx, ptr, in.argv[0], true) == UCI_OK;
 }
 
-// What a command does with each package it is about: that of its argument, or all.
+// Applied to each package that a command concerns: that of its argument, or all.
 using package_action = int (*)(const invocation &, uci_package *);
 
 int for_each_package(const invocation &in, package_action act) {
@@ -144,7 +144,7 @@ int revert(const invocation &in) {
     return 0;
 }
 
-// Deliberate: a failure is told by the library's error number, as scripts know it.
+// Deliberate: a failure is reported by the library's error number, which scripts rely on.
 int add(const invocation &in) {
     uci_package *p = nullptr;
     uci_section *s = nullptr;

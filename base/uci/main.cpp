@@ -112,7 +112,7 @@ bool run_line(uci_context *ctx, const cli::settings &set, batch_line &line) {
     return true;
 }
 
-// Deliberate: the status is 0 whatever the lines do, and a line that fails does not stop those behind it.
+// Deliberate: the status is always 0, and a line that fails does not stop those after it.
 int batch(uci_context *ctx, const cli::settings &set) {
     for (bool more = true; more && !std::feof(set.input) && !std::ferror(set.input);) {
         batch_line line;
@@ -159,7 +159,7 @@ bool parse_options(uci_context *ctx, cli::settings *set, int argc, char **argv) 
         case 'X': set->real_names = true; break;
         default: return false;
         }
-        // Going on with the usual folders would read and change the wrong configuration.
+        // Continuing with the default folders would read and change the wrong configuration.
         if (rc == UCI_ERR_MEM) stop(ctx, argv[0], "Out of memory");
     }
     return true;

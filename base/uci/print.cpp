@@ -20,7 +20,7 @@ void print_quoted(const char *text) {
     print("'");
 }
 
-// Only where the item would else fall apart in a shell.
+// Quotes only an item that a shell would otherwise split.
 void print_item(const char *text) {
     if (std::strpbrk(text, " \t\r\n"))
         print_quoted(text);

@@ -22,7 +22,7 @@ struct avl_node {
     struct avl_node *right;
     const void *key;
     signed char balance; // height of the right subtree minus height of the left one
-    bool leader;         // first of its equals; only leaders hang in the tree
+    bool leader;         // first of its equals; only leaders are linked in the tree
 };
 
 // The sign of k1 - k2. `ptr` is the tree's cmp_ptr.
@@ -54,7 +54,7 @@ void avl_init(struct avl_tree *tree, avl_tree_comp comp, bool allow_dups, void *
 // then unchanged, the node's links are not. Equal keys keep the order of their insertion.
 int avl_insert(struct avl_tree *tree, struct avl_node *node);
 
-// Takes out a node that is in the tree; its list pointers become NULL.
+// Removes a node that is in the tree; its list pointers become NULL.
 void avl_delete(struct avl_tree *tree, struct avl_node *node);
 
 // The node of that key (of equals, the first), or NULL.
@@ -76,7 +76,7 @@ static inline bool avl_is_last(struct avl_tree *tree, struct avl_node *node) {
 
 static inline bool avl_is_empty(struct avl_tree *tree) { return tree->count == 0; }
 
-// The struct around the node that was found, its node being `offset` bytes into it, or NULL.
+// The struct that contains the found node `offset` bytes from its start, or NULL.
 static inline void *__avl_find_element(const struct avl_tree *tree, const void *key, size_t offset,
                                        enum avl_find_mode mode) {
     struct avl_node *node = NULL;
@@ -150,7 +150,7 @@ BASE_DECLS_END
          element != __end_##element; element = ptr, ptr = avl_prev_element(ptr, node_member))
 
 // Empties the tree at once, then visits what was in it, in order. The body frees the element; it must neither call
-// avl_delete() nor leave the walk.
+// avl_delete() nor leave the loop.
 #define avl_remove_all_elements(tree, element, node_member, ptr) \
     for (element = avl_first_element(tree, element, node_member), ptr = avl_next_element(element, node_member), \
          INIT_LIST_HEAD(&(tree)->list_head), (tree)->root = NULL, (tree)->count = 0; \

@@ -1,10 +1,10 @@
 // blob.h - attributes: type-length-value records in one buffer, nested, the same bytes on every machine.
 //
 // An attribute is a big-endian header word and a payload, and starts at a multiple of 4 bytes from the start
-// of the outermost one; the gap behind it is zero:
+// of the outermost one; the gap after it is zero:
 //   bit 31      extended: the payload begins with a name (blobmsg.h)
 //   bits 30-24  id
-//   bits 23-0   length with these 4 bytes, without the gap
+//   bits 23-0   length, including these 4 bytes, without the gap
 // A container's payload is its children, each with its gap.
 #ifndef LIBUBOX_BLOB_H
 #define LIBUBOX_BLOB_H
@@ -64,7 +64,7 @@ struct blob_buf {
     void *buf;
 };
 
-// Reading. Nothing is checked here: the attribute is one that was checked, or that came from a checked walk.
+// Reading. Nothing is checked here: the attribute must have been checked, or come from a loop that checks.
 
 static inline void *blob_data(const struct blob_attr *attr) { return (void *)attr->data; }
 
@@ -86,12 +86,12 @@ static inline size_t blob_len(const struct blob_attr *attr) {
     return blob_raw_len(attr) - sizeof(struct blob_attr);
 }
 
-// Bytes of the attribute with its header and the gap behind it.
+// Bytes of the attribute with its header and the gap after it.
 static inline size_t blob_pad_len(const struct blob_attr *attr) {
     return (blob_raw_len(attr) + BLOB_ATTR_ALIGN - 1) & ~(size_t)(BLOB_ATTR_ALIGN - 1);
 }
 
-// Where a walk begins, and how many bytes it has: none for no attribute or a senseless length field.
+// Where a walk begins, and its number of bytes: 0 without an attribute or with an invalid length field.
 static inline struct blob_attr *__blob_walk_start(const struct blob_attr *attr) {
     return attr ? (struct blob_attr *)blob_data(attr) : NULL;
 }
@@ -139,9 +139,9 @@ static inline bool __blob_fits(const struct blob_attr *attr, ptrdiff_t rem) {
            (ptrdiff_t)blob_pad_len(attr) <= rem;
 }
 
-// Writing. Any append can move the buffer: pointers to attributes then go stale, nest cookies stay good.
+// Writing. Any append can move the buffer: pointers to attributes become invalid, nest cookies stay valid.
 
-// Starts a message: a head of that id without payload. What was in the buffer is gone, its memory is kept. 0
+// Starts a message: a head of that id without payload. The former content is lost, its memory is kept. 0
 // or -ENOMEM.
 int blob_buf_init(struct blob_buf *buf, int id);
 
@@ -161,12 +161,12 @@ struct blob_attr *blob_put(struct blob_buf *buf, int id, const void *ptr, unsign
 // Appends a finished attribute of len bytes as it is. NULL as above, or if ptr is NULL or len below 4.
 struct blob_attr *blob_put_raw(struct blob_buf *buf, const void *ptr, unsigned int len);
 
-// Opens a container: what is appended from now on is in it. Returns the cookie that blob_nest_end() takes, in
+// Opens a container: later appends go into it. Returns the cookie that blob_nest_end() takes, in
 // reverse order of opening, or NULL, and then the buffer is as before.
 void *blob_nest_start(struct blob_buf *buf, int id);
 void blob_nest_end(struct blob_buf *buf, void *cookie);
 
-// Zeroes the gap behind an attribute.
+// Zeroes the gap after an attribute.
 void blob_fill_pad(struct blob_attr *attr);
 
 // Sets the length field (header included) and leaves id and extended bit alone.
@@ -185,8 +185,8 @@ bool blob_check_type(const void *ptr, unsigned int len, int type);
 // equal ids the last one stays. Returns how many ids were found.
 int blob_parse(struct blob_attr *attr, struct blob_attr **data, const struct blob_attr_info *info, int max);
 
-// The same for bytes from outside, of which attr_len are readable. An attribute that does not lie within
-// them: 0, and data is untouched.
+// The same for bytes from outside, of which attr_len are readable. Returns 0 and leaves data unchanged if the
+// attribute is not within them.
 int blob_parse_untrusted(struct blob_attr *attr, size_t attr_len, struct blob_attr **data,
                          const struct blob_attr_info *info, int max);
 

@@ -63,7 +63,7 @@ static inline void blobmsg_clear_name(struct blob_attr *attr) {
 
 static inline int blobmsg_type(const struct blob_attr *attr) { return (int)blob_id(attr); }
 
-// The value: behind the name if there is one. NULL for NULL.
+// The value: after the name if there is one. NULL for NULL.
 static inline void *blobmsg_data(const struct blob_attr *attr) {
     if (!attr) return NULL;
     char *data = (char *)blob_data(attr);
@@ -71,8 +71,8 @@ static inline void *blobmsg_data(const struct blob_attr *attr) {
     return data;
 }
 
-// Bytes of the value; 0 for NULL. Wraps for an attribute that is shorter than its name, which no check lets
-// pass.
+// Bytes of the value; 0 for NULL. Wraps for an attribute that is shorter than its name, which every check
+// refuses.
 static inline size_t blobmsg_data_len(const struct blob_attr *attr) {
     if (!attr) return 0;
     return blob_len(attr) - (size_t)((char *)blobmsg_data(attr) - (char *)blob_data(attr));
@@ -82,30 +82,30 @@ static inline size_t blobmsg_len(const struct blob_attr *attr) { return blobmsg_
 
 // Checking what came from outside.
 
-// Is this, with len readable bytes, a sound attribute: header, name and the size of its value? `name`: it
-// must have a name. The members of a table or array are not looked at.
+// Is this, with len readable bytes, a well-formed attribute: header, name and the size of its value? `name`: it
+// must have a name. The members of a table or array are not checked.
 bool blobmsg_check_attr_len(const struct blob_attr *attr, bool name, size_t len);
 
 // The same for an attribute that is known to lie in readable memory.
 bool blobmsg_check_attr(const struct blob_attr *attr, bool name);
 
-// The number of members of a sound table or array of which each is sound and of that type (UNSPEC: any), else
-// -1. Members of members are not looked at.
+// The number of members of a well-formed table or array whose members are all well-formed and of that type (UNSPEC: any),
+// else -1. Members of members are not checked.
 int blobmsg_check_array_len(const struct blob_attr *attr, int type, size_t len);
 int blobmsg_check_array(const struct blob_attr *attr, int type);
 
-// The same as yes or no.
+// The same, as a bool.
 bool blobmsg_check_attr_list_len(const struct blob_attr *attr, int type, size_t len);
 bool blobmsg_check_attr_list(const struct blob_attr *attr, int type);
 
 // Finds the members that a policy names in the len bytes at data: tb[i] is the first one of that name and
 // type, or NULL. A member of another type counts as absent. 0, -EINVAL for no data, or -1 at the first
-// unsound member; tb is filled as far as that.
+// malformed member; tb is filled up to there.
 int blobmsg_parse(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb, void *data,
                   unsigned int len);
 
 // Fills tb[i] with the next element that has the type of the i-th policy entry; others are skipped. 0, or -1
-// at an unsound element of the wanted type.
+// at a malformed element of the wanted type.
 int blobmsg_parse_array(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb,
                         void *data, unsigned int len);
 
@@ -176,7 +176,7 @@ static inline int64_t blobmsg_cast_s64(struct blob_attr *attr) {
 
 // Writing. A name of NULL is the empty name; one of 64 KiB or more is refused.
 
-// Appends a member; neither type nor length is judged. 0, or -1 without memory or past 16 MiB. data must not
+// Appends a member; type and length are not checked. 0, or -1 without memory or past 16 MiB. data must not
 // lie in buf.
 int blobmsg_add_field(struct blob_buf *buf, int type, const char *name, const void *data, unsigned int len);
 
@@ -236,7 +236,7 @@ static inline int blobmsg_buf_init(struct blob_buf *buf) { return blob_buf_init(
 
 // A string that is written in place: reserves room for maxlen bytes and a NUL, and returns it, or NULL. It
 // belongs to the message only after blobmsg_add_string_buffer(), which takes it up to its NUL; anything else
-// that is appended before overwrites it.
+// that is appended before that overwrites it.
 void *blobmsg_alloc_string_buffer(struct blob_buf *buf, const char *name, unsigned int maxlen);
 
 // Room for maxlen bytes and a NUL from the start of that string. It can move, with what is written. NULL: as

@@ -24,15 +24,15 @@ bool blobmsg_add_json_element(struct blob_buf *b, const char *name, struct json_
 bool blobmsg_add_json_from_string(struct blob_buf *b, const char *str);
 bool blobmsg_add_json_from_file(struct blob_buf *b, const char *file);
 
-// Says how a value is written: a text that is inserted as it is, or NULL for the usual way. Called for each
+// Decides how a value is written: returns a text to insert unchanged, or NULL for the usual form. Called for each
 // value at every depth, after its name was written.
 typedef const char *(*blobmsg_json_format_t)(void *priv, struct blob_attr *attr);
 
-// The texts are for the caller to free. `indent`: negative for a single line without blanks, else the level
-// of tabs of the outermost brackets. An unsound member prints nothing between its commas.
+// The caller frees the texts. `indent`: negative for a single line without spaces, else the level
+// of tabs of the outermost brackets. A malformed member prints nothing between its commas.
 
-// `list`: the members of attr in brackets, whatever its type (what one wants for a message head). Otherwise
-// attr as one member with its name. NULL without memory, or for an unsound member without payload.
+// `list`: the members of attr in brackets, whatever its type (for the head of a message). Otherwise
+// attr as one member with its name. NULL without memory, or for a malformed member without payload.
 char *blobmsg_format_json_with_cb(struct blob_attr *attr, bool list, blobmsg_json_format_t cb, void *priv,
                                   int indent);
 

@@ -66,7 +66,7 @@ static inline void _list_del(struct list_head *entry) {
     entry->prev->next = entry->next;
 }
 
-// To the front: right behind `head`.
+// To the front: right after `head`.
 static inline void list_add(struct list_head *entry, struct list_head *head) {
     _list_add(entry, head, head->next);
 }
@@ -76,7 +76,7 @@ static inline void list_add_tail(struct list_head *entry, struct list_head *head
     _list_add(entry, head->prev, head);
 }
 
-// Unlinks and sets both pointers to NULL, so that a use after removal is seen at once.
+// Unlinks and sets both pointers to NULL, so that a use after removal fails at once.
 static inline void list_del(struct list_head *entry) {
     _list_del(entry);
     entry->next = entry->prev = NULL;
@@ -107,7 +107,7 @@ static inline void _list_splice(const struct list_head *list, struct list_head *
     prev->next = list->next;
 }
 
-// Moves all entries of `list` to the front of `head`. The head `list` itself is left stale.
+// Moves all entries of `list` to the front of `head`. The head `list` itself becomes invalid.
 static inline void list_splice(const struct list_head *list, struct list_head *head) {
     if (!list_empty(list)) _list_splice(list, head, head->next);
 }
@@ -136,7 +136,7 @@ BASE_DECLS_END
 #define list_next_entry(pos, member) list_entry((pos)->member.next, __typeof__(*(pos)), member)
 #define list_prev_entry(pos, member) list_entry((pos)->member.prev, __typeof__(*(pos)), member)
 
-// Has the walk come back to head `h`? `p` is then no struct of its type, hence no access through it.
+// Has the loop come back to head `h`? `p` is then not a struct of its type and must not be dereferenced.
 #define list_entry_is_h(p, h, field) \
     ((const char *)(p) + offsetof(__typeof__(*(p)), field) == (const char *)(h))
 
@@ -157,7 +157,7 @@ BASE_DECLS_END
     for (p = list_first_entry(h, __typeof__(*p), field), n = list_next_entry(p, field); \
          !list_entry_is_h(p, h, field); p = n, n = list_next_entry(n, field))
 
-// Both start behind (before) `p`, which is an entry or the head's container.
+// They start after (before) `p`, which is an entry or the head's container.
 #define list_for_each_entry_continue(p, h, field) \
     for (p = list_next_entry(p, field); !list_entry_is_h(p, h, field); p = list_next_entry(p, field))
 #define list_for_each_entry_continue_reverse(p, h, field) \

@@ -44,7 +44,7 @@ typedef void (*uloop_signal_handler)(struct uloop_signal *s);
 #define ULOOP_ERROR_CB (1 << 6)       // stay registered on an error or hang-up
 
 struct uloop_fd {
-    uloop_fd_handler cb; // events that find no callback are dropped
+    uloop_fd_handler cb; // events without a callback are dropped
     int fd;
     bool eof;   // the peer sends no more
     bool error; // error or hang-up
@@ -68,7 +68,7 @@ struct uloop_process {
 
 struct uloop_interval {
     uloop_interval_handler cb; // must be set
-    uint64_t expirations;      // periods that have gone by; never reset here
+    uint64_t expirations;      // periods that have passed; never reset here
     union {
         struct uloop_fd ufd;
         struct {
@@ -88,21 +88,21 @@ struct uloop_signal {
 
 extern bool uloop_cancelled;      // ends the run; cleared when a run starts
 extern bool uloop_handle_sigchld; // set false before uloop_init() to leave SIGCHLD and children alone
-// Told of each registration with (object, flags), and of each removal with (object, 0); may be NULL.
+// Called for each registration with (object, flags), and for each removal with (object, 0); may be NULL.
 extern uloop_fd_handler uloop_fd_set_cb;
 
 // Watches fd->fd, or changes what is watched. Without ULOOP_READ and ULOOP_WRITE: uloop_fd_delete(). A
-// descriptor that is registered anew becomes non-blocking, unless ULOOP_BLOCKING is given. 0, or -1 with
+// newly registered descriptor becomes non-blocking, unless ULOOP_BLOCKING is given. 0, or -1 with
 // epoll's errno (EEXIST: another object has the descriptor; EPERM: a regular file; EBADF: no such descriptor,
 // or no loop) and the object unchanged.
 //
 // The callback gets the ULOOP_READ and ULOOP_WRITE bits that are ready, which may be none. `eof` is set when
-// the peer has shut down its side. On an error or hang-up `error` is set and the object is taken off before
+// the peer has shut down its side. On an error or hang-up `error` is set and the object is removed before
 // the callback runs; the callback may add it again.
 int uloop_fd_add(struct uloop_fd *sock, unsigned int flags);
 
 // Stops watching, and drops events that have been fetched but not delivered. 0, also when it was not
-// registered, or -1 when the descriptor was closed before; the object is off in any case.
+// registered, or -1 when the descriptor was closed before; the object is removed in any case.
 int uloop_fd_delete(struct uloop_fd *sock);
 
 // Starts a timer with the deadline timeout->time. 0, or -1 if it is pending. Timers with the same deadline
@@ -131,10 +131,10 @@ int uloop_process_delete(struct uloop_process *p);
 // as one. For SIGINT and SIGTERM this replaces the cancelling of the loop. 0, or -1 if pending.
 int uloop_signal_add(struct uloop_signal *s);
 
-// Puts the signal's earlier disposition back. 0, or -1 if it is not pending.
+// Restores the signal's earlier disposition. 0, or -1 if it is not pending.
 int uloop_signal_delete(struct uloop_signal *s);
 
-// Calls back every msecs milliseconds, first after msecs; on a running one: starts afresh. With 0 ms it stays
+// Calls back every msecs milliseconds, first after msecs; a running one is restarted. With 0 ms it stays
 // set but does not fire. 0, or -1 with errno.
 int uloop_interval_set(struct uloop_interval *timer, unsigned int msecs);
 
@@ -163,8 +163,8 @@ int uloop_init(void);
 int uloop_run_timeout(int timeout);
 static inline int uloop_run(void) { return uloop_run_timeout(-1); }
 
-// Closes the loop: signals get their earlier dispositions, timers and processes are off. Descriptors keep
-// their mark of being registered and must be deleted before they can be added to another loop.
+// Closes the loop: signals get their earlier dispositions, timers and processes are removed. Descriptors stay
+// marked as registered and must be deleted before they can be added to another loop.
 void uloop_done(void);
 
 BASE_DECLS_END

@@ -68,7 +68,7 @@
 #define BUILD_BUG_ON(condition) __BUILD_BUG_ON(condition)
 
 // Byte order. All of these are constant expressions for constant arguments, and evaluate any argument once;
-// what needs no swap keeps the type of its argument.
+// where no swap is needed the result has the type of the argument.
 #define __constant_swap16(x) ((uint16_t)__builtin_bswap16((uint16_t)(x)))
 #define __constant_swap32(x) ((uint32_t)__builtin_bswap32((uint32_t)(x)))
 #define __constant_swap64(x) ((uint64_t)__builtin_bswap64((uint64_t)(x)))
@@ -138,7 +138,7 @@ void *__calloc_a(size_t len, ...);
 int b64_encode(const void *src, size_t len, void *dest, size_t dest_len);
 
 // The reverse of a NUL-terminated text; white space in it is skipped. Returns the number of bytes, or -1 when
-// padding is missing or wrong, a character is foreign, spare bits are set, or dest_len is too small. A NUL is
+// padding is missing or wrong, a character is invalid, spare bits are set, or dest_len is too small. A NUL is
 // appended if there is room for it.
 int b64_decode(const void *src, void *dest, size_t dest_len);
 
@@ -157,8 +157,8 @@ static inline unsigned long cbuf_size(unsigned int order) {
     return size < page ? page : size;
 }
 
-// Creates a directory with its parents. 0, also if it exists, else -1 with errno. The text is cut and mended
-// during the call.
+// Creates a directory with its parents. 0, also if it exists, else -1 with errno. The text is changed and
+// restored during the call.
 int mkdir_p(char *dir, mode_t mask);
 
 BASE_DECLS_END
