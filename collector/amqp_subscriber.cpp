@@ -3,7 +3,7 @@
 #include "collector/report_writer.h"
 
 #include <algorithm>
-// Newer releases of the library have a folder of their own, and warn of the old places.
+// Newer releases of the library have their own folder, and warn about the old paths.
 #if __has_include(<rabbitmq-c/amqp.h>)
 #include <rabbitmq-c/amqp.h>
 #include <rabbitmq-c/framing.h>
@@ -21,8 +21,8 @@
 namespace {
 
 constexpr amqp_channel_t reading = 1, setting_aside = 2;
-constexpr int heartbeat = 10;            // s; a node that is silent for twice as long is given up
-constexpr timeval patience = {10, 0};    // with an answer
+constexpr int heartbeat = 10;            // s; a node that is silent for twice as long counts as dead
+constexpr timeval patience = {10, 0};    // for an answer
 constexpr int most_at_once = 1000;       // messages between two acknowledgements
 constexpr std::size_t most_reason = 300; // bytes
 
@@ -52,7 +52,7 @@ amqp_table_entry_t text_entry(const char *key, std::string_view value) {
 
 } // namespace
 
-// Ends a connection; what() says why.
+// Thrown to end a connection; what() is the reason.
 struct amqp_subscriber::failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 
@@ -84,7 +84,7 @@ amqp_subscriber::~amqp_subscriber() { drop(); }
 void amqp_subscriber::drop() {
     if (link_) amqp_destroy_connection(link_);
     link_ = nullptr;
-    waiting_.clear(); // the broker hands them out again
+    waiting_.clear(); // the broker delivers them again
 }
 
 void amqp_subscriber::declare(const std::string &name) {
@@ -94,7 +94,7 @@ void amqp_subscriber::declare(const std::string &name) {
 }
 
 void amqp_subscriber::connect() {
-    not_connected(); // until all is there
+    not_connected(); // until everything is set up
     const auto &[host, port] = chosen_.hosts[host_++ % chosen_.hosts.size()];
     try {
         link_ = amqp_new_connection();
@@ -111,7 +111,7 @@ void amqp_subscriber::connect() {
         failure::unless_ok(amqp_socket_open_noblock(socket, host.c_str(), port, &wait), "connection");
         amqp_set_handshake_timeout(link_, &patience);
         amqp_set_rpc_timeout(link_, &patience);
-        constexpr int most_channels = 0, longest_frame = 131072; // 0: as many as the broker wants
+        constexpr int most_channels = 0, longest_frame = 131072; // 0: the broker decides
         const std::string user = chosen_.user.empty() ? "guest" : chosen_.user;
         const std::string password = chosen_.user.empty() ? "guest" : chosen_.password;
         failure::unless_ok(amqp_login(link_, chosen_.vhost.c_str(), most_channels, longest_frame, heartbeat,

@@ -1,9 +1,9 @@
 // amqp_subscriber.h - reports from a quorum queue of a broker that speaks AMQP 0-9-1 and takes MQTT from access points.
 //
 // Queue:  declared durable and replicated, and bound to amq.topic, where the broker's MQTT part puts what is published: topic
-//         "prefix/report/AP" is routing key "prefix.report.AP". NAME.refused beside it gets what is no report, with the reason
-//         in a header; the broker has confirmed it before the original is acknowledged.
-// Hosts:  tried in turn, beginning anywhere, so that collectors spread over the nodes and one that is dead is passed over.
+//         "prefix/report/AP" is routing key "prefix.report.AP". A message that is not a report goes to the queue NAME.refused,
+//         with the reason in a header; the broker must confirm that before the original is acknowledged.
+// Hosts:  tried in turn, starting at a random one, so that collectors spread over the nodes and skip a dead one.
 #pragma once
 
 #include "collector/broker_input.h"
@@ -25,7 +25,7 @@ private:
     struct failure;
     void connect();
     void declare(const std::string &name);
-    // Takes a message, if there is one.
+    // Receives a message, if there is one.
     bool take_one();
     void set_aside(std::string_view key, std::string_view body, const std::string &why);
     void acknowledge();

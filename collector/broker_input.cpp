@@ -15,8 +15,8 @@ namespace {
 
 constexpr auto first_delay = std::chrono::milliseconds(250);
 constexpr auto longest_delay = std::chrono::milliseconds(30'000);
-constexpr std::size_t most_said = 16;         // between two connections
-constexpr std::uint64_t most_set_aside = 100; // that are said one by one
+constexpr std::size_t most_said = 16;         // complaints between two connections
+constexpr std::uint64_t most_set_aside = 100; // set-aside messages that are reported one by one
 
 } // namespace
 

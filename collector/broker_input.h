@@ -1,11 +1,11 @@
 // broker_input.h - reports that a broker keeps for us until they are stored.
 //
-// Each message gets a ticket, and is acknowledged to the broker after committed() was told of it. Whatever ends us or the
-// connection before: the broker hands the message out again, so it may come twice. At most `prefetch` messages are out; then
-// the broker waits.
-// What is no report is set aside at the broker with the reason, and counted; it does not stop the others.
-// Errors: a connection that is lost is made again, after a delay that grows to half a minute; each reason is said once.
-// Thread: committed() is for any, the rest for one.
+// Each message gets a ticket, and is acknowledged to the broker after committed() was called with it. If the program or the
+// connection ends before that, the broker delivers the message again, so it may come twice. At most `prefetch` messages are
+// unacknowledged; then the broker waits.
+// A message that is not a report is set aside at the broker with the reason, and counted; the others go on.
+// Errors: a lost connection is made again, after a delay that grows to half a minute; each reason is printed once.
+// Thread: committed() may be called from any thread, everything else from one.
 #pragma once
 
 #include "collector/subscribe_options.h"
@@ -20,7 +20,7 @@
 
 class broker_input {
 public:
-    // Takes a message with its topic in MQTT's form. Empty, or why it is no report.
+    // Receives a message and its topic in MQTT's form. Returns an empty text, or why it is not a report.
     using handler =
         std::function<std::string(std::string_view topic, std::string_view payload, std::uint64_t ticket)>;
 
@@ -28,10 +28,10 @@ public:
     virtual ~broker_input();
     broker_input(broker_input &&) = delete;
 
-    // Waits at most so many milliseconds until there are messages, `also` can be read or something was committed; takes
-    // the messages and acknowledges what is stored.
+    // Waits at most so many milliseconds until there are messages, `also` is readable or something was committed;
+    // receives the messages and acknowledges the stored ones.
     virtual void serve(int milliseconds, int also) = 0;
-    // Acknowledges what is stored, and takes leave of the broker.
+    // Acknowledges what is stored, and disconnects.
     virtual void finish() = 0;
 
     // Everything up to this ticket is stored.
@@ -40,22 +40,22 @@ public:
 protected:
     using clock = std::chrono::steady_clock;
 
-    // Hands the message on. Empty, or why it must be set aside, which it counts and says.
+    // Passes the message on. Returns an empty text, or why it must be set aside; that is then counted and printed.
     std::string hand_on(std::string_view topic, std::string_view payload);
     std::uint64_t stored() const { return stored_; }
-    // Waits until `fd` (-1: none) can be read, or written when `write`, or the two that serve() names.
+    // Waits until `fd` (-1: none) is readable (`read`) or writable (`write`), or for the other events of serve().
     void wait(int milliseconds, int fd, bool read, bool write, int also);
-    // Says it, once between two connections.
+    // Prints a text, once between two connections.
     void complain(const std::string &text);
-    // The connection is there, or is not: when the next attempt may be made.
+    // The connection is made, or is not: sets the time of the next attempt.
     void connected();
     void not_connected();
-    // Milliseconds until then, 0: now.
+    // Milliseconds until the next attempt, 0: now.
     int pause() const;
     void say_set_aside() const;
 
     const subscribe_options chosen_;
-    std::uint64_t ticket_ = 0; // of the last message that was handed on
+    std::uint64_t ticket_ = 0; // of the last message passed on
 private:
     void say(const std::string &text) const;
 

@@ -1,4 +1,4 @@
-// broker_login.h - who we are to a broker, and whom we trust.
+// broker_login.h - the credentials for a broker, and the certificates to trust.
 #pragma once
 
 #include <string>
@@ -7,5 +7,5 @@ struct broker_login {
     bool tls = false;
     std::string user; // empty: none
     std::string password;
-    std::string ca, certificate, key; // files; empty: the system's authorities, no certificate of ours
+    std::string ca, certificate, key; // files; empty: the system's authorities, and no client certificate
 };

@@ -7,7 +7,7 @@ const char *ended_by(int reason_code) {
     case 311:
     case 312: return "station";
     case 300: return "silence"; // inactivity
-    case 0: return "unknown";   // swept away, restored and never seen again, not told
+    case 0: return "unknown";   // retired, swept, or not reported
     default: return reason_code >= 102 && reason_code <= 313 ? "access point" : "unknown";
     }
 }

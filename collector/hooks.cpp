@@ -62,7 +62,7 @@ void hooks::start(const change &what) {
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_addopen(&files, 0, "/dev/null", 0, 0);
-    posix_spawn_file_actions_adddup2(&files, 2, 1); // what it prints is no report
+    posix_spawn_file_actions_adddup2(&files, 2, 1); // its output must not mix with reports
     pid_t pid = 0;
     const int error = posix_spawn(&pid, program.c_str(), &files, &how, arguments, environment.data());
     posix_spawn_file_actions_destroy(&files);

@@ -1,6 +1,6 @@
 // hooks.h - the output that runs a program when a station joins, roams or leaves. No shell: values are in its environment.
 //
-// Bounds: `most_at_once` programs, each for `most_seconds`; then it is killed with all that it started.
+// Bounds: `most_at_once` programs, each for `most_seconds`; then it is killed with its children.
 #pragma once
 
 #include "collector/names.h"

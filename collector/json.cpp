@@ -8,11 +8,11 @@
 
 namespace {
 
-// Texts that were escaped before keep their escapes; a byte that is no UTF-8 gets one here.
+// Texts that were escaped before keep their escapes; a byte that is not UTF-8 is escaped here.
 void add_string(std::string &out, std::string_view text) {
     out += '"';
     while (!text.empty()) {
-        std::size_t plain = 0; // most texts are nothing else
+        std::size_t plain = 0; // most texts have only such characters
         while (plain < text.size() && text[plain] >= 0x20 && text[plain] < 0x7f && text[plain] != '"' &&
                text[plain] != '\\')
             ++plain;

@@ -1,5 +1,5 @@
-// json.h - JSON objects and arrays, written member by member. Texts become valid UTF-8: what is not is escaped
-// (protocol/escape.h). Every report of a busy network goes through here several times: there is no tree behind it.
+// json.h - JSON objects and arrays, written member by member. Texts become valid UTF-8: other bytes are escaped
+// (protocol/escape.h). Every report of a busy network passes through here several times, so no tree is built.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ public:
     json_fields &text(std::string_view name, std::string_view value);
     json_fields &number(std::string_view name, std::int64_t value);
     json_fields &natural(std::string_view name, std::uint64_t value);
-    json_fields &real(std::string_view name, double value); // one digit behind the point
+    json_fields &real(std::string_view name, double value); // one decimal
     json_fields &time(std::string_view name, std::int64_t microseconds);
     json_fields &flag(std::string_view name, bool value);
     json_fields &null(std::string_view name);

@@ -1,5 +1,5 @@
-// live.h - who is here now, and what has happened since the start, for those who ask: kept by an output of its own, so
-// that nobody who asks makes the input wait.
+// live.h - who is here now, and the counts since the start. An output of its own keeps it, so that a
+// question never makes the input wait.
 #pragma once
 
 #include "collector/output.h"
@@ -21,14 +21,14 @@ struct departure_count {
 
 class live_view {
 public:
-    // What is counted of each access point since the start.
+    // Counted for each access point since the start.
     struct totals {
         std::uint64_t reports = 0, joined = 0, roamed = 0, returned = 0, left = 0;
         std::uint64_t up = 0, down = 0;            // bytes
         std::map<int, departure_count> departures; // by reason code
     };
 
-    // All of it after the same message: what is told of the one fits what is told of the other.
+    // Everything as it was after the same message, so that the parts are consistent.
     struct snapshot {
         input_counters counted;
         std::vector<stay> stations; // in order of their MACs
@@ -42,10 +42,10 @@ public:
     input_counters counters() const;
     bool find(const std::string &mac, stay &out) const;
 
-    // A stream of changes, as event texts. One that does not read loses nothing: it is ended when it is too far behind.
+    // A stream of changes, as event texts. A reader that falls too far behind is disconnected; it never misses single events.
     class subscription {
     public:
-        // Waits for at most `milliseconds`. Empty: nothing came. `over`: it fell behind, or the view is closed.
+        // Waits at most `milliseconds` for a text. Empty: nothing came. `over`: it fell behind, or the view is closed.
         std::string next(int milliseconds, bool &over);
 
     private:
@@ -57,10 +57,10 @@ public:
         bool over_ = false;
     };
     std::shared_ptr<subscription> subscribe();
-    // All subscriptions are over.
+    // Ends all subscriptions.
     void close();
 
-    // How a change is written for subscribers. Set before the first message.
+    // Writes a change for subscribers. To be set before the first message.
     std::function<std::string(const change &)> write;
 
 private:

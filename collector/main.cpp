@@ -51,10 +51,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto patience_at_the_end = 10s;  // for outputs that do not get on
-constexpr auto follow_interval = 100ms;    // between two looks at a growing file
-constexpr moment most_ahead = 60 * second; // another machine's clock
-constexpr auto caught_up = 10s;            // without a message: a broker has no more that wait
+constexpr auto patience_at_the_end = 10s;  // for outputs that make no progress
+constexpr auto follow_interval = 100ms;    // between two reads of a growing file
+constexpr moment most_ahead = 60 * second; // tolerance for another machine's clock
+constexpr auto caught_up = 10s;            // without a message: no more are waiting at the broker
 
 int failed(const std::string &why) {
     std::fprintf(stderr, "wsm-collector: %s\n", why.c_str());
@@ -62,7 +62,7 @@ int failed(const std::string &why) {
 }
 
 #if WITH_HTTP
-// Where the page's files are, beside the program wherever both were installed; empty: nowhere.
+// The folder of the page's files, found relative to the installed program; empty: there is none.
 std::string installed_page() {
     std::error_code error;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
@@ -73,7 +73,7 @@ std::string installed_page() {
 
 class collector {
 public:
-    // `signals`: a descriptor that tells of them.
+    // `signals`: a descriptor that signals are read from.
     collector(options chosen, int signals)
         : chosen_(std::move(chosen)), road_(chosen_.rules), signals_(signals) {
         names_ = std::make_shared<station_names>(names_of(chosen_));
@@ -147,7 +147,7 @@ private:
         std::vector<stay> open = store->open_stays();
         if (view_) view_->begin_with(open);
         for (stay &one : open) {
-            const moment when = chosen_.files.empty() ? now() : one.seen; // files have a clock of their own
+            const moment when = chosen_.files.empty() ? now() : one.seen; // files have their own time
             road_.restore(std::move(one), when);
         }
         road_.begin_with(store->next_stay());
@@ -157,7 +157,7 @@ private:
 #endif
     }
 
-    // As --store has it.
+    // In the form of --store's argument.
     std::string store_named() const {
         return chosen_.store.path.empty() ? chosen_.store.url : "sqlite:" + chosen_.store.path;
     }
@@ -188,7 +188,7 @@ private:
 #if WITH_HTTP
     void serve(const server_options &how, const api_sources &from, const char *what) {
         servers_.push_back(std::make_unique<http_server>(how, from));
-        if (how.address.ends_with(":0")) // somebody wants to know which one it became
+        if (how.address.ends_with(":0")) // the system has chosen a port: print it
             std::fprintf(stderr, "wsm-collector: %s: port %d\n", what, servers_.back()->port());
     }
 
@@ -209,7 +209,7 @@ private:
         received in = take_message(std::move(bytes), at);
         if (hide_) hide_(in);
         if (in.report && chosen_.shape != form::raw)
-            std::string().swap(in.bytes); // half of what waits in a queue
+            std::string().swap(in.bytes); // saves half the memory of a queue
         return in;
     }
 
@@ -222,14 +222,14 @@ private:
         return stop_;
     }
 
-    // Without a file the terminal may be gone, and we go with it.
+    // Without a file there is nothing to reload: SIGHUP ends the program, as when its terminal closes.
     bool reloadable() const { return !chosen_.config.empty() || !chosen_.names.empty(); }
 
     static station_names names_of(const options &from) {
         return station_names::read(from.drop_names ? std::string() : from.names);
     }
 
-    // Takes what can change while we run: the rules of stays, and names. Nothing changes when something is wrong.
+    // Reads again what can change while running: the rules of stays, and names. On an error nothing changes.
     void reload() {
         options again;
         std::string why = read_options_again(chosen_, again);
@@ -255,18 +255,18 @@ private:
         while (!enough() && !stopped())
             if (!input.serve(road_.tick(now()), signals_))
                 return failed(std::string("waiting: ") + std::strerror(errno));
-        input.drain(); // what had arrived when the signal came
+        input.drain(); // reports that arrived before the signal
         return 0;
     }
 
-    // Empty, or why it is no report.
+    // Returns an empty text, or why it is not a report.
     std::string take_published(std::string_view topic, std::string_view payload, std::uint64_t ticket) {
         received in;
         if (std::string why = read_report(payload, topic, in); !why.empty()) {
-            road_.feed({now(), std::string(payload), {}}); // counted and told as everything that is no report
+            road_.feed({now(), std::string(payload), {}}); // counted as a message that is not a report
             return why;
         }
-        // When it was published counts, however long it has waited; a clock that is far ahead does not.
+        // The time of publication counts, however long the report has waited, unless that clock is far ahead.
         if (in.at == 0 || in.at > now() + most_ahead) in.at = now();
         in.ticket = ticket;
         if (chosen_.shape == form::raw) in.bytes = image_of(*in.report);
@@ -274,7 +274,7 @@ private:
         last_at_ = in.at;
         last_came_ = std::chrono::steady_clock::now();
         road_.feed(std::move(in));
-        if (!chosen_.store.wanted()) input_->committed(ticket); // outputs have it, and nobody will store it
+        if (!chosen_.store.wanted()) input_->committed(ticket); // the outputs have it, and that is all
         return {};
     }
 
@@ -288,7 +288,7 @@ private:
 
     int take_subscribed() {
         while (!enough() && !stopped()) {
-            // While old messages come it is the time of which they tell: nobody has been silent meanwhile.
+            // While old messages arrive, their time counts, so that no station seems to have been silent meanwhile.
             const bool old = std::chrono::steady_clock::now() - last_came_ < caught_up;
             const int due = road_.tick(old ? last_at_ : now());
             constexpr int often = 1000; // ms
@@ -297,8 +297,8 @@ private:
         return 0;
     }
 
-    // Images one behind the other, up to the end of the file. `rest`: what was behind the last whole one, before and
-    // after. False: the file cannot be read.
+    // Reads images up to the end of the file. `rest`: the bytes after the last complete image, of the previous call and
+    // of this one. False: the file cannot be read.
     bool decode(int file, std::string &rest) {
         char chunk[64 * station_report_size];
         while (!enough()) {
@@ -352,9 +352,9 @@ private:
     options chosen_;
     std::shared_ptr<station_names> names_;
     std::shared_ptr<live_view> view_;
-    std::function<void(received &)> hide_; // who it is about
+    std::function<void(received &)> hide_; // replaces MACs and names, if that is wanted
     std::unique_ptr<broker_input> input_;  // null: the socket, or files
-    moment last_at_ = 0;                   // of the last message from there
+    moment last_at_ = 0;                   // of the last message from the broker
     std::chrono::steady_clock::time_point last_came_{};
     pipeline road_;
 #if WITH_HTTP
@@ -364,9 +364,9 @@ private:
     bool stop_ = false;
 };
 
-// Signals wait until somebody asks: one that comes while the store is opened ends or reloads us as any other.
+// Signals are blocked and read from the descriptor, so that one that arrives while the store is opened is not lost.
 int hold_signals() {
-    std::signal(SIGPIPE, SIG_IGN); // who does not read any more is noticed when writing
+    std::signal(SIGPIPE, SIG_IGN); // a reader that has closed is noticed when writing
     sigset_t wanted;
     sigemptyset(&wanted);
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&wanted, number);

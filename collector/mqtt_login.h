@@ -5,8 +5,8 @@
 
 struct mosquitto;
 
-// std::runtime_error that names `what`, unless the library's code is success.
+// Throws std::runtime_error that names `what`, unless the library's code is success.
 void mqtt_check(int code, const char *what);
 
-// Before connecting. std::runtime_error when the settings cannot be used.
+// To be called before connecting. Throws std::runtime_error when the settings cannot be used.
 void mqtt_log_in(mosquitto *client, const broker_login &as);

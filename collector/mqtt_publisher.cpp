@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t most_in_flight = 64;
 constexpr int keep_alive = 20; // s
 constexpr auto patience_at_the_end = std::chrono::seconds(5);
-constexpr auto patience_with_the_last = std::chrono::seconds(2); // the word that we have gone
+constexpr auto patience_with_the_last = std::chrono::seconds(2); // for the status "offline"
 constexpr std::size_t most_tracked = 4096;
 constexpr std::size_t most_said = 16; // complaints of the library between two connections
 
@@ -38,8 +38,8 @@ std::string without_colons(const std::string &mac) {
     return out;
 }
 
-// When the access point was booted, by our clock: its own may be set at any time. Its monotonic clock at the report is that
-// at the association and the time since, which a record restored from its backup does not have.
+// When the access point was booted, by our clock, since its own may be set at any time. Its monotonic clock at the report is
+// that of the association plus the time since; a restored record does not have it.
 std::string booted(const received &in) {
     const station_report &report = *in.report;
     if (in.at == 0 || report.online_clock.sec <= 0 || report.oltime < 0) return "null";
@@ -58,7 +58,7 @@ std::string identifier(const std::string &name) {
     return out;
 }
 
-// The library's thread is cancelled at the end; not while it is with us, where it holds a lock and writes.
+// The library cancels its thread at the end. That must not happen in our callbacks, which hold a lock and write.
 class not_cancelled {
 public:
     not_cancelled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
@@ -96,7 +96,7 @@ mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const statio
             me->status_ = "online";
             me->send_some(hold);
         });
-        // Why there is no connection: a certificate that is not trusted, for one. Once, not at each attempt.
+        // Prints why there is no connection, for example an untrusted certificate: once, not at each attempt.
         mosquitto_log_callback_set(client_, [](mosquitto *, void *self, int level, const char *text) {
             auto *me = static_cast<mqtt_publisher *>(self);
             if (level == MOSQ_LOG_ERR) me->complain(escaped(text));
@@ -119,7 +119,7 @@ mqtt_publisher::mqtt_publisher(mqtt_options chosen, std::shared_ptr<const statio
             me->send_some(hold);
             if (me->in_flight_.empty()) me->emptied_.notify_all();
         });
-        sigset_t all, before; // signals are the main thread's
+        sigset_t all, before; // signals are for the main thread
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, &before);
         const int looping = mosquitto_loop_start(client_);
@@ -138,7 +138,7 @@ mqtt_publisher::~mqtt_publisher() {
 }
 
 void mqtt_publisher::complain(const std::string &text) {
-    const std::lock_guard hold(said_lock_); // of its own: the library may complain while it is asked to send
+    const std::lock_guard hold(said_lock_); // its own lock: a call to send may get here
     if (said_.size() < most_said && said_.insert(text).second) say(text);
 }
 
@@ -146,11 +146,10 @@ void mqtt_publisher::take(const message &one) {
     if (one.in && one.in->report) {
         std::string mac;
         const bool good = !impossible(*one.in->report, mac);
-        // The report as it is printed, and what tells it apart from every other.
+        // The report as it is printed, and the members that identify it.
         std::string report = report_json(*one.in->report, one.in->at);
         report.back() = ',';
-        const std::optional<origin> &from =
-            one.in->from; // who passes a report on does not make it another one
+        const std::optional<origin> &from = one.in->from; // a report that is passed on keeps its identity
         report += "\"boot\":\"" + (from ? from->boot : boot_) +
                   "\",\"seq\":" + std::to_string(from ? from->seq : ++seq_) +
                   ",\"booted\":" + booted(*one.in) + (good ? "" : ",\"impossible\":true") + "}";
@@ -162,7 +161,7 @@ void mqtt_publisher::take(const message &one) {
     const std::string topic = chosen_.prefix + "/station/" + what.now.mac;
     const bool gone = what.kind == change_kind::left;
     post({topic, change_json(what, *names_).write(), !gone});
-    if (gone) post({topic, "", true}); // the broker need not remember who is not here
+    if (gone) post({topic, "", true}); // an empty retained message: the broker forgets a station that is gone
     std::string &at = where_[what.now.mac];
     if (at != what.now.ap || gone) {
         places_[at].stations.erase(what.now.mac);
@@ -207,7 +206,7 @@ void mqtt_publisher::track(const stay &now_is, bool gone) {
 }
 
 void mqtt_publisher::settle() {
-    // The library connects again by itself once it has been connected; looking up the name may take its time here.
+    // After the first connection the library reconnects by itself. Looking up the name may block here.
     if (!begun_) {
         const int code = mosquitto_connect_async(client_, chosen_.host.c_str(), chosen_.port, keep_alive);
         begun_ = code == MOSQ_ERR_SUCCESS;
@@ -254,7 +253,7 @@ bool mqtt_publisher::next(letter &out) {
     return true;
 }
 
-// The library may call back from within: the lock is not held while it is asked.
+// The library may call back from within its calls, so the lock is not held during them.
 void mqtt_publisher::send_some(std::unique_lock<std::mutex> &hold) {
     static thread_local bool sending = false;
     if (sending) return;
@@ -267,7 +266,7 @@ void mqtt_publisher::send_some(std::unique_lock<std::mutex> &hold) {
                               one.payload.data(), 1, one.retain);
         hold.lock();
         busy_ = false;
-        // Without a connection the library keeps it and sends it later; anything else is not repeatable.
+        // Without a connection the library keeps the message and sends it later; another error would only repeat.
         const bool kept = code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN ||
                           code == MOSQ_ERR_CONN_LOST || code == MOSQ_ERR_ERRNO;
         if (!kept) {
@@ -287,7 +286,7 @@ bool mqtt_publisher::finish() {
     const auto through = [this] { return in_flight_.empty() && !status_ && (closing_ || spool_.empty()); };
     emptied_.wait_for(hold, patience_at_the_end, through);
     closing_ = true;
-    // An end that was wanted sends no last will.
+    // After a clean disconnect the broker does not publish the last will.
     status_ = "offline";
     send_some(hold);
     if (connected_) emptied_.wait_for(hold, patience_with_the_last, through);

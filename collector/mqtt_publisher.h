@@ -1,8 +1,8 @@
 // mqtt_publisher.h - the output to an MQTT broker. docs/collector.md lists topics and schema.
 //
-// Order:  messages leave in the order in which they came, and those the broker has not acknowledged are sent again: none is
-//         lost, some may come twice, which their "boot" and "seq" tell.
-// Bounds: those of the spool (spool.h), in which messages wait while the broker is away, and until it has them.
+// Order:  messages are sent in the order of arrival, and sent again if the broker has not acknowledged them: none is lost, some
+//         may come twice, which "boot" and "seq" show.
+// Bounds: those of the spool (spool.h), where messages wait until the broker has acknowledged them.
 #pragma once
 
 #include "collector/mqtt_options.h"
@@ -38,7 +38,7 @@ private:
         std::set<std::string> stations;
         bool changed = false;
     };
-    // Says it, once between two connections.
+    // Prints a text, once between two connections.
     void complain(const std::string &text);
     void post(letter one);
     bool next(letter &out);
@@ -47,7 +47,7 @@ private:
 
     mqtt_options chosen_;
     std::shared_ptr<const station_names> names_;
-    std::string boot_; // of this run
+    std::string boot_; // identifies this run
     std::uint64_t seq_ = 0;
     std::map<std::string, place> places_;                  // access points
     std::map<std::string, std::string> where_;             // station to access point
@@ -61,14 +61,14 @@ private:
 
     mutable std::mutex lock_;
     std::condition_variable emptied_;
-    std::optional<std::string> status_; // to be sent before anything else
+    std::optional<std::string> status_; // sent before anything else
     spool spool_;
     bool closing_ = false; // the spool keeps what it has
     std::deque<bool>
-        in_flight_; // handed to the library, not yet acknowledged; true: from the spool. Acknowledged in order
+        in_flight_; // given to the library, not yet acknowledged; true: from the spool. Acknowledged in order
     bool connected_ = false;
-    bool resending_ = false; // what was in flight before the last connection; what is new waits behind it
+    bool resending_ = false; // messages in flight before the last connection are sent again; new ones wait
     bool complained_of_message_ = false;
-    bool busy_ = false; // a thread is handing a message to the library
+    bool busy_ = false; // a thread is giving a message to the library
     mosquitto *client_ = nullptr;
 };

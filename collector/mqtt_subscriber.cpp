@@ -14,7 +14,7 @@
 
 namespace {
 
-// Of one batch, from its first message on; what comes later waits for the next one in the kernel.
+// Of one batch, from its first message. Later messages wait in the kernel for the next batch.
 constexpr auto time_of_a_batch = std::chrono::milliseconds(100);
 constexpr std::uint32_t for_ever = 0xffffffff;
 
@@ -24,8 +24,8 @@ std::string own_name() {
     return std::string("wsm-collector-") + name;
 }
 
-// A broker that has vanished without a word is noticed by the kernel: our own questions would have to be written behind
-// acknowledgements that must wait.
+// Keep-alive probes of the kernel notice a broker that has vanished: a ping of ours would have to be written after
+// acknowledgements that must still wait.
 void watch_peer(int socket) {
     const int yes = 1, idle = 15, interval = 5, probes = 3;
     setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &yes, sizeof(yes));
@@ -45,7 +45,7 @@ mqtt_subscriber::mqtt_subscriber(subscribe_options chosen, handler take)
     try {
         mqtt_check(mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5), "version");
         mqtt_check(mosquitto_int_option(client_, MOSQ_OPT_RECEIVE_MAXIMUM, chosen_.prefetch), "prefetch");
-        mqtt_check(mosquitto_threaded_set(client_, true), "threads"); // so that it leaves the writing to us
+        mqtt_check(mosquitto_threaded_set(client_, true), "threads"); // so that it leaves writing to us
         mqtt_log_in(client_, chosen_);
     } catch (...) {
         mosquitto_destroy(client_);
@@ -103,7 +103,7 @@ void mqtt_subscriber::set_aside(std::string_view topic, std::string_view payload
 }
 
 void mqtt_subscriber::try_to_connect() {
-    not_connected(); // until the subscription is there
+    not_connected(); // until the subscription is made
     mosquitto_property *properties = nullptr;
     mosquitto_property_add_int32(&properties, MQTT_PROP_SESSION_EXPIRY_INTERVAL, for_ever);
     const auto &[host, port] = chosen_.hosts.front();
@@ -114,7 +114,7 @@ void mqtt_subscriber::try_to_connect() {
     begun_ = code == MOSQ_ERR_SUCCESS;
     if (!begun_) return complain(std::string("the broker does not answer: ") + mosquitto_strerror(code));
     watch_peer(mosquitto_socket(client_));
-    // Acknowledgements of the last connection went with it: the broker sends those messages again.
+    // Acknowledgements of the last connection are lost: the broker sends those messages again.
     acknowledged_ = ticket_;
 }
 
@@ -131,7 +131,7 @@ void mqtt_subscriber::serve(int milliseconds, int also) {
         try_to_connect();
         if (!begun_) return;
     }
-    const auto whole = [this] { // no more of this batch
+    const auto whole = [this] { // this batch is complete
         return ticket_ != acknowledged_ && clock::now() - first_waits_ >= time_of_a_batch;
     };
     const bool read = !whole();
@@ -163,7 +163,7 @@ void mqtt_subscriber::finish() {
         wait(100, mosquitto_socket(client_), false, true, -1);
         if (mosquitto_loop_write(client_, 1) != MOSQ_ERR_SUCCESS) return;
     }
-    // Without what is not stored: leaving would send the acknowledgements. The end of the connection tells as much.
+    // A DISCONNECT would also send the acknowledgements of messages that are not stored. Closing the connection is enough then.
     if (!all_stored()) return;
     mosquitto_disconnect(client_);
     mosquitto_loop_write(client_, 1);

@@ -1,9 +1,9 @@
-// mqtt_subscriber.h - reports from an MQTT broker, by MQTT 5: a subscription that all collectors of a group share, in a session
-// that outlives the connection.
+// mqtt_subscriber.h - reports from an MQTT broker, with MQTT 5: a subscription shared by all collectors of a group, in a session
+// that survives the connection.
 //
-// The library acknowledges a message by itself, before it hands it over; but where it believes that another thread does the
-// writing, the acknowledgement waits until somebody writes. So nothing is written while a message is not stored, and messages
-// are acknowledged in batches: reading stops, what was read is stored, all acknowledgements leave.
+// The library acknowledges a message itself, before it calls us; but when it is told that another thread does the
+// writing, the acknowledgement waits until that writes. So nothing is written while a message is not stored, and messages
+// are acknowledged in batches: reading stops, the messages are stored, all acknowledgements are sent.
 #pragma once
 
 #include "collector/broker_input.h"

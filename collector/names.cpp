@@ -33,7 +33,7 @@ station_names station_names::parse(std::string_view text) {
             ++all.wrong;
             continue;
         }
-        if (rest.size() > longest) { // cut, but not within a character
+        if (rest.size() > longest) { // cut it, but not within a character
             std::size_t length = longest;
             while (length > 0 && (static_cast<unsigned char>(rest[length]) & 0xc0) == 0x80) --length;
             rest = rest.substr(0, length);

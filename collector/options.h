@@ -1,7 +1,7 @@
-// options.h - what the collector is told to do, on its command line and in a configuration file.
+// options.h - the collector's options, from the command line and a configuration file.
 //
 // Format: a file has one setting per line, `name = value`, with the names of the long options; a flag stands alone or with
-//         "yes" or "no". "#" begins a comment, empty lines mean nothing. The command line wins.
+//         "yes" or "no". "#" begins a comment, empty lines mean nothing. The command line takes precedence.
 #pragma once
 
 #include "collector/mqtt_options.h"
@@ -17,7 +17,7 @@
 
 struct options {
     form shape = form::line;
-    bool shaped = false; // the form was asked for
+    bool shaped = false; // the form was given
     bool summarise = false;
     bool follow = false;
     unsigned long long count = 0; // 0: no end
@@ -47,12 +47,12 @@ std::string usage();
 // Reads the command line, and the configuration file that it names. Ends the program on --help and on wrong usage.
 options parse_options(int argc, char **argv);
 
-// What the configuration file says now, and the command line as it was. Empty, or what is wrong; then `chosen` is not to be
-// used.
+// Reads the configuration file again, with the same command line. Returns an empty text, or what is wrong; `chosen` must not be
+// used then.
 std::string read_options_again(const options &before, options &chosen);
 
-// One setting. Empty, or what is wrong with it.
+// Applies one setting. Returns an empty text, or what is wrong with it.
 std::string apply_setting(options &chosen, const std::string &name, const std::string &value);
 
-// All lines of a configuration file. Empty, or the first thing that is wrong, with the line's number.
+// Applies all lines of a configuration file. Returns an empty text, or the first error with its line number.
 std::string apply_text(options &chosen, const std::string &text);

@@ -1,4 +1,4 @@
-// output.h - what leaves the collector: one message after the other, on the thread of the output's worker.
+// output.h - an output of the collector: gets one message after the other, on its worker's thread.
 #pragma once
 
 #include "collector/backlog.h"
@@ -7,43 +7,43 @@
 #include <optional>
 #include <string>
 
-// What has come so far.
+// Counted so far.
 struct input_counters {
     std::uint64_t reports = 0;
     std::uint64_t wrong_size = 0;
-    std::uint64_t impossible = 0; // values that cannot be, or more stations than may be
+    std::uint64_t impossible = 0; // impossible values, or too many stations
     std::uint64_t late = 0;       // overtaken by a later report
-    std::size_t stations = 0;     // that are here
+    std::size_t stations = 0;     // here now
 };
 
-// A message that came and what it changed, or a change that only time has brought.
+// A message that came and what it changed, or a change caused by the passing of time.
 struct message {
     std::optional<received> in;
-    std::optional<change> what; // absent: no report, or one that did not count
-    input_counters counted{};   // this one included: who tells of both tells of one moment
+    std::optional<change> what; // absent: not a report, or one that changed nothing
+    input_counters counted{};   // including this message, so that both belong to one moment
 };
 
 class output {
 public:
     virtual ~output() = default;
 
-    // May wait as long as it likes: then the queue in front of it fills, and nobody else notices.
+    // May block for any time: only the queue before this output fills then.
     virtual void take(const message &one) = 0;
 
-    // What take() got is all that there is for now. Called after a batch, and every pulse().
+    // No more messages are waiting now. Called after a batch, and every pulse().
     virtual void settle() {}
 
     // Milliseconds between two calls of settle() when nothing comes; 0: none.
     virtual int pulse() const { return 0; }
 
-    // What waits behind the queue, if there is such a thing. On any thread.
+    // Messages that the output itself keeps, if it does. Called from any thread.
     virtual std::optional<backlog> kept() const { return {}; }
 
-    // After the last message. False: something could not be written.
+    // Called after the last message. False: something could not be written.
     virtual bool finish() { return true; }
 };
 
-// What an output has to say of itself: shown by the metrics and by the API.
+// The counters of an output, shown by the metrics and the API.
 struct output_figures {
     std::string name;
     std::uint64_t taken = 0;

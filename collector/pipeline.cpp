@@ -22,7 +22,7 @@ void pipeline::pass(received in, bool wait) {
         return;
     }
     ++counted_.reports;
-    // Reports out of a file carry the only clock there is, and it does not go back.
+    // For reports from a file, their own times are the only clock; it never goes back.
     const moment when = in.at != 0 ? in.at : fed_ = std::max(fed_, made_at(*in.report));
     changes_.clear();
     sessions_.tick(when, changes_);
@@ -31,7 +31,7 @@ void pipeline::pass(received in, bool wait) {
     counted_.impossible = sessions_.refused;
     counted_.late = sessions_.late;
     counted_.stations = sessions_.count();
-    // The report goes with the last change, which is its own if there is one.
+    // The report is passed on with the last change, which is its own if it made one.
     const bool counted = changes_.size() > by_clock;
     const std::size_t others = changes_.size() - (counted ? 1 : 0);
     for (std::size_t i = 0; i < others; ++i) hand_on({{}, std::move(changes_[i])}, wait);

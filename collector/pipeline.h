@@ -1,7 +1,7 @@
-// pipeline.h - the road of a message: counted, into sessions, and to every output.
+// pipeline.h - the way of a message: it is counted, given to the sessions, and passed to every output.
 //
-// Waits: take() never. feed() does while an output's queue is full: for files, which can be read later as well.
-// Thread: everything but figures() is for the thread that reads the input.
+// Waits: take() never; feed() while an output's queue is full, for files, which can wait.
+// Thread: only the thread that reads the input may call it, except figures().
 #pragma once
 
 #include "collector/sessions.h"
@@ -20,12 +20,12 @@ public:
     void add(std::string name, std::unique_ptr<output> out, std::size_t most_waiting);
     // A stay that went on when the store was last written.
     void restore(stay known, moment when);
-    // The number of the next stay, at least.
+    // Sets the least number of the next stay.
     void begin_with(std::int64_t next_stay) { sessions_.begin_with(next_stay); }
 
     void take(received in);
     void feed(received in);
-    // Ends stays whose time is over. Returns the milliseconds until the next one is due, -1 when none is.
+    // Ends stays whose grace or silence is over. Returns the milliseconds until the next one is due, -1 when none is.
     int tick(moment when);
 
     void set_rules(session_rules rules) { sessions_.set_rules(rules); }
@@ -45,5 +45,5 @@ private:
     std::vector<std::unique_ptr<worker>> workers_;
     std::vector<change> changes_;
     input_counters counted_;
-    moment fed_ = 0; // clock of what comes from files
+    moment fed_ = 0; // the clock for reports from files
 };

@@ -32,7 +32,7 @@ void printer::take(const message &one) {
 void printer::settle() { std::cout.flush(); }
 
 bool printer::finish() {
-    std::ostream &out = shape_ == form::line ? std::cout : std::cerr; // never in between data
+    std::ostream &out = shape_ == form::line ? std::cout : std::cerr; // never mixed with data
     if (summarise_) out << summary_.text();
     out.flush();
     return static_cast<bool>(std::cout);

@@ -1,4 +1,4 @@
-// printer.h - the output on the standard streams: what came, in the form that was asked for, and a summary at the end.
+// printer.h - the output on the standard streams: reports in the chosen form, and a summary at the end.
 #pragma once
 
 #include "collector/output.h"

@@ -1,5 +1,5 @@
-// query.h - the command "wsm-collector query": what a store knows, on the standard output.
+// query.h - the command "wsm-collector query": prints what a store has.
 #pragma once
 
-// The words behind "query". Returns the exit status.
+// The words after "query". Returns the exit status.
 int run_query(int argc, char **argv);

@@ -1,4 +1,4 @@
-// received.h - one message of an access point, as it came, and when.
+// received.h - one message of an access point, and when it was received.
 #pragma once
 
 #include "protocol/station_report.h"
@@ -12,8 +12,8 @@
 using moment = std::int64_t;
 inline constexpr moment second = 1'000'000;
 
-// Who made a report: an access point's MAC (lower case, or "unknown"), the run of its collector, and the report's number
-// in that run. All three together are one report, however often it comes.
+// The identity of a report: the access point's MAC (lower case, or "unknown"), the run of its collector, and the report's number
+// in that run. Two messages with the same three values are the same report.
 struct origin {
     std::string access_point;
     std::string boot;
@@ -21,16 +21,16 @@ struct origin {
 };
 
 struct received {
-    moment at = 0;     // when it came; 0 for one that is read from a file, which does not say
-    std::string bytes; // the image, unless nobody wants it; or whatever else came in its place
+    moment at = 0;     // time of receipt; 0 for one from a file, which does not say
+    std::string bytes; // the image, if an output needs it; or the bytes of a message that is not a report
     std::optional<station_report> report;
-    std::optional<origin> from{}; // of one that came through a broker
-    // Numbers that grow, of messages that somebody keeps until we have stored them; 0: nobody does. A store says with
-    // store_options::committed up to which one everything is stored.
+    std::optional<origin> from{}; // for one that came through a broker
+    // An increasing number, if the sender keeps the message until we have stored it; 0: it does not. A store calls
+    // store_options::committed with the number up to which everything is stored.
     std::uint64_t ticket = 0;
 };
 
-// Decodes what came: there is a report when the size is that of one.
+// Decodes a message: it is a report if it has the right size.
 inline received take_message(std::string bytes, moment at) {
     received in{at, std::move(bytes), {}};
     if (in.bytes.size() == station_report_size) {
@@ -42,7 +42,7 @@ inline received take_message(std::string bytes, moment at) {
     return in;
 }
 
-// When the report was made, by the access point's own clock, in whole seconds; for those that were read from a file.
+// When the report was made, by the access point's own clock, in whole seconds; for reports from a file.
 inline moment made_at(const station_report &report) {
     return second * (report.log_type == report_offline && report.offline_ts.sec > 0
                          ? report.offline_ts.sec

@@ -22,7 +22,7 @@ std::string_view text_of(json_object *value) {
 
 int hex_digit(char c) { return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1; }
 
-// The reverse of escape::write. False: it has not written this.
+// The reverse of escape::write. False for a text that escape::write cannot have made.
 bool unescape(std::string_view text, std::string &out) {
     for (std::size_t at = 0; at < text.size(); ++at) {
         if (text[at] != '\\') {
@@ -60,13 +60,13 @@ template <std::size_t N> bool read(json_object *value, char (&field)[N]) {
 
 template <class Int> bool read(json_object *value, Int &field) {
     if (!json_object_is_type(value, json_type_int)) return false;
-    // What is beyond 64 bits is the nearest number within.
+    // A number beyond 64 bits is read as the nearest one within.
     const std::string_view text = json_object_get_string(value);
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), field);
     return error == std::errc() && end == text.data() + text.size();
 }
 
-// "-12.000345", as it was written: a number of the JSON library has fewer digits. False: something else.
+// Reads "-12.000345" from its text, since the JSON library's numbers have fewer digits. False: another form.
 bool split_decimal(std::string_view text, std::int64_t &whole, std::int64_t &fraction, int digits) {
     const bool negative = text.starts_with('-');
     if (negative) text.remove_prefix(1);
@@ -94,7 +94,7 @@ bool read(json_object *value, report_clock &clock) {
         !split_decimal(json_object_get_string(value), seconds, nanoseconds, 9))
         return false;
     if (seconds > latest + 4 || seconds < earliest - 4) return false;
-    // A clock that is none, with more than a second of nanoseconds, is shown as their sum.
+    // An invalid clock, with more than a second of nanoseconds, is written as their sum.
     const std::int64_t kept = std::clamp(seconds, earliest, latest);
     nanoseconds += (seconds - kept) * in_a_second;
     constexpr std::int64_t rounded = 1000; // that sum has fewer digits

@@ -20,7 +20,7 @@ std::string local_time(moment at) {
 
 std::string seconds_of(const report_clock &clock) {
     char text[32];
-    // An access point's clock may be anything.
+    // An access point's clock can have any value.
     const bool sound = clock.sec >= 0 && clock.nsec >= 0 && clock.nsec < 1'000'000'000;
     const int length = sound ? std::snprintf(text, sizeof(text), "%d.%09d", clock.sec, clock.nsec)
                              : std::snprintf(text, sizeof(text), "%.9f", clock.sec + clock.nsec / 1e9);

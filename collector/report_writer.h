@@ -13,8 +13,8 @@ std::string log_type_name(unsigned log_type);
 // 2026-03-01 14:05:09 online  02:00:00:00:00:01 ath0/0 "Lobby" -40 dBm ...
 std::string report_line(const station_report &sta, moment at);
 
-// Every field of the image under its name in the record, in the image's order, and behind them "received", the
-// time of the receipt: null when it is not known. Clocks are seconds with a fraction.
+// Every field of the image under its name in the record, in the image's order, and after them "received", the
+// time of receipt: null when it is not known. Clocks are seconds with a fraction.
 std::string report_json(const station_report &sta, moment at);
 
 // The same fields, separated by commas; texts in quotation marks. The heading names them.

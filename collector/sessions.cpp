@@ -62,7 +62,7 @@ bool is_here(const stay &known, const station_report &report) {
 }
 
 void count(byte_counter &counter, std::uint64_t value, bool final) {
-    // A driver's last word may lack the figures; otherwise a lower one is a counter that began again.
+    // The driver's final report may lack the figures; otherwise a lower figure means that the counter began again.
     if (value < counter.raw && final) return;
     const std::uint64_t more = value >= counter.raw ? value - counter.raw : value;
     constexpr auto most = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
@@ -114,7 +114,7 @@ void note(stay &known, const station_report &report, moment when) {
     add_address(known, escaped(report.ip), when);
 }
 
-// The departure's time by the access point's clock where it can be true.
+// The departure's time by the access point's clock, if it is plausible.
 moment left_at(const stay &known, const station_report &report, moment when) {
     const moment told = report.offline_ts.sec * second;
     return told >= known.began && told <= when + clock_ahead ? told : std::max(when, known.began);
@@ -141,7 +141,7 @@ void forget_departure(stay &known) {
     known.ended_by.clear();
 }
 
-// The station is associated anew, there or elsewhere: counters begin again.
+// The station has associated again, there or elsewhere: counters begin again.
 void associate(stay &known, const station_report &report) {
     forget_departure(known);
     known.ap = ap_of(report);
@@ -212,14 +212,14 @@ change sessions::open(const station_report &report, const std::string &mac, mome
     begun.began = told > 0 && told > when - longest_stay && told <= when + clock_ahead ? told : when;
     note(begun, report, when);
     count_bytes(begun, report, false);
-    if (departs(report)) set_departure(begun, report, when); // all that is heard of it is its end
+    if (departs(report)) set_departure(begun, report, when); // its departure is the only report
     const entry &known =
         stays_.emplace(mac, entry{std::move(begun), when, report.online_ts.sec}).first->second;
     deadlines_.insert({deadline(known), mac});
     return {change_kind::joined, when, known.is, {}, 0};
 }
 
-// Both return nothing for a report that was overtaken.
+// Both return nothing for a report that is older than one already received.
 std::optional<change_kind> sessions::depart(entry &of, const station_report &report, moment when) const {
     stay &known = of.is;
     const bool elsewhere = !is_here(known, report) || report.online_ts.sec < of.earliest;
@@ -237,7 +237,7 @@ std::optional<change_kind> sessions::proceed(entry &of, const station_report &re
     stay &known = of.is;
     change_kind kind = change_kind::updated;
     const bool again = report.online_ts.sec > known.association;
-    // Clocks of two access points may differ: of another one's word "on line" the order of the receipt counts.
+    // Clocks of two access points may differ: for an arrival at another access point the order of receipt counts.
     const bool news = report.log_type == report_online && ap_of(report) != known.ap;
     if (report.online_ts.sec < of.earliest && !news) return {};
     if (!is_here(known, report)) {
@@ -249,7 +249,7 @@ std::optional<change_kind> sessions::proceed(entry &of, const station_report &re
     } else if (known.state != presence::here) {
         return {};
     }
-    // Without a departure between, the daemon goes on with the first association's time.
+    // Without a departure in between, the daemon keeps the first association's time.
     const bool had_left = kind == change_kind::returned && known.state != presence::here;
     if (had_left || ap_of(report) != known.ap) of.earliest = report.online_ts.sec;
     if (kind != change_kind::updated) associate(known, report);
@@ -284,7 +284,7 @@ std::optional<moment> sessions::next_deadline() const {
 }
 
 void sessions::restore(stay known, moment when) {
-    // Where it has moved or come again, the first association's time is that of the stay's beginning at the latest.
+    // After a roam or a return, the first association was at the stay's beginning or before.
     const auto earliest =
         known.roams + known.returns == 0
             ? known.association

@@ -20,14 +20,14 @@ std::string failed(const std::string &what, const std::string &path) {
     return what + " " + path + ": " + std::strerror(errno);
 }
 
-sockaddr_un address_of(const std::string &path) { // which fits
+sockaddr_un address_of(const std::string &path) { // `path` fits
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof(address.sun_path) - 1);
     return address;
 }
 
-// True when somebody accepts connections at `path`.
+// True when a process accepts connections at `path`.
 bool in_use(const std::string &path) {
     const sockaddr_un address = address_of(path);
     const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -66,7 +66,7 @@ socket_input::~socket_input() {
     if (!path_.empty()) unlink(path_.c_str());
 }
 
-// Opening it is what lab/common/stream_server does, too: the collector is installed without the lab, and takes nothing of it.
+// lab/common/stream_server opens a socket likewise; the collector is installed without the lab and so does not use it.
 std::string socket_input::listen(const std::string &path) {
     if (listener_ = handed_over(); listener_ >= 0) return watch_listener("the socket that was handed over");
     if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path))
@@ -107,7 +107,7 @@ void socket_input::drain() {
     for (bool more = true; more;) {
         more = accept_some();
         receive_all();
-        // Who has been dawdling longest gives up its place when there are too few.
+        // When there are too few places, the peer that has been connected longest is dropped.
         while (more && peers_.size() >= most_peers / 2) {
             close(peers_.front().fd);
             peers_.pop_front();
@@ -115,7 +115,7 @@ void socket_input::drain() {
     }
 }
 
-// True when there may be more of them.
+// True when more may be waiting.
 bool socket_input::accept_some() {
     while (peers_.size() < most_peers) {
         const int fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
@@ -145,7 +145,7 @@ void socket_input::receive_all() {
     }
 }
 
-// True when the message is over.
+// True at the end of the message.
 bool socket_input::receive(peer &from) const {
     char chunk[4096];
     while (from.in.size() <= station_report_size) {
@@ -155,5 +155,5 @@ bool socket_input::receive(peer &from) const {
         if (got <= 0) return true;
         from.in.append(chunk, static_cast<std::size_t>(got));
     }
-    return true; // longer than any report: the rest is of no interest
+    return true; // longer than any report: the rest is not needed
 }

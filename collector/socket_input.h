@@ -1,7 +1,7 @@
 // socket_input.h - the socket on which an access point's daemon delivers its reports, one per connection.
 //
-// Nobody is waited for, and messages are handed on in the order in which their senders connected, as far as they were
-// there together. A message is over when its connection is, or when it is longer than any report.
+// It never waits for a sender. Messages that are complete at the same time are passed on in the order in which their senders
+// connected. A message ends with its connection, or when it is longer than any report.
 #pragma once
 
 #include "collector/received.h"
@@ -12,21 +12,21 @@
 
 class socket_input {
 public:
-    // `take` gets each message; a connection without a byte is a visitor, and none.
+    // `take` gets each message; a connection without a byte is not a message.
     using handler = std::function<void(std::string message)>;
     explicit socket_input(handler take) : take_(std::move(take)) {}
     ~socket_input();
     socket_input(socket_input &&) = delete;
 
-    // Listens at `path`, in place of a socket that nobody listens at any more; or takes the listening socket that the service
-    // manager hands over (LISTEN_PID, LISTEN_FDS), which stays when we end. Empty, or what went wrong.
+    // Listens at `path`, replacing a socket without a listener; or takes the listening socket that the service manager
+    // passes (LISTEN_PID, LISTEN_FDS), which stays when we end. Returns an empty text, or what failed.
     std::string listen(const std::string &path);
 
-    // Waits for at most `milliseconds` (-1: for ever) until somebody has sent something or `also` can be read, and takes
-    // all there is. False: waiting failed.
+    // Waits for at most `milliseconds` (-1: for ever) until something was sent or `also` is readable, and receives
+    // everything. False: waiting failed.
     bool serve(int milliseconds, int also);
 
-    // Takes what has arrived up to now.
+    // Receives what has arrived up to now.
     void drain();
 
 private:

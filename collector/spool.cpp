@@ -23,7 +23,7 @@ constexpr std::string_view suffix = ".spool";
 
 std::string why() { return std::strerror(errno); }
 
-// All of it, or nothing that counts: the caller knows where it began.
+// False if not everything was written; the caller then cuts the file to its old length.
 bool write_at(int fd, std::string_view bytes, std::uint64_t at) {
     while (!bytes.empty()) {
         const ssize_t done = pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at));
@@ -106,7 +106,7 @@ void spool::open_one(std::uint64_t number) {
     file one{number, open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW), 0, spool_head_size, 0};
     if (one.fd < 0) throw std::runtime_error("spool: " + path + ": " + why());
     one.size = static_cast<std::uint64_t>(std::max<off_t>(lseek(one.fd, 0, SEEK_END), 0));
-    if (one.size < spool_head_size) { // killed while it was begun
+    if (one.size < spool_head_size) { // the program was killed while it made the file
         close(one.fd);
         unlink(path.c_str());
         return;
@@ -114,8 +114,8 @@ void spool::open_one(std::uint64_t number) {
     std::uint64_t begin = 0;
     read_at(one.fd, 0, spool_head_size, chunk_);
     const bool known = spool_read_head(chunk_, begin);
-    // Where the records end, and where the one is that was not acknowledged. An offset that is no record's counts for nothing:
-    // the file was emptied, and the program killed before it said so.
+    // Finds the end of the records, and the first record that was not acknowledged. A mark that is not at a record is ignored:
+    // the program was killed after it emptied the file and before it changed the mark.
     std::uint64_t at = spool_head_size, waiting = 0, all = 0;
     bool begun = begin == spool_head_size;
     letter ignored;
@@ -137,7 +137,7 @@ void spool::open_one(std::uint64_t number) {
     on_disk_ += one.waiting;
     if (found.verdict == spool_verdict::damaged)
         set_aside(files_.back(), known ? at : 0);
-    else if (at < one.size && cut_at(one.fd, at)) { // killed while it wrote the last one
+    else if (at < one.size && cut_at(one.fd, at)) { // the program was killed while it wrote the last record
         bytes_ -= one.size - at;
         files_.back().size = at;
     }
@@ -149,7 +149,7 @@ void spool::open_one(std::uint64_t number) {
     }
 }
 
-// The file keeps what is in front of the damage, `good` bytes; the whole of it is left beside it, for somebody to look at.
+// The file keeps the `good` bytes before the damage; a copy of the whole file is left beside it for inspection.
 void spool::set_aside(file &of, std::uint64_t good) {
     const std::string path = path_of(of.number), fresh = path + ".new";
     const std::string aside = path + ".damaged-" + std::to_string(now() / second);
@@ -162,9 +162,9 @@ void spool::set_aside(file &of, std::uint64_t good) {
         whole = !chunk_.empty() && write_at(fd, chunk_, at);
         at += chunk_.size();
     }
-    // Killed in between, it is done once more.
+    // If the program is killed in between, this is done again at the next start.
     whole = whole && link(path.c_str(), aside.c_str()) == 0 && rename(fresh.c_str(), path.c_str()) == 0;
-    if (!whole) { // no room for both
+    if (!whole) { // there is no space for both
         say_(fresh + ": " + why() + ": they are not kept");
         if (fd >= 0) close(fd);
         unlink(fresh.c_str());
@@ -239,7 +239,7 @@ void spool::push(letter one) {
     memory_.push_back(std::move(one));
     write_waiting();
     while (memory_.size() > chosen_.most_in_memory) {
-        if (on_disk_ > 0) { // the oldest are there, and what they leave is room
+        if (on_disk_ > 0) { // the oldest messages are on disk, and dropping them makes room
             make_room();
             write_waiting();
         } else {
@@ -290,7 +290,7 @@ bool spool::take(letter &out) {
             taken_.push_back({at->number, at->next});
             return true;
         }
-        // It was whole when it was written: the disk has lost it.
+        // The record was complete when it was written, so the disk has lost it.
         say_(path_of(at->number) + " cannot be read any more");
         on_disk_ -= at->waiting;
         dropped_ += at->waiting;
@@ -319,19 +319,19 @@ void spool::refused() {
     if (done.file != 0 && taken_.empty()) mark(done.file, done.end);
 }
 
-// All up to `end` of this file is dealt with, and all older files are.
+// Everything up to `end` of this file, and in all older files, is acknowledged or refused.
 void spool::mark(std::uint64_t number, std::uint64_t end) {
     while (!files_.empty() && files_.front().number < number && files_.front().waiting == 0) remove_oldest();
-    if (files_.empty() || files_.front().number != number) return; // it had to make room
+    if (files_.empty() || files_.front().number != number) return; // the file was dropped to make room
     file &of = files_.front();
     const bool over = of.waiting == 0 && end == of.next;
     if (over && files_.size() > 1) return remove_oldest();
-    // Cut before the mark is set back: an offset behind the end counts for nothing.
+    // Cut before the mark is set back: a mark after the end is ignored.
     if (over && cut_at(of.fd, spool_head_size)) {
         bytes_ -= of.size - spool_head_size;
         of.size = of.next = end = spool_head_size;
     }
-    // Where it cannot be written, some are sent twice; but an old mark must not outlive what it was about.
+    // If the mark cannot be written, some messages are sent twice; but an old mark must not stay in an emptied file.
     if (!write_at(of.fd, spool_head(end), 0) && of.next == spool_head_size) remove_oldest();
 }
 

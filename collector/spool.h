@@ -1,14 +1,14 @@
 // spool.h - the messages that wait for a broker: in a folder, where they survive the program's end, or in memory.
 //
-// Order:  first in, first out. What take() gives is kept until acknowledged() or refused() says that it is dealt with; a
-//         spool that is opened again begins with the first that was not.
-// Ends:   what push() has written survives a kill at any moment; a record that it was just writing does not. A power cut may
-//         cost what came since the last sync().
-// Bounds: a folder holds `most_bytes`, in files of a sixteenth; when it is full the oldest file goes, and what nobody has
-//         taken from it is counted as dropped.
-// Errors: what cannot be written waits in memory, up to `most_in_memory` messages, and is written when that is possible
-//         again; then the oldest is dropped and counted. A damaged file is set aside as FILE.damaged-TIME; what is in front
-//         of the damage is kept. Each is said once.
+// Order:  first in, first out. A message from take() is kept until acknowledged() or refused() is called for it; a spool
+//         that is opened again begins with the first one for which neither was.
+// Ends:   a message survives a kill of the program once push() has returned; a power cut may lose messages since the last
+//         sync().
+// Bounds: a folder holds `most_bytes`, in files of a sixteenth; when it is full the oldest file is deleted, and its
+//         messages that were not taken are counted as dropped.
+// Errors: messages that cannot be written wait in memory and are written when that is possible again; above
+//         `most_in_memory` messages the oldest is dropped and counted. A damaged file is set aside as FILE.damaged-TIME; the
+//         records before the damage are kept. Each error is printed once.
 // Thread: one at a time.
 #pragma once
 
@@ -31,25 +31,25 @@ struct spool_options {
 class spool {
 public:
     using speaker = std::function<void(const std::string &)>;
-    // Makes the folder when there is none. std::runtime_error when it cannot be used, or another program uses it.
+    // Makes the folder if it is missing. Throws std::runtime_error when it cannot be used, or another program uses it.
     spool(spool_options chosen, speaker say);
     ~spool();
     spool(spool &&) = delete;
 
     void push(letter one);
     bool empty() const { return waiting() == 0; }
-    // The next one. False: there is none.
+    // Gives the next message. False: there is none.
     bool take(letter &out);
-    // The oldest one that was taken has arrived.
+    // The oldest message that was taken has arrived.
     void acknowledged();
-    // The newest one that was taken cannot be sent by anybody: it is dropped and counted.
+    // The newest message that was taken can never be sent: it is dropped and counted.
     void refused();
-    // Makes what was written survive a power cut, at most once in some seconds.
+    // Makes written messages survive a power cut; does so at most once every few seconds.
     void sync();
 
-    // `waiting`: those that nobody has taken.
+    // `waiting`: messages not taken yet.
     backlog figures() const;
-    // Messages that nobody will get any more if the program ends now.
+    // Messages that are lost if the program ends now.
     std::uint64_t lost_by_an_end() const;
 
 private:
@@ -82,14 +82,14 @@ private:
     speaker say_;
     int folder_ = -1;           // locked
     std::deque<file> files_;    // the oldest first; the last one is written to
-    std::deque<letter> memory_; // behind those on disk
+    std::deque<letter> memory_; // newer than those on disk
     std::deque<place> taken_;
-    std::uint64_t on_disk_ = 0; // that wait
+    std::uint64_t on_disk_ = 0; // waiting
     std::uint64_t bytes_ = 0;
     std::uint64_t last_number_ = 0;
     std::uint64_t dropped_ = 0;
     bool failing_ = false;
-    bool full_ = false; // has been said
+    bool full_ = false; // was printed
     bool unsynced_ = false;
     std::chrono::steady_clock::time_point synced_{};
     std::string chunk_;

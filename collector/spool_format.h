@@ -1,6 +1,6 @@
-// spool_format.h - messages for a broker, as they lie in a file of the spool.
+// spool_format.h - the format of the spool's files, which hold messages for a broker.
 //
-// Format: a file begins with 16 bytes: "wsmspl1\n", and the offset behind the last record that the broker has acknowledged.
+// Format: a file begins with 16 bytes: "wsmspl1\n", and the offset after the last record that the broker has acknowledged.
 //         Records follow: the length of the body (4), its CRC-32 (4), and the body: 1 when retained, else 0 (1), the length of
 //         the topic (2), topic, payload. Numbers are little-endian.
 #pragma once
@@ -22,7 +22,7 @@ inline constexpr std::size_t spool_record_head = 8;
 inline constexpr std::size_t spool_most_body = 1 << 20; // more than any message of ours
 
 std::string spool_head(std::uint64_t acknowledged);
-// False: it is none. `acknowledged` is as it stands there.
+// False: not such a file. `acknowledged` is the value in the file, unchecked.
 bool spool_read_head(std::string_view bytes, std::uint64_t &acknowledged);
 
 // Topics of more than 65,535 bytes are cut; the body must not be larger than `spool_most_body`.
@@ -30,8 +30,8 @@ std::string spool_record(const letter &one);
 
 enum class spool_verdict {
     whole,   // `size` bytes are a record
-    short_,  // it goes on for `size` bytes in all, or for some more when that is 0
-    damaged, // no record
+    short_,  // incomplete: it has `size` bytes in all, or a number not yet known when that is 0
+    damaged, // not a record
 };
 struct spool_found {
     spool_verdict verdict;

@@ -1,4 +1,4 @@
-// stay.h - a station's stay: from its coming to its leaving, over all radios and access points it moved between.
+// stay.h - a station's stay: from arrival to departure, over all radios and access points it moved between.
 // Texts of the report are escaped (protocol/escape.h): valid UTF-8 without control characters.
 #pragma once
 
@@ -26,7 +26,7 @@ struct signal_range { // dBm
     int least = 0;
     int most = 0;
     std::int64_t sum = 0;
-    std::int64_t count = 0; // 0: none was reported, the others mean nothing
+    std::int64_t count = 0; // 0: none was reported, the other members mean nothing
     bool operator==(const signal_range &) const = default;
 };
 
@@ -41,23 +41,23 @@ struct stay {
     std::string mac;
     presence state = presence::here;
     // Where it is, or was last.
-    std::string ap; // MAC of the access point; empty: it did not say
+    std::string ap; // MAC of the access point; empty: not reported
     int radio = 0;
     int channel = 0;
     std::string ssid;
     std::string ifname;
     std::int32_t association =
-        0; // the access point's clock at the association, seconds: tells associations apart
-    // Times are those of the access point where they are plausible, else those of the receipt.
+        0; // the access point's clock at the association, seconds: distinguishes associations
+    // Times are the access point's where they are plausible, otherwise times of receipt.
     moment began = 0;
     moment seen = 0;  // receipt of the last report
-    moment ended = 0; // 0 while it goes on
+    moment ended = 0; // 0 while it is open
     // The departure, while leaving and afterwards.
     int reason_code = 0;
     std::string reason;
     std::string ended_by; // departures.h
     unsigned roams = 0;   // to another radio or access point
-    unsigned returns = 0; // came back within the grace time, or associated anew
+    unsigned returns = 0; // came back within the grace time, or associated again
     unsigned reports = 0;
     signal_range signal;
     byte_counter up;
@@ -67,9 +67,9 @@ struct stay {
     unsigned max_rate = 0; // Mbit/s
     int noise = 0;         // dBm; 0: not reported
     int utilization = 0;
-    std::string version; // as "11ax"
+    std::string version; // such as "11ax"
     bool repeater = false;
-    std::vector<stay_address> addresses; // the newest last
+    std::vector<stay_address> addresses; // newest last
     bool operator==(const stay &) const = default;
 };
 
@@ -78,11 +78,11 @@ enum class change_kind { joined, updated, roamed, returned, leaving, left };
 const char *change_name(change_kind kind);
 const char *presence_name(presence state);
 
-// What a report, or the clock, has done to a stay.
+// A change of a stay, by a report or by the passing of time.
 struct change {
     change_kind kind = change_kind::updated;
     moment at = 0;
-    stay now;            // as it is after it
+    stay now;            // after the change
     std::string from_ap; // roamed: where it was before
     int from_radio = 0;
 };

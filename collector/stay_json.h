@@ -1,4 +1,4 @@
-// stay_json.h - stays and changes as JSON, alike in every output that has any. docs/collector.md has the schema.
+// stay_json.h - stays and changes as JSON, in the same form for all outputs. docs/collector.md has the schema.
 #pragma once
 
 #include "collector/json.h"
@@ -7,5 +7,5 @@
 
 json_fields stay_json(const stay &one, const station_names &names);
 
-// {"kind", "at", "station": {...}}, with "from_ap" and "from_radio" of one that roamed.
+// {"kind", "at", "station": {...}}, with "from_ap" and "from_radio" for a roam.
 json_fields change_json(const change &what, const station_names &names);

@@ -23,7 +23,7 @@ bool parse_host(std::string_view text, int port, subscribe_options::address &out
     return !out.host.empty();
 }
 
-// Levels between slashes; "+" stands for a whole one.
+// Levels separated by slashes; "+" means any one level.
 bool good_prefix(std::string_view prefix) {
     if (prefix.empty() || prefix.size() > 128 || prefix.starts_with('$')) return false;
     for (std::size_t at = 0; at <= prefix.size();) {

@@ -1,4 +1,4 @@
-// subscribe_options.h - which broker reports come from.
+// subscribe_options.h - the broker that reports come from.
 #pragma once
 
 #include "collector/broker_login.h"
@@ -17,12 +17,12 @@ struct subscribe_options : broker_login {
     std::string prefix = "wsm"; // of the topics; a level may be "+"
     std::string vhost = "/";    // AMQP
     std::string queue = "wsm-reports";
-    std::string group = "wsm-collector"; // of the collectors that share one subscription
-    std::string client_id;               // MQTT: ours, which stays the same; empty: made of the host's name
-    int prefetch = 2000; // messages that the broker has handed over and that are not stored yet, at most
+    std::string group = "wsm-collector"; // the collectors that share one subscription
+    std::string client_id;               // MQTT: must stay the same; empty: made from the host's name
+    int prefetch = 2000;                 // at most so many messages are delivered and not yet stored
 };
 
 // "mqtt://[user[:password]@]host[:port][/prefix]", mqtts://, or
 // "amqp://[user[:password]@]host[:port][,host[:port]...][/vhost][?queue=NAME&prefix=PREFIX]", amqps://; "%2f" and the like
-// stand for a character in user, password, vhost and the arguments. Empty, or what is wrong with it.
+// stand for a character in user, password, vhost and the arguments. Returns an empty text, or what is wrong with it.
 std::string parse_subscribe_url(const std::string &url, subscribe_options &out);

@@ -18,7 +18,7 @@ void summary::add(const station_report &sta) {
     history &known = stations_[escaped(sta.mac)];
     ++known.reports;
     if (sta.log_type == report_roamed) ++known.roams;
-    // A log on with the known time is a station whose address has changed.
+    // A report "online" with the known time means that the station's address has changed.
     const bool again = known.online && sta.log_type == report_online && sta.online_ts.sec != known.since;
     if (again) known.end_session();
     if (!known.online) { // or the collector was started later than the session
@@ -26,7 +26,7 @@ void summary::add(const station_report &sta) {
         known.online = true;
         known.since = sta.online_ts.sec;
     }
-    // What has been counted so far; a later report of the session carries the larger figure.
+    // The figures so far; later reports of the session have larger ones.
     known.current_seconds =
         sta.log_type == report_offline && sta.offline_ts.sec > sta.online_ts.sec && sta.online_ts.sec > 0
             ? sta.offline_ts.sec - sta.online_ts.sec

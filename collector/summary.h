@@ -1,4 +1,4 @@
-// summary.h - what a run of reports says about each station.
+// summary.h - a summary of a sequence of reports for each station.
 #pragma once
 
 #include "protocol/station_report.h"
@@ -7,7 +7,7 @@
 #include <map>
 #include <string>
 
-// A session goes from a log on to the log off, or to a log on with another time of association.
+// A session lasts from an arrival to the departure, or to an arrival with another time of association.
 class summary {
 public:
     void add(const station_report &sta);
@@ -24,7 +24,7 @@ private:
         std::uint64_t down = 0;
         bool online = false;
         std::int32_t since = 0;           // wall clock of the association
-        std::int64_t current_seconds = 0; // of the session that goes on
+        std::int64_t current_seconds = 0; // of the current session
         std::uint64_t current_up = 0;
         std::uint64_t current_down = 0;
         std::map<std::string, unsigned> reasons;

@@ -1,4 +1,4 @@
-// times.h - the clock, and times as people write them.
+// times.h - the clock, and reading times written by people.
 #pragma once
 
 #include "collector/received.h"

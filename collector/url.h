@@ -1,11 +1,11 @@
-// url.h - the parts of an address that may stand escaped in it.
+// url.h - decoding escaped characters in a URL.
 #pragma once
 
 #include <charconv>
 #include <string>
 #include <string_view>
 
-// "%2f" and the like become their characters. False: a % without two hexadecimal digits, or a zero byte.
+// Replaces "%2f" and the like by their characters. False: a % without two hexadecimal digits, or a zero byte.
 inline bool url_decode(std::string_view text, std::string &out) {
     out.clear();
     for (std::size_t at = 0; at < text.size(); ++at) {

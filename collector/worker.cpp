@@ -6,7 +6,7 @@
 
 namespace {
 
-// Signals are for the main thread, which has the loop that notices them.
+// Blocks signals: they are for the main thread, whose loop handles them.
 class no_signals {
 public:
     no_signals() {
@@ -48,16 +48,16 @@ void worker::push(entry one) {
             ++state_->dropped;
         }
         state_->waiting.push_back(std::move(one));
-        if (state_->waiting.size() > 1) return; // it has been told
+        if (state_->waiting.size() > 1) return; // the thread was notified already
     }
     state_->filled.notify_one();
 }
 
 void worker::feed(entry one) {
-    constexpr std::size_t enough = 512; // to keep the output busy; a file's content need not wait in memory
+    constexpr std::size_t enough = 512; // keeps the output busy without reading a whole file into memory
     {
         std::unique_lock hold(state_->lock);
-        // Whoever keeps a message until it is stored has a bound for them already.
+        // A sender that keeps messages until they are stored limits their number itself.
         const bool kept = one->in && one->in->ticket != 0;
         const std::size_t most = kept ? most_waiting_ : std::min(most_waiting_, enough);
         state_->taken_from.wait(hold, [this, most] { return state_->waiting.size() < most; });
@@ -84,8 +84,7 @@ worker::ending worker::finish(std::chrono::milliseconds patience) {
 }
 
 output_figures worker::figures() const {
-    const std::optional<backlog> kept =
-        state_->out->kept(); // may take its time: not with the lock of the queue
+    const std::optional<backlog> kept = state_->out->kept(); // may block: without the queue's lock
     const std::lock_guard hold(state_->lock);
     return {name_, state_->taken, state_->dropped, state_->waiting.size(), kept};
 }
@@ -102,7 +101,7 @@ void worker::run(const std::shared_ptr<shared> &state) {
             else
                 state->filled.wait(hold, something);
             if (state->waiting.empty() && state->ending) break;
-            // A few at a time: what is in our hands is not counted as waiting, and cannot be dropped.
+            // Only some at a time: messages taken from the queue no longer count as waiting, and cannot be dropped.
             for (int room = 256; room > 0 && !state->waiting.empty(); --room) {
                 batch.push_back(std::move(state->waiting.front()));
                 state->waiting.pop_front();

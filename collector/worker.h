@@ -1,4 +1,4 @@
-// worker.h - an output's thread and the bounded queue in front of it.
+// worker.h - an output's thread and the bounded queue before it.
 //
 // Waits: push() never; feed() while the queue is full, for input that can wait as well (files).
 // Full:  push() drops the oldest message and counts it.
@@ -21,7 +21,7 @@ public:
     using entry = std::shared_ptr<const message>;
 
     worker(std::string name, std::unique_ptr<output> out, std::size_t most_waiting);
-    // Takes what waits first, however long that takes: see finish().
+    // Waits until the queue is empty, however long that takes; see finish().
     ~worker();
     worker(worker &&) = delete;
 
@@ -29,20 +29,20 @@ public:
     void feed(entry one);
 
     enum class ending { done, failed, stuck };
-    // Waits until all is taken and the output has finished. `stuck`: it has not within `patience`; what waits is dropped
-    // and counted, the thread is left alone, and the program must end by _Exit.
+    // Waits until the queue is empty and the output has finished. `stuck`: that did not happen within `patience`; the waiting
+    // messages are dropped and counted, the thread keeps running, and the program must end with _Exit.
     ending finish(std::chrono::milliseconds patience);
 
     output_figures figures() const;
 
 private:
-    struct shared { // outlives a worker whose thread is stuck
+    struct shared { // survives a worker whose thread is stuck
         mutable std::mutex lock;
         std::condition_variable filled;
         std::condition_variable taken_from;
         std::deque<entry> waiting;
         std::unique_ptr<output> out;
-        std::atomic<std::size_t> in_hand{0}; // taken from the queue, and not yet dealt with
+        std::atomic<std::size_t> in_hand{0}; // taken from the queue, and not yet handled
         std::uint64_t taken = 0;
         std::uint64_t dropped = 0;
         bool ending = false;

@@ -96,7 +96,7 @@ api_answer access_points(const api_sources &from) {
     return answer(all);
 }
 
-// Empty, or what is wrong with the arguments.
+// Returns an empty text, or what is wrong with the arguments.
 std::string read_range(const api_arguments &arguments, store_range &range) {
     for (const auto &[name, value] : arguments) {
         if (name == "since" || name == "until") {

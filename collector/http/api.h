@@ -1,6 +1,6 @@
-// api.h - the answers of the HTTP interface, apart from the carrying of them. docs/collector.md lists the addresses.
+// api.h - the answers of the HTTP interface, without the transport. docs/collector.md lists the addresses.
 //
-// Thread: many at once; everything it reads is the live view's or a database connection of its own.
+// Thread: any number at once; it reads only the live view and database connections of its own.
 #pragma once
 
 #include "collector/live.h"
@@ -21,7 +21,7 @@ struct api_answer {
 struct api_sources {
     std::shared_ptr<live_view> view;
     std::shared_ptr<const station_names> names;
-    std::string store; // as --store has it; empty: no history
+    std::string store; // the argument of --store; empty: no history
     std::function<std::vector<output_figures>()> outputs;
     moment started = 0;
     std::size_t metrics_stations = 0; // stations that metrics may name

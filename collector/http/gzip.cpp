@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr int level = 5;             // half the time of the best one, and a twentieth larger
-constexpr int gzip_window = 15 + 16; // zlib's way to ask for gzip's head
+constexpr int level = 5;             // half the time of the best level, and a twentieth more bytes
+constexpr int gzip_window = 15 + 16; // 16 more asks zlib for the gzip format
 constexpr int memory_level = 8;
 
 std::string_view trimmed(std::string_view text) {
@@ -24,7 +24,7 @@ bool same_word(std::string_view a, std::string_view b) {
                       [&](char one, char other) { return lower(one) == lower(other); });
 }
 
-// The piece up to `end`, which goes with it.
+// Takes the piece up to `end` off the text, and `end` with it.
 std::string_view cut(std::string_view &text, char end) {
     const auto at = text.find(end);
     const std::string_view piece = text.substr(0, at);
@@ -32,7 +32,7 @@ std::string_view cut(std::string_view &text, char end) {
     return trimmed(piece);
 }
 
-// "q=0", "q=0.000", and what is no weight.
+// True for "q=0", "q=0.000", and an invalid weight.
 bool is_refused(std::string_view parameters) {
     while (!parameters.empty()) {
         std::string_view value = cut(parameters, ';');

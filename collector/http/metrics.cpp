@@ -1,4 +1,4 @@
-// metrics.cpp - what is counted, in Prometheus' text format.
+// metrics.cpp - the counters in Prometheus' text format.
 #include "collector/http/api.h"
 
 #include <algorithm>
@@ -104,7 +104,7 @@ std::string write_metrics(const api_sources &from) {
         bytes.add("ap=" + quoted(ap) + ",direction=\"down\"", of.down);
     }
     if (from.metrics_stations == 0) return out;
-    // Those with the most bytes, so that the number of series is bounded and worth its room.
+    // The stations with the most bytes, so that the number of series is bounded.
     std::vector<const stay *> busiest;
     for (const stay &one : here) busiest.push_back(&one);
     const std::size_t shown = std::min(from.metrics_stations, busiest.size());

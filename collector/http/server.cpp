@@ -21,7 +21,7 @@ namespace {
 constexpr unsigned most_connections = 64;
 constexpr unsigned idle_seconds = 30;
 constexpr int heartbeat = 10'000;             // ms; shorter than the idle time
-constexpr std::size_t request_memory = 16384; // of which a request has half
+constexpr std::size_t request_memory = 16384; // half of it for the request
 constexpr std::size_t stack = 256 * 1024;
 constexpr std::size_t most_packed = 1024 * 1024; // of a file: it is read into memory for that
 
@@ -67,7 +67,7 @@ bool names_loopback(std::string_view host) {
     return name == "localhost" || name.starts_with("127.");
 }
 
-// Takes as long for a wrong word as for the right one.
+// Takes equally long for a wrong token and for the right one.
 bool same(std::string_view a, std::string_view b) {
     unsigned char differ = a.size() == b.size() ? 0 : 1;
     for (std::size_t i = 0; i < a.size(); ++i)
@@ -105,7 +105,7 @@ MHD_Response *response_of(std::string_view body) {
                                            MHD_RESPMEM_MUST_COPY);
 }
 
-// `packed`: what a caller that takes gzip gets, when it is not empty.
+// `packed`, if it is not empty, is sent to a client that accepts gzip.
 MHD_Response *response_of(std::string_view body, std::string_view packed) {
     MHD_Response *response = response_of(packed.empty() ? body : packed);
     if (!response) return nullptr;
@@ -198,12 +198,12 @@ struct http_server_access {
     static MHD_Result handle(void *self, MHD_Connection *connection, const char *url, const char *method,
                              const char *, const char *, std::size_t *body, void **state) {
         static int seen;
-        if (*state == nullptr) { // the headers are there; a body, if any, is not
+        if (*state == nullptr) { // the headers have arrived; the body, if any, has not
             *state = &seen;
             return MHD_YES;
         }
         if (*body != 0) {
-            *body = 0; // read and forgotten
+            *body = 0; // read and ignored
             return MHD_YES;
         }
         return static_cast<http_server *>(self)->chosen_.address.empty()
@@ -276,7 +276,7 @@ struct http_server_access {
         return send(connection, response, 200);
     }
 
-    // A file of the page, compressed once and for all until it changes. Empty: it goes as it is.
+    // A file of the page, compressed once until it changes. Empty: it is sent uncompressed.
     static std::shared_ptr<const std::string> packed(http_server &server, const std::string &name, int fd,
                                                      const struct stat &about) {
         const std::lock_guard lock(server.packing_);
@@ -329,7 +329,7 @@ http_server::http_server(server_options chosen, api_sources sources)
                                  " can be reached from other machines: a token file is needed");
     const unsigned flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_POLL |
                            static_cast<unsigned>(at.v6 ? MHD_USE_IPv6 : MHD_NO_FLAG);
-    sigset_t all, before; // signals are the main thread's
+    sigset_t all, before; // signals are for the main thread
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     daemon_ = MHD_start_daemon(

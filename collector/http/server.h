@@ -1,10 +1,11 @@
-// server.h - the HTTP interface, read only, on an address of its own.
+// server.h - the HTTP interface, read only, on its own address.
 //
-// Bounds: `most_connections` at once, of which half may be streams; requests of 8 KiB; who neither sends nor reads for 30 s is
-//         cut off, and a stream that falls behind by 1 MiB as well.
-// Texts of 1 KiB and more are compressed for who asks for gzip; the page's files once, and kept so. The event stream is not.
-// Off loopback a token is needed. On loopback the name in "Host" must be a loopback one, so that no foreign page can lead a
-// browser here.
+// Bounds: `most_connections` at once, of which half may be streams; requests of 8 KiB; a client that neither sends nor reads
+//         for 30 s is disconnected, and so is a stream that falls behind by 1 MiB.
+// Texts of 1 KiB and more are compressed for clients that accept gzip; the page's files are compressed once and kept. The event
+// stream is not compressed.
+// An address that is not loopback needs a token. On loopback the name in "Host" must be a loopback name, so that a foreign web
+// page cannot make a browser read from here.
 #pragma once
 
 #include "collector/http/api.h"
@@ -19,7 +20,7 @@ struct MHD_Daemon;
 
 struct server_options {
     std::string address; // "127.0.0.1:8080", "[::1]:0"
-    std::string token;   // empty: none is asked for
+    std::string token;   // empty: no token is needed
     std::string web;     // folder of the page's files; empty: none
     bool api = true;     // else only /metrics
     bool metrics = false;

@@ -50,7 +50,7 @@ int compare(std::string_view a, std::string_view b) {
     return a.empty() && b.empty() ? 0 : a.empty() ? -1 : 1;
 }
 
-// A channel's number names its band. Most numbers of 6 GHz are also those of another band, and count as that one.
+// The band of a channel number. Most numbers of 6 GHz are also used in another band, and count as that one.
 const char *band_of(int channel) {
     if (channel >= 1 && channel <= 14) return "2.4";
     if (channel >= 32 && channel <= 177) return "5";

@@ -1,5 +1,5 @@
-// stations.h - which stations a question is about, in which order, and how many of them: the table of a page begins with a
-// few rows of a list that may have thousands.
+// stations.h - selecting and sorting stations: a page's table shows a few rows first of a list that may have
+// thousands.
 #pragma once
 
 #include "collector/names.h"
@@ -11,7 +11,7 @@
 #include <vector>
 
 struct stations_question {
-    std::vector<std::string> words; // small letters; each must be in one of a station's texts
+    std::vector<std::string> words; // lower case; each must occur in one of a station's texts
     std::string ssid;               // empty here and below: any
     std::string ap;
     std::string state; // presence_name()
@@ -21,10 +21,11 @@ struct stations_question {
     std::size_t limit = 0; // 0: all
 };
 
-// Reads search (at most 256 bytes), ssid, ap, state, band, sort, direction and limit (1 to 10,000); an empty one is as none.
-// Returns nothing, or what is wrong with them.
+// Reads search (at most 256 bytes), ssid, ap, state, band, sort, direction and limit (1 to 10,000); an empty argument counts as missing.
+// Returns an empty text, or what is wrong with them.
 std::string read_question(const std::map<std::string, std::string> &arguments, stations_question &asked);
 
-// A JSON array of them; equal ones in order of their MACs. Small letters are those of ASCII, and digits count as numbers.
+// A JSON array of the selected stations; equal ones in order of their MACs. Case is ignored for ASCII only, and runs of digits
+// are compared as numbers.
 std::string stations_json(const std::vector<stay> &here, const station_names &names,
                           const stations_question &asked);

@@ -1,4 +1,4 @@
-// open_store.h - the store that a person has named.
+// open_store.h - opening the store that --store names.
 #pragma once
 
 #include "collector/store/store_reader.h"
@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-// What --store has to be; empty: it is. `url` and `path` get what it names, one of them.
+// Returns an empty text, or the forms that --store must have. Sets `url` or `path`.
 std::string parse_store(const std::string &text, std::string &url, std::string &path);
 
-// `store`: as --store has it. store_error when it cannot be opened, or this program was built without it.
+// `store`: the argument of --store. Throws store_error when it cannot be opened, or this program was built without it.
 std::unique_ptr<store_reader> open_store(const std::string &store, const station_names &names);

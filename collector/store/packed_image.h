@@ -1,7 +1,7 @@
-// packed_image.h - a report's image without its zeros, which are most of it: a third of the room in a table.
+// packed_image.h - a report's image without its zeros, which are most of it; it takes a third of the space in a table.
 //
-// Format: again and again a byte that says how many zeros come, one that says how many other bytes come, and these. Zeros at the
-//         end are left out. What is packed is always packed alike, so that equal images have equal bytes.
+// Format: a sequence of runs: a byte with the number of zeros, a byte with the number of other bytes, and these bytes. Zeros at the
+//         end are left out. Equal images are always packed to equal bytes.
 #pragma once
 
 #include "protocol/station_report.h"
@@ -13,7 +13,7 @@
 
 inline std::string pack_image(std::string_view image) {
     constexpr std::size_t most = 255;
-    // A pair of lengths costs two bytes, so fewer zeros than three are among the others.
+    // A new run costs two bytes, so one or two zeros are stored among the other bytes.
     constexpr std::string_view gap("\0\0\0", 3);
     std::string packed;
     const auto last = image.find_last_not_of('\0');
@@ -31,7 +31,7 @@ inline std::string pack_image(std::string_view image) {
     return packed;
 }
 
-// Nothing when it was not packed by pack_image().
+// Returns nothing if it was not packed by pack_image().
 inline std::optional<std::string> unpack_image(std::string_view packed) {
     std::string image;
     while (packed.size() >= 2) {

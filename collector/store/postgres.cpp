@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::int64_t days_to_2000 = 10957; // since 1970-01-01
 
-// A server that does not answer any more is noticed by the kernel; all of it can be set otherwise in the URL.
+// The kernel notices a server that does not answer any more. The URL can override all of these.
 constexpr const char *defaults[][2] = {
     {"connect_timeout", "10"},     {"keepalives_idle", "10"},
     {"keepalives_interval", "5"},  {"keepalives_count", "3"},
@@ -25,7 +25,7 @@ std::string one_line(const char *text) {
     return line;
 }
 
-// libpq's words for a URL that it cannot read, or a host made of half a password, would show it.
+// Refuses URLs for which an error message of libpq could show a password, or a part of it.
 void check_url(const std::string &url) {
     const auto begin = url.find("://");
     if (begin == std::string::npos) throw postgres_error({}, "not a postgresql:// URL");
@@ -152,7 +152,7 @@ postgres::postgres(const std::string &url) {
         names.push_back(name);
         values.push_back(value);
     }
-    names.insert(names.end(), {"dbname", nullptr}); // the last one counts, and it may be a whole URL
+    names.insert(names.end(), {"dbname", nullptr}); // the last one counts, and may be a whole URL
     values.insert(values.end(), {url.c_str(), nullptr});
     connection_.reset(PQconnectdbParams(names.data(), values.data(), 1));
     if (!usable())
@@ -194,7 +194,7 @@ rows postgres::run_binary(const char *statement, const parameters &values) {
 
 void postgres::copy(const char *statement, const copy_rows &from) {
     if (from.empty()) return;
-    constexpr std::size_t most = 1 << 20; // bytes handed over at once
+    constexpr std::size_t most = 1 << 20; // bytes sent at once
     constexpr std::string_view end("\377\377", 2);
     using result = std::unique_ptr<PGresult, void (*)(PGresult *)>;
     const result begun(PQexec(connection_.get(), statement), PQclear);
@@ -218,7 +218,7 @@ transaction::~transaction() {
     try {
         db_.script("ROLLBACK");
     } catch (const postgres_error &) {
-        // The connection is lost, and the transaction with it.
+        // The connection is lost, and so is the transaction.
     }
 }
 

@@ -1,9 +1,9 @@
-// postgres.h - a connection to PostgreSQL. Errors are exceptions, of which the SQLSTATE says what to do.
+// postgres.h - a connection to PostgreSQL. Errors are exceptions; their SQLSTATE says how to handle them.
 //
 // Foreign text is always a parameter or a field of a COPY in binary form, never part of a statement.
-// Errors:  connecting, or a statement that fails: postgres_error. The connection is then closed by whoever caught it, or
-//          used again when nothing is wrong with it but the statement.
-// Password: from the URL, ~/.pgpass or a service file, as libpq takes it; in no text of ours.
+// Errors:  postgres_error, when connecting or a statement fails. The caller then closes the connection, or uses it again if
+//          only the statement was wrong.
+// Password: from the URL, ~/.pgpass or a service file, as libpq reads it; it appears in no text of ours.
 #pragma once
 
 #include "collector/store/store_error.h"
@@ -21,7 +21,7 @@ public:
     postgres_error(std::string state, const std::string &what)
         : store_error(what), state_(std::move(state)) {}
     const std::string &state() const { return state_; }
-    // A value is at fault, so that another attempt would end alike: data exception, integrity, a limit of the program.
+    // A value is wrong, so another attempt would fail as well: data exception, integrity violation, program limit.
     bool of_value() const;
 
 private:

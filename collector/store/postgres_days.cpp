@@ -33,7 +33,8 @@ void postgres_days::prepare(postgres &db, const std::set<std::int64_t> &days, mo
     }
 }
 
-// A part is filled with what the rest has of its day, and attached: that stops nobody from writing to the others.
+// A new part is filled with the rows of its day from the part for the rest, and then attached. Writers to other parts are not
+// blocked.
 void postgres_days::make(postgres &db, std::int64_t day) {
     const std::string name = name_of(day), next = name_of(day + 1);
     const std::string first = std::to_string(day * one_day), last = std::to_string((day + 1) * one_day);
@@ -61,7 +62,7 @@ bool postgres_days::prune(postgres &db, std::int64_t first_kept) {
             transaction doing(db);
             const parameters ours = parameters().add(postgres_lock).add(lock_prune);
             if (db.run("SELECT pg_try_advisory_xact_lock($1, $2)", ours).bytes(0, 0) != "t") return false;
-            db.script("SET LOCAL lock_timeout = '2s'"); // whoever reads or writes comes first
+            db.script("SET LOCAL lock_timeout = '2s'"); // readers and writers come first
             const std::string limit = name_of(first_kept);
             const rows parts =
                 db.run("SELECT c.oid::regclass::text FROM pg_inherits i JOIN pg_class c ON c.oid = i.inhrelid"
@@ -76,7 +77,7 @@ bool postgres_days::prune(postgres &db, std::int64_t first_kept) {
         db.run("DELETE FROM report_other WHERE at < $1", before);
         db.run("DELETE FROM sample_other WHERE at < $1", before);
         db.run("DELETE FROM refused WHERE at < to_timestamp($1::bigint / 1000000)", before);
-        // The rest a little at a time, so that nobody waits for it.
+        // The part for the rest is pruned in small steps, so that nobody waits for it.
         for (const char *some :
              {"WITH over AS (DELETE FROM event WHERE id IN (SELECT id FROM event WHERE at < $1 ORDER BY at "
               "LIMIT 10000)"
@@ -88,7 +89,7 @@ bool postgres_days::prune(postgres &db, std::int64_t first_kept) {
             }
         return true;
     } catch (const postgres_error &error) {
-        if (error.state() != "55P03") throw; // not got the lock in time
+        if (error.state() != "55P03") throw; // the lock was not available in time
         return false;
     }
 }

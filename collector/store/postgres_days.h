@@ -1,5 +1,5 @@
-// postgres_days.h - the tables that are parted by days: a part is there before the first row of its day, and dropped whole
-// when the day is too old. Any number of collectors may do either at once.
+// postgres_days.h - the tables that are partitioned by days: a part is made before the first row of its day, and dropped
+// when the day is too old. Any number of collectors may do this at the same time.
 #pragma once
 
 #include "collector/received.h"
@@ -12,13 +12,13 @@ inline constexpr moment one_day = 86400 * second;
 class postgres_days {
 public:
     // Makes the parts for `days` (since 1970) that have none. Days before 2015 and days more than two ahead of `clock` get
-    // none: what is of them goes to a part for the rest.
+    // none: their rows go to a part for the rest.
     void prepare(postgres &db, const std::set<std::int64_t> &days, moment clock);
 
-    // Removes what is from before this day, everywhere. False: somebody is busy with the tables, or does it already.
+    // Removes everything from before this day. False: the tables are locked, or another collector is doing it.
     bool prune(postgres &db, std::int64_t first_kept);
 
-    // After another connection was made: somebody may have dropped anything meanwhile.
+    // To be called after reconnecting: parts may have been dropped meanwhile.
     void forget() { ready_.clear(); }
 
 private:

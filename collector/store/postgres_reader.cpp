@@ -15,8 +15,8 @@ cell cell_of(const rows &from, int row, int column) {
     }
 }
 
-// In every query: $1 since, $2 until, $3 mac or "", $4 access point or "", $5 limit, $6 step in microseconds. Sums have no bound,
-// and those of hostile figures are cut to a bigint's.
+// In every query: $1 since, $2 until, $3 mac or "", $4 access point or "", $5 limit, $6 step in microseconds. Sums have no
+// bound, so those of hostile figures are limited to the range of bigint.
 // clang-format off
 const char *sql_of(store_question what) {
     switch (what) {
@@ -81,7 +81,7 @@ const char *sql_of(store_question what) {
             avg(rate_down)::float8 AS rate_down, least(sum(up), 9223372036854775807)::bigint AS up,
             least(sum(down), 9223372036854775807)::bigint AS down
         FROM own WHERE at BETWEEN $1::bigint AND $2::bigint GROUP BY 1 ORDER BY 1 LIMIT $5::bigint)";
-    // A station is told of once a minute, so that in five all of a radio are.
+    // Every station is reported once a minute, so five minutes include all stations of a radio.
     case store_question::radios: return R"(
         WITH own AS (
             SELECT at / 300000000 * 300000000 AS at, ap, radio, count(DISTINCT stay) AS stations, avg(noise) AS noise,

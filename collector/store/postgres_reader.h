@@ -1,4 +1,4 @@
-// postgres_reader.h - questions to a store that PostgreSQL has; each a statement of at most half a minute that changes nothing.
+// postgres_reader.h - queries to a store in PostgreSQL; each is a read-only statement of at most half a minute.
 #pragma once
 
 #include "collector/store/postgres.h"

@@ -1,8 +1,8 @@
 // postgres_schema.h - the tables in PostgreSQL. Times are microseconds since 1970, texts are escaped (protocol/escape.h).
 //
-// `stay`, `address`, `event` and `sample` are those of schema.h; `radio` is a view, since who counts the stations of a
-// radio would have to be one program. `report` has what came, of which everything else is made; its order of a station's
-// reports is (at, ap, boot, seq), for which texts compare byte by byte.
+// `stay`, `address`, `event` and `sample` are those of schema.h; `radio` is a view, since no single collector sees all stations of a
+// radio. `report` has the received reports, from which everything else is made; a station's reports are ordered by
+// (at, ap, boot, seq), with texts compared byte by byte.
 //
 // A new version is a new entry at the end: it is run on tables of the version before it. An entry is never changed.
 #pragma once
@@ -62,6 +62,6 @@ inline constexpr const char *postgres_schema[] = {
 };
 // clang-format on
 
-// Advisory locks of a database are pairs of numbers: this one is ours, and the other says what for.
+// Advisory locks are pairs of numbers: the first is this one, the second is the purpose.
 inline constexpr int postgres_lock = 0x77736d64;
 enum postgres_lock_for { lock_schema = 0, lock_days = 1, lock_prune = 2, lock_shard = 100 };

@@ -11,7 +11,7 @@
 
 namespace {
 
-// Both in one transaction: what a collector holds in memory meanwhile.
+// Limits of one transaction, and so of the memory that it needs.
 constexpr std::int64_t most_batches = 1000; // of some dozen stations each
 constexpr std::int64_t most_due = 5000;     // stations
 
@@ -136,7 +136,7 @@ std::vector<std::int64_t> postgres_stays::lock_shards(postgres &db, moment clock
     std::vector<std::int64_t> shards, ours;
     for (int i = 0; i < found.count(); ++i) shards.push_back(found.number(i, 0));
     if (shards.empty()) return ours;
-    // In the order of the array, which is the same for everybody.
+    // In the order of the array, which is the same in all collectors.
     const parameters keys = parameters().add(postgres_lock).add(lock_shard).add(shards);
     const rows got = db.run(
         wait ? "SELECT s, pg_advisory_xact_lock($1::int, $2::int + s) IS NOT NULL FROM unnest($3::int[]) AS s"
@@ -185,8 +185,8 @@ void postgres_stays::read_last(postgres &db, stations &of) {
             {addresses.text(i, 1), addresses.number(i, 2), addresses.number(i, 3)});
 }
 
-// Where something came that is not later than what its station's stays were made of: from which report on they are to be made
-// anew, and which they are.
+// For stations with a report older than those their stays were made of: finds the report from which stays must be made again,
+// and these stays.
 void postgres_stays::read_anew(postgres &db, stations &of, moment horizon) {
     std::vector<std::string> macs;
     std::vector<std::int64_t> before;
@@ -194,7 +194,7 @@ void postgres_stays::read_anew(postgres &db, stations &of, moment horizon) {
         one.from.at = one.last.empty() ? one.since : one.last.front().folded + 1;
         if (one.since == 0 || one.last.empty() || one.since > one.last.front().folded) continue;
         one.anew = true;
-        one.from.at = one.since; // where no stay was opened before
+        one.from.at = one.since; // used when no stay was opened before
         macs.push_back(mac);
         before.push_back(one.since);
     }
@@ -205,7 +205,7 @@ void postgres_stays::read_anew(postgres &db, stations &of, moment horizon) {
         const kept_stay begin = stay_of(found, i);
         one.from = begin.opened;
         if (begin.opened.at >= horizon) continue;
-        // Of the reports that this stay was made of some are gone.
+        // Some of the reports that this stay was made of have been deleted.
         one.anew = false;
         one.from = {one.last.front().folded + 1, {}, {}, 0};
     }
@@ -232,7 +232,7 @@ void postgres_stays::read_reports(postgres &db, stations &of) {
     }
     if (macs.empty()) return;
     const moment first = std::max<moment>(*std::min_element(since.begin(), since.end()), 0);
-    // Days are those of the times, so that others' parts need not be looked at.
+    // The days follow from the times, so other days' parts need not be read.
     const rows found =
         db.run_binary("SELECT r.mac, r.at, r.ap, r.boot, r.seq, r.image FROM unnest($1::text[], "
                       "$2::bigint[]) AS of(mac, since)"

@@ -1,9 +1,9 @@
 // postgres_stays.h - makes stays, events and time series out of the table of reports, for any number of collectors.
 //
-// Result: depends on the reports in the table and on the rules alone, not on who stored them, in which order, or how often
-//         they came. A report that is older than what its station's stays were made of has the stays since then made anew.
-// Locks:  one for each shard of the stations, until the transaction's end. Whoever does not get one leaves its stations to
-//         who has it.
+// Result: depends only on the reports in the table and on the rules, not on who stored them, in which order, or how often
+//         they came. If a report is older than those that its station's stays were made of, the stays since then are made again.
+// Locks:  one for each shard of the stations, until the transaction's end. A collector that does not get a lock leaves those
+//         stations to the one that has it.
 #pragma once
 
 #include "collector/store/postgres.h"
@@ -17,18 +17,18 @@ class postgres_stays {
 public:
     postgres_stays(const session_rules &rules, moment sample_gap) : rules_(rules), gap_(sample_gap) {}
 
-    // Takes up some of the reports that are in no stay yet, and ends what silence and grace have ended by `clock`. Reports
-    // from before `horizon` may be gone, so that no stay from before it is made anew. `wait`: for shards that somebody else
-    // has, too. Returns how many stations were looked at.
+    // Handles some of the reports that are in no stay yet, and ends stays whose silence or grace is over at `clock`. Reports
+    // from before `horizon` may have been deleted, so no stay from before it is made again. `wait`: also waits for shards that
+    // another collector has locked. Returns the number of stations handled.
     std::size_t fold(postgres &db, moment clock, moment horizon, bool wait);
 
 private:
     struct station {
-        moment since = 0;            // the earliest report that is new; 0: none, only its time has come
+        moment since = 0;            // the earliest new report; 0: none, only grace or silence is over
         std::vector<kept_stay> last; // none or one
-        report_key from;             // reports before it count already
-        bool anew = false;           // since `from`
-        std::vector<std::pair<report_key, std::int64_t>> ids; // of stays that are made anew
+        report_key from;             // reports before it are in stays already
+        bool anew = false;           // the stays since `from` are made again
+        std::vector<std::pair<report_key, std::int64_t>> ids; // of stays that are made again
         std::vector<std::pair<report_key, station_report>> reports;
     };
     using stations = std::map<std::string, station>;

@@ -16,14 +16,14 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::size_t most_rows = 2000; // of a batch
-constexpr auto most_waiting = 100ms;    // what a broker keeps for us is not to wait for a second
+constexpr auto most_waiting = 100ms;    // a broker should not wait a second for acknowledgements
 constexpr auto first_delay = 100ms, last_delay = 5000ms; // between two attempts
 constexpr auto for_ever = std::chrono::milliseconds(365 * 24h);
-constexpr auto at_the_end = 5s; // at the end
+constexpr auto at_the_end = 5s; // patience when the program ends
 constexpr auto prune_interval = 60s;
 constexpr std::size_t longest_name = 64;
 constexpr moment latest = 4'000'000'000 * second; // the year 2096
-constexpr moment behind = 60 * second; // who is so late is catching up: the others' time has not come yet
+constexpr moment behind = 60 * second; // a collector so far behind is catching up: the clock ends no stays
 
 void say(const std::string &text) { std::fprintf(stderr, "wsm-collector: store: %s\n", text.c_str()); }
 
@@ -34,7 +34,7 @@ std::string random_name() {
     return text;
 }
 
-// To its first characters, none of which is cut.
+// Cuts the text at a character's end.
 void shorten(std::string &text) {
     if (text.size() <= longest_name) return;
     std::size_t end = longest_name;
@@ -67,7 +67,7 @@ void postgres_store::open() {
     days_.forget();
     db_.reset();
     db_ = std::make_unique<postgres>(chosen_.url);
-    // Rows of few stations are looked for in large tables, whatever is known of their sizes.
+    // Queries look for few stations in large tables, whatever the planner's statistics say.
     if (db_->run("SHOW server_encoding").bytes(0, 0) != "UTF8")
         throw store_error("the encoding of the database is not UTF8");
     db_->script(
@@ -93,7 +93,7 @@ void postgres_store::migrate() {
     doing.commit();
 }
 
-// Until it succeeds, at least once. False: it has not within that time.
+// Repeats the work until it succeeds, at least once. False: it did not within that time.
 template <class Work> bool postgres_store::tried(Work work, std::chrono::milliseconds patience) {
     const auto end = clock::now() + patience;
     for (std::chrono::milliseconds delay = first_delay;; delay = std::min(2 * delay, last_delay)) {
@@ -134,7 +134,7 @@ void postgres_store::take(const message &one) {
     if (rows_.size() >= most_rows) write(for_ever);
 }
 
-// Why a report cannot be stored; empty: it can.
+// Why a report cannot be stored; empty if it can.
 std::string postgres_store::trouble(const origin &from) const {
     if (from.access_point.size() > longest_name || from.boot.size() > longest_name)
         return "the name of its access point or of its run is too long";
@@ -150,7 +150,7 @@ void postgres_store::add(const received &in) {
     std::string mac;
     if (!impossible(report, mac)) made.mac = mac;
     if (in.from) {
-        // Nothing but what came with it may count: it may come again.
+        // The key must depend only on the report itself, since it may come again.
         made.key = {in.at != 0 ? in.at : made_at(report), escaped(in.from->access_point),
                     escaped(in.from->boot), static_cast<std::int64_t>(in.from->seq)};
     } else {
@@ -176,7 +176,7 @@ void postgres_store::add(const received &in) {
     rows_.push_back(std::move(made));
 }
 
-// True: nothing waits any more.
+// True: everything is written.
 bool postgres_store::write(std::chrono::milliseconds patience) {
     if (!rows_.empty() && !tried([this] { attempt(); }, patience)) return false;
     if (ticket_ > committed_) {
@@ -194,7 +194,7 @@ void postgres_store::attempt() {
     rows_.clear();
 }
 
-// Where a value is refused, its half of the rows is divided until it is found.
+// If a value is refused, the rows are halved until it is found.
 void postgres_store::insert(std::size_t first, std::size_t count) {
     if (count == 0) return;
     copy_rows out;
@@ -211,7 +211,7 @@ void postgres_store::insert(std::size_t first, std::size_t count) {
     try {
         transaction doing(*db_);
         db_->copy("COPY incoming FROM STDIN (FORMAT binary)", out);
-        // In the order of the key: two collectors that have the same reports wait for each other in the same order.
+        // In key order, so that two collectors with the same reports do not deadlock.
         db_->script(
             "WITH fresh AS (INSERT INTO report SELECT * FROM incoming ORDER BY day, ap, boot, seq"
             " ON CONFLICT DO NOTHING RETURNING mac, at)"
@@ -244,7 +244,7 @@ void postgres_store::settle() {
     const auto most = std::min<std::chrono::milliseconds>(std::chrono::seconds(chosen_.commit), most_waiting);
     if (since < next_) return;
     if ((rows_.empty() || since - first_ >= most) && !write(0ms)) {
-        // There is room for more, and an end would be noticed.
+        // There is room for more messages, and a stop would be noticed.
         delay_ = std::clamp<std::chrono::milliseconds>(2 * delay_, first_delay, last_delay);
         next_ = clock::now() + delay_;
         return;
@@ -255,7 +255,7 @@ void postgres_store::settle() {
     try {
         if (db_) keep_house(false);
     } catch (const postgres_error &error) {
-        // No reason to let what comes wait: another collector may do it, or we the next time.
+        // New reports need not wait for this: another collector may do it, or we do it the next time.
         if (!failing_) say(std::string(error.what()) + ": tried again");
         failing_ = true;
         db_.reset();
@@ -263,9 +263,9 @@ void postgres_store::settle() {
     }
 }
 
-// What is not in the way of what comes: stays, and making room.
+// Work that new reports do not wait for: making stays, and pruning.
 void postgres_store::keep_house(bool wait) {
-    // At the end nothing more is to be caught up with.
+    // At the end the clock may end stays, even after catching up.
     while (stays_.fold(*db_, wait && !chosen_.of_files ? now() : time(), horizon(), wait) > 0 && wait) {
     }
     folded_ = clock::now();

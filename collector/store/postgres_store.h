@@ -1,12 +1,11 @@
-// postgres_store.h - the output that keeps what came in PostgreSQL. Any number of collectors share one database.
+// postgres_store.h - the output that keeps reports and stays in PostgreSQL. Any number of collectors share one database.
 //
-// Once:   a report is known by (day of its receipt, access point, boot, seq); one that comes again is not stored again. One
-//         that came without an origin gets the run of this collector as boot, and its own number.
-// Order:  reports are stored and told as committed first; stays are made of what is in the table afterwards, by whichever
-//         collector finds them waiting.
-// Away:   while the database is, take() waits with its batch and tries again. So the queue in front of it fills: a broker
-//         then keeps what comes, the local socket's oldest is dropped there and counted.
-// Refused: a report that cannot be stored is put into the table `refused` with the reason, counted and told; the others go on.
+// Once:   (day of receipt, access point, boot, seq) identifies a report; the same report is stored once. A report without an
+//         origin gets this collector's run as boot, and a number of its own.
+// Order:  reports are stored and reported as committed first. Stays are made from the table afterwards, by any collector.
+// Away:   while the database is away, take() waits with its batch and tries again. The queue before it fills: a broker then
+//         keeps new messages; for the local socket the oldest is dropped and counted.
+// Refused: a report that cannot be stored is put into the table `refused` with the reason, counted and printed; the others go on.
 #pragma once
 
 #include "collector/output.h"
@@ -21,8 +20,8 @@
 
 class postgres_store : public output {
 public:
-    // Connects and brings the tables up to date. store_error when the tables are those of a newer version; with files as
-    // input, also when the database cannot be reached, for which others wait.
+    // Connects and brings the tables up to date. Throws store_error when the tables are of a newer version. If the database
+    // cannot be reached, it also throws with files as input; with other inputs it waits.
     postgres_store(store_options chosen, const session_rules &rules);
 
     void take(const message &one) override;
@@ -33,7 +32,7 @@ public:
 private:
     struct row {
         report_key key;
-        std::string mac; // empty: a report that cannot be true, of no stay
+        std::string mac; // empty: an impossible report, in no stay
         std::int32_t kind = 0;
         std::string image;
     };
@@ -59,15 +58,15 @@ private:
     postgres_days days_;
     postgres_stays stays_;
     std::vector<row> rows_;
-    std::uint64_t ticket_ = 0;    // of the last message that was taken
-    std::uint64_t committed_ = 0; // up to which one all is stored
-    clock::time_point first_{};   // when the oldest of rows_ came
+    std::uint64_t ticket_ = 0;    // of the last message taken
+    std::uint64_t committed_ = 0; // everything up to it is stored
+    clock::time_point first_{};   // receipt of the oldest of rows_
     clock::time_point folded_{};
     clock::time_point pruned_ = clock::now() - std::chrono::hours(1);
-    clock::time_point came_{}; // when the newest report came
-    moment newest_ = 0;        // its time of receipt
+    clock::time_point came_{}; // receipt of the newest report
+    moment newest_ = 0;        // its own time of receipt
     std::uint64_t refused_ = 0, expired_ = 0;
-    clock::time_point next_{}; // not to be tried before
+    clock::time_point next_{}; // time of the next attempt
     std::chrono::milliseconds delay_{0};
     bool failing_ = false;
 };

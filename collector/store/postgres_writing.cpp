@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr moment watch_step = 300 * second; // of the index that finds who is silent
+constexpr moment watch_step = 300 * second; // of the index that finds silent stations
 
 std::int64_t signed_bits(std::uint64_t value) { return std::bit_cast<std::int64_t>(value); }
 

@@ -1,4 +1,4 @@
-// postgres_writing.h - folded stays on their way into the tables: a few statements for any number of stations.
+// postgres_writing.h - writing folded stays into the tables, with a few statements for any number of stations.
 #pragma once
 
 #include "collector/store/postgres.h"
@@ -10,9 +10,9 @@
 
 class postgres_writing {
 public:
-    // `replaced`: stays that this one's take the place of, by their first reports. A stay that is the same keeps its number.
+    // `replaced`: earlier stays that these replace, by their first reports. A stay with the same first report keeps its number.
     void add(station_fold folded, std::vector<std::pair<report_key, std::int64_t>> replaced);
-    // Within the caller's transaction.
+    // To be called within a transaction.
     void write(postgres &db);
 
 private:

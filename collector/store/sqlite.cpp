@@ -2,7 +2,7 @@
 
 namespace {
 
-constexpr int patience = 5000; // ms to wait for somebody else's lock
+constexpr int patience = 5000; // ms to wait for another program's lock
 
 [[noreturn]] void fail(sqlite3 *db, int code) {
     throw sqlite_error(code, db ? sqlite3_errmsg(db) : sqlite3_errstr(code));

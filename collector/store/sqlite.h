@@ -1,4 +1,4 @@
-// sqlite.h - a database file and its prepared statements. Errors are exceptions, of which the result code says what to do.
+// sqlite.h - a database file and its prepared statements. Errors are exceptions; their result code says how to handle them.
 #pragma once
 
 #include "collector/store/store_error.h"
@@ -13,7 +13,7 @@ class sqlite_error : public store_error {
 public:
     sqlite_error(int code, const std::string &what) : store_error(what), code_(code) {}
     int code() const { return code_ & 0xff; }
-    // The file is not what it should be: another one is needed.
+    // The file is damaged or not a database: a new one is needed.
     bool damaged() const { return code() == SQLITE_CORRUPT || code() == SQLITE_NOTADB; }
 
 private:
@@ -23,7 +23,7 @@ private:
 class database {
 public:
     enum class access { write, read };
-    // Opens the file, which is made when it is to be written and not there.
+    // Opens the file; for writing, makes it if it is missing.
     database(const std::string &path, access how);
 
     void run(const char *sql); // any number of statements, results are ignored
@@ -48,7 +48,7 @@ public:
     statement &bind_null();
 
     bool step(); // true: there is a row
-    void run();  // to the end, and ready for the next time
+    void run();  // to the end, then resets it
     void reset();
 
     int columns() const { return sqlite3_column_count(stmt_.get()); }

@@ -1,4 +1,4 @@
-// sqlite_reader.h - questions to a store that is an SQLite file.
+// sqlite_reader.h - queries to a store in an SQLite file.
 #pragma once
 
 #include "collector/store/sqlite.h"

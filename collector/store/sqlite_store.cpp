@@ -56,7 +56,7 @@ sqlite_store::~sqlite_store() = default;
 void sqlite_store::open() {
     made_.reset();
     db_ = std::make_unique<database>(chosen_.path, database::access::write);
-    db_->run("PRAGMA auto_vacuum = INCREMENTAL"); // counts before there is a table
+    db_->run("PRAGMA auto_vacuum = INCREMENTAL"); // must be set before there is a table
     db_->run("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA cache_size = -2048;"
              "PRAGMA wal_autocheckpoint = 500; PRAGMA journal_size_limit = 4194304;");
     const std::int64_t pages = db_->number("PRAGMA page_count");
@@ -145,7 +145,7 @@ void sqlite_store::take(const message &one) {
     const change &what = *one.what;
     const stay &now_is = what.now;
     clock_ = std::max(clock_, what.at);
-    // Who is where, for the radios' own series.
+    // The number of stations of each radio, for the radios' series.
     const place here{now_is.ap, now_is.radio};
     const auto before = where_.find(now_is.id);
     const bool gone = what.kind == change_kind::left;
@@ -200,7 +200,7 @@ bool sqlite_store::finish() {
     return good;
 }
 
-// One batch. False: it is kept for later.
+// Writes one batch. False: it is kept for later.
 bool sqlite_store::write() {
     written_ = std::chrono::steady_clock::now();
     if (dirty_.empty() && samples_.empty() && events_.empty()) {
@@ -234,7 +234,7 @@ bool sqlite_store::write() {
             break;
         }
     }
-    // What is kept is bounded; a stay's own figures are not among what is dropped.
+    // The number of rows kept is bounded; only samples and events are dropped, never stays.
     while (samples_.size() + events_.size() + airs_.size() > chosen_.most_pending) {
         if (!samples_.empty())
             samples_.pop_front();
@@ -252,7 +252,7 @@ void sqlite_store::tell() {
 }
 
 void sqlite_store::write_batch() {
-    if (!made_) open(); // could not be opened anew before
+    if (!made_) open(); // an earlier attempt to open it has failed
     db_->run("BEGIN IMMEDIATE");
     for (const auto &[id, one] : dirty_) write_stay(one);
     for (const event &one : events_) {
@@ -322,7 +322,7 @@ void sqlite_store::write_stay(const stay &one) {
     }
 }
 
-// Oldest first, a little at a time.
+// Oldest first, in small steps.
 void sqlite_store::prune() {
     if (failing_ || std::chrono::steady_clock::now() - pruned_ < prune_interval) return;
     try {
@@ -343,7 +343,7 @@ bool sqlite_store::prune_once() {
     const moment oldest =
         chosen_.keep_days > 0 && clock_ > 0 ? clock_ - chosen_.keep_days * 86400 * second : 0;
     const std::string old = std::to_string(oldest);
-    // Of what is too large the oldest tenth goes.
+    // If the file is too large, the oldest tenth is deleted.
     const auto some = [this](const char *table) {
         return std::to_string(std::clamp<std::int64_t>(
             db_->number(std::string("SELECT (max(id) - min(id)) / 10 FROM ") + table), 100, 20000));

@@ -1,8 +1,8 @@
 // sqlite_store.h - the output that keeps stays, events and time series in a database file.
 //
-// Written in batches: what came since the last one is lost in a power cut, and nothing else. A file that is damaged is
-// renamed to FILE.damaged-TIME and a new one begun. On a full disk batches are kept, up to `most_pending` samples, and
-// counted when they are dropped; stays are never dropped, and written when there is room again.
+// It writes in batches: a power cut loses only what came since the last batch. A damaged file is renamed to
+// FILE.damaged-TIME and a new one is begun. When the disk is full, up to `most_pending` samples and events are kept, and
+// further ones are dropped and counted; stays are never dropped, and are written when there is space again.
 #pragma once
 
 #include "collector/output.h"
@@ -21,11 +21,11 @@
 
 class sqlite_store : public output {
 public:
-    // Opens the file, or begins it; sqlite_error when neither is possible.
+    // Opens or makes the file. Throws sqlite_error when neither is possible.
     explicit sqlite_store(store_options chosen);
     ~sqlite_store() override;
 
-    // The stays that went on when the file was last written, and the number for the next one.
+    // The stays that were open when the file was last written, and the number for the next one.
     std::vector<stay> open_stays();
     std::int64_t next_stay();
 
@@ -76,13 +76,13 @@ private:
     std::deque<sample> samples_;
     std::deque<event> events_;
     std::deque<std::pair<place, std::tuple<moment, int, int, int>>> airs_;
-    std::unordered_map<std::int64_t, moment> sampled_; // stays that go on
+    std::unordered_map<std::int64_t, moment> sampled_; // open stays
     std::map<place, air> radios_;
     std::map<place, int> population_;
     std::unordered_map<std::int64_t, place> where_;
     std::uint64_t dropped_ = 0;
-    std::uint64_t ticket_ = 0; // of the last message that was taken
-    std::uint64_t told_ = 0;   // up to here is stored
+    std::uint64_t ticket_ = 0; // of the last message taken
+    std::uint64_t told_ = 0;   // everything up to it is stored
     bool failing_ = false;
     moment clock_ = 0; // of the messages
     std::chrono::steady_clock::time_point written_ = std::chrono::steady_clock::now();

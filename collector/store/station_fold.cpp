@@ -20,7 +20,7 @@ void station_fold::take(const report_key &key, const station_report &report) {
 }
 
 void station_fold::pass(moment clock) {
-    // At the very time that ends it, whenever somebody looks.
+    // Each stay ends at its own deadline, however late this is called.
     while (const auto due = going_.next_deadline()) {
         if (*due > clock) return;
         changes_.clear();
@@ -48,7 +48,7 @@ void station_fold::note(change what, const report_key *opened) {
     if (what.kind != change_kind::updated) events.push_back({index, std::move(what)});
 }
 
-// What the rules remember beside the stay itself.
+// Copies the state of the rules into the stays.
 void station_fold::settle() {
     if (stays.empty()) return;
     if (const auto known = going_.known(stays.back().is.mac)) {

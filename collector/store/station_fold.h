@@ -1,7 +1,7 @@
-// station_fold.h - the stays of one station out of its reports, bit by bit.
+// station_fold.h - makes the stays of one station from its reports, in any number of steps.
 //
-// Result: depends on nothing but the reports, in the order of their keys, and the rules. Who takes up what another has
-//         left goes on as if there had been no break.
+// Result: depends only on the reports, in the order of their keys, and on the rules. Resuming what another collector has
+//         stored gives the same result as one run.
 #pragma once
 
 #include "collector/sessions.h"
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-// One report, and its place among those of its station.
+// Identifies a report and orders the reports of a station.
 struct report_key {
     moment at = 0; // of the receipt
     std::string ap;
@@ -19,15 +19,15 @@ struct report_key {
     auto operator<=>(const report_key &) const = default;
 };
 
-// A stay as it is kept.
+// A stay as it is stored.
 struct kept_stay {
-    stay is; // id 0: it has none yet
+    stay is; // id 0: no number yet
     moment heard = 0;
     std::int32_t earliest = 0;
     report_key opened;    // its first report
-    moment sampled = 0;   // when the last point of its time series was
-    moment folded = 0;    // all reports of the station up to then count, and its time has come so far
-    bool changed = false; // since it was taken up
+    moment sampled = 0;   // time of the last point of its series
+    moment folded = 0;    // all reports and deadlines of the station up to this time are included
+    bool changed = false; // since it was resumed
 };
 
 class station_fold {
@@ -45,13 +45,13 @@ public:
     // `sample_gap`: least time between two points of a stay's series.
     station_fold(const session_rules &rules, moment sample_gap) : going_(rules), gap_(sample_gap) {}
 
-    // The station's last stay so far. First of all, if there is one.
+    // Resumes the station's last stay, if there is one. To be called first.
     void resume(kept_stay last);
     void take(const report_key &key, const station_report &report);
-    // Ends what silence and grace have ended by then.
+    // Ends stays whose silence or grace is over at `clock`.
     void pass(moment clock);
 
-    std::vector<kept_stay> stays; // the one that was taken up, and those that began
+    std::vector<kept_stay> stays; // the resumed one and the new ones
     std::vector<event> events;
     std::vector<sample> samples;
 

@@ -1,4 +1,4 @@
-// store_error.h - a store that cannot be opened, read or written. What it says is for people and holds no password.
+// store_error.h - the error for a store that cannot be opened, read or written. Its text is for people and holds no password.
 #pragma once
 
 #include <stdexcept>

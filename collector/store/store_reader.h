@@ -1,4 +1,4 @@
-// store_reader.h - questions to a store, while somebody else may be writing to it.
+// store_reader.h - queries to a store, while another program may be writing to it.
 #pragma once
 
 #include "collector/names.h"
@@ -32,7 +32,7 @@ enum class store_question {
     radios,     // stations, noise and utilization of radios over time
 };
 
-// Those whose answer depends on the range's step.
+// True for queries whose answer depends on the range's step.
 inline bool takes_step(store_question what) {
     return what == store_question::flapping || what == store_question::series ||
            what == store_question::radios;
@@ -42,11 +42,11 @@ class store_reader {
 public:
     virtual ~store_reader() = default;
 
-    // store_error when there is no answer.
+    // Throws store_error when there is no answer.
     virtual table ask(store_question what, const store_range &range) = 0;
 };
 
-// An answer in the making: behind each station's MAC comes its name.
+// Builds an answer, and adds the station's name after each MAC.
 class named_table {
 public:
     explicit named_table(const station_names &names) : names_(names) {}

@@ -1,4 +1,4 @@
-// table.h - rows with named columns, as queries give them, and how they are written down.
+// table.h - rows with named columns, the result of queries, and writing them as text.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 using cell = std::variant<std::monostate, std::int64_t, double, std::string>;
 
 struct table {
-    std::vector<std::string> columns; // one that is_time() holds microseconds since 1970
+    std::vector<std::string> columns; // a column for which is_time() is true has microseconds since 1970
     std::vector<std::vector<cell>> rows;
 };
 
