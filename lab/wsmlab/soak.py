@@ -28,12 +28,13 @@ MINUTE = 60_000          # milliseconds; also the log-up period
 SWEEP = 300              # seconds after a restart
 UNLISTED = 300           # seconds after which a station that the driver does not list is retired
 PATIENCE = 120           # seconds without any sign of life
-# Of memory that may come to stay: the room of one answer, and what a crowd with all its addresses has left free between the
-# blocks of those that stayed. Up to 570 were seen, with nothing left in use.
-KEPT_KIB = 1024
+# Of memory that may come to stay: what a crowd with all its addresses has left free between the blocks of those that stayed.
+# Up to 170 were seen, with nothing left in use.
+KEPT_KIB = 512
 KEPT_LATE_KIB = 64       # the same in the second half of a long life
 _LONG = 20               # measurements
 WARM_UP = 10             # minutes, with answers and reports of all kinds, before a life's memory is taken as its beginning
+_ANSWER_KEPT = 12        # seconds after which the daemon has given the room of an answer back
 _BEATS = 4
 _CHECKPOINT = 60         # minutes
 _NETWORK = "Lobby"
@@ -406,6 +407,7 @@ class Soak:
         life = self.lives[-1]
         if not life.warm or len(self.ledger.table) < 0.98 * self.stations:
             return
+        self.quiet(_ANSWER_KEPT)
         life.samples.append(self.measure())
 
     def _compare_lives(self):

@@ -138,6 +138,7 @@ int sta_ubus_get_info_methods(struct ubus_context *ctx, struct ubus_object * /*o
         if (wlan) STA_LOG("sta_ubus_get_info_methods sta_info_param:\"%s\"\n", wlan);
         sta_encode_json_sta_array_info(&sta_ubus_reply_buf, param, mac, wlan);
     }
+    sta_bus_free_when_idle();
     // More stations than a bus message can carry: answer with an error, never with part of the list.
     if (!sta_bus_can_carry(&sta_ubus_reply_buf)) return UBUS_STATUS_NO_MEMORY;
     ubus_send_reply(ctx, req, sta_ubus_reply_buf.head);

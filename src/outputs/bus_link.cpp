@@ -4,6 +4,7 @@ struct ubus_context *sta_ubus_ctx = nullptr;
 struct blob_buf sta_ubus_reply_buf = {};
 struct ubus_object sta_ubus_object = {};
 struct ubus_object sta_wsmd_object = {};
+struct uloop_timeout sta_bus_idle_timer = {};
 
 bool sta_bus_make_room(struct blob_buf *buf) noexcept {
     constexpr int station_size_max = 4096; // every text full, the name at its longest: 2.4 KiB
@@ -15,4 +16,10 @@ bool sta_bus_make_room(struct blob_buf *buf) noexcept {
     }
     blob_buf_free(buf);
     return false;
+}
+
+void sta_bus_free_when_idle() noexcept {
+    constexpr int idle_ms = 10000; // twice the period of a page that shows the stations
+    sta_bus_idle_timer.cb = [](struct uloop_timeout * /*timer*/) { blob_buf_free(&sta_ubus_reply_buf); };
+    uloop_timeout_set(&sta_bus_idle_timer, idle_ms);
 }

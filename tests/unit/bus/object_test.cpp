@@ -232,6 +232,17 @@ TEST_F(methods, get_of_more_stations_than_a_message_can_carry_is_an_error) {
               lines{"count INT32 " + std::to_string(stations)});
 }
 
+TEST_F(methods, get_gives_the_room_of_its_answer_back_when_nobody_asks_for_ten_seconds) {
+    for (int i = 0; i < 300; ++i) put_station(numbered_mac(i).c_str());
+    EXPECT_EQ(get("{\"get_all_sta_status\":\"online\"}").status, 0);
+    EXPECT_GT(sta_ubus_reply_buf.buflen, 300 * 1000);
+    EXPECT_GT(uloop_timeout_remaining64(&sta_bus_idle_timer), 0);
+    EXPECT_LE(uloop_timeout_remaining64(&sta_bus_idle_timer), 10000);
+    uloop_timeout_set(&sta_bus_idle_timer, 0); // the ten seconds are over
+    EXPECT_TRUE(soon([] { return !sta_ubus_reply_buf.buf; }));
+    EXPECT_EQ(get("{\"get_all_sta_status\":\"online\"}").reply->back(), "count STRING 300");
+}
+
 TEST_F(methods, set_takes_the_period_and_runs_a_log_up_at_once) {
     const bus_call result = other.call("sta", "set", "{\"set_update_log_period\":30}");
     EXPECT_EQ(result.status, 0);

@@ -167,6 +167,7 @@ void disconnect_daemon() {
         object->id = 0;
         if (object->type) object->type->id = 0;
     }
+    uloop_timeout_cancel(&sta_bus_idle_timer);
     ubus_free(sta_ubus_ctx);
     sta_ubus_ctx = nullptr;
 }
