@@ -1,5 +1,5 @@
-// The functions through which a daemon receives, in place of those of the C library and of libwas: each calls the real
-// one, and records what that gave.
+// The functions through which a daemon receives data. They replace those of the C library and of libwas: each calls the
+// real one and records its result.
 #include "record/recorder.h"
 #include "record/watched_files.h"
 
@@ -31,7 +31,7 @@ bool is_generic_netlink(int fd) {
 }
 
 void record_received(const void *buffer, std::size_t size, ssize_t got, int error) {
-    if (got < 0 && (error == EINTR || error == EAGAIN)) return; // it will ask again
+    if (got < 0 && (error == EINTR || error == EAGAIN)) return; // the daemon calls again
     watched_files_look();
     const std::uint64_t now = recorder_now();
     if (got >= 0) {
@@ -49,7 +49,7 @@ std::size_t without_zeros(const std::uint8_t *bytes, std::size_t size) {
     return size;
 }
 
-// A request's bytes, which the answer overwrites. Most of a request are zeros.
+// A copy of the request, which the answer overwrites. Most of its bytes are zero.
 struct request_copy {
     std::uint8_t room[64];
     std::uint8_t *bytes = room;
@@ -73,7 +73,7 @@ struct request_copy {
 
 #pragma GCC visibility push(default)
 
-// By another name here: the headers may define the real one's own inline.
+// Declared under another name, since the headers may define the real one inline.
 extern "C" ssize_t recorded_recv(int fd, void *buffer, std::size_t size, int flags) __asm__("recv");
 extern "C" ssize_t recorded_recv_chk(int fd, void *buffer, std::size_t size, std::size_t room,
                                      int flags) __asm__("__recv_chk");
@@ -88,7 +88,7 @@ extern "C" ssize_t recorded_recv(int fd, void *buffer, std::size_t size, int fla
     return got;
 }
 
-// What the C library's hardening makes of a recv() whose buffer's size the compiler knows.
+// The C library's hardening calls this instead of recv() where the compiler knows the buffer's size.
 extern "C" ssize_t recorded_recv_chk(int fd, void *buffer, std::size_t size, std::size_t room, int flags) {
     if (size > room) std::abort();
     return recorded_recv(fd, buffer, size, flags);
@@ -115,7 +115,7 @@ extern "C" int was_ext_ioctl_msg(void *buffer, int size, const char *ifname, int
     wire::put(header + request_size_offset, static_cast<std::uint32_t>(whole));
     wire::put(header + request_asked_offset, static_cast<std::uint32_t>(asked.size));
     if (ifname) std::memcpy(header + request_ifname_offset, ifname, strnlen(ifname, request_ifname_size));
-    // After a failure the buffer means nothing.
+    // After a failure the buffer's content is undefined.
     const std::size_t answered =
         result == 0 ? without_zeros(static_cast<const std::uint8_t *>(buffer), whole) : 0;
     recorder_write(record_request, begin,

@@ -1,4 +1,4 @@
-// What reaches a daemon on the bus: its handlers are wrapped when it hands them to the bus library.
+// Records what a daemon receives on the bus: its handlers are wrapped when it registers them with the bus library.
 #include "base/cxx/ubus.h"
 #include "record/recorder.h"
 #include "record/watched_files.h"
@@ -16,7 +16,7 @@ template <class Function> Function *next(const char *name) {
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
-// The daemon's own handlers, by what was registered. Those that find no room are not recorded.
+// The daemon's own handlers, by the registered object. If the table is full, further ones are not recorded.
 template <class Owner, class Handler> struct wrapped {
     const Owner *owner;
     Handler handler;
@@ -68,14 +68,14 @@ int on_notification(ubus_context *ctx, ubus_object *object, ubus_request_data *r
 
 int on_call(ubus_context *ctx, ubus_object *object, ubus_request_data *request, const char *method,
             blob_attr *message) {
-    record(record_call, method, message); // a query, too: it has the daemon ask the driver
+    record(record_call, method, message); // queries as well: they make the daemon ask the driver
     for (std::size_t i = 0; i < std::size(methods); ++i)
         if (methods[i].name && std::string_view{methods[i].name} == method)
             return method_handlers[i](ctx, object, request, method, message);
     return UBUS_STATUS_METHOD_NOT_FOUND;
 }
 
-// Puts a copy of the methods, with our handler, in place of the daemon's.
+// Replaces the daemon's methods by a copy with our handler.
 void wrap_methods(ubus_object *object) {
     const int count = object->n_methods;
     if (object->methods == methods || count < 0 || static_cast<std::size_t>(count) > std::size(methods))

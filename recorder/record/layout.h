@@ -1,8 +1,8 @@
-// layout.h - the file that wsm-record writes: all that a daemon receives, each piece with its time.
+// layout.h - the file that wsm-record writes: everything that a daemon receives, with times.
 //
 // A header, then records, each with a header of its own; little-endian, nothing between them. The last record may be
-// torn: whoever writes can end at any moment. Shared by the recorder, which runs inside of the daemon, and by all who
-// read. docs/formats.md has it for people.
+// incomplete, since the writer can end at any moment. Shared by the recorder, which runs inside the daemon, and all
+// readers. docs/formats.md describes it.
 #pragma once
 
 #include "protocol/wire.h"
@@ -19,10 +19,10 @@ inline constexpr std::size_t recording_monotonic_offset = 24; // i64: CLOCK_MONO
 inline constexpr std::size_t recording_uptime_offset = 32;    // i64: CLOCK_BOOTTIME at the start, µs
 inline constexpr std::size_t recording_header = 40;
 
-inline constexpr std::uint32_t recording_order = 0x01020304; // netlink messages are in this order, too
+inline constexpr std::uint32_t recording_order = 0x01020304; // netlink messages are in this order as well
 
 // Record header
-inline constexpr std::size_t record_size_offset = 0; // u32: bytes behind this header
+inline constexpr std::size_t record_size_offset = 0; // u32: bytes after this header
 inline constexpr std::size_t record_kind_offset = 4; // u16
 inline constexpr std::size_t record_time_offset = 8; // u64: µs since the start, never before the record above
 inline constexpr std::size_t record_header = 16;
@@ -31,14 +31,14 @@ inline constexpr std::uint32_t record_size_max = 40u << 20; // above any that is
 inline constexpr std::uint64_t record_time_max = 10ull * 366 * 24 * 3600 * 1000000; // ten years
 
 enum record_kind : std::uint16_t {
-    record_message = 1,       // what recv() gave of the netlink socket: the bytes
+    record_message = 1,       // the bytes that recv() returned from the netlink socket
     record_receive_error = 2, // or its error: i32, an errno
     record_request = 3,       // a driver request and its answer: request_*
     record_file = 4,          // a file that the daemon reads, at the start and when it has changed: file_*
     record_event = 5,         // an event on the bus: bus_*
     record_notification = 6,  // a notification that was subscribed to: bus_*
     record_call = 7,          // a call of one of the daemon's methods: bus_*
-    record_end = 8,           // the daemon has ended by itself; empty
+    record_end = 8,           // the daemon has exited; empty
 };
 
 // Driver request. Bytes of request and answer are kept up to the last that is not zero.
@@ -76,7 +76,7 @@ struct recorded_place {
     recorded_file number;
     const char *path;
     bool is_uci;   // recorded without options that the daemon does not read
-    bool at_start; // read at the start only: later changes are the daemon's own, or mean nothing to it
+    bool at_start; // read at the start only: later changes are made by the daemon, or do not matter to it
 };
 // In the order of their numbers, from 1.
 inline constexpr recorded_place recorded_places[] = {

@@ -1,7 +1,7 @@
-// wsm-record - starts the daemon so that all that it receives is written to a file, and shows such files.
+// wsm-record - starts the daemon so that everything it receives is written to a file, and shows such files.
 //
-// The recording is made by the library that this program preloads into the daemon; the daemon takes this program's
-// place, with its process number, so that signals and the exit status need nobody between.
+// The recording is made by the library that this program preloads into the daemon; the daemon replaces this program
+// and has its process number, so that signals and the exit status need not be passed on.
 #include "record/recording.h"
 #include "record/show.h"
 
@@ -18,7 +18,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-extern "C" void wsm_recorder(void); // something of the library, by which its file is found
+extern "C" void wsm_recorder(void); // a function of the library, used to find its file
 
 namespace {
 
@@ -103,14 +103,14 @@ int record(const options &chosen, char **argv) {
         !realpath(library.dli_fname, path) || std::strpbrk(path, ": "))
         return failed("the library cannot be preloaded from where it is");
 
-    // New, so that no link leads elsewhere and nobody reads along.
+    // A new file, so that a link cannot redirect it and only its owner can read it.
     const int opened =
         open(chosen.output, O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (opened < 0) return failed(std::string(chosen.output) + ": " + std::strerror(errno));
-    // Not in place of a standard stream that is closed; and the program inherits it.
+    // Not the number of a closed standard stream; and the daemon must inherit it.
     const int fd = fcntl(opened, F_DUPFD, STDERR_FILENO + 1);
     if (fd < 0) return failed(std::string("no descriptor: ") + std::strerror(errno));
-    // Beyond the process's own limit a write would end it with a signal.
+    // Above the process's own limit on file sizes, a write would end it with a signal.
     rlimit file_size{};
     unsigned long long limit = chosen.limit << 20;
     if (getrlimit(RLIMIT_FSIZE, &file_size) == 0 && file_size.rlim_cur != RLIM_INFINITY)

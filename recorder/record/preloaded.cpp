@@ -10,7 +10,7 @@
 
 namespace {
 
-// The environment is the daemon's again: without the library, which is the last of those that are preloaded.
+// Restores the environment: removes our library, the last one in the list of preloaded ones.
 void leave_environment() {
     unsetenv("WSM_RECORD");
     const char *preloaded = std::getenv("LD_PRELOAD");
@@ -40,6 +40,6 @@ __attribute__((destructor)) void finish() {
 
 } // namespace
 
-// So that wsm-record, which is linked with the library, can say where it is.
+// Lets wsm-record, which is linked with the library, find the library's file.
 extern "C" __attribute__((visibility("default"))) void wsm_recorder(void);
 extern "C" void wsm_recorder(void) {}

@@ -27,7 +27,7 @@ std::int64_t clock_us(clockid_t id) {
     return std::int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
 }
 
-// What was begun of a record is taken back, so that the file ends with a whole one.
+// Removes an incomplete record, so that the file ends with a complete one.
 void stop(const char *why) {
     (void)!ftruncate(recording.fd, static_cast<off_t>(recording.size));
     close(recording.fd);
@@ -46,7 +46,7 @@ void put(const iovec *parts, std::size_t count) {
     do written = writev(recording.fd, parts, static_cast<int>(count));
     while (written < 0 && errno == EINTR);
     if (written < 0 || static_cast<std::size_t>(written) != whole) {
-        // A disk that fills up takes a part; the next write would say why.
+        // A full disk takes a part of a write; only the next write would give the error.
         const int reason = written < 0 ? errno : ENOSPC;
         stop(reason == ENOSPC ? "no space left" : "the file cannot be written");
         return;

@@ -1,9 +1,9 @@
-// recorder.h - the recording, inside of the daemon that it is made of. The daemon must not notice: whatever goes wrong
-// ends the recording with one line on standard error, and nothing else.
+// recorder.h - the recording, made inside the recorded daemon. The daemon must not be affected: any error only ends
+// the recording, with one line on standard error.
 //
 // Start:  when the library is loaded, by "<descriptor> <limit>" in the environment's WSM_RECORD (preloaded.cpp). Children
 //         of the daemon inherit neither that nor the library.
-// Thread: the daemon's one.   Blocks: while the file is written.   errno is left as it was.
+// Thread: the daemon's only one.   Blocks: while the file is written.   errno is not changed.
 #pragma once
 
 #include "record/layout.h"
@@ -11,7 +11,7 @@
 #include <initializer_list>
 #include <sys/uio.h>
 
-// Starts a recording of at most `limit` bytes; `fd` is the recorder's from here on.
+// Starts a recording of at most `limit` bytes; the recorder owns `fd` from then on.
 void recorder_begin(int fd, std::uint64_t limit) noexcept;
 
 // False before a recording starts, after it has ended, and in children of the daemon.
@@ -23,7 +23,7 @@ std::uint64_t recorder_now() noexcept;
 // The wall clock at the start, microseconds.
 std::int64_t recorder_wall_start() noexcept;
 
-// Writes one record: `parts`, at most 6, one behind the other. A `time` before that of the last record counts as that.
+// Writes one record from `parts`, at most 6, in order. A `time` before that of the last record is raised to it.
 void recorder_write(record_kind kind, std::uint64_t time, std::initializer_list<iovec> parts) noexcept;
 
 // A part of a record; only read.

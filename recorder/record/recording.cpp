@@ -61,7 +61,7 @@ std::optional<bus_message> read_bus_message(record_kind kind, bytes body) {
     return bus_message{kind, text_in(name), message};
 }
 
-// Adds what the record holds; false when it holds no such thing.
+// Adds the decoded record; false if it is malformed.
 bool add(recording &out, std::uint64_t time, std::uint16_t kind, bytes body) {
     const auto put = [&out, time](const auto &what) {
         if (what) out.records.push_back({time, *what});

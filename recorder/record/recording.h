@@ -1,4 +1,4 @@
-// recording.h - a recording, read and checked. It may come from anybody: every length and number is looked at first.
+// recording.h - reading and checking a recording. It may come from anywhere: every length and number is checked.
 #pragma once
 
 #include "record/layout.h"
@@ -52,13 +52,13 @@ struct recording {
     std::int64_t monotonic = 0; // µs, at the start
     std::int64_t uptime = 0;    // µs, at the start
     std::vector<recorded::record> records;
-    std::string notice; // what is missing at the end; empty when nothing is
+    std::string notice; // what is missing at the end; empty if it is complete
 
     std::uint64_t length() const { return records.empty() ? 0 : records.back().time; }
 };
 
-// Reads a recording out of `bytes`, which it then refers to. Empty, or why it is none; `out` is then unspecified.
+// Reads a recording out of `bytes`, which it then refers to. Returns an empty text, or why it is not one; `out` is then undefined.
 std::string recording_read(recorded::bytes bytes, recording &out);
 
-// The whole content of a file, "-" for the standard input. Empty, or what went wrong.
+// Reads the whole content of a file; "-" is the standard input. Returns an empty text, or what failed.
 std::string recording_load(const char *path, std::vector<std::uint8_t> &content);

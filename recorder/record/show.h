@@ -3,7 +3,7 @@
 
 #include "record/recording.h"
 
-// One line, without its end: time, kind, what it is. Foreign texts are escaped.
+// One line, without line feed: time, kind, content. Foreign texts are escaped.
 std::string record_line(const recorded::record &record);
 
 // When it was made, and how long it is.

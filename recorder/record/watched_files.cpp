@@ -14,7 +14,7 @@
 
 namespace {
 
-// What tells one content from another.
+// Identifies a version of the content.
 struct identity {
     bool exists;
     ino_t inode;

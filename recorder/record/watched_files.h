@@ -1,9 +1,9 @@
-// watched_files.h - the files that a daemon reads, put into its recording at the start and when they have changed.
+// watched_files.h - recording the files that a daemon reads, at the start and when they have changed.
 #pragma once
 
-// Records every file there is, and that others are not there.
+// Records every file, and which files are missing.
 void watched_files_take_all() noexcept;
 
-// Records those that are not what they were. To be called before the daemon acts on something that it received:
-// the change gets the time of the file's modification, if that lies behind the last record.
+// Records the files that have changed. To be called before the daemon acts on something that it received. The
+// record gets the time of the file's modification, if that is after the last record.
 void watched_files_look() noexcept;

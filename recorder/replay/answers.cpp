@@ -8,7 +8,7 @@ constexpr std::uint64_t about = 500'000;
 // Zeros at the end of a request do not count, its size does.
 std::string key_of(const driver_question &question, std::size_t size) {
     std::string_view asked(reinterpret_cast<const char *>(question.asked.data()), question.asked.size());
-    asked = asked.substr(0, asked.find_last_not_of('\0') + 1); // none: the whole of it
+    asked = asked.substr(0, asked.find_last_not_of('\0') + 1); // npos + 1 is 0: all zeros
     std::string key =
         std::to_string(question.cmd) + ' ' + std::to_string(question.arg) + ' ' + std::to_string(size) + ' ';
     return key.append(question.ifname).append(1, '\0').append(asked);
@@ -28,7 +28,7 @@ std::optional<recorded_answers::found> recorded_answers::find(const driver_quest
     const auto at = by_question_.find(key_of(question, question.asked.size()));
     if (at == by_question_.end()) return {};
     auto &[answers, next] = at->second;
-    // The daemon may ask more seldom, too: what is long past was for a question that it has not asked.
+    // The daemon may ask less often than the recorded one: answers from long ago are skipped.
     while (next + 1 < answers.size() && answers[next].time + about < now && answers[next + 1].time <= now)
         ++next;
     if (next < answers.size() && (answers[next].time <= now + about || next == 0)) {

@@ -1,4 +1,4 @@
-// answers.h - what the recorded driver answered, found again for a daemon that asks.
+// answers.h - finding the recorded driver's answer to a daemon's request.
 #pragma once
 
 #include "record/recording.h"
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// One request as the daemon makes it.
+// One request of the daemon.
 struct driver_question {
     int cmd;
     int arg;
@@ -24,10 +24,10 @@ public:
     struct found {
         const recorded::request *request;
         std::uint64_t time; // when it was recorded
-        bool is_next;       // false: the one given last, because the daemon asks more often than it did
+        bool is_next;       // false: the last one again, since the daemon asks more often
     };
-    // The next answer to this very question that was recorded about `now`, else the one before it; nothing when
-    // it was never asked.
+    // The next answer to the same question that was recorded about `now`, otherwise the one before it; nothing if
+    // the question was never recorded.
     std::optional<found> find(const driver_question &question, std::uint64_t now);
 
 private:

@@ -10,7 +10,7 @@ namespace {
 
 constexpr const char *notifier_name = "dhcpmon.client.notify";
 
-// The daemon tells of new addresses with this one; it ignores it when it comes back.
+// The daemon sends this event for new addresses, and ignores it when it receives it.
 bool is_daemons_own(std::string_view name, blob_attr *message) {
     if (name != "ip_change") return false;
     const blobmsg_policy policy = {"before_ip", BLOBMSG_TYPE_STRING};
@@ -25,7 +25,7 @@ struct replayed_bus::connection {
     ubus_context *bus = nullptr;
     ubus_object_type type{};
     ubus_object notifier{};
-    std::list<ubus_request> calls; // whose answers may still come
+    std::list<ubus_request> calls; // their answers may still arrive
 };
 
 replayed_bus::replayed_bus() : now_(std::make_unique<connection>()) {}

@@ -1,5 +1,5 @@
-// bus.h - what the recorded daemon heard on the bus, said again by those who did not come along: the senders of events,
-// the DHCP monitor, the callers of methods.
+// bus.h - sends the recorded bus messages again, in place of their senders: programs that send events, the DHCP
+// monitor, and callers of methods.
 #pragma once
 
 #include "record/recording.h"
@@ -12,10 +12,11 @@ public:
     ~replayed_bus();
     replayed_bus(replayed_bus &&) = delete;
 
-    // Connects; `notifies`: also as the object that the daemon subscribes to. Empty, or what went wrong.
+    // Connects; `notifies`: also publishes the object that the daemon subscribes to. Returns an empty text, or what
+    // failed.
     std::string open(bool notifies);
 
-    // Says it again. Events that the daemon had sent itself are left out: in the lab it sends its own.
+    // Sends it again. Events that the daemon had sent itself are left out: in the lab it sends its own.
     void say(const recorded::bus_message &message);
 
 private:

@@ -1,4 +1,4 @@
-// families.h - the numbers of netlink families, as they were on the recorded device and as they are in the lab.
+// families.h - translating numbers of netlink families from the recorded device to the lab.
 #pragma once
 
 #include "record/recording.h"
@@ -9,11 +9,11 @@
 
 class replayed_families {
 public:
-    // `first`: number of the first family in the lab; those that follow count on.
+    // `first`: number of the first family in the lab; further ones count up.
     explicit replayed_families(std::uint16_t first) : next_(first) {}
 
-    // The message as the lab's driver has to send it: of the family's number in the lab, and announcing that one.
-    // Nothing when it is not the driver's but the kernel's word on what the daemon sent: in the lab it has its own.
+    // The message with the family's number in the lab, for the lab's driver to send. Nothing if it is not the driver's
+    // message but the kernel's answer to the daemon: in the lab the kernel sends its own.
     std::optional<std::vector<std::uint8_t>> translate(recorded::bytes message);
 
 private:

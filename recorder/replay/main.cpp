@@ -1,5 +1,5 @@
-// wsm-replay - plays a recording of wsm-record to a daemon in the lab, in place of the driver and of all others that the
-// recorded daemon heard.
+// wsm-replay - plays a recording of wsm-record to a daemon in the lab, in place of the driver and of all other programs
+// that the recorded daemon received from.
 #include "channel/messages.h"
 #include "protocol/was_wire.h"
 #include "record/show.h"

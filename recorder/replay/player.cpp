@@ -12,9 +12,9 @@
 namespace {
 
 constexpr std::size_t queue_max = 100'000;       // messages
-constexpr int look_interval = 2;                 // ms: how exactly the beginning is seen
+constexpr int look_interval = 2;                 // ms between looks for the daemon's start
 constexpr int longest_wait = 1000;               // ms
-constexpr std::uint32_t answer_delay_min = 1000; // µs: below, the lab's own way takes as long
+constexpr std::uint32_t answer_delay_min = 1000; // µs; a shorter delay is not simulated
 constexpr std::uint32_t answer_delay_max = 30'000'000;
 
 std::int64_t monotonic_us() {
@@ -62,7 +62,8 @@ void player::wait_for_daemon() {
         look_.start(look_interval);
         return;
     }
-    // The daemon's look-up of the family is the first that it has received; in the lab the kernel knows of none.
+    // The first message that the recorded daemon received was the answer to its look-up of the family, which the lab's kernel
+    // does not have.
     const auto first = std::ranges::find_if(whole_.records, [](const recorded::record &one) {
         return std::holds_alternative<recorded::message>(one.what);
     });
@@ -86,7 +87,7 @@ void player::play_due() {
             static_cast<int>(std::clamp<std::int64_t>(static_cast<std::int64_t>(left), 0, longest_wait)));
         return;
     }
-    ++next_; // once
+    ++next_; // so that this is printed once
     std::printf("end of the recording: %u messages sent, %u requests answered, %u with the answer before, %u "
                 "with none\n",
                 counts_.messages, counts_.answers, counts_.repeated, counts_.unanswered);
@@ -105,7 +106,7 @@ void player::play(const recorded::message &one) {
     }
 }
 
-// What the daemon has not received it cannot be sent again, and it does no more than say so.
+// A message that the recorded daemon did not receive cannot be sent; the daemon only logs such an error.
 void player::play(const recorded::receive_error &one) {
     std::printf("%.6f s: not played: receiving failed, %s\n", static_cast<double>(now()) / 1e6,
                 std::strerror(one.number));
@@ -122,7 +123,7 @@ void player::play(const recorded::file &one) {
 
 std::int32_t player::answer(const was_question &asked) {
     const std::vector<std::uint8_t> request(asked.bytes, asked.bytes + asked.size);
-    // With stations from its backup the daemon asks as soon as its socket is open.
+    // With stations from its backup file the daemon sends requests as soon as its socket is open.
     if (!has_begun_) wait_for_daemon();
 
     const driver_question question{asked.command, asked.argument, asked.ifname, request};
@@ -137,7 +138,7 @@ std::int32_t player::answer(const was_question &asked) {
         const recorded::request &recorded = *found->request;
         ++(found->is_next ? counts_.answers : counts_.repeated);
         if (found->is_next && has_begun_) offset_ = monotonic_us() - static_cast<std::int64_t>(found->time);
-        // The daemon waits for its driver, and does nothing else meanwhile: so can we.
+        // The daemon waits for its driver and does nothing else meanwhile, so we can wait as well.
         if (recorded.took >= answer_delay_min) usleep(std::min(recorded.took, answer_delay_max));
         result = recorded.result;
         const std::size_t size = std::min(asked.size, recorded.answer.size());

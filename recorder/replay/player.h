@@ -1,9 +1,9 @@
-// player.h - a recording, played to a daemon in real time.
+// player.h - plays a recording to a daemon in real time.
 //
-// Time:   begins when the daemon has opened its netlink socket, and follows the daemon: each driver request that comes
-//         when its recorded one is due sets the clock, so that what was recorded between two passes of the daemon
-//         comes between the same two again.
-// Order:  as recorded. What is late is played at once.
+// Time:   begins when the daemon has opened its netlink socket, and follows the daemon: a driver request at about the
+//         time of its recorded counterpart sets the clock, so that messages recorded between two passes of the
+//         daemon are played between the same two passes.
+// Order:  as recorded. A record that is late is played at once.
 #pragma once
 
 #include "channel/event_channel.h"
@@ -18,15 +18,15 @@ public:
     struct counts {
         unsigned messages = 0;   // sent
         unsigned answers = 0;    // to driver requests, as recorded
-        unsigned repeated = 0;   // the answer before, for want of a next one
+        unsigned repeated = 0;   // the previous answer again, since there was no next one
         unsigned unanswered = 0; // never recorded
     };
 
     // The recording must outlive the player. `family`: of the lab's driver.
     player(const recording &whole, std::uint16_t family);
 
-    // Answers at `path`. `places_files`: puts the recorded files in their places, those of the start at once.
-    // Empty, or what went wrong.
+    // Answers at `path`. `places_files`: also writes the recorded files, those of the start at once.
+    // Returns an empty text, or what failed.
     std::string open(const std::string &path, bool places_files);
 
     const counts &done() const { return counts_; }
@@ -39,7 +39,7 @@ private:
     void play(const recorded::receive_error &one);
     void play(const recorded::file &one);
     void play(const recorded::bus_message &one) { bus_.say(one); }
-    void play(const recorded::request &) {} // the daemon's to make
+    void play(const recorded::request &) {} // made by the daemon
     void play(const recorded::end &) {}
     std::int32_t answer(const was_question &asked);
     std::uint64_t now() const; // in the recording's time
