@@ -33,7 +33,7 @@ void check(field_result result, const std::string &name) {
     }
 }
 
-// Interface and radio, of which either may be left out.
+// Interface and radio; either may be left out.
 struct place {
     std::string ifname;
     int radio;
@@ -91,7 +91,7 @@ std::string commands::assoc(words &given) {
     for (const auto &[name, text] : given.rest()) check(client.set(name, text), name);
     client.signal_goal = client.signal();
     station_event event = client.happening(1);
-    // What only the event has, and what it would have computed, is said last.
+    // Fields given here override those of the station and those computed for the event.
     for (const auto &[name, text] : given.rest()) (void)set_field(event, name, text);
     return told(event.assoc == 1 ? air_.associate(client, event) : air_.channel.send(event));
 }
@@ -102,7 +102,7 @@ std::string commands::disassoc(words &given) {
     const station *client =
         where ? air_.stations.find(mac.text(), where->radio) : air_.stations.find(mac.text());
     const bool known = client && (!where || where->ifname == client->basic.ifname);
-    // A station that the driver does not have, or not there, can be said to have gone all the same.
+    // The event can be sent for a station that the driver does not have, or has elsewhere.
     const place named = where.value_or(place{ifname_of(0), 0});
     station_event event =
         known ? client->happening(0) : station(mac, named.radio, named.ifname, "").happening(0);
@@ -131,7 +131,7 @@ std::string commands::set(words &given) {
     station *client = radio ? air_.stations.find(mac, static_cast<int>(*radio)) : air_.stations.find(mac);
     if (!client) throw command_error("no such station");
     if (given.rest().empty()) throw command_error("which field?");
-    station changed = *client; // all of it or nothing
+    station changed = *client; // all fields are set or none
     for (const auto &[name, text] : given.rest()) {
         if (name == "ifname") throw command_error("ifname: use roam");
         check(changed.set(name, text), name);
@@ -174,7 +174,7 @@ std::string commands::count(words &given) {
         air_.requests.set_count(ifname, std::nullopt);
         return "ok";
     }
-    std::string text = given.need("n"); // any text: what the driver says need not be a number
+    std::string text = given.need("n"); // any text, so that a test can let the driver answer nonsense
     given.finish();
     air_.requests.set_count(ifname, std::move(text));
     return "ok";

@@ -1,4 +1,4 @@
-// commands.h - what the control socket understands; docs/lab.md lists it.
+// commands.h - the commands of the control socket; docs/lab.md lists them.
 #pragma once
 
 #include "apsim/population.h"
@@ -12,7 +12,7 @@ class commands {
 public:
     commands(simulator &air, population &people) : air_(air), people_(people) {}
 
-    // Carries out one line; returns the answer line without its end: "ok", "ok ..." or "error ...".
+    // Carries out one line; returns the answer line without line feed: "ok", "ok ..." or "error ...".
     std::string run(std::string_view line);
 
 private:

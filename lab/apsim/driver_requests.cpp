@@ -8,7 +8,7 @@
 namespace {
 
 constexpr std::size_t log_max = 10'000; // requests kept for the log
-constexpr std::size_t kept_bytes = 32;  // of each, enough for a roam removal
+constexpr std::size_t kept_bytes = 32;  // of each; enough for a roam delete
 
 std::string text_in(const std::uint8_t *field, std::size_t size) {
     const auto *text = reinterpret_cast<const char *>(field);
@@ -67,7 +67,7 @@ bool driver_requests::fails(int command) {
     return true;
 }
 
-// Turns the request's bytes into the answer's. 0, or a negative error number.
+// Replaces the request's bytes by the answer's. Returns 0, or a negative error number.
 int driver_requests::answer(const request &asked) {
     switch (asked.command) {
     case driver_station_count: return answer_count(asked);
@@ -93,7 +93,7 @@ int driver_requests::answer_table(const request &asked) {
     const auto mask = wire::get<std::uint32_t>(bytes.data() + table_mask_offset);
     const std::size_t entry_size =
         (mask & table_basic ? table_basic_size : 0) + (mask & table_extended ? table_extended_size : 0);
-    // The extended section stands behind as many basic entries as were asked for, filled or not.
+    // The extended section comes after as many basic entries as were asked for, filled or not.
     if (entry_size == 0 || (bytes.size() - table_header_size) / entry_size < wanted) return -EINVAL;
     std::uint8_t *basic = bytes.data() + table_header_size;
     std::uint8_t *extended = basic + (mask & table_basic ? wanted * table_basic_size : 0);

@@ -1,7 +1,7 @@
-// driver_requests.h - the driver's private requests: counts, station tables and roam removals, answered from
-// the simulator's own list, or wrongly when a test wants it so.
+// driver_requests.h - the driver's private requests: counts, station tables and roam deletes, answered from
+// the simulator's own list, or wrongly if a test asks for that.
 //
-// Request and answer travel as protocol/was_wire.h says, contents as protocol/driver_request.h says.
+// Format: protocol/was_wire.h for requests and answers, protocol/driver_request.h for their content.
 #pragma once
 
 #include "apsim/station.h"
@@ -19,20 +19,20 @@
 
 class driver_requests {
 public:
-    // Who drops a station from a radio when the daemon has asked for it.
+    // Called to drop a station from a radio when the daemon asks for it.
     using drop = std::function<void(const station &)>;
 
     driver_requests(station_table &stations, drop drop_station);
 
-    // Empty, or what went wrong.
+    // Returns an empty text, or what failed.
     std::string listen(const std::string &path);
 
-    // Requests of `command` fail `times` times; nothing for ever.
+    // Makes the next `times` requests of `command` fail; without a value, all of them.
     void fail(int command, std::optional<std::uint64_t> times) { failing_[command] = times; }
     void fail_no_more() { failing_.clear(); }
-    // What command 5 answers for this interface instead of the truth; nothing for the truth.
+    // Sets a false answer of command 5 for this interface; without a value the true one is given again.
     void set_count(const std::string &ifname, std::optional<std::string> text);
-    // What command 1 says it has filled, instead of the truth.
+    // Sets a false number of filled entries for command 1.
     void set_num(std::optional<std::uint32_t> num) { num_ = num; }
 
     json_object *log() const; // the caller owns it

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr std::size_t events_max = 10'000; // kept for whoever asks
+constexpr std::size_t events_max = 10'000; // kept for the command "events"
 
 } // namespace
 

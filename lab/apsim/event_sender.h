@@ -1,5 +1,5 @@
-// event_sender.h - the simulator's station events: sent to every listener, and remembered for whoever asks what was
-// told.
+// event_sender.h - sends the simulator's station events to every listener, and remembers them for the command
+// "events".
 #pragma once
 
 #include "apsim/station_fields.h"
@@ -14,13 +14,13 @@ class event_sender {
 public:
     explicit event_sender(std::uint16_t family) : channel_({family, queue_max}) {}
 
-    // Opens the socket. Empty, or what went wrong.
+    // Opens the socket. Returns an empty text, or what failed.
     std::string open();
 
     // Looks for listeners; announces the family to those that were not there at the last look.
     void look() { channel_.look(); }
 
-    // Announces the family `times` times, under a new number when `family` is not 0.
+    // Announces the family `times` times, with a new number if `family` is not 0.
     void announce(std::uint16_t family, int times);
 
     // Sends one event, or any bytes, to every listener there is; returns how many there are.
@@ -29,7 +29,7 @@ public:
 
     const event_channel &channel() const { return channel_; }
 
-    // The newest events that listeners were told, oldest first; those that nobody heard are not among them.
+    // The newest events that were sent to at least one listener, oldest first.
     struct told {
         std::uint32_t assoc;
         mac_address mac;

@@ -1,5 +1,5 @@
 // lease_file.h - the DHCP server's lease file: one line per client, "expiry mac address name client-id".
-// Written whole under a temporary name and renamed, so that a reader never sees half of it.
+// It is written under a temporary name and renamed, so that a reader never sees a part of it.
 #pragma once
 
 #include <cstdint>
@@ -10,12 +10,12 @@ class lease_file {
 public:
     explicit lease_file(std::string path) : path_(std::move(path)) {}
 
-    // Gives `mac` the address and name (instead of what it had); nothing is written yet.
+    // Gives `mac` this address and name, in place of earlier ones; nothing is written yet.
     void set(const std::string &mac, const std::string &ip, const std::string &name) {
         leases_[mac] = {ip, name};
     }
     void remove(const std::string &mac) { leases_.erase(mac); }
-    // Writes the file. Empty, or what went wrong.
+    // Writes the file. Returns an empty text, or what failed.
     std::string write() const;
 
 private:

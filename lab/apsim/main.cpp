@@ -1,5 +1,5 @@
 // apsim - the wireless driver of the lab: announces its netlink family, sends station events, answers driver
-// requests about stations that it makes up, and does what it is told on a control socket.
+// requests about stations that it simulates, and takes commands on a control socket.
 #include "apsim/commands.h"
 #include "apsim/population.h"
 #include "apsim/simulator.h"

@@ -64,7 +64,7 @@ void population::advance() {
         people_.pop_back();
         changed = true;
     }
-    if (changed) (void)air_.leases.write(); // no lease file, no names: the air does not mind
+    if (changed) (void)air_.leases.write(); // without a lease file there are no names
 }
 
 void population::arrive() {
@@ -91,7 +91,7 @@ void population::arrive() {
 
 void population::live(person &one) {
     station *client = air_.stations.find(one.mac, one.radio);
-    if (!client) { // somebody else made it leave
+    if (!client) { // a command has removed it
         air_.leases.remove(one.mac);
         free_numbers_.insert(one.number);
         one.mac.clear();
@@ -122,7 +122,7 @@ void population::leave(const person &one) {
     constexpr int reasons[] = {reason_disassociated_by_station, reason_deauthenticated_by_station,
                                reason_signal_too_low};
     const int reason = reasons[random_.between(0, std::ssize(reasons) - 1)];
-    // A radio that the client has left without being told drops it too.
+    // A radio that still lists the client after a roam drops it as well.
     for (int radio : {1 - one.radio, one.radio})
         if (const station *client = air_.stations.find(one.mac, radio)) air_.disassociate(*client, reason);
 }

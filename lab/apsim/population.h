@@ -1,5 +1,5 @@
-// population.h - people with their clients: they come, walk about, stream, idle, roam between the radios and
-// leave, and others come in their place. The same seed gives the same people doing the same in the same
+// population.h - simulated people with their clients: they arrive, move, stream, idle, roam between the radios and
+// leave, and others arrive in their place. The same seed gives the same events in the same
 // order.
 #pragma once
 
@@ -13,11 +13,11 @@ class population {
 public:
     explicit population(simulator &air) : air_(air), random_(0) {}
 
-    // Keeps `count` clients about from now on; another seed makes other people. With 0 all of them leave at
-    // once. One in `guests` is in the network for guests; 0: nobody is.
+    // Keeps `count` clients present from now on; another seed makes other people. With 0 all of them leave at
+    // once. One in `guests` is in the guest network; 0: nobody is.
     void start(int count, std::uint64_t seed, int guests = 0);
 
-    // One second goes by.
+    // One second passes.
     void advance();
 
     std::size_t present() const { return people_.size(); }
@@ -25,10 +25,10 @@ public:
 private:
     struct person {
         std::string mac;
-        int number; // tells name and address
+        int number; // determines name and address
         int radio;
         bool guest;
-        std::string ifname() const; // of the network and the radio where it is
+        std::string ifname() const; // of its current network and radio
     };
     void arrive();
     void live(person &one);

@@ -15,7 +15,7 @@ public:
     // True once in `n` calls on average.
     bool once_in(int n) { return between(1, n) == 1; }
 
-    // A generator of its own for somebody else, so that what one does is not changed by what others do.
+    // A separate generator for one user, so that its numbers do not depend on other users.
     random_numbers branch() { return random_numbers(next()); }
     void stir(std::uint64_t more) { state_ ^= more; }
 

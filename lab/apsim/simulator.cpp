@@ -34,7 +34,7 @@ std::size_t simulator::roam(const station &from, std::string_view ifname, int ra
 std::size_t simulator::again() {
     std::size_t listeners = 0;
     for (const station &one : stations.all()) {
-        if (stations.find(one.mac) != &one) continue; // a radio that the client has left
+        if (stations.find(one.mac) != &one) continue; // an old radio after a roam
         station_event event = one.happening(1);
         event.is_reassoc = 1;
         listeners = channel.send(event);

@@ -1,5 +1,5 @@
-// simulator.h - the driver and its surroundings in one place: what the control socket, the driver requests
-// and the population do, they do through this.
+// simulator.h - the driver and its surroundings. The control socket, the driver requests
+// and the population all work through this.
 #pragma once
 
 #include "apsim/driver_requests.h"
@@ -25,15 +25,15 @@ struct simulator {
           leases(lease_path) {}
     simulator(simulator &&) = delete;
 
-    // Adds the station and sends `event` about it; returns how many listeners were told. So do the others.
+    // Adds the station and sends `event` about it; returns how many listeners there are. So do the others.
     std::size_t associate(const station &added, const station_event &event);
     std::size_t associate(const station &added) { return associate(added, added.happening(1)); }
     // Removes the station from its radio.
     std::size_t disassociate(const station &gone, const station_event &event);
     std::size_t disassociate(const station &gone, int reason);
-    // The client appears on another interface. Another radio that has it keeps it until it is told to drop
+    // The client appears on another interface. Another radio that lists it keeps it until it is asked to drop
     // it.
     std::size_t roam(const station &from, std::string_view ifname, int radio);
-    // Every client associates once more where it is, as after a restart of the radios.
+    // Every client associates again where it is, as after a restart of the radios.
     std::size_t again();
 };

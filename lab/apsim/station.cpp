@@ -27,8 +27,8 @@ std::uint64_t number_of(const mac_address &mac) {
 
 int step_towards(int value, int goal) { return value + (goal > value) - (goal < value); }
 
-// How busy the channel is: a table says it per cent, which the daemon takes as it is, an event as a share of 255, which the
-// daemon turns into per cent, cut.
+// How busy the channel is. A table has it in per cent, which the daemon keeps; an event has a share of 255, which the daemon
+// converts to per cent, rounded down.
 int per_cent(int share) { return share * 100 / 255; }
 int share(int per_cent) { return (per_cent * 255 + 99) / 100; }
 

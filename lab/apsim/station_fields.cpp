@@ -14,7 +14,7 @@ template <class Number> field_result set_number(Number &field, std::string_view 
     const auto [end, error] =
         std::from_chars(digits.data(), digits.data() + digits.size(), value, hex ? 16 : 10);
     if (error == std::errc::result_out_of_range) return field_result::out_of_range;
-    // "-1" for an unsigned field is a number too, only out of range.
+    // "-1" for an unsigned field is a number, but out of range.
     if (error != std::errc() && digits.size() > 1 && digits[0] == '-' && std::is_unsigned_v<Number>)
         return field_result::out_of_range;
     if (error != std::errc() || end != digits.data() + digits.size()) return field_result::not_a_number;

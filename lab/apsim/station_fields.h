@@ -1,5 +1,5 @@
 // station_fields.h - the driver's records by field name: set from text, shown as JSON. Expanded from the
-// layouts that the daemon reads, so a field that is added there can be set and seen here at once.
+// layouts that the daemon reads, so a new field there can be set and shown here at once.
 #pragma once
 
 #include "protocol/driver_request.h"

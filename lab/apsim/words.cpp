@@ -9,7 +9,7 @@ namespace {
 
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
-// One escape behind a backslash; `at` points behind the backslash and is moved on.
+// Reads one escape; `at` is the position after the backslash and is advanced.
 char unescape(std::string_view line, std::size_t &at) {
     const char kind = at < line.size() ? line[at++] : '\0';
     switch (kind) {
@@ -31,7 +31,7 @@ char unescape(std::string_view line, std::size_t &at) {
     throw command_error("a backslash needs one of \" \\ n r t xNN behind it");
 }
 
-// One word from `at` on, quotes taken off.
+// One word starting at `at`, without its quotes.
 std::string next_word(std::string_view line, std::size_t &at) {
     std::string word;
     bool quoted = false;

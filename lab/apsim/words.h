@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-// What a user did wrong; the text is the answer.
+// An error in a command; its text is the answer.
 struct command_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -21,9 +21,9 @@ public:
 
     const std::string &verb() const { return verb_; } // empty for an empty line
 
-    // Takes the value of `key` out; nothing when it was not given.
+    // Takes the value of `key`; nothing if it was not given.
     std::optional<std::string> take(std::string_view key);
-    // The same, and an error when it was not given.
+    // The same, but an error if it was not given.
     std::string need(std::string_view key);
     // A whole number, decimal or 0x, within low..high.
     std::optional<std::int64_t> take_number(std::string_view key, std::int64_t low, std::int64_t high);
@@ -33,9 +33,9 @@ public:
         std::string key;
         std::string value;
     };
-    // What has not been taken.
+    // The arguments not taken yet.
     const std::vector<argument> &rest() const { return arguments_; }
-    // An error when anything has not been taken.
+    // An error if an argument was not taken.
     void finish() const;
 
 private:

@@ -1,6 +1,6 @@
-/* A clock that is moved from outside: preloaded into the daemon, it adds to what the kernel says what "/tmp/clock" says,
- * and it can let time fly while the daemon has nothing to do. The daemon itself knows nothing of it. A process that finds
- * no such file when it starts has the kernel's time. */
+/* A clock that tests can move: preloaded into the daemon, it adds the offsets in "/tmp/clock" to the kernel's time, and it
+ * can skip time while the daemon has nothing to do. The daemon itself is unchanged. A process without such a file at its
+ * start has the kernel's time. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -17,8 +17,8 @@
 struct clock_file {
     int64_t monotonic; /* seconds added to the time since boot */
     int64_t wall;      /* seconds added to the time of day */
-    int64_t allowed;   /* milliseconds that waiting for nothing may skip in all; 0: none */
-    int64_t skipped;   /* milliseconds that it has skipped so far, added to both */
+    int64_t allowed;   /* milliseconds in all that idle waiting may skip; 0: none */
+    int64_t skipped;   /* milliseconds skipped so far, added to both clocks */
 };
 
 static struct clock_file kernel_time;
@@ -69,8 +69,8 @@ int sysinfo(struct sysinfo *info) {
     return result;
 }
 
-/* Nothing is ready: what is left of the allowance passes at once, as far as the caller would wait. Whoever allows more
- * does not wake us, so the rest is waited for in short pieces. */
+/* If nothing is ready, the rest of the allowance passes at once, up to the time that the caller would wait. A later
+ * allowance does not wake us, so the remaining time is waited for in short pieces. */
 int epoll_wait(int fd, struct epoll_event *events, int max, int timeout) {
     static int (*wait)(int, struct epoll_event *, int, int);
     if (!wait) wait = (int (*)(int, struct epoll_event *, int, int))dlsym(RTLD_NEXT, "epoll_wait");

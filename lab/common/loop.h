@@ -1,5 +1,5 @@
-// loop.h - the event loop's timers and descriptors as C++ objects: taken off the loop when they are
-// destroyed. uloop_init() comes first. An object may be destroyed inside its own callback.
+// loop.h - the event loop's timers and descriptors as C++ objects, which leave the loop when they are
+// destroyed. uloop_init() must be called first. An object may be destroyed inside its own callback.
 #pragma once
 
 #include "base/cxx/ubox.h"
@@ -18,7 +18,7 @@ public:
     ~timer() { stop(); }
     timer(timer &&) = delete;
 
-    // Fires once after `milliseconds`; again on a running timer starts it anew.
+    // Fires once after `milliseconds`; a running timer is restarted.
     void start(int milliseconds) { uloop_timeout_set(this, milliseconds); }
     void stop() { uloop_timeout_cancel(this); }
     bool running() const { return pending; }

@@ -13,14 +13,14 @@ std::string failed(const std::string &what, const std::string &path) {
     return what + " " + path + ": " + std::strerror(errno);
 }
 
-sockaddr_un address_of(const std::string &path) { // which fits
+sockaddr_un address_of(const std::string &path) { // `path` fits
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof(address.sun_path) - 1);
     return address;
 }
 
-// True when somebody accepts connections at `path`.
+// True when a process accepts connections at `path`.
 bool in_use(const std::string &path) {
     const sockaddr_un address = address_of(path);
     const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -84,7 +84,7 @@ void stream_server::accept_all() {
         added->watch.emplace(fd, [this, added] { serve_up_to(added); });
         added->watch->watch(ULOOP_READ);
     }
-    serve_up_to(nullptr); // most senders have written, and hung up, by now
+    serve_up_to(nullptr); // most senders have written and closed by now
 }
 
 // Serves all peers up to and including `last`, oldest first; all of them for null.
@@ -97,7 +97,7 @@ void stream_server::serve_up_to(const peer *last) {
     }
 }
 
-// True when something new is there for the handler.
+// True when there is something new for the handler.
 bool stream_server::receive(peer &from) {
     const std::size_t before = from.in.size();
     const bool ended_before = from.ended;
@@ -124,7 +124,7 @@ void stream_server::serve(peers::iterator at) {
             served.watch->watch(served.ended ? ULOOP_WRITE : ULOOP_READ | ULOOP_WRITE);
             return;
         }
-        if (sent < 0) { // gone: there is nobody to send the rest to
+        if (sent < 0) { // the peer is gone: the rest cannot be sent
             served.out.clear();
             served.close = true;
             break;

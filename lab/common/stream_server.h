@@ -1,8 +1,8 @@
-// stream_server.h - a Unix stream socket that many peers may connect to; nobody is ever waited for.
+// stream_server.h - a Unix stream socket that many peers may connect to. It never blocks on a peer.
 //
-// Peers are served in the order in which they connected: before a peer's data is handed on, whatever older
-// peers have sent is. A peer that ends is handed on once more, with `ended` set, and forgotten after what it
-// has to be sent is.
+// Peers are served in the order in which they connected: data of older peers is passed on before data of a
+// newer one. A peer that ends is passed on once more, with `ended` set, and removed when its `out` has been
+// sent.
 #pragma once
 
 #include "common/loop.h"
@@ -19,7 +19,7 @@ public:
         std::string in;     // received and not yet taken by the handler
         std::string out;    // to be sent
         bool ended = false; // nothing more will come
-        bool close = false; // set by the handler: hang up once `out` is sent
+        bool close = false; // set by the handler: close once `out` is sent
 
         explicit peer(int descriptor) : fd(descriptor) {}
         peer(peer &&) = delete;
@@ -36,10 +36,10 @@ public:
     ~stream_server();
     stream_server(stream_server &&) = delete;
 
-    // Listens at `path`, in place of a socket that nobody listens at any more. Empty, or what went wrong.
+    // Listens at `path`; replaces a socket without a listener. Returns an empty text, or what failed.
     std::string listen(const std::string &path);
 
-    // Takes and hands on everything that has arrived up to now.
+    // Receives and passes on everything that has arrived up to now.
     void drain();
 
 private:

@@ -1,4 +1,4 @@
-// leases.h - the clients in the DHCP server's lease file, as the monitor knows them.
+// leases.h - reading the clients from the DHCP server's lease file.
 #pragma once
 
 #include <optional>
@@ -12,7 +12,7 @@ struct lease {
     bool operator==(const lease &) const = default;
 };
 
-// Lines "expiry mac address name client-id"; a line with fewer than four words is none. Empty when there is
+// Lines "expiry mac address name client-id"; a line with fewer than four words is ignored. Empty when there is
 // no file.
 std::vector<lease> read_leases(const std::string &path);
 

@@ -1,5 +1,4 @@
-// dhcpmon - the lab's DHCP monitor: tells the bus which clients have which addresses, as the lease file has
-// them.
+// dhcpmon - the lab's DHCP monitor: publishes the clients and addresses of the lease file on the bus.
 #include "dhcpmon/service.h"
 
 #include <charconv>

@@ -39,14 +39,14 @@ constexpr ubus_object_type make_type(const char *name, const ubus_method *method
 
 } // namespace
 
-// Runs one method; its answer goes out at once, late or never, as the options say.
+// Runs one method; the options say whether its answer is sent at once, late or never.
 template <service::method M>
 int service::call(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
                   blob_attr *message) {
     blob_buf reply{};
     blob_buf_init(&reply, 0);
     int status = (self_->*M)(message, reply);
-    const bool asked = M != &service::notify_verbatim; // that one is the tester's, not the monitor's
+    const bool asked = M != &service::notify_verbatim; // that method is for tests
     if (status == UBUS_STATUS_OK && asked && (self_->options_.silent || self_->options_.delay > 0)) {
         self_->answer_late(request, reply);
         return UBUS_STATUS_OK;

@@ -3,13 +3,13 @@
 //   dhcpmon
 //     client {mac}       -> {"count": INT32, "list": [{"mac", "ip", "hostName"}]}, at most one entry
 //     del_client {mac}   -> {"result": "ok" or "not found"}; the client is forgotten until its lease changes
-//     notify {data}      -> status only; sends the notification with this text, whatever it is, and with no
-//                           data for none: for those who test a subscriber
+//     notify {data}      -> status only; sends the notification with this text, or without data if none is
+//                           given: for tests of a subscriber
 //   dhcpmon.client.notify
 //     notification "client": {"data": STRING}, the list of all clients as JSON; sent when the list changes
-//                           and when the first subscriber comes
+//                           and when the first subscriber appears
 //
-// The connection is made again when the broker was restarted.
+// The connection is made again after a restart of the broker.
 #pragma once
 
 #include "base/cxx/ubus.h"

@@ -88,7 +88,7 @@ void access_point::advance(std::int64_t when) {
     people_.advance();
     std::map<std::string, const station *> present; // where each client is now: its newest association
     for (const station &one : air_.stations.all()) present[one.mac] = &one;
-    std::set<std::pair<std::string, int>> left; // radios that their clients have left without a word
+    std::set<std::pair<std::string, int>> left; // radios that still list a client after a roam
     for (const station &one : air_.stations.all())
         if (present[one.mac] != &one) left.emplace(one.mac, one.radio);
     for (auto at = here_.begin(); at != here_.end();) {
@@ -120,5 +120,5 @@ void access_point::advance(std::int64_t when) {
             tell(of, report_update, when);
     }
     for (const auto &[mac, radio] : left)
-        air_.stations.remove(mac, radio); // as the daemon asks the driver to
+        air_.stations.remove(mac, radio); // as a driver does when the daemon asks it to
 }

@@ -1,8 +1,7 @@
-// access_point.h - one access point of a fleet: the simulator's population behind a radio of its own, and the reports that the
-// daemon there would send of it.
+// access_point.h - one access point of a fleet: a simulated population, and the reports that a daemon would send about it.
 //
-// Each visit of a client has a MAC that nobody else in the fleet has, as telephones with random MACs do: so each stay is one
-// MAC. A client that roams between the radios keeps it.
+// Each visit of a client has a MAC that is unique in the fleet, as with telephones that use random MACs, so each stay has its
+// own MAC. A client that roams between the radios keeps it.
 #pragma once
 
 #include "apsim/population.h"
@@ -27,14 +26,14 @@ public:
     using handler = std::function<void(received &&report, bool departed)>;
     access_point(const access_point_plan &plan, handler send);
 
-    // One second goes by; `when` is what the clock shows then, in seconds since 1970.
+    // One second passes; `when` is the time after it, in seconds since 1970.
     void advance(std::int64_t when);
 
 private:
     struct visit {
         std::string mac, ip;
         std::int64_t began;
-        station last;        // as it was reported last, or is
+        station last;        // as last reported
         std::int32_t online; // seconds, as the driver counts them
     };
     void tell(const visit &of, report_kind kind, std::int64_t when);
@@ -47,5 +46,5 @@ private:
     std::uint32_t visits_ = 0;
     simulator air_;
     population people_;
-    std::map<std::string, visit> here_; // by the population's MAC, which it gives to others again
+    std::map<std::string, visit> here_; // by the population's MAC, which is used again later
 };

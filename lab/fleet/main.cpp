@@ -1,5 +1,5 @@
-// wsm-fleet-sim - the access points of a whole fleet with their stations, as far as a broker sees them: their reports, published
-// as a collector publishes them.
+// wsm-fleet-sim - simulates a whole fleet of access points with their stations for a broker: publishes their reports as a
+// collector does.
 #include "collector/mqtt_publisher.h"
 #include "fleet/access_point.h"
 #include "fleet/ledger.h"
@@ -115,7 +115,7 @@ using clock_of_ours = std::chrono::steady_clock;
 struct fleet {
     explicit fleet(const options &from) : chosen(from), book(from.ledger) {
         const auto names = std::make_shared<const station_names>();
-        chosen.to.spool.most_in_memory = 100'000'000; // none is dropped: we wait below
+        chosen.to.spool.most_in_memory = 100'000'000; // none is dropped: the program waits below
         for (int i = 0; i < chosen.connections; ++i)
             links.push_back(std::make_unique<mqtt_publisher>(chosen.to, names));
         for (int i = 0; i < chosen.access_points; ++i) {

@@ -1,4 +1,4 @@
-"""A whole access point on one Linux machine, in namespaces of its own. See docs/lab.md."""
+"""A whole access point on one Linux machine, in its own namespaces. See docs/lab.md."""
 
 from .lab import BusError, Lab
 from .network import FirewallUnusable

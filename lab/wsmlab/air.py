@@ -1,5 +1,5 @@
 """An access point with real software on simulated radios (mac80211_hwsim), and its clients: hostapd, wpa_supplicant, dnsmasq
-and udhcpc, and this build's broker, daemon, bridge and collector. It takes the whole machine, so it wants one of its own:
+and udhcpc, and this build's broker, daemon, bridge and collector. It uses the whole machine, so it should run in
 lab/vm.
 
     with Air(build_dir, folder) as air:
@@ -8,7 +8,7 @@ lab/vm.
         anna.join("Lobby", "wlan1")
         air.agree(anna)
 
-Times are those of a machine ten times slower than a real one: everything waits for what it can see, up to PATIENCE.
+The machine is ten times slower than a real one, so everything waits for observable results, up to PATIENCE.
 """
 
 import contextlib
@@ -29,7 +29,7 @@ CONTROL = "/run/hostapd"
 GLOBAL = "/run/hostapd-global"
 AP_RADIOS = 2
 USER = 4712
-# As its services start it: no right but one, and hostapd's sockets through their group.
+# As its services start it: with one capability only, and access to hostapd's sockets by their group.
 AS_ITS_USER = ["setpriv", f"--reuid={USER}", "--regid=0", "--clear-groups", "--bounding-set=-all,+net_admin",
                "--inh-caps=-all,+net_admin", "--ambient-caps=-all,+net_admin", "--no-new-privs"]
 
@@ -153,7 +153,7 @@ class Air:
     @staticmethod
     @contextlib.contextmanager
     def setting(name, value):
-        """A setting below /proc/sys, for a while."""
+        """Changes a setting below /proc/sys while entered."""
         path = pathlib.Path("/proc/sys", name)
         before = path.read_text()
         path.write_text(str(value))
@@ -164,8 +164,8 @@ class Air:
 
     @contextlib.contextmanager
     def small_netlink_buffer(self, name):
-        """A program's socket for the kernel's wireless messages holds no more than a few, for a while. Gives a function that
-        tells how many messages it has lost."""
+        """While entered, a program's socket for the kernel's wireless messages holds only a few. Gives a function that
+        returns how many messages it has lost."""
         pid = self.running[name].pid
 
         def sockets():
@@ -210,12 +210,12 @@ class Air:
         self.free_radios = names[AP_RADIOS:]
 
     def remove_radios(self):
-        """Takes the driver of all radios away, whatever uses them; the clients with them."""
+        """Removes the driver of all radios, even if they are in use, and the clients with it."""
         run("modprobe", "-r", "mac80211_hwsim", timeout=4 * PATIENCE)
         self.forget_clients()
 
     def reload_radios(self, clients):
-        """New radios, so many of them for clients; hostapd starts anew, and everybody is away."""
+        """Makes new radios, `clients` of them for clients, and starts hostapd again; no station is connected then."""
         self.stop("hostapd")
         self.remove_radios()
         self.make_radios(AP_RADIOS + clients)
@@ -289,7 +289,7 @@ class Air:
         """Packets of this many bytes over UDP from the access point, to nobody."""
         run("/usr/bin/python3", "-c", SEND, address, packets, size)
 
-    # --- who is there, by four who must agree ---
+    # --- the stations, from four sources that must agree ---
 
     def ask(self, **question):
         done = run(self.build_dir / "bin/ubus", "-S", "call", "sta", "get", json.dumps(question), check=False)
@@ -314,8 +314,8 @@ class Air:
         return re.findall(r"Interface (\S+)(?=(?:(?!Interface).)*?type AP)", run("iw", "dev"), flags=re.S)
 
     def hostapd_list(self):
-        """hostapd's authorised stations: MAC -> (network, members as it prints them). It is not told when somebody removes
-        its interface."""
+        """hostapd's authorised stations: MAC -> (network, members as it prints them). It does not notice when its interface
+        is removed."""
         found = {}
         for network in self.networks():
             if not pathlib.Path(f"/sys/class/net/{network}").exists():
@@ -337,7 +337,7 @@ class Air:
         return self._reports
 
     def report_list(self):
-        """Who is there by the reports: MAC -> interface."""
+        """The stations that are present by the reports: MAC -> interface."""
         there = {}
         for report in self.reports():
             if report["log_type"] in (1, 3):
@@ -352,8 +352,8 @@ class Air:
         return interface.split(".")[0]
 
     def agree(self, *expected, timeout=PATIENCE):
-        """Waits until daemon, reports, kernel and hostapd list the same stations at the same networks: those of the clients
-        `expected`, who must be where they are connected to; then until they agree on each one's figures."""
+        """Waits until daemon, reports, kernel and hostapd list the same stations on the same networks, namely the clients
+        `expected` where they are connected; then until they agree on each station's figures."""
         wanted = {client.mac: client.network for client in expected}
 
         def lists():
@@ -380,12 +380,12 @@ class Air:
             raise AssertionError(f"figures differ: {differences}") from error
 
     def log_up(self):
-        """Has the daemon ask its driver for everybody's figures and report them, as it does each minute."""
+        """Makes the daemon ask its driver for all figures and report them, as it does each minute."""
         run(self.build_dir / "bin/ubus", "call", "sta", "set", json.dumps({"set_update_log_period": 60}))
 
     def differing_figures(self, wanted):
-        """What daemon, reports, hostapd and kernel say otherwise of these stations: all are between two looks at the
-        kernel's."""
+        """The differences between daemon, reports, hostapd and kernel for these stations: each figure must be between two
+        readings from the kernel."""
         before = self.kernel_list()
         self.log_up()
         hostapd, daemon = self.hostapd_list(), self.daemon_list()

@@ -15,11 +15,11 @@ for _ in range(int(sys.argv[2])): sender.sendto(bytes(int(sys.argv[3])), (sys.ar
 
 
 class Silence(AssertionError):
-    """Something was waited for and did not come."""
+    """A wait has timed out."""
 
 
 def run(*argv, check=True, timeout=PATIENCE):
-    """Runs a program to its end; what it printed."""
+    """Runs a program to its end; returns what it printed."""
     done = subprocess.run([str(word) for word in argv], capture_output=True, text=True, errors="replace", timeout=timeout,
                           check=False)
     if check and done.returncode != 0:
@@ -66,14 +66,14 @@ class Client:
         return len(self.air.log(f"wpa-{self.name}"))
 
     def log_since(self, begin):
-        """What its program has printed since it had printed so much."""
+        """The output of its program after the first `begin` characters."""
         return self.air.log(f"wpa-{self.name}")[begin:]
 
     def status(self):
         return dict(line.split("=", 1) for line in self.cli("status", check=False).splitlines() if "=" in line)
 
     def configure(self, ssid, *, key_mgmt="WPA-PSK", psk=PASSWORD, frequencies=(2437, 5180), **more):
-        """A network to join; the ones before are forgotten."""
+        """Sets the network to join; earlier ones are removed."""
         self.cli("remove_network", "all")
         number = self.cli("add_network").split()[-1]
         settings = {"ssid": f'"{ssid}"', "key_mgmt": key_mgmt, "scan_freq": " ".join(map(str, frequencies)),
@@ -91,7 +91,7 @@ class Client:
         self.is_at(at)
 
     def prefer(self, network):
-        """When it next looks for one it is to take this one of its access points."""
+        """At its next search it must choose this access point."""
         number = self.cli("list_networks").splitlines()[-1].split()[0]
         frequency = "2437" if network == self.air.names[0] else "5180"
         for name, value in (("bssid", self.air.bssid(network)), ("scan_freq", frequency), ("freq_list", frequency)):
@@ -105,7 +105,7 @@ class Client:
         self.network = network
 
     def be_at(self, network):
-        """Goes there with what every client of it needs; None: away."""
+        """Joins that network with its settings; None: leaves."""
         if network is None:
             self.leave()
         elif self.network == network:
@@ -120,7 +120,7 @@ class Client:
         self.network = None
 
     def get_address(self):
-        """A lease, as every client asks for one."""
+        """Asks for a lease, as every client does."""
         self.inside("udhcpc", "-i", self.interface, "-n", "-q", "-t", "10", "-s", "/bin/true", "-x", f"hostname:{self.name}")
         self.address = wait(lambda: next((line.split()[2] for line in pathlib.Path("/tmp/dhcp.leases").read_text().splitlines()
                                   if self.mac in line), None), f"a lease of {self.name}")
@@ -132,7 +132,7 @@ class Client:
         self.inside("/usr/bin/python3", "-c", SEND, address, packets, size)
 
     def group(self, mask):
-        """Whom the radio reaches: others of the same group."""
+        """Sets which radios this one reaches: those of the same group."""
         pathlib.Path(f"/sys/kernel/debug/ieee80211/{self.phy}/hwsim/group").write_text(str(mask))
 
     def end(self):

@@ -1,7 +1,7 @@
-"""What the live view shows, apart from any terminal: stations, stream and prompts; what each key does to them; and the
-lines of a page of any size.
+"""The live view without a terminal: stations, stream and prompts, the effect of each key, and the lines of a page of any
+size.
 
-A line is a list of (style, text) pairs. Everything from outside has gone through clean() before it is in a line.
+A line is a list of (style, text) pairs. Foreign text passes through clean() before it is in a line.
 """
 
 import collections
@@ -14,9 +14,9 @@ from .happenings import KINDS, Happening
 DEFAULT_PERIOD_S = 60  # the daemon's, until somebody sets another
 PERIODS_S = (1, 2, 5, 10, 20, 30, 60, 120, 300, 600, 1800, 3600)
 LONGEST_PERIOD_S = 86400
-LINGER_S = 5           # that a station which has left stays in the table
+LINGER_S = 5           # time that a departed station stays in the table
 STREAM = 500           # happenings that are kept
-RATE_S = 10            # that reports per second are counted over
+RATE_S = 10            # time over which reports per second are counted
 KEYS = "s/S sort  / filter  p pause  d kick  l period  Enter details  ? help  q quit"
 HELP = (
     ("arrows  j k", "choose a station; PgUp PgDn Home End go farther"),
@@ -36,22 +36,22 @@ HELP = (
 
 
 class Answer:
-    """What came of asking the daemon. `records`: its stations, each with the members that `get` gives; `bus`: "ok" when
-    these are all, or why not; `period`: the log period in seconds, None when it is not known."""
+    """The daemon's answer. `records`: its stations, each with the members that `get` gives; `bus`: "ok" if
+    these are all, or why not; `period`: the log-up period in seconds, None if it is not known."""
 
     def __init__(self, records, bus="ok", period=None):
         self.records, self.bus, self.period = records, bus, period
 
 
 class Said:
-    """Something that the view itself has to tell, for the stream."""
+    """A line of the view itself for the stream."""
 
     def __init__(self, at, text, style="said"):
         self.at, self.text, self.style = at, text, style
 
 
 class Notice:
-    """What stands between table and stream from now on."""
+    """The text between table and stream from now on."""
 
     def __init__(self, text):
         self.text = text
@@ -61,10 +61,10 @@ class Station:
     def __init__(self, record):
         self.record = record
         self.signals = collections.deque(maxlen=TREND)  # dBm
-        self.left = None  # when, of a station that has left
+        self.left = None  # time of the departure
 
     def comes(self):
-        """It is there. One that had left begins anew."""
+        """It is there. One that had left starts again."""
         if self.left is not None:
             self.left = None
             self.signals.clear()
@@ -93,7 +93,7 @@ class Station:
 
 
 class Board:
-    """`clock`: seconds; `until`: its time at which all ends, or None."""
+    """`clock`: seconds; `until`: the clock's time at which everything ends, or None."""
 
     def __init__(self, until=None, clock=time.monotonic):
         self._clock, self._until = clock, until
@@ -112,9 +112,9 @@ class Board:
         self._scroll = 0        # first line of details
         self._page = 10         # stations, or lines of details, on the screen
         self._top = 0           # first station on the screen
-        self._last_index = 0    # of the chosen station among those shown
+        self._last_index = 0    # of the selected station among those shown
         self._range = 1, 0, 0   # first and last station on the screen, and how many are shown in all
-        self._most = 0          # stations that there have been at a time
+        self._most = 0          # the most stations at one time
         self._width = 80
         self._report_times = collections.deque()
         self.paused = False
@@ -125,7 +125,7 @@ class Board:
     def now(self):
         return self._clock()
 
-    # --- what comes in ---
+    # --- input ---
 
     def take(self, item):
         """A Happening, an Answer, a Notice or something Said."""
@@ -177,7 +177,7 @@ class Board:
         if item.source == "report":
             self._report_times.append(now)
         elif item.source == "notify" and item.values.get("notify_sta_status") == "1" and "mac" in item.values:
-            # Between two listings, and instead of them where the list is too long for the bus.
+            # Updates a station between two lists, and replaces lists that are too long for the bus.
             known = self.stations.get(item.values["mac"])
             station = self._record({**known.record, **{name: value for name, value in item.values.items()
                                                        if name in known.record}} if known else item.values)
@@ -187,10 +187,10 @@ class Board:
                 station.comes()
         self._forget(now)
 
-    # --- what is shown of it ---
+    # --- selection ---
 
     def shown(self):
-        """The stations that pass the filter, sorted. The choice stays on one of them."""
+        """The stations that pass the filter, sorted. One of them stays selected."""
         wanted = self.filter.casefold()
         found = [station for station in self.stations.values() if station.has(wanted)]
         found.sort(key=lambda station: station.mac)
@@ -204,7 +204,7 @@ class Board:
         return len(self._report_times) / RATE_S
 
     def _index(self, shown):
-        """Of the chosen station among those shown; None when it is not there."""
+        """The index of the selected station among those shown; None if it is not shown."""
         return next((index for index, station in enumerate(shown) if station.mac == self.selected), None)
 
     def _choose(self, shown, index):
@@ -217,7 +217,7 @@ class Board:
     # --- keys ---
 
     def key(self, key):
-        """Does what the key says. Returns what others must do: None, ("quit",), ("kick", mac, radio) or
+        """Handles a key. Returns what the caller must do: None, ("quit",), ("kick", mac, radio) or
         ("period", seconds)."""
         if self.prompt:
             return self._key_of_prompt(key)
@@ -236,7 +236,7 @@ class Board:
         return None
 
     def _step(self, key):
-        """How many lines a key moves; None for one that does not."""
+        """How many lines a key moves; None for other keys."""
         return {"up": -1, "k": -1, "down": 1, "j": 1, "page up": -self._page, "page down": self._page,
                 "home": -len(self.stations) - 100, "end": len(self.stations) + 100}.get(key)
 
@@ -322,7 +322,7 @@ class Board:
             lines = self._details(width, body)
         else:
             self.mode = "table" if self.mode == "details" else self.mode
-            # The most stations so far, up to a share of the height: nothing jumps as stations come and go.
+            # As high as the most stations so far, up to a share of the height, so that nothing jumps when stations arrive or leave.
             self._most = max(self._most, len(self.stations))
             share = (body - 2) * 3 // 5 if body > 6 else max(0, body - 1)
             lines = self._table(width, min(share, max(3, self._most)))
@@ -335,7 +335,7 @@ class Board:
     def _header(self):
         known = [station for station in self.stations.values() if station.left is None]
         online = sum(station.record.get("status") == 1 for station in known)
-        # Without the whole list it is not known who is online already.
+        # Without the whole list the number of online stations is not known.
         count = f"{online} of {len(known)} online" if self.bus == "ok" else f"{len(known)} stations"
         words = [("title", f" {count}"), (None, f"  period {self.period} s"),
                  (None, f"  {self.reports_per_second():.1f} reports/s"),
@@ -351,11 +351,11 @@ class Board:
         shown = self.shown()
         index = self._index(shown)
         if index is None:
-            # What was chosen is gone: what stands in its place is chosen.
+            # The selected station is gone: the one in its place is selected.
             self._choose(shown, self._last_index if self.selected else 0)
             index = self._index(shown) or 0
         self._last_index, self._page = index, max(1, rows)
-        # The chosen one is on the screen, and no line is empty while there are stations above.
+        # The selected station is visible, and no line is empty while there are stations above.
         self._top = max(0, min(self._top, index, len(shown) - rows), index - rows + 1)
         lines = [heading_line(widths, self.sort_column, self.reverse)]
         seen = shown[self._top:self._top + rows]

@@ -4,25 +4,25 @@ import unicodedata
 
 REPLACEMENT = "\N{REPLACEMENT CHARACTER}"
 ELLIPSIS = "…"
-_MARKS = 2            # on one character, at most: more of them would reach into the lines above and below
+_MARKS = 2            # the most on one character: more would reach into the lines above and below
 _WEAK, _STRONG = -90, -30  # dBm: the ends of a sparkline
 _STEPS = "▁▂▃▄▅▆▇█"
 _BAR, _BAR_REST = "█", "·"
 
-# What stands for our own signs where the terminal knows ASCII alone.
+# Replacements of our own signs on a terminal with ASCII only.
 _ASCII = str.maketrans({**dict(zip(_STEPS, "__.-=+*#")), _BAR_REST: ".", ELLIPSIS: "~", "─": "-", "▲": "^", "▼": "v"})
 
 
 def _changes_its_neighbour(character):
-    """Variation selectors and skin tones: what they do to the width of the character before differs by terminal."""
+    """Variation selectors and skin tones: their effect on the width of the previous character differs between terminals."""
     return "\ufe00" <= character <= "\ufe0f" or "\U000e0100" <= character <= "\U000e01ef" \
         or "\U0001f3fb" <= character <= "\U0001f3ff"
 
 
 def clean(text):
-    """A text from outside as one that can do nothing to the screen: control and format characters (escape sequences,
-    line feeds, changes of direction), surrogates, and what has no meaning yet are replaced."""
-    cleaned, marks = [], _MARKS  # a mark with nothing to stand on would land on what is left of the text
+    """Makes a foreign text harmless for the screen: control and format characters (escape sequences, line feeds, changes of
+    direction), surrogates and unassigned characters are replaced."""
+    cleaned, marks = [], _MARKS  # a mark without a character would be put on the character to the left
     for character in unicodedata.normalize("NFC", text):
         if _changes_its_neighbour(character):
             continue
@@ -44,7 +44,7 @@ def cells(text):
 
 
 def clip(text, width):
-    """As much of the text as the width has room for; an ellipsis says that there is more."""
+    """As much of the text as fits the width; an ellipsis shows that it was cut."""
     if cells(text) <= width:
         return text
     if width <= 0:
@@ -59,14 +59,14 @@ def clip(text, width):
 
 
 def fit(text, width, *, right=False):
-    """The text in exactly so many cells."""
+    """The text in exactly `width` cells."""
     text = clip(text, width)
     blanks = " " * (width - cells(text))
     return blanks + text if right else text + blanks
 
 
 def fit_line(segments, width):
-    """A line of (style, text) pairs in exactly so many cells."""
+    """A line of (style, text) pairs in exactly `width` cells."""
     fitted = []
     for style, text in segments:
         text = clip(text, width)
@@ -76,7 +76,7 @@ def fit_line(segments, width):
 
 
 def ascii_only(text):
-    """The text for a terminal that knows nothing else, in the same number of cells."""
+    """The text in ASCII, in the same number of cells."""
     return "".join(character if character.isascii() else "?" * cells(character)
                    for character in text.translate(_ASCII))
 

@@ -1,4 +1,4 @@
-"""The columns of the live view: what a terminal of some width has room for, and what stands in them."""
+"""The columns of the live view: which fit a terminal's width, and their content."""
 
 import ipaddress
 
@@ -12,7 +12,7 @@ _STATES = {1: "online", 2: "waiting"}
 
 class Column:
     """`text`: of a Station and the column's width; `order`: what it is sorted by, None when it is not; `least` and
-    `most`: cells, with room for the sort mark behind the heading."""
+    `most`: cells, with room for the sort mark after the heading."""
 
     def __init__(self, heading, least, text, order=None, *, most=None, right=False, style=None):
         assert order is None or least > cells(heading)
@@ -56,7 +56,7 @@ def _ip(station):
     try:
         return 0, int(ipaddress.ip_address(station.record.get("ip", "")))
     except ValueError:
-        return 1, 0  # without an address: behind the others
+        return 1, 0  # without an address: after the others
 
 
 def _text_order(name):
@@ -67,7 +67,7 @@ def _state(station, _):
     return "left" if station.left else _STATES.get(station.record.get("status"), "?")
 
 
-# As they stand on the screen.
+# In their order on the screen.
 COLUMNS = {
     "mac": Column("MAC", 17, lambda station, _: clean(station.mac), lambda station: station.mac),
     "name": Column("name", 12, lambda station, _: station.text("name"), _text_order("name"), most=24),
@@ -86,7 +86,7 @@ COLUMNS = {
     "time": Column("time", 7, lambda station, _: duration(station.number("oltime")), _number("oltime"), right=True),
     "state": Column("state", 7, _state, lambda station: _state(station, 0)),
 }
-# Who gets room first, and who takes what is over.
+# The order in which columns get space, and then extra space.
 _PRIORITY = ("mac", "name", "signal", "ip", "state", "time", "rate", "radio", "trend", "ssid", "down", "up", "rate_up",
              "vlan")
 _GROWING = (("trend", 12), ("name", 16), ("ssid", 16), ("trend", 30), ("name", 24), ("ssid", 32), ("trend", TREND))

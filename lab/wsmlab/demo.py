@@ -1,4 +1,4 @@
-"""./demo: an access point with simulated clients, shown as it lives."""
+"""./demo: an access point with simulated clients, shown live."""
 
 import argparse
 import collections
@@ -17,7 +17,7 @@ PAUSE_S = 0.05
 STATIONS, MOST_STATIONS = 12, 4096
 RADIO_STATIONS, MOST_RADIO_STATIONS = 4, 12
 MOST_DAYS = 60
-GUESTS = 4  # one in so many is in the network for guests
+GUESTS = 4  # one in so many is in the guest network
 BROKEN_PIPE = 128 + signal.SIGPIPE
 
 
@@ -94,7 +94,7 @@ def check(options):
 
 
 def run_unseen(lab, begin, end, tell):
-    """Only told: somebody looks at the page."""
+    """Without a live view, since people look at the page."""
     happenings = Happenings(lab)
     begin()
     while time.monotonic() < end:
@@ -112,7 +112,7 @@ def run_plain(lab, begin, end, tell):
 
 
 def run_live(lab, begin, end, tell):
-    """The view, and what happens in it."""
+    """Shows the live view."""
     from .view import View
     from .watcher import Watcher
     with Watcher(lab) as watcher:
@@ -121,7 +121,7 @@ def run_live(lab, begin, end, tell):
 
 
 def wants_view(options):
-    """Whether there is a terminal that can show it. Plain lines need no terminal library."""
+    """Whether there is a terminal that can show the view. Plain lines need no terminal library."""
     return (not options.plain and sys.stdin.isatty() and sys.stdout.isatty()
             and os.environ.get("TERM", "") not in ("", "dumb", "unknown")
             and importlib.util.find_spec("urwid") is not None)
@@ -212,7 +212,7 @@ def main(words):
         sys.stdout.flush()
         return status
     except BrokenPipeError:
-        # Whoever read has seen enough. What is still unwritten must not be tried again at exit.
+        # The reader has closed the pipe. Unwritten output must not be written again at exit.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return BROKEN_PIPE
     except KeyboardInterrupt:

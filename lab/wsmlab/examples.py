@@ -1,11 +1,11 @@
-"""The examples in docs/: what the programs print, asked of a running access point.
+"""The examples in docs/: what the programs print on a running access point.
 
     PYTHONPATH=lab python3 -m wsmlab.examples [BUILD]      writes them into docs/*.md
 
 In a document an example is a comment that names the command, followed by a fenced block with what it printed. When the
 comment says "conversation" the block is one: each line "$ COMMAND" is followed by what the command printed, and a line "..."
-stands for lines left out. A comment "members: KIND" is followed by the table of that message of schema/wsmd.schema.json. The tests compare the shape of each block - of JSON the keys, their order and the kinds of
-their values, of other text all but the figures - with what the programs print now.
+stands for lines left out. A comment "members: KIND" is followed by the table of that message of schema/wsmd.schema.json. The tests compare each block with what the programs print now: the keys of JSON, their order and the
+types of their values; other text without its numbers.
 """
 
 import json
@@ -34,19 +34,19 @@ def in_documents():
 
 
 def member_tables(text):
-    """The text of a document with its tables of members written anew."""
+    """The text of a document with new tables of members."""
     return _MEMBERS.sub(lambda match: f"<!-- members: {match['kind']} -->\n{members.table(match['kind'])}", text)
 
 
 def produce(lab, examples):
-    """What is printed now in each example's place, on a lab on which nothing runs yet: a list of texts. A documented "..."
-    is kept where the lines around it are still there."""
+    """The new text of each example, printed in a lab on which nothing runs yet: a list of texts. A documented "..."
+    is kept if the lines around it still exist."""
     life = _Life(lab)
     return [_conversation(life, text) if command == _CONVERSATION else life.printed_by(command) for _, command, text in examples]
 
 
 class _Life:
-    """A lab with one station online, whose daemon is recorded, and what must be waited for between the commands."""
+    """A lab with one station online and a recorded daemon, and the waiting between the commands."""
 
     def __init__(self, lab):
         self._lab = lab
@@ -54,7 +54,7 @@ class _Life:
         lab.start_ubusd()
         lab.start_apsim()
         lab.apsim(f"lease mac={_MAC} ip=192.168.1.20 name=phone")
-        # The first line of what would run on and on.
+        # The first line of commands that do not end.
         self._lines = {"ubus subscribe sta # period": self._period_request(),
                        "ubus subscribe dhcpmon.client.notify": self._client_list()}
         lab.start_collector()
@@ -73,7 +73,7 @@ class _Life:
         self._lines[_ADDRESSES] = self._addresses()
 
     def _addresses(self):
-        """With one that the kernel has seen; it is gone before the station comes again."""
+        """With an address that the kernel has seen; it is removed before the station associates again."""
         self._lab.run(["ip", "-batch", "-"], stdin=f"""\
 link add ath0 type veth peer name client
 link set ath0 master {network.BRIDGE} up
@@ -109,7 +109,7 @@ neigh add 2001:db8::a lladdr {_MAC} dev {network.BRIDGE} nud permanent
         return self._lines[command] if command in self._lines else self._lab.run(shlex.split(command)).stdout
 
     def _period_request(self):
-        """By the daemon's own function for it, which the daemon has no occasion to call."""
+        """Uses the daemon's function for it, which the daemon itself never calls."""
         asker = self._lab.start("bus-asks", ["bus-asks"])
         self._lab.run(["ubus", "-t", "10", "wait_for", "sta"])
         line = self._first_line("sta")
@@ -117,7 +117,7 @@ neigh add 2001:db8::a lladdr {_MAC} dev {network.BRIDGE} nud permanent
         return line
 
     def _client_list(self):
-        """The first subscriber is told at once."""
+        """The first subscriber gets a notification at once."""
         monitor = self._lab.start_dhcpmon()
         line = self._first_line("dhcpmon.client.notify")
         monitor.stop()
@@ -176,7 +176,7 @@ def _turns(text):
 
 
 def _fitted(documented, printed):
-    """`printed` with the lines left out that `documented` leaves out; None when other lines would have to go, too."""
+    """`printed` without the lines that `documented` leaves out; None if other lines would have to be left out as well."""
     rest = printed.splitlines()
     result, skipping = [], False
     for line in documented.splitlines():
@@ -198,7 +198,8 @@ def _line(name, members):
 
 
 def shape(text):
-    """What must not drift: JSON as its keys in order with the kinds of their values, other text without its figures."""
+    """The part that must stay the same: of JSON the keys in order with the types of their values, of other text everything
+    but the numbers."""
     try:
         value = json.loads(text)
     except ValueError:

@@ -3,7 +3,7 @@
     PYTHONPATH=lab python3 -m wsmlab.fields [BUILD]      writes them into docs/formats.md
 
 A comment "fields: LAYOUT" is followed by a table whose first columns, up to the field's name, are what wsmd-fields prints.
-The columns behind it are written by hand and stay with their field.
+The columns after it are written by hand and stay with their field.
 """
 
 import pathlib

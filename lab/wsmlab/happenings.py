@@ -1,4 +1,4 @@
-"""What happens on the access point, as it happens: reports at the collector, events and notifications on the bus."""
+"""What happens on the access point, live: reports at the collector, events and notifications on the bus."""
 
 import time
 
@@ -16,7 +16,7 @@ class Happening:
 
 
 class Happenings:
-    """Follows a lab on which everything runs. take() gives what is new."""
+    """Follows a lab on which everything runs. take() returns the new ones."""
 
     def __init__(self, lab):
         self._lab = lab
@@ -82,5 +82,5 @@ def _event(event):
 
 
 def ended_with(status):
-    """What is said at the end about the daemon. 1 is its status after an ordinary stop."""
+    """The last line about the daemon. 1 is its status after an ordinary stop."""
     return "the daemon ended cleanly (status 1, as it should)" if status == 1 else f"the daemon FAILED with status {status}"

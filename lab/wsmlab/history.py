@@ -1,6 +1,6 @@
-"""A week of reports at once: what access points of a house would have told, for a collector's store.
+"""A week of reports at once, as the access points of a house would have sent them, for a collector's store.
 
-The stations are those that the simulator's population plays, and some more; the access point of the lab is one of three.
+The stations are those of the simulator's population, and some more; the access point of the lab is one of three.
 """
 
 import random
@@ -42,14 +42,14 @@ def mac_of(number):
 
 
 def name_of(number):
-    """As the population's clients are called."""
+    """A name like those of the population's clients."""
     name = f"{NAMES[number % len(NAMES)]}-{THINGS[number // len(NAMES) % len(THINGS)]}"
     later = number // (len(NAMES) * len(THINGS))
     return f"{name}{later + 1}" if later else name
 
 
 def _hours_of_presence(number, chance):
-    """Stays that begin in one day: hours of their begin and end. What a station is decides when it is there."""
+    """Stays that begin on one day: hours of begin and end. They depend on the kind of station."""
     if number % 10 == 9:  # one that cannot stay
         hour = chance.uniform(7, 9)
         while hour < 21:
@@ -67,7 +67,7 @@ def _hours_of_presence(number, chance):
 
 
 class _Stay:
-    """One stay, as the reports of its access points tell it."""
+    """One stay, as reports of its access points."""
 
     def __init__(self, number, begin, end, chance):
         self.number, self.begin, self.end, self.chance = number, int(begin), int(end), chance
@@ -112,8 +112,8 @@ class _Stay:
 
 
 def reports(days, until, stations, seed=1, leave=True):
-    """The images of `days` days up to `until`, seconds since 1970, in the order of their times. Everybody has left at the end,
-    unless `leave` is false: then who is there at that time is there still."""
+    """The images of `days` days up to `until`, seconds since 1970, in the order of their times. All stations have left at the end,
+    unless `leave` is false: then open stays stay open."""
     chance = random.Random(seed)
     begin = until - days * 86400
     told = []

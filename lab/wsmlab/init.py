@@ -1,8 +1,8 @@
-"""The first process of a lab: lays its file system out, then starts, signals and reaps programs as it is told to.
+"""The first process of a lab: sets its file system up, then starts, signals and reaps programs on request.
 
-It is told so over a socket (one JSON object per packet, descriptors for standard input, output and error along with a
-"start"). When the other end of the socket goes away, for whatever reason, this process ends, and with it, as with the
-first process of every process namespace, all others of the lab.
+Requests come over a socket (one JSON object per packet; a "start" also has descriptors for standard input, output and
+error). When the other end of the socket is closed, for any reason, this process ends, and since it is the first process of
+a process namespace, all others of the lab end with it.
 """
 
 import json

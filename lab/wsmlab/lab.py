@@ -1,4 +1,4 @@
-"""Lab: the access point, ready to be driven.
+"""Lab: the access point, under a program's control.
 
     with Lab(build_dir) as lab:
         lab.start_all()
@@ -20,7 +20,7 @@ _ETC = pathlib.Path(__file__).parent.parent / "etc"
 _CAPABILITY = "/tmp/tk_device/tk_device.json"
 _UNDEFINED = ": runtime error: "
 AP_MAC = "02:54:4b:00:00:01"
-# For a daemon that has a library preloaded: the sanitizer's own is then not the first.
+# For a daemon with a preloaded library: the sanitizer's library is then not the first.
 PRELOADING = {"ASAN_OPTIONS": "verify_asan_link_order=0:log_path=/run/sanitizer/wsmd"}
 
 
@@ -65,7 +65,7 @@ class Lab:
         self.space = None
         self.daemon = None
         self.collector = None
-        self._reports = []  # of the collector that runs now
+        self._reports = []  # of the current collector
         self._new_reports = None
         self._seen = 0      # reports that wait_for_report() has passed
 
@@ -93,7 +93,7 @@ class Lab:
 
     def end(self):
         """Stops what still runs, the daemon first, and raises LabError when a sanitizer found something or the daemon
-        did not end as it must. What leaks is found only when a program ends by itself, hence no plain kill."""
+        did not end as it must. Leaks are found only when a program exits normally, so programs are not killed."""
         faults = []
         running = [process for process in self.space.processes if process.running]
         running.sort(key=lambda process: process is not self.daemon)
@@ -111,7 +111,7 @@ class Lab:
             raise LabError("\n".join(faults))
 
     def sanitizer_findings(self):
-        """What the sanitizers of all programs have said so far. Undefined behaviour is told on standard error alone."""
+        """What the sanitizers of all programs have reported so far. Undefined behaviour is reported on standard error only."""
         written = [path.read_text(errors="replace") for path in sorted((self.root / "run/sanitizer").iterdir())]
         printed = (process.err.text() for process in self.space.processes)
         return written + [text for text in printed if _UNDEFINED in text]
@@ -120,7 +120,7 @@ class Lab:
 
     @property
     def root(self):
-        """The lab's /, from outside. Links in it that begin with / lead out of it: go through names that are none."""
+        """The lab's /, from outside. Absolute links in it lead out of it: use paths without links."""
         return self.space.root
 
     @property
@@ -129,7 +129,7 @@ class Lab:
         return self.root / "tmp"
 
     def write_config(self, package, text):
-        """Replaces a uci package, at once as an editor would."""
+        """Replaces a uci package atomically, as an editor does."""
         path = self.root / "etc/config" / package
         new = path.with_name(f".{package}.new")
         new.write_text(text)
@@ -171,8 +171,8 @@ class Lab:
         return process
 
     def start_daemon(self, *, wait=True, environment=None, record=None):
-        """Starts the daemon; with `wait` until its start-up is over. `record`: a path in the lab, where what the daemon
-        receives is recorded."""
+        """Starts the daemon; with `wait`, waits until its start-up is over. `record`: a path in the lab for a recording of
+        what the daemon receives."""
         argv = ["wsmd"]
         if record:
             argv = ["wsm-record", "--output", record, "--", *argv]
@@ -188,7 +188,7 @@ class Lab:
 
     def start_replay(self, recording):
         """Starts the player of a recording, which plays it to the daemon that is started next."""
-        # Where it lies need not be visible in the lab.
+        # Its path need not be visible in the lab.
         process = self.start("wsm-replay", ["wsm-replay", "--files", "-"],
                              stdin=pathlib.Path(recording).read_bytes())
         try:
@@ -208,7 +208,7 @@ class Lab:
         return player
 
     def replay_is_over(self, player):
-        """Whether the player has come to the end; LabError when it has ended instead."""
+        """Whether the player has reached the end of the recording; LabError if the player has exited."""
         if not player.running:
             raise LabError(f"wsm-replay ended with status {player.status}: {player.text()}")
         return "end of the recording" in player.text()
@@ -231,7 +231,7 @@ class Lab:
         return self
 
     def _wait_for_socket(self, path, process):
-        """Until somebody listens there. A probe would be a visitor; the kernel's list of sockets tells as well."""
+        """Waits until a process listens there. A probe would count as a connection, so the kernel's list of sockets is read."""
         accepting = "00010000"
 
         def listening():
@@ -243,7 +243,7 @@ class Lab:
         self.wait(listening, 10, f"{process.name} to listen at {path}")
 
     def client(self, name, mac):
-        """A wireless client in a network namespace of its own, attached to the bridge."""
+        """A wireless client in its own network namespace, attached to the bridge."""
         return network.Client(self, name, mac)
 
     # --- waiting ---
@@ -279,7 +279,7 @@ class Lab:
         return rest
 
     def stations(self):
-        """The driver's own stations, the truth to compare the daemon's table with."""
+        """The driver's own stations, to compare the daemon's table with."""
         return json.loads(self.apsim("list"))
 
     def driver_requests(self):
@@ -291,7 +291,7 @@ class Lab:
         self.wait(lambda: self._daemon_has_logged("Creat a new g_sta."), 10, "the daemon to learn of the family")
 
     def _daemon_has_logged(self, text):
-        """The daemon that runs now, not an earlier one."""
+        """Only lines of the current daemon, not of an earlier one."""
         return any(f"[{self.daemon.pid}]" in line and text in line for line in self.log_lines())
 
     # --- the collector ---
@@ -316,7 +316,7 @@ class Lab:
 
     def bus(self, command, *arguments, timeout=20):
         """Runs the command-line bus client; tables and lists among the arguments become JSON. Returns the parsed
-        reply, or the printed lines for what is no JSON; None when nothing is printed."""
+        reply, or the printed lines if they are not JSON; None when nothing is printed."""
         words = [json.dumps(word) if isinstance(word, (dict, list)) else str(word) for word in arguments]
         done = self.run(["ubus", "-S", command, *words], check=False, timeout=timeout * self.patience)
         if done.status != 0:
@@ -401,11 +401,11 @@ class BusWatch:
         self._subscriber = self._notified = None
         self._listener = lab.start("ubus listen", ["ubus", "listen"])
         self._heard = self._listener.follow()
-        # Its first sign of life is that it hears something.
+        # It is ready when it prints an event.
         self._speak_until(self._listener.text, "the listener on the bus")
 
     def subscribe(self):
-        """Subscribes to the object sta, which must exist; returns itself once the subscription stands."""
+        """Subscribes to the object sta, which must exist; returns itself once it is subscribed."""
         monitor = self.lab.start("ubus monitor", ["ubus", "-m", "invoke", "-m", "subscribe", "monitor"])
         self._speak_until(monitor.text, "the monitor of the bus")
         self._subscriber = self.lab.start("ubus subscribe sta", ["ubus", "subscribe", "sta"])

@@ -1,6 +1,6 @@
-"""The lab's file system: what an access point has in its absolute places, in a mount namespace of its own.
+"""The lab's file system: an access point's files at their absolute paths, in a mount namespace of its own.
 
-Runs inside the lab, before anything else does. /mnt is the lab's shelf: the covered folders stay reachable there.
+Runs inside the lab before anything else. The covered folders stay reachable below /mnt.
 """
 
 import ctypes
@@ -31,8 +31,8 @@ def bind(source, target):
 def cover(target, new):
     """Covers `target` with a folder of links to what it held, so that the folder `new` can be made in it.
 
-    An overlay would do for /etc but not for /proc, which refuses to be stacked upon; links do for both, and for a user
-    who is not root.
+    An overlay would work for /etc but not for /proc, which does not allow it; links work for both, and for users other than
+    root.
     """
     shelf = SHELF + target
     os.makedirs(shelf, exist_ok=True)
@@ -47,16 +47,16 @@ def cover(target, new):
         if name == new:
             continue  # this machine has one too
         entry = f"{shelf}/{name}"
-        # A relative link is taken over as it is: from the shelf it would point elsewhere.
+        # A relative link is copied unchanged: below /mnt it would point elsewhere.
         relative = target != "/proc" and os.path.islink(entry) and not os.readlink(entry).startswith("/")
         os.symlink(os.readlink(entry) if relative else entry, f"{target}/{name}")
 
 
 class ProcessLinks:
-    """Keeps a link /proc/<pid> for every process that there is or will soon be.
+    """Keeps a link /proc/<pid> for every process that exists or will soon exist.
 
-    The numbers are handed out in rising order, so the links are made ahead of the last one; a link whose process does
-    not exist dangles, which reads as "no such file", as it should.
+    Process numbers rise, so links are made ahead of the last one; a link without a process dangles, which reads as
+    "no such file", as it should.
     """
 
     AHEAD = 4096

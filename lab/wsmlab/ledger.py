@@ -1,4 +1,4 @@
-"""Which reports are due, from what the driver told, beside those that arrived."""
+"""Compares the reports that are due, by the driver's events, with those that arrived."""
 
 import collections
 
@@ -7,17 +7,17 @@ _LEAVES_FOR_ANOTHER_AP = 2  # is_reassoc of a disassociation
 
 
 class Ledger:
-    """What a daemon that hears everything must know and say.
+    """What a daemon that receives every event must know and report.
 
-    Of each station the reports of coming (log_type 1), leaving (2) and roaming (4) are compared, one by one, with their
-    interfaces and in their order, each time settle() is called; and of each station that nothing happened to, that it
-    was reported in the period (3). Reports that are due while the collector is not `hearing` are nobody's loss."""
+    Each settle() compares every station's reports of arrival (log_type 1), departure (2) and roam (4), in order and with
+    their interfaces, and checks that stations without events were reported in the log-up (3). Reports that are due while
+    the collector is not `hearing` are not expected."""
 
     def __init__(self):
-        self.table = {}             # mac -> (interface, radio), as the daemon's must be
+        self.table = {}             # mac -> (interface, radio): what the daemon's table must be
         self.restored = set()       # of these, read from the backup file and not confirmed since
         self.dropped = set()        # swept out of the table while the driver has them
-        self.vanished = {}          # forgotten by the driver without a word: mac -> when
+        self.vanished = {}          # dropped by the driver without an event: mac -> when
         self.hearing = True
         self.counts = collections.Counter()
         self.complaints = []
@@ -27,10 +27,10 @@ class Ledger:
         self._touched, self._touched_before = set(), set()
         self._steady = set()        # in the table at the last settlement
 
-    # --- what the driver says and the daemon does by itself ---
+    # --- the driver's events, and what the daemon does by itself ---
 
     def told(self, event):
-        """An event of the driver that the daemon has heard."""
+        """An event of the driver that the daemon has received."""
         mac, place = event["mac"], (event["ifname"], event["radio"])
         self.counts["events"] += 1
         self._touched.add(mac)
@@ -49,19 +49,19 @@ class Ledger:
                 self._leaves(mac)
 
     def restarted(self):
-        """Another daemon has taken the whole table from the backup file."""
+        """A new daemon has restored the whole table from the backup file."""
         self.restored = set(self.table)
         self._touched |= self.restored
 
     def sweep(self):
-        """The daemon is about to drop those that nobody has confirmed since."""
+        """The sweep is due: the daemon drops restored stations that were not confirmed."""
         for mac in self.restored & set(self.table):
             self._leaves(mac)
             self.dropped.add(mac)
         self.restored.clear()
 
     def retire(self, mac):
-        """The daemon is about to drop a station that the driver has not listed for five minutes."""
+        """The daemon is about to retire a station that the driver has not listed for five minutes."""
         del self.vanished[mac]
         self._touched.add(mac)
         self._leaves(mac)
@@ -91,7 +91,7 @@ class Ledger:
             self._came[mac].append((log_type, ifname))
 
     def settle(self, period=False):
-        """To be called when everything that was told has been dealt with. `period`: a whole log-up period has gone by
+        """To be called when all events have been handled. `period`: a whole log-up period has passed
         since the last call."""
         for mac in sorted(self._due.keys() | self._came.keys()):
             due, came = self._due[mac], self._came[mac]

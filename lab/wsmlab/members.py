@@ -1,4 +1,4 @@
-"""The members of every message, as docs/schema/wsmd.schema.json has them."""
+"""The members of every message, from docs/schema/wsmd.schema.json."""
 
 import json
 import pathlib
@@ -11,7 +11,7 @@ def _of(*messages):
     return {name for message in messages for name in _MESSAGES[message]["properties"]}
 
 
-# What an expectation of a scenario may name; an event may be anybody's, and have any members.
+# The members that an expectation of a scenario may name; an event may come from any program and have any members.
 OF = {"report": _of("report"), "notify": _of("sta notification", "sta period request"), "event": None}
 STATION = _of("station")
 

@@ -1,4 +1,4 @@
-"""The access point's network: bridge, clients in namespaces of their own, the firewall as the system leaves it."""
+"""The access point's network: bridge, clients in their own namespaces, and the system's firewall."""
 
 import os
 import shutil
@@ -10,8 +10,8 @@ ADDRESS = "192.168.10.1"
 _SBIN = "/usr/local/sbin:/usr/sbin:/sbin:/usr/local/bin:/usr/bin:/bin"
 _TOOLS_DIR = "/run/lab/bin"
 
-# What the system firewall of a device brings with it: a chain for what comes in from the clients' side, and
-# masquerading, without which the kernel tracks no connections and never looks into nat.
+# The rules of a device's system firewall: a chain for packets from the clients, and masquerading, without which the
+# kernel tracks no connections and never uses the nat table.
 _FIREWALL = f"""*nat
 :prerouting_lan - [0:0]
 -A PREROUTING -i {BRIDGE} -j prerouting_lan
@@ -22,7 +22,7 @@ COMMIT
 """
 
 
-# What the DHCP client runs when it has got an address; the client's namespace has the name of its bridge port.
+# The script that the DHCP client runs when it has an address; the client's namespace has the name of its bridge port.
 _DHCP_SCRIPT = "/run/lab/dhcp-client"
 _DHCP_SCRIPT_TEXT = """#!/bin/sh
 [ "$1" = bound ] || exit 0
@@ -114,7 +114,7 @@ def start_dhcp_server(lab):
 
 
 def environment(build_dir):
-    """What every program of the lab gets: the chosen iptables first, then the build's programs, then the system's."""
+    """The environment of every program of the lab: the chosen iptables first, then the build's programs, then the system's."""
     options = "log_path=/run/sanitizer/report:print_stacktrace=1:exitcode=99"  # 1 is the daemon's own
     return {
         "PATH": f"{_TOOLS_DIR}:{build_dir}/bin:{_SBIN}",

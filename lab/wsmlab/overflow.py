@@ -1,10 +1,10 @@
-"""More netlink messages than a socket of the daemon holds."""
+"""Filling a netlink socket of the daemon until messages are lost."""
 
 from . import network
 
 MANY = 3000
 
-# Sends a message that nobody knows to all who listen to the controller; what does not fit in is lost.
+# Sends a message that means nothing to all listeners of the controller; messages that do not fit are lost.
 _FLOOD = """
 import socket, struct, sys
 noise = struct.pack("=IHHII", 420, 0x7fff, 0, 0, 0) + bytes(404)
@@ -25,14 +25,14 @@ def dropped(lab):
 
 
 def overflow(lab):
-    """Fills the socket of a daemon that has been stopped; the number of messages that were dropped."""
+    """Fills the socket of a stopped daemon; returns the number of dropped messages."""
     before = dropped(lab)
     lab.run(["/usr/bin/python3", "-c", _FLOOD, str(MANY)])
     return dropped(lab) - before
 
 
 def overflow_neighbours(lab, mac):
-    """Fills the socket of neighbours of a daemon that has been stopped, with addresses of `mac`."""
+    """Fills the neighbour socket of a stopped daemon, with addresses of `mac`."""
     lab.run(["ip", "-batch", "-"], stdin="".join(
         f"neigh replace 10.1.{number // 250}.{1 + number % 250} lladdr {mac} dev {network.BRIDGE} nud permanent\n"
         for number in range(MANY)).encode())

@@ -1,6 +1,6 @@
-"""./demo --radio: an access point with real software on simulated radios, in a virtual machine, with clients who come and go.
+"""./demo --radio: an access point with real software on simulated radios, in a virtual machine, with clients that arrive and leave.
 
-play() is the part outside, main() the one in the machine.
+play() is the part outside, main() the part in the machine.
 """
 
 import argparse
@@ -30,7 +30,7 @@ PAUSE_S = (1, 5)  # between what one client does and what the next does
 
 
 def play(options, has_view):
-    """Becomes the machine."""
+    """Replaces this process by the machine."""
     words = ["python3", "-m", "wsmlab.radio", "--build-dir", str(pathlib.Path(options.build_dir).resolve()),
              "--stations", str(options.stations), "--seed", str(options.seed)]
     if options.seconds is not None:
@@ -43,7 +43,7 @@ def play(options, has_view):
 
 
 class Started:
-    """A program of this machine, with what it has printed."""
+    """A program of this machine and its output."""
 
     def __init__(self, name, argv):
         self.out = Printed(name)
@@ -61,7 +61,7 @@ class Started:
 
 
 class AirLab:
-    """An Air, for those who follow a Lab: its reports, its bus, and the daemon's log."""
+    """An Air with a Lab's interface: reports, bus, and the daemon's log."""
 
     def __init__(self, air):
         self._air = air
@@ -88,7 +88,7 @@ class AirLab:
 
     @staticmethod
     def wait(predicate, timeout, what):
-        end = time.monotonic() + 6 * timeout  # than on a machine that is as fast as it looks
+        end = time.monotonic() + 6 * timeout  # this machine is slower than a real one
         while not (value := predicate()):
             if time.monotonic() > end:
                 raise Timeout(f"waited for {what}")
@@ -105,7 +105,7 @@ class AirLab:
 
 
 class People(threading.Thread):
-    """The clients, who come, stay, change the network, and leave; one does something at a time."""
+    """The clients, which arrive, stay, change the network, and leave, one after the other."""
 
     def __init__(self, clients, seed):
         super().__init__(name="people", daemon=True)
@@ -126,7 +126,7 @@ class People(threading.Thread):
             if place in PLACES[:3]:
                 client.get_address()
         except (Silence, AssertionError, subprocess.TimeoutExpired):
-            client.leave()  # a slow machine loses one now and then; it comes again
+            client.leave()  # a slow machine sometimes loses one; it joins again later
 
     def stop(self):
         self._over.set()

@@ -1,4 +1,4 @@
-"""A collector that keeps what it receives as bytes, for tests that look at bytes."""
+"""A collector that keeps received messages as bytes, for tests that compare bytes."""
 
 import selectors
 import socket
@@ -6,8 +6,8 @@ import threading
 
 
 class RawCollector:
-    """Listens at the collector's place in a lab. `messages` holds what each connection brought until its end, in the
-    order of the connections; `peers` the path that each was bound to."""
+    """Listens at the collector's path in a lab. `messages`: the bytes of each connection, in the order of the connections;
+    `peers`: the path that each was bound to."""
 
     def __init__(self, lab):
         self._lab = lab

@@ -1,4 +1,4 @@
-"""For ./demo: a recording, played again, and what comes of it."""
+"""For ./demo: plays a recording and prints what happens."""
 
 import time
 
@@ -9,8 +9,8 @@ PAUSE_S = 0.05
 
 
 def play_recording(path, build_dir, end):
-    """Prints one line per happening until the recording is over, or it is `end` o'clock. There is no view of it: that
-    one asks the daemon, the daemon then asks its driver, and the reports would not be the recorded ones."""
+    """Prints one line per happening until the recording is over, or the time `end` is reached. It has no live view:
+    a view asks the daemon, the daemon then asks its driver, and the reports would differ from the recorded ones."""
     with Lab(build_dir) as lab:
         player = lab.replay(path)
         print("\n".join(player.lines()), flush=True)

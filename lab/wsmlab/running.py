@@ -1,7 +1,7 @@
-"""The labs of ./demo that run now, so that another terminal can go into the newest.
+"""The labs of ./demo that run now, so that another terminal can enter the newest.
 
 Each writes one file, wsmd-demo-PID in the folder for temporary files: JSON with `init` (the lab's first process, as this
-machine counts), `user` (whether it has a user namespace of its own) and `environment`. Another user's file is nobody's lab.
+machine counts), `user` (whether it has a user namespace of its own) and `environment`. Another user's file is ignored.
 """
 
 import contextlib
@@ -50,7 +50,7 @@ def newest():
 
 
 def enter(command=None):
-    """Becomes `command`, or a shell, in the newest lab."""
+    """Replaces this process by `command`, or a shell, in the newest lab."""
     lab = newest()
     namespaces = ["--mount", "--net", "--pid", *(["--user", "--preserve-credentials"] if lab["user"] else [])]
     kept = {name: os.environ[name] for name in ("TERM", "COLUMNS", "LINES") if name in os.environ}

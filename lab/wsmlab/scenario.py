@@ -1,4 +1,4 @@
-"""Scenarios: what happens on an access point and what must come of it, one line each. docs/lab.md describes the format.
+"""Scenarios: actions on an access point and their expected results, one line each. docs/lab.md describes the format.
 
     scenario = Scenario.read("lab/scenarios/roam.scn")
     scenario.play(lab)          # raises Failed with file, line and what was missing
@@ -38,12 +38,12 @@ class Failed(LabError):
 
 
 class Stopped(Exception):
-    """Whoever had it played wants no more of it."""
+    """The caller has asked to stop."""
 
 
 class Line:
-    """One line: when, and the words of what is done or, with `expects`, of what must have come by then. `done`: when it
-    was done or met, in seconds as `at`; None before."""
+    """One line: its time, and the words of an action or, with `expects`, of an expectation for that time. `done`: when it
+    was done or met, in seconds like `at`; None before."""
 
     def __init__(self, place, at, expects, words):
         self.place, self.at, self.expects, self.words = place, at, expects, words
@@ -51,7 +51,7 @@ class Line:
 
     @property
     def waits(self):
-        """Whether an expectation is looked at only when its time has come: then nothing may have come."""
+        """Whether an expectation is checked only at its time: that something has not happened."""
         return self.words[0] == NEVER or self.words[:2] == NO_OTHER
 
     def __str__(self):
@@ -150,7 +150,7 @@ def _comparisons(words):
 
 
 def _check_names(words, place):
-    """A member that such a message never has would make an expectation fail for ever, and a `never` hold for ever."""
+    """Refuses a member that such a message never has: an expectation would always fail, and a `never` always hold."""
     known = members.OF.get(words[0])
     for match in map(COMPARISON.fullmatch, words[1:]):
         if known and match and match[1] not in known:
@@ -173,7 +173,7 @@ def matches(values, compared):
 
 
 def _shown(values, names=()):
-    """Members for a person to read: those named, as far as they are there, or all."""
+    """Members as text for people: the named ones that exist, or all."""
     named = {name: values[name] for name in names if name in values} or values
     return " ".join(f"{name}={value}" for name, value in named.items())
 
@@ -200,7 +200,7 @@ class Player:
         self.came = {"report": [], "notify": [], "event": []}
         self.used = {source: set() for source in self.came}  # indexes that an expectation has taken
         self.last = {}                                        # source and station -> last index taken
-        self.seen = []                                        # members of what the last expectation looked at
+        self.seen = []                                        # members that the last expectation compared
 
     def play(self, lines):
         start = time.monotonic()
@@ -249,7 +249,7 @@ class Player:
         def met():
             self._look()
             return self.EXPECTATIONS[line.words[0]](self, line.words[1:])
-        # A slow machine gets more time; what is late by the clock alone is not wrong.
+        # A slow machine gets more time: being late is not an error by itself.
         left = max(due - time.monotonic(), 1.0)
         try:
             self.lab.wait(met, left, str(line))
@@ -257,7 +257,7 @@ class Player:
             raise Failed(f"{line.place}: {line}: not met\n{self._recent(line)}") from error
 
     def _others(self, source, compared):
-        """What came of this kind, compares, and was expected by no line."""
+        """Happenings of this kind that match and that no line has expected."""
         return [self._values(source, values) for index, values in enumerate(self.came[source])
                 if index not in self.used[source] and matches(self._values(source, values), compared)]
 
@@ -266,7 +266,7 @@ class Player:
         return {"event": came[0], **came[1]} if source == "event" else came
 
     def _recent(self, line):
-        """The members that were looked at in what came last."""
+        """The compared members of the last happening."""
         source = line.words[0]
         names = [match[1] for match in map(COMPARISON.fullmatch, line.words) if match]
         came = [self._values(source, values) for values in self.came[source]] if source in self.came else self.seen
@@ -276,7 +276,7 @@ class Player:
     # --- what can be done ---
 
     def _driver(self, words):
-        # Quotes that the line's reader took off are put on again where the driver needs them.
+        # Restores quotes that the line's reader has removed, where the driver needs them.
         self.lab.apsim(" ".join(re.sub(r"^(\w+)=(.*\s.*|)$", r'\1="\2"', word, flags=re.DOTALL) for word in words))
 
     def _clock(self, words):
@@ -333,7 +333,7 @@ class Player:
     # --- what can be expected ---
 
     def _came(self, source, words):
-        """`count` happenings that no expectation has taken yet; those of one station are taken in their order."""
+        """Takes `count` happenings that no expectation has taken yet; those of one station are taken in their order."""
         count, words = _count(words)
         compared = _comparisons(words)
         station = (source, dict((name, wanted) for name, relation, wanted in compared if relation == "=").get("mac"))
@@ -399,7 +399,7 @@ class Player:
 
 
 def play_file(path, build_dir, end):
-    """For ./demo: plays one file until it is over, or it is `end` o'clock, and prints what happens; the exit status."""
+    """For ./demo: plays one file until it is over, or the time `end` is reached, and prints what happens; the exit status."""
     scenario = Scenario.read(path)
     print(scenario.title, flush=True)
     with Lab(build_dir) as lab:

@@ -1,13 +1,13 @@
-"""A soak: days of a crowd's coming and going, at the speed of the machine, with faults strewn in.
+"""A soak: days of arrivals and departures of many stations, as fast as the machine can, with faults in between.
 
     with Lab(build) as lab:
         soak = Soak(lab, stations=300, events=200_000, minutes=7 * 24 * 60, seed=1)
         soak.run()
         print(soak.table(), soak.complaints)
 
-The daemon's clock flies while it has nothing to do (clock.py), so that every pass, log-up and sweep of those days takes
-place. The driver's people live in beats of that time, each minute ends with a settlement: everything that was told has been
-dealt with, and what arrived is compared with what was due (ledger.py). What is wrong goes to `complaints`.
+The daemon's clock skips idle time (clock.py), so that every pass, log-up and sweep of those days takes place. The
+simulated people act in steps of that time. Each minute ends with a settlement: all events have been handled, and the
+reports that arrived are compared with those that were due (ledger.py). Differences go to `complaints`.
 """
 
 import json
@@ -28,13 +28,13 @@ MINUTE = 60_000          # milliseconds; also the log-up period
 SWEEP = 300              # seconds after a restart
 UNLISTED = 300           # seconds after which a station that the driver does not list is retired
 PATIENCE = 120           # seconds without any sign of life
-# Of memory that may come to stay: what a crowd with all its addresses has left free between the blocks of those that stayed.
-# Up to 170 were seen, with nothing left in use.
+# Memory that a daemon may keep: free space between blocks that is left after many stations with all their addresses. Up to 170
+# were seen, with nothing left in use.
 KEPT_KIB = 512
 KEPT_LATE_KIB = 64       # the same in the second half of a long life
 _LONG = 20               # measurements
-WARM_UP = 10             # minutes, with answers and reports of all kinds, before a life's memory is taken as its beginning
-_ANSWER_KEPT = 12        # seconds after which the daemon has given the room of an answer back
+WARM_UP = 10             # minutes, with answers and reports of all kinds, before the first measurement of memory
+_ANSWER_KEPT = 12        # seconds after which the daemon has freed the memory of an answer
 _BEATS = 4
 _CHECKPOINT = 60         # minutes
 _NETWORK = "Lobby"
@@ -65,7 +65,7 @@ class Collector:
         self._path.unlink()
 
     def take(self, timeout):
-        """The images that wait now, or that come first within `timeout` milliseconds."""
+        """The images that are waiting, or the first that arrive within `timeout` milliseconds."""
         if not self._listener:
             time.sleep(timeout / 1000)
             return []
@@ -93,7 +93,7 @@ class Collector:
 
 
 class Life:
-    """One process of the daemon, and what it held at times with all stations there."""
+    """One process of the daemon, and its measurements with all stations present."""
 
     def __init__(self, pid, minute):
         self.pid, self.born, self.samples, self.warm = pid, minute, [], False
@@ -108,7 +108,7 @@ class Soak:
         self.minute = 0
         self.lives = []
         self.faults = {name: 0 for name in FAULTS}
-        self.empty = []             # what a daemon that has had stations holds without them, at the beginning and at the end
+        self.empty = []             # measurements without stations, at the beginning and at the end
         self.started = time.monotonic()
         self.seconds = 0
         self._sent = 0
@@ -125,7 +125,7 @@ class Soak:
         return self.ledger.complaints
 
     def table(self):
-        """Everything that was counted, for a person to read."""
+        """All counts, for people."""
         counts, warm = self.ledger.counts, [life for life in self.lives if life.samples]
         longest = max(warm, key=lambda life: len(life.samples), default=None)
         rows = [("stations, seed", f"{self.stations}, {self.seed}"),
@@ -203,7 +203,7 @@ class Soak:
         self.lab.apsim("population n=0")
         self.check()
         self.quiet(120)
-        # The last list of leases comes when the DHCP monitor has seen it, in its own time.
+        # The DHCP monitor notices the last list of leases after a while.
         end = time.monotonic() + 30 * self.lab.patience
         while (empty := self.measure())["blocks"] and time.monotonic() < end:
             self.serve(100)
@@ -212,13 +212,13 @@ class Soak:
         self.empty.append(empty)
 
     def _warm_up(self, life):
-        """An answer's memory finds its place after some answers."""
+        """The memory for answers settles after some of them."""
         for _ in range(3):
             self.check()
         life.warm = True
 
     def close(self):
-        """All are told of once more, so that even those that a restart has lost are back; then all leave."""
+        """All stations associate again, so that even those lost by a restart are back; then all leave."""
         while self._sweep_at or self.ledger.vanished:
             self.live()
         self.lab.apsim("again")
@@ -238,7 +238,7 @@ class Soak:
         return time.monotonic() + self.clock.skipped / 1000
 
     def serve(self, timeout=0):
-        """Takes what waits for the collector; true when there was something."""
+        """Receives the waiting reports; true if there were any."""
         images = self.collector.take(timeout)
         for image in images:
             if len(image) == _IMAGE:
@@ -250,7 +250,7 @@ class Soak:
         return bool(images)
 
     def wait(self, predicate, what, ends=False):
-        """Serves until the predicate holds. The limit is one on silence, not on the time it takes."""
+        """Serves until the predicate holds. The limit is on the time without progress, not on the whole time."""
         silent, skipped = time.monotonic(), self.clock.skipped
         while not predicate():
             if self.serve(1) or skipped != self.clock.skipped:
@@ -261,12 +261,12 @@ class Soak:
                 raise Timeout(f"no sign of life while waiting for {what}")
 
     def flow(self, milliseconds):
-        """So much time goes by, and the daemon is through with it."""
+        """Lets time pass, and waits until the daemon has handled it."""
         self.clock.skip(milliseconds)
         self.wait(lambda: self.clock.idle, f"{milliseconds} ms to pass")
 
     def settle(self, period=False):
-        """Everything that the driver has told is dealt with, compared and counted."""
+        """Waits until all events of the driver are handled, then compares and counts."""
         def queued():
             return '"queued":0,' not in self.lab.apsim("status")
         while True:
@@ -281,7 +281,7 @@ class Soak:
         self.ledger.settle(period)
 
     def quiet(self, seconds):
-        """Time goes by, and nobody comes or goes."""
+        """Lets time pass without arrivals and departures."""
         self.flow(int(seconds * 1000))
         self.settle()
 
@@ -305,7 +305,7 @@ class Soak:
                 self.check()
 
     def _let_it_drop_stations(self):
-        """When the daemon is about to drop stations by itself nobody moves, so that it is clear what is due."""
+        """While the daemon is about to drop stations by itself there are no other events, so that it is clear what is due."""
         soon = self.now() + MINUTE / 1000 + 30
         if self._sweep_at and not self.ledger.restored:
             self._sweep_at = None
@@ -321,14 +321,14 @@ class Soak:
     # --- what faults need ---
 
     def vanish(self):
-        """The driver forgets a station, and nobody hears of it."""
+        """The driver drops a station without an event."""
         mac = self.random.choice(sorted(set(self.ledger.table) - self.ledger.restored - set(self.ledger.vanished)))
         self.lab.apsim(f"forget mac={mac}")
         self.ledger.vanished[mac] = self.now()
 
     def end_life(self, end):
-        """Ends the daemon with `end`, its table written, and starts another; half of the times the radios start again too
-        and all clients with them, else the daemon drops those that nobody confirms."""
+        """Ends the daemon with `end`, after its table was written, and starts another; half of the times the radios are
+        restarted as well, and all clients associate again; otherwise the daemon sweeps those that are not confirmed."""
         self.check()
         end()
         self.clock.hold()
@@ -357,7 +357,7 @@ class Soak:
     def process(self, name):
         return next(one for one in reversed(self.lab.space.processes) if one.name == name and one.running)
 
-    # --- looking ---
+    # --- checks ---
 
     def check(self):
         """The daemon's table against what it must be, and that against the driver's."""
@@ -380,7 +380,7 @@ class Soak:
     def _check_addresses(self):
         """Address and name of every station against the DHCP server's."""
         leases = self.lab.files / "dhcp.leases"
-        os.utime(leases, (time.time() + 3600,) * 2)  # told apart from all that the daemon has seen
+        os.utime(leases, (time.time() + 3600,) * 2)  # differs from all times that the daemon has seen
         self.quiet(30)
         given = {mac: (address, name) for _, mac, address, name, *_ in map(str.split, leases.read_text().splitlines())}
         for mac, one in self.lab.online().items():
@@ -391,7 +391,7 @@ class Soak:
     def measure(self):
         """What the daemon holds: private and resident memory in KiB, descriptors, blocks of its allocator, stations."""
         pid, blocks = self.lab.daemon.pid, []
-        for _ in range(3):  # the log may begin anew right behind the figure
+        for _ in range(3):  # the log may be rotated right after the line
             self.lab.bus("call", "sta", "set", {"set_update_log_period": 60})
             self.settle()
             blocks += re.findall(rf"\[{pid}\].*sta mem_total_cnt (\d+)", "\n".join(self.lab.log_lines()))
@@ -403,7 +403,7 @@ class Soak:
                 "blocks": int(blocks[-1]), "stations": len(self.ledger.table)}
 
     def _measure_life(self):
-        """With as many stations as there are to be, after the warm-up."""
+        """Measures with all stations present, after the warm-up."""
         life = self.lives[-1]
         if not life.warm or len(self.ledger.table) < 0.98 * self.stations:
             return

@@ -53,7 +53,7 @@ def collector_hangs_up(soak):
 
 @fault_with_restart
 def broker_replaced(soak):
-    """The daemon goes on without the bus until its supervisor replaces it."""
+    """The daemon runs without the bus until its supervisor replaces it."""
     def end():
         soak.process("ubusd").kill()
         soak.lab.start_ubusd()
@@ -68,12 +68,12 @@ def broker_replaced(soak):
 
 @fault_with_restart
 def broker_dies_in_a_call(soak):
-    """The daemon ends in order by itself - or goes on without the bus, when what it waited for was not so important."""
+    """The daemon exits cleanly, or continues without the bus, depending on the call that it waited in."""
     lab, number = soak.lab, soak.faults["broker_dies_in_a_call"]
     mac, address = f"02:99:00:00:00:{number:02x}", f"10.99.0.{number}"
 
     def asks():
-        """It waits for the broker, and not for something to do."""
+        """Whether it waits for the broker, and not in its event loop."""
         place = lab.run(["cat", f"/proc/{lab.daemon.pid}/wchan"]).stdout
         return "poll" in place and "ep" not in place
 
@@ -84,11 +84,11 @@ def broker_dies_in_a_call(soak):
             lab.apsim(f"assoc mac={mac} ifname=ath0")
             soak.settle()
             broker.signal(signal.SIGSTOP)
-            soak.clock.skip(6000)  # to the pass, in which the event of the new address waits for the broker's word
+            soak.clock.skip(6000)  # until the pass, in which the event of the new address waits for the broker
             soak.wait(lambda: asks() or soak.clock.idle, "the daemon to ask the broker")
             if not soak.clock.idle:
                 break
-            broker.signal(signal.SIGCONT)  # the pass came just before
+            broker.signal(signal.SIGCONT)  # the pass was just before
             lab.apsim(f"disassoc mac={mac} ifname=ath0")
         broker.kill()
         lab.start_ubusd()
@@ -144,8 +144,8 @@ def driver_refuses_counts(soak):
 def netlink_overflow(soak):
     """The socket overflows, and an event is among what was lost: the comparison with the driver finds it."""
     lab = soak.lab
-    # Who roamed while no daemon lived is still listed where it was, too. Of whom the daemon does not know it could be either
-    # place: a driver lets go of the old one after a while.
+    # A station that roamed while no daemon ran is still listed at its old place as well, and the daemon cannot know which is
+    # right. A real driver drops the old one after a while.
     listed = collections.Counter(one["mac"] for one in lab.stations())
     for mac in [mac for mac in soak.ledger.dropped if listed[mac] > 1]:
         lab.apsim(f"forget mac={mac}")
@@ -159,16 +159,16 @@ def netlink_overflow(soak):
     for mac in list(soak.ledger.vanished):
         soak.ledger.retire(mac)
     for one in lab.stations():
-        if one["mac"] in soak.ledger.dropped:  # the driver has it: it is back
+        if one["mac"] in soak.ledger.dropped:  # the driver lists it, so it is back
             soak.ledger.told({"assoc": 1, "mac": one["mac"], "ifname": one["ifname"], "radio": one["radio"], "is_reassoc": 0})
     lab.daemon.signal(signal.SIGCONT)
-    soak.quiet(6)  # nobody comes back before they are compared
+    soak.quiet(6)  # no events before the comparison
     soak.live()
 
 
 @fault
 def neighbours_overflow(soak):
-    """The socket of neighbours overflows, and a station's address is among what was lost: asking for all of them finds it."""
+    """The socket of neighbours overflows, and a station's address is among what was lost: asking the kernel for all of them finds it."""
     lab, stranger, address = soak.lab, "02:99:99:00:00:01", "2001:db8::99"
     mac, (interface, _) = soak.random.choice(sorted(soak.ledger.table.items()))
 
@@ -197,7 +197,7 @@ def neighbours_overflow(soak):
 
 @fault
 def burst(soak):
-    """200 clients at once, which have queued up while the daemon slept, and leave again."""
+    """200 clients associate while the daemon is stopped, so that it handles them at once, and leave again."""
     for command in ("burst n=200", "burst n=200 leave"):
         soak.lab.daemon.signal(signal.SIGSTOP)
         soak.lab.apsim(command)

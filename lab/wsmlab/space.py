@@ -1,11 +1,11 @@
-"""Namespaces of one's own (mount, network, process; user too when not root) with programs running in them.
+"""Private namespaces (mount, network, process; user as well when not root) with programs running in them.
 
     with Space(keep=[...], files={...}, environment={...}) as space:
         server = space.start("server", ["server", "-v"])
         print(space.run(["ip", "link"]).stdout)
 
-Nothing outlives the space: its first process ends when this process does, in whatever way, and takes all others, the
-mounts and the network with it. What programs print goes to anonymous memory of this process, not to files.
+Nothing survives the space: its first process ends when this process ends, in any way, and with it all other processes, the
+mounts and the network. Programs' output goes to anonymous memory of this process, not to files.
 """
 
 import json
@@ -25,11 +25,11 @@ _UNSHARE = ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child"]
 
 
 class LabError(Exception):
-    """Something in the lab is not as it must be; the text says what."""
+    """Something in the lab is wrong; the text says what."""
 
 
 class Timeout(LabError):
-    """Something was waited for and did not come."""
+    """A wait has timed out."""
 
 
 class Printed:
@@ -51,7 +51,7 @@ class Printed:
         return self.bytes().decode("utf-8", "replace")
 
     def close(self):
-        """When nothing writes any more: gives the file back; what was printed can still be read."""
+        """To be called when nothing writes any more: closes the file; the output can still be read."""
         if self.fd is not None:
             self._kept = self.bytes()
             os.close(self.fd)
@@ -59,7 +59,7 @@ class Printed:
 
 
 class Follower:
-    """The whole lines that a program prints, each handed out once."""
+    """The complete lines that a program prints, each returned once."""
 
     def __init__(self, printed):
         self._printed = printed
@@ -94,7 +94,7 @@ class Process:
         return self.out.text()
 
     def lines(self):
-        """The whole lines that it printed so far."""
+        """The complete lines that it printed so far."""
         return self.follow().take()
 
     def follow(self):
@@ -164,7 +164,7 @@ class Space:
             self.close()
             raise
 
-    # --- the road to the first process ---
+    # --- the connection to the first process ---
 
     def _read(self):
         try:
@@ -184,7 +184,7 @@ class Space:
             if message["op"] == "ended":
                 self._ended[message["pid"]] = message["status"]
             elif message["op"] == "open":
-                # The kernel tells the sender's number as it is in this namespace.
+                # The kernel gives the sender's number in this namespace.
                 for level, kind, data in ancillary:
                     if (level, kind) == (socket.SOL_SOCKET, socket.SCM_CREDENTIALS):
                         self.init_pid = struct.unpack("3i", data[:12])[0]
@@ -194,7 +194,7 @@ class Space:
             self._changed.notify_all()
 
     def _advice(self):
-        """What to do about namespaces that the machine refuses."""
+        """Advice for a machine that refuses namespaces."""
         if "unshare" not in self._said.text():
             return ""
         return ("this user may not make namespaces here: call it as root, or set the sysctl kernel.unprivileged_userns_clone "
@@ -267,7 +267,7 @@ class Space:
     def run(self, argv, *, stdin=None, timeout=20, check=True, environment=None):
         """Runs a program to its end; returns a Done. With `check` a status other than 0 is a LabError."""
         process = self.start(str(argv[0]), argv, stdin=stdin, apart=True, environment=environment)
-        self.processes.remove(process)  # of no interest once it has ended
+        self.processes.remove(process)  # not needed once it has ended
         try:
             status = process.wait(timeout)
             done = Done(process.argv, status, process.out.text(), process.err.text())

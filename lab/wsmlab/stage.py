@@ -1,4 +1,4 @@
-"""A scenario that is played while its view is on the screen."""
+"""Playing a scenario while its view is on the screen."""
 
 import shlex
 import threading
@@ -8,7 +8,7 @@ from .scenario import AS_EXPECTED, STOPPED, Failed, Line, Stopped
 
 
 class Stage:
-    """Plays on a thread of its own while it is entered; what happens goes to `watcher`, which must not follow the lab
+    """Plays on its own thread while it is entered; what happens goes to `watcher`, which must not follow the lab
     itself. `outcome`: as ./demo prints it; `failed`: whether something expected has not come."""
 
     def __init__(self, scenario, lab, watcher):
@@ -34,7 +34,7 @@ class Stage:
             self.outcome, self.failed = f"FAILED {failure}", True
         except Stopped:
             return
-        except Exception as error:  # for the screen's thread to raise: this one has nobody to tell
+        except Exception as error:  # the screen's thread raises it again
             self._watcher.found.put(error)
             return
         self._watcher.found.put(Notice(f"{self.outcome.splitlines()[0]}: {self._scenario.title}"))

@@ -11,7 +11,7 @@ from .board import Board
 from .cells import ascii_only
 
 TICK_S = 0.1
-# Style: foreground and background, and what stands for them without colours.
+# Style: foreground and background, and the attribute used without colours.
 PALETTE = [
     ("title", "white,bold", "", "bold"),
     ("heading", "light blue", "", "underline"),
@@ -44,7 +44,7 @@ def colourful():
 
 
 class Page(urwid.Widget):
-    """The whole screen. It measures text by itself: the library's table of widths is of an older Unicode."""
+    """The whole screen. It measures text itself: the library's table of widths is of an older Unicode version."""
 
     _sizing = frozenset([urwid.BOX])
     _selectable = True
@@ -84,7 +84,7 @@ class View:
         self._loop = urwid.MainLoop(self._page, PALETTE, screen, handle_mouse=False, unhandled_input=self._key)
 
     def run(self):
-        """Until q is pressed or the time is over; KeyboardInterrupt on Ctrl-C. The terminal is as before then."""
+        """Until q is pressed or the time is over; KeyboardInterrupt on Ctrl-C. The terminal is then restored."""
         suspend = signal.signal(signal.SIGTSTP, self._suspend)
         try:
             self._loop.set_alarm_in(0, self._tick)
@@ -119,7 +119,7 @@ class View:
         self._page.refresh()
 
     def _suspend(self, *_):
-        """Ctrl-Z: the shell gets its terminal as it was, and the view takes it again afterwards."""
+        """Ctrl-Z: restores the terminal for the shell, and takes it again afterwards."""
         self._loop.screen.stop()
         os.kill(os.getpid(), signal.SIGSTOP)
         self._loop.screen.start()

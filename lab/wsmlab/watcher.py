@@ -1,4 +1,4 @@
-"""Asks the daemon and does what the person at the keyboard wants, on a thread of its own: the screen never waits."""
+"""Asks the daemon and carries out the user's commands, on its own thread, so that the screen never waits."""
 
 import json
 import queue
@@ -12,10 +12,10 @@ from .lab import BusError
 from .space import LabError
 
 ASK_S = 1.0
-LOOK_S = 0.05  # for happenings and wishes
-ANSWER_S = 5   # that a call may take
+LOOK_S = 0.05  # interval of looking for happenings and wishes
+ANSWER_S = 5   # limit of a call
 _TOO_LONG = 11  # the bus's "Out of memory": more stations than an answer can carry
-# What the daemon logs of its period: each time it has passed, and when it is set.
+# The daemon logs its period each time it has passed, and when it is set.
 _PERIOD = re.compile(r"(?:update period:|update_time = )(-?\d+)")
 
 
@@ -23,7 +23,7 @@ _EACH = r"""for mac do ubus -S call sta get "{\"get_all_sta_status\":\"online\",
 
 
 class Watcher:
-    """`follow`: whether to take happenings too, which has one taker only. What it finds is `found.get_nowait()`:
+    """`follow`: whether to take happenings as well, which only one may do. Results come from `found.get_nowait()`:
     Happening, Answer and Said as for Board.take(), or an exception that ended the thread."""
 
     def __init__(self, lab, follow=True):
@@ -31,7 +31,7 @@ class Watcher:
         self._start = time.monotonic()
         self._happenings = Happenings(lab) if follow else None
         self.found = queue.SimpleQueue()
-        self.visible = []  # MACs: whom to ask about when there are too many for one answer
+        self.visible = []  # MACs: the stations to ask for when there are too many for one answer
         self._wishes = queue.SimpleQueue()
         self._stopping = threading.Event()
         self._thread = threading.Thread(target=self._run, name="watcher", daemon=True)
@@ -49,7 +49,7 @@ class Watcher:
         return time.monotonic() - self._start
 
     def wish(self, wish):
-        """Has a wish of Board.key() done, soon."""
+        """Queues a wish of Board.key()."""
         self._wishes.put(wish)
 
     def say(self, text, style="said"):
@@ -70,7 +70,7 @@ class Watcher:
                     due = 0
                 except queue.Empty:
                     pass
-        except Exception as error:  # for the screen's thread to raise: this one has nobody to tell
+        except Exception as error:  # the screen's thread raises it again
             self.found.put(error)
 
     def _ask(self):
@@ -85,7 +85,7 @@ class Watcher:
         return Answer(reply["online_list"], "ok", self._period())
 
     def _ask_singly(self, macs):
-        """In one go of the shell: a process of ours for each would take longer than the screen stays the same."""
+        """All in one shell: starting a process for each would take longer than one refresh of the screen."""
         done = self._lab.run(["sh", "-c", _EACH, "sh", *macs], check=False)
         return [record for line in done.stdout.splitlines() for record in json.loads(line)["online_list"]]
 

@@ -15,7 +15,7 @@ _PATIENCE = 30  # seconds for its end
 
 
 class _Outside:
-    """A program beside the lab, with what the lab asks of its own."""
+    """A program outside the lab, with the interface of the lab's own programs."""
 
     def __init__(self, name, argv):
         self.name = name
