@@ -51,10 +51,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto patience_at_the_end = 10s;  // for outputs that make no progress
-constexpr auto follow_interval = 100ms;    // between two reads of a growing file
-constexpr moment most_ahead = 60 * second; // tolerance for another machine's clock
-constexpr auto caught_up = 10s;            // without a message: no more are waiting at the broker
+constexpr auto patience_at_the_end = 10s; // for outputs that make no progress
+constexpr auto follow_interval = 100ms;   // between two reads of a growing file
+constexpr auto caught_up = 10s;           // without a message: no more are waiting at the broker
 
 int failed(const std::string &why) {
     std::fprintf(stderr, "wsm-collector: %s\n", why.c_str());
@@ -266,8 +265,7 @@ private:
             road_.feed({now(), std::string(payload), {}}); // counted as a message that is not a report
             return why;
         }
-        // The time of publication counts, however long the report has waited, unless that clock is far ahead.
-        if (in.at == 0 || in.at > now() + most_ahead) in.at = now();
+        in.at = sound_time(in.from->told, now());
         in.ticket = ticket;
         if (chosen_.shape == form::raw) in.bytes = image_of(*in.report);
         if (hide_) hide_(in);

@@ -18,6 +18,9 @@ struct origin {
     std::string access_point;
     std::string boot;
     std::uint64_t seq = 0;
+    // The time that came with it, the same each time it comes: of its receipt by the publisher, or, if not told, of its making
+    // by the access point's clock. Either clock may be wrong.
+    moment told = 0;
 };
 
 struct received {

@@ -152,6 +152,7 @@ std::string read_report(std::string_view json, std::string_view topic, received 
     origin &from = out.from.emplace();
     if (!member("boot", value) || !read_boot(value, from.boot)) return "no boot";
     if (!member("seq", value) || !read(value, from.seq) || from.seq == 0) return "no seq";
+    from.told = out.at != 0 ? out.at : made_at(report);
     from.access_point = normal_mac(std::string_view(report.ap_mac).substr(0, 17));
     if (from.access_point.empty()) from.access_point = "unknown";
     for (;;) {

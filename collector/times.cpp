@@ -21,6 +21,11 @@ moment now() {
         .count();
 }
 
+moment sound_time(moment told, moment clock) {
+    constexpr moment most_ahead = 60 * second;
+    return told < first_sound_time || told > clock + most_ahead ? clock : told;
+}
+
 std::optional<moment> parse_time(const std::string &text, moment at) {
     constexpr std::int64_t most = 4'000'000'000; // seconds; up to the year 2096
     std::int64_t number = 0;

@@ -1,13 +1,14 @@
 #include "collector/store/postgres_days.h"
 
 #include "collector/store/postgres_schema.h"
+#include "collector/times.h"
 
 #include <chrono>
 #include <cstdio>
 
 namespace {
 
-constexpr std::int64_t first_day = 16436; // 2015-01-01: clocks that were never set are far from it
+constexpr std::int64_t first_day = first_sound_time / one_day;
 constexpr const char *rest = "_other";
 
 // "20261122"

@@ -4,6 +4,7 @@
 #include "collector/store/postgres_days.h"
 #include "collector/store/postgres_schema.h"
 #include "collector/store/postgres_writing.h"
+#include "collector/times.h"
 
 #include <algorithm>
 #include <bit>
@@ -232,13 +233,15 @@ void postgres_stays::read_reports(postgres &db, stations &of) {
     }
     if (macs.empty()) return;
     const moment first = std::max<moment>(*std::min_element(since.begin(), since.end()), 0);
-    // The days follow from the times, so other days' parts need not be read.
+    // The day is that of the time or, where a clock was wrong, a later one or one before clocks were set: other days' parts need
+    // not be read.
     const rows found =
         db.run_binary("SELECT r.mac, r.at, r.ap, r.boot, r.seq, r.image FROM unnest($1::text[], "
                       "$2::bigint[]) AS of(mac, since)"
                       " JOIN report r ON r.mac = of.mac COLLATE \"C\" AND r.at >= of.since"
-                      " WHERE r.day >= date '1970-01-01' + $3::int ORDER BY r.mac, r.at, r.ap, r.boot, r.seq",
-                      parameters().add(macs).add(since).add(first / one_day));
+                      " WHERE (r.day >= date '1970-01-01' + $3::int OR r.day < date '1970-01-01' + $4::int) "
+                      "ORDER BY r.mac, r.at, r.ap, r.boot, r.seq",
+                      parameters().add(macs).add(since).add(first / one_day).add(first_sound_time / one_day));
     for (int i = 0; i < found.count(); ++i) {
         station &one = of[found.text(i, 0)];
         report_key key{found.number(i, 1), found.text(i, 2), found.text(i, 3), found.number(i, 4)};

@@ -22,6 +22,7 @@ constexpr auto for_ever = std::chrono::milliseconds(365 * 24h);
 constexpr auto at_the_end = 5s; // patience when the program ends
 constexpr auto prune_interval = 60s;
 constexpr std::size_t longest_name = 64;
+constexpr const char *copy_refused = "COPY refused(why, ap, boot, seq, image) FROM STDIN (FORMAT binary)";
 constexpr moment latest = 4'000'000'000 * second; // the year 2096
 constexpr moment behind = 60 * second; // a collector so far behind is catching up: the clock ends no stays
 
@@ -135,10 +136,12 @@ void postgres_store::take(const message &one) {
 }
 
 // Why a report cannot be stored; empty if it can.
-std::string postgres_store::trouble(const origin &from) const {
-    if (from.access_point.size() > longest_name || from.boot.size() > longest_name)
+std::string postgres_store::trouble(const row &of) const {
+    if (of.key.ap.size() > longest_name || of.key.boot.size() > longest_name)
         return "the name of its access point or of its run is too long";
-    if (from.seq > INT64_MAX) return "its number is too large";
+    if (of.key.seq < 0) return "its number is too large";
+    if (of.key.at < horizon())
+        return "it is older than --keep says, or the clock of its access point is wrong";
     return {};
 }
 
@@ -149,30 +152,22 @@ void postgres_store::add(const received &in) {
     made.image = packed(report);
     std::string mac;
     if (!impossible(report, mac)) made.mac = mac;
+    moment told = 0;
     if (in.from) {
-        // The key must depend only on the report itself, since it may come again.
-        made.key = {in.at != 0 ? in.at : made_at(report), escaped(in.from->access_point),
-                    escaped(in.from->boot), static_cast<std::int64_t>(in.from->seq)};
+        // The key must depend only on the report itself, since it may come again, on another day.
+        told = in.from->told;
+        made.key = {in.at, escaped(in.from->access_point), escaped(in.from->boot),
+                    static_cast<std::int64_t>(in.from->seq)};
     } else {
         const std::string ap = normal_mac(std::string_view(report.ap_mac).substr(0, 17));
-        const moment when = in.at != 0 ? in.at : std::max(newest_, made_at(report));
-        made.key = {when, ap.empty() ? "unknown" : ap, boot_, static_cast<std::int64_t>(++seq_)};
+        told = in.at != 0 ? in.at : std::max(newest_, made_at(report));
+        made.key = {told, ap.empty() ? "unknown" : ap, boot_, static_cast<std::int64_t>(++seq_)};
     }
     made.key.at = std::clamp<moment>(made.key.at, 1, latest);
-    const origin as{made.key.ap, made.key.boot, in.from ? in.from->seq : seq_};
-    if (const std::string why = trouble(as); !why.empty()) {
-        shorten(made.key.ap);
-        shorten(made.key.boot);
-        tried([&] { refuse(made, std::to_string(as.seq), why); }, for_ever);
-        return;
-    }
+    made.day = std::clamp<moment>(told, 1, latest) / one_day;
     newest_ = std::max(newest_, made.key.at);
     came_ = clock::now();
-    if (made.key.at < horizon()) {
-        if (expired_++ == 0)
-            say("a report is older than --keep says: not stored, nor are others, which the end counts");
-        return;
-    }
+    made.why = trouble(made);
     rows_.push_back(std::move(made));
 }
 
@@ -188,7 +183,11 @@ bool postgres_store::write(std::chrono::milliseconds patience) {
 
 void postgres_store::attempt() {
     std::set<std::int64_t> days;
-    for (const row &one : rows_) days.insert(one.key.at / one_day);
+    for (const row &one : rows_) {
+        if (!one.why.empty()) continue;
+        days.insert(one.day);
+        days.insert(one.key.at / one_day); // of its sample
+    }
     days_.prepare(*db_, days, chosen_.of_files ? newest_ : now());
     insert(0, rows_.size());
     rows_.clear();
@@ -197,19 +196,23 @@ void postgres_store::attempt() {
 // If a value is refused, the rows are halved until it is found.
 void postgres_store::insert(std::size_t first, std::size_t count) {
     if (count == 0) return;
-    copy_rows out;
+    copy_rows out, aside;
+    std::uint64_t set_aside = 0;
+    std::string why;
     for (std::size_t i = first; i < first + count; ++i) {
         const row &one = rows_[i];
-        out.row(8)
-            .day(one.key.at / one_day)
-            .add(one.key.ap)
-            .add(one.key.boot)
-            .add(one.key.seq)
-            .add(one.key.at);
+        if (!one.why.empty()) {
+            refuse(aside, one, one.why);
+            why = one.why;
+            ++set_aside;
+            continue;
+        }
+        out.row(8).day(one.day).add(one.key.ap).add(one.key.boot).add(one.key.seq).add(one.key.at);
         out.add(one.mac).add(one.kind).add(one.image);
     }
     try {
         transaction doing(*db_);
+        db_->copy(copy_refused, aside);
         db_->copy("COPY incoming FROM STDIN (FORMAT binary)", out);
         // In key order, so that two collectors with the same reports do not deadlock.
         db_->script(
@@ -218,25 +221,33 @@ void postgres_store::insert(std::size_t first, std::size_t count) {
             " INSERT INTO pending(shard, macs, ats) SELECT station_shard(mac), array_agg(mac), array_agg(at)"
             " FROM (SELECT mac, min(at) AS at FROM fresh WHERE mac <> '' GROUP BY mac) AS of GROUP BY 1");
         doing.commit();
+        count_refused(why, set_aside);
     } catch (const postgres_error &error) {
         if (!error.of_value()) throw;
         if (count == 1) {
-            refuse(rows_[first], std::to_string(rows_[first].key.seq), error.what());
-            return;
+            copy_rows alone;
+            refuse(alone, rows_[first], escaped(error.what()));
+            db_->copy(copy_refused, alone);
+            return count_refused(escaped(error.what()), 1);
         }
         insert(first, count / 2);
         insert(first + count / 2, count - count / 2);
     }
 }
 
-void postgres_store::refuse(const row &what, const std::string &seq, const std::string &why) {
-    const std::string reason = escaped(why);
-    copy_rows out;
-    out.row(5).add(reason).add(what.key.ap).add(what.key.boot).add(seq).add(what.image);
-    db_->copy("COPY refused(why, ap, boot, seq, image) FROM STDIN (FORMAT binary)", out);
-    if (refused_++ == 0)
-        say("a report was refused: " + reason +
+void postgres_store::refuse(copy_rows &to, const row &what, const std::string &why) {
+    std::string ap = what.key.ap, boot = what.key.boot;
+    shorten(ap);
+    shorten(boot);
+    const std::string seq = std::to_string(static_cast<std::uint64_t>(what.key.seq));
+    to.row(5).add(why).add(ap).add(boot).add(seq).add(what.image);
+}
+
+void postgres_store::count_refused(const std::string &why, std::uint64_t count) {
+    if (count > 0 && refused_ == 0)
+        say("a report was refused: " + why +
             "; it is in the table `refused`, as are others, which the end counts");
+    refused_ += count;
 }
 
 void postgres_store::settle() {
@@ -280,7 +291,6 @@ bool postgres_store::finish() {
     const bool good = write(at_the_end) && tried([this] { keep_house(true); }, at_the_end);
     if (!rows_.empty()) say(std::to_string(rows_.size()) + " reports could not be stored");
     if (refused_ > 0) say(std::to_string(refused_) + " reports were refused");
-    if (expired_ > 0) say(std::to_string(expired_) + " reports were older than --keep says");
     db_.reset();
     return good;
 }

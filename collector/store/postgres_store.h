@@ -1,11 +1,12 @@
 // postgres_store.h - the output that keeps reports and stays in PostgreSQL. Any number of collectors share one database.
 //
-// Once:   (day of receipt, access point, boot, seq) identifies a report; the same report is stored once. A report without an
-//         origin gets this collector's run as boot, and a number of its own.
+// Once:   (day of its own time, access point, boot, seq) identifies a report; the same report is stored once. A report without
+//         an origin gets this collector's run as boot, and a number of its own.
 // Order:  reports are stored and reported as committed first. Stays are made from the table afterwards, by any collector.
 // Away:   while the database is away, take() waits with its batch and tries again. The queue before it fills: a broker then
 //         keeps new messages; for the local socket the oldest is dropped and counted.
-// Refused: a report that cannot be stored is put into the table `refused` with the reason, counted and printed; the others go on.
+// Refused: a report that cannot be stored, or is older than what is kept, is put into the table `refused` with the reason, counted
+//         and printed; the others go on.
 #pragma once
 
 #include "collector/output.h"
@@ -31,19 +32,22 @@ public:
 
 private:
     struct row {
-        report_key key;
-        std::string mac; // empty: an impossible report, in no stay
+        report_key key;       // its place among the reports of its station
+        std::int64_t day = 0; // since 1970; with access point, run and number the key in the table
+        std::string why;      // not empty: it is refused, and why
+        std::string mac;      // empty: an impossible report, in no stay
         std::int32_t kind = 0;
         std::string image;
     };
     using clock = std::chrono::steady_clock;
 
     void add(const received &in);
-    std::string trouble(const origin &from) const;
+    std::string trouble(const row &of) const;
     bool write(std::chrono::milliseconds patience);
     void attempt();
     void insert(std::size_t first, std::size_t count);
-    void refuse(const row &what, const std::string &seq, const std::string &why);
+    static void refuse(copy_rows &to, const row &what, const std::string &why);
+    void count_refused(const std::string &why, std::uint64_t count);
     void keep_house(bool wait);
     void open();
     void migrate();
@@ -65,7 +69,7 @@ private:
     clock::time_point pruned_ = clock::now() - std::chrono::hours(1);
     clock::time_point came_{}; // receipt of the newest report
     moment newest_ = 0;        // its own time of receipt
-    std::uint64_t refused_ = 0, expired_ = 0;
+    std::uint64_t refused_ = 0;
     clock::time_point next_{}; // time of the next attempt
     std::chrono::milliseconds delay_{0};
     bool failing_ = false;

@@ -1,6 +1,7 @@
 // The JSON in which reports are published, read back.
 #include "collector/report_reader.h"
 #include "collector/report_writer.h"
+#include "collector/times.h"
 #include "reports.h"
 
 #include <gtest/gtest.h>
@@ -31,6 +32,27 @@ TEST(report_reader, reads_what_was_written) {
     EXPECT_EQ(out.from->access_point, "02:54:4b:00:00:01");
     EXPECT_EQ(out.from->boot, "00c0ffee");
     EXPECT_EQ(out.from->seq, 7U);
+}
+
+TEST(report_reader, a_report_has_one_time_however_often_it_comes) {
+    received with, without;
+    ASSERT_EQ(read_report(published(make_report({}), noon + 1), topic, with), "");
+    EXPECT_EQ(with.from->told, noon + 1);
+    station_report report = make_report({});
+    report.online_ts = {1'700'000'000, 5};
+    report.oltime = 60;
+    ASSERT_EQ(read_report(published(report, 0), topic, without), "");
+    EXPECT_EQ(without.from->told, 1'700'000'060 * second);
+}
+
+TEST(report_reader, a_time_counts_unless_it_cannot_be) {
+    constexpr moment clock = 1'700'000'000 * second;
+    EXPECT_EQ(sound_time(clock - 40 * 86400 * second, clock), clock - 40 * 86400 * second);
+    EXPECT_EQ(sound_time(clock + 60 * second, clock), clock + 60 * second);
+    EXPECT_EQ(sound_time(clock + 60 * second + 1, clock), clock);
+    EXPECT_EQ(sound_time(1'420'070'400 * second, clock), 1'420'070'400 * second) << "2015";
+    EXPECT_EQ(sound_time(1'420'070'400 * second - 1, clock), clock) << "a clock that was never set";
+    EXPECT_EQ(sound_time(-5, clock), clock);
 }
 
 TEST(report_reader, reads_back_every_image_there_can_be) {

@@ -131,7 +131,9 @@ def test_days_are_kept_as_long_as_wanted(database, start):
     one.process.stdin.write(record(told(3, 1, today), today * SECOND, 3) + record(told(4, 1, today - 20 * 86400), (today - 20 * 86400) * SECOND, 4))
     one.process.stdin.close()
     assert one.wait_for_end() == 0
-    assert "1 reports were older than --keep says" in one.err.read_text()
+    assert "it is older than --keep says" in one.err.read_text()
+    assert database.sql("SELECT ap, seq, why FROM refused") == [
+        ["02:54:4b:00:00:01", "4", "it is older than --keep says, or the clock of its access point is wrong"]]
     assert database.number(parts) == before - 2
     assert database.sql("SELECT mac FROM report ORDER BY mac") == [[mac(0)], [mac(3)], [mac(5)]]
     assert {row["mac"] for row in database.rows("sessions")} == {mac(0), mac(3), mac(5)}
@@ -145,6 +147,29 @@ def test_a_day_that_had_no_part_gets_one_with_what_is_there(database):
     assert database.collect(visit(2, NOON, 100)).returncode == 0
     assert database.number("SELECT count(*) FROM report_other") == 0
     assert database.number("SELECT count(*) FROM report_20231114") == 6
+
+
+DAY = 86400
+
+
+@pytest.mark.parametrize("told_at, made", [
+    pytest.param(0, NOON, id="no time of receipt"),
+    pytest.param(0, 1000, id="no time of receipt and a clock that was never set"),
+    pytest.param(1000 * SECOND, NOON, id="received by a clock that was never set"),
+    pytest.param((NOON + 40) * SECOND, NOON, id="received by a clock that is a little ahead"),
+    pytest.param((NOON + DAY // 2 + 600) * SECOND, NOON, id="received by a clock that is ahead over midnight"),
+    pytest.param((NOON + 3 * 365 * DAY) * SECOND, NOON, id="received by a clock that is years ahead")])
+def test_a_report_that_comes_again_on_another_day_is_no_other(database, start, told_at, made):
+    records = [record(told(1, kind, made, after), told_at and told_at + after * SECOND, after + 1) for kind, after in ((1, 0), (3, 60), (2, 90))]
+    database.feed(start, records, "--clock", str(NOON + 100))
+    before = database.stays()
+    assert database.number("SELECT count(*) FROM report") == 3
+    for days in (1, 2, 400):
+        database.feed(start, records[::-1], "--clock", str(NOON + 100 + days * DAY))
+    assert database.number("SELECT count(*) FROM report") == 3
+    assert database.stays() == before
+    (stay,) = database.rows("sessions")
+    assert NOON - 60 <= stay["began"] <= NOON + 100 and stay["state"] == "gone"
 
 
 @pytest.mark.parametrize("at", [-5, 0, 1, 4 * 10**15, 2**62])
