@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Says who comes, roams and leaves:    wsm-collector --json | docs/examples/presence.py"""
+"""Prints arrivals, roams and departures:    wsm-collector --json | docs/examples/presence.py"""
 import json
 import sys
 import time
