@@ -3,19 +3,19 @@
 'require rpc';
 
 /*
- * Who is connected, as the daemon's bus tells it: the object "wsmd" page by page, or "sta" of a daemon that has no other.
- * A client is, whichever of them told it:
- *   listed      its MAC address as the bus has it; mac: the same in small letters
+ * The connected clients from the daemon's bus: the object "wsmd" page by page, or "sta" of a daemon without it.
+ * A client has these members, whichever object it came from:
+ *   listed      its MAC address as the bus has it; mac: the same in lower case
  *   name, ip, ssid, ifname   texts, empty while not known
  *   channel, radio           numbers
- *   signal      dBm, or null; doubtful: the figure stands for another one as well
- *   rateUp, rateDown         Mbit/s; up is what the client sends
+ *   signal      dBm, or null; doubtful: the figure can mean another value as well
+ *   rateUp, rateDown         Mbit/s; up is from the client
  *   bytesUp, bytesDown       of this stay
- *   seconds     connected for, or null; waiting: it has just arrived
- *   stay        the same client, but connected anew, has another one
+ *   seconds     connected for so long, or null; waiting: it has just arrived
+ *   stay        differs if the same client connects again
  */
 
-/* Without "reject" and "expect" a status other than 0 arrives as a number, and an empty list stays apart from a failure. */
+/* Without "reject" and "expect" a status other than 0 arrives as a number, and an empty list can be distinguished from a failure. */
 const callStations = rpc.declare({
 	object: 'wsmd',
 	method: 'stations',
@@ -33,7 +33,7 @@ const FIELDS = [
 	'rx_rate', 'tx_rate', 'rx_bytes', 'tx_bytes'
 ];
 
-/* The most that a page of "wsmd" holds, and the most that is asked for at each poll. */
+/* Clients in a page of "wsmd", and the most that are read at each poll. */
 const PAGE = 256;
 const MOST = 2048;
 
@@ -46,14 +46,14 @@ const NO_RIGHT = -32002;
 
 const fullMac = (/^([0-9a-f]{2}:){5}[0-9a-f]{2}$/);
 
-/* The number of a JSON-RPC error is in the message only; the words around it are in the viewer's language. */
+/* The number of a JSON-RPC error is only in the message, whose other words are in the viewer's language. */
 const rpcErrorNumber = (/-32[0-9]{3}/);
 
 function text(value) {
 	return (typeof(value) == 'string') ? value.trim() : '';
 }
 
-/* Counters and times: never negative, never broken. */
+/* Counters and times: never negative, always whole numbers. */
 function count(value) {
 	return Math.max(0, Math.floor(+value) || 0);
 }
@@ -113,7 +113,7 @@ return baseclass.extend({
 	/* The daemon has only "sta": "wsmd" is asked again when that has failed as well, since another daemon may start. */
 	plain: false,
 
-	/* With how many clients a list was too large last: as long as there are as many, it is not asked for again. */
+	/* The number of clients with which the list was too large; while there are as many, it is not asked for again. */
 	many: 0,
 
 	firstLine(error) {
@@ -130,7 +130,7 @@ return baseclass.extend({
 
 	/*
 	 * { clients, total, all: true }, or when there are too many for a list all: false and the one with this MAC address.
-	 * { status } is the daemon's refusal, {} an answer that nobody understands. Rejected as a call of rpc is.
+	 * { status } is the daemon's refusal, {} an answer that cannot be understood. Rejects as a call of rpc does.
 	 */
 	async ask(mac) {
 		if (this.many) {

@@ -6,7 +6,7 @@
 'require ui';
 'require wsmd.source as source';
 
-/* Names, SSIDs and error texts were written by strangers: they go into arrays only, where they become text nodes. */
+/* Names, SSIDs and error texts are foreign: they are only put into arrays, where they become text nodes. */
 
 const callDelete = rpc.declare({
 	object: 'sta',
@@ -28,7 +28,7 @@ const callAccess = rpc.declare({
 	params: [ 'scope', 'object', 'function' ]
 });
 
-/* How long a client may take to leave before we say that it did not, in answers of the daemon. */
+/* After so many answers of the daemon a client that is still there has not been disconnected. */
 const PATIENCE = 3;
 
 const PERIOD_MAX = 86400;
@@ -38,7 +38,7 @@ const wholeNumber = (/^[0-9]{1,5}$/);
 const breakable = 'overflow-wrap:anywhere;min-width:5em';
 const unbroken = 'white-space:nowrap';
 
-/* Right-to-left characters in a name stay within it. */
+/* Right-to-left characters in a name must not affect the text around it. */
 function foreign(value) {
 	return E('bdi', {}, [ value ]);
 }
@@ -51,7 +51,7 @@ function nameCell({ name }) {
 	return E('div', { 'style': breakable }, [ name != '' ? foreign(name) : '-' ]);
 }
 
-/* Sorted as a number: LuCI's comparison would take the digits in an address for decimal ones. */
+/* Sorted as a number: LuCI's comparison would read the digits of an address as decimal. */
 function macCell({ mac }) {
 	return E('div', {
 		'style': source.isMac(mac) ? unbroken : breakable,
@@ -77,7 +77,7 @@ function networkCell({ ssid, ifname, channel }) {
 	]);
 }
 
-/* Sorted by a number that is not negative, which LuCI's comparison would order by its digits. */
+/* Sorted by a number that is not negative: LuCI's comparison orders negative ones by their digits. */
 function signalCell({ signal, doubtful }) {
 	if (signal === null)
 		return E('div', { 'data-value': 0 }, [ '-' ]);
@@ -100,7 +100,7 @@ function signalCell({ signal, doubtful }) {
 	]);
 }
 
-/* Two figures, one below the other. Up is what the client sends. */
+/* Two figures, one below the other. "Up" is from the client. */
 function upAndDown(up, down, sum) {
 	return E('div', { 'style': unbroken, 'data-value': sum }, [ `↑ ${up}`, E('br'), `↓ ${down}` ]);
 }
@@ -136,10 +136,10 @@ return view.extend({
 	total: 0,
 	all: true,
 
-	/* Clients that we have sent away, by MAC, until they are seen to be gone. */
+	/* Clients that were disconnected, by MAC, until they are gone. */
 	leaving: null,
 
-	/* No load(): the page opens while the daemon or the whole access point does not answer; the first poll fills it. */
+	/* No load(): the page must open even if the daemon or the access point does not answer; the first poll fills it. */
 	render() {
 		this.leaving = new Map();
 		this.filter = E('input', {
@@ -151,7 +151,7 @@ return view.extend({
 			'input': () => {
 				this.draw();
 
-				/* One client is asked for; of a list that is here already nothing is. */
+				/* Asks for one client, unless the whole list is here already. */
 				if (!this.all && source.isMac(this.wanted()))
 					this.refresh();
 			}
@@ -235,7 +235,7 @@ return view.extend({
 		this.draw();
 	},
 
-	/* Takes the daemon's answer; what is returned is the words for why there is none. */
+	/* Takes the daemon's answer; returns a message if there is none. */
 	async ask() {
 		const told = await source.ask(this.wanted());
 
@@ -257,7 +257,7 @@ return view.extend({
 		let code = source.errorNumber(error);
 
 		if (code == -32002) {
-			/* Refused: is it the right that is missing, or the login that is gone? Who is logged in may ask this. */
+			/* Refused: is the right missing, or has the session expired? Every login may make this call. */
 			try {
 				await callAccess('access-group', 'luci-app-wsmd', 'read');
 
@@ -284,7 +284,7 @@ return view.extend({
 		}
 	},
 
-	/* "delete" answers 0 in every case: what has become of it shows in the list. */
+	/* "delete" answers 0 in every case: the list shows the result. */
 	watchLeaving() {
 		const present = new Map(this.clients.map(client => [ client.mac, client ]));
 
@@ -334,7 +334,7 @@ return view.extend({
 		return this.clients.length ? _('No client matches the filter.') : _('No client is connected.');
 	},
 
-	/* Only when it has changed: a screen reader says it each time. */
+	/* Only when it has changed: a screen reader reads it each time. */
 	drawState() {
 		const words = [];
 
@@ -377,7 +377,7 @@ return view.extend({
 		}, [ leaving ? _('Disconnecting…') : _('Disconnect') ]);
 	},
 
-	/* An update makes every row anew: whoever is on a button with the keyboard stays there. */
+	/* An update replaces every row: the keyboard focus is put back on the same button. */
 	drawRows(rows, whenEmpty) {
 		const mac = this.tableNode.contains(document.activeElement) ? document.activeElement.getAttribute('data-mac') : null;
 
