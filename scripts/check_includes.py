@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""Who may include whom: folders by the table below, no circles between rooms, no C++ runtime library on the device.
+"""Checks includes: folders by the table below, no cycles between modules, no C++ runtime library on the device.
 
     scripts/check_includes.py [TREE]
-    scripts/check_includes.py --floors    the table of the daemon's rooms in docs/architecture.md
+    scripts/check_includes.py --floors    the table of the daemon's modules in docs/architecture.md
 
-A room is a source with its header. Prints one line for each finding, "file:line: what"; exit status 1 if there is any.
+A module is a source file with its header. Prints one line for each finding, "file:line: what"; exit status 1 if there is any.
 """
 
 import pathlib
@@ -15,7 +15,7 @@ BASE = ["base/cxx/", "base/include/"]
 BELOW = ["protocol/", "platform/", *BASE]
 ROLES = ["src/outputs/", "src/inputs/", "src/wlan/", "src/fw/", "src/model/", "src/tools/"]
 
-# Folder -> what its files may include besides the folder itself; a folder ends in a slash.
+# Folder -> what its files may include besides the folder itself. Names of folders end with a slash.
 MAY_INCLUDE = {
     "src/compat/": ["src/", *BELOW],
     "src/core/": [*ROLES, "src/bus/", "src/life/", *BELOW],
@@ -34,10 +34,10 @@ MAY_INCLUDE = {
     "wsm/": ["protocol/", "src/tools/array.h", *BASE],
     "recorder/": ["protocol/", "drivers/channel/", "lab/common/", *BASE],
     "collector/": ["protocol/"],
-    "lab/fleet/": ["collector/", "lab/apsim/", "protocol/", *BASE], # a fleet publishes as collectors do
+    "lab/fleet/": ["collector/", "lab/apsim/", "protocol/", *BASE], # a fleet publishes with the collector's code
     "lab/": ["protocol/", "drivers/channel/", *BASE],
 }
-# A header of the daemon includes no more of the project than these: the record, and what only helps.
+# A header of the daemon may include only these of the project: the record and the tools.
 HEADERS_MAY_INCLUDE = ["src/model/record.h", "src/tools/", *BELOW]
 # Where a quoted name is looked up, after the including file's own folder.
 ROOTS = ["", "src/", "platform/", "drivers/", "lab/", "recorder/", "base/include/", "base/libubus/", "base/ubusd/", "base/libuci/"]
@@ -95,7 +95,7 @@ def room(name):
 
 
 def circles(edges):
-    """One line for every include that closes a circle."""
+    """One line for every include that closes a cycle."""
     done, road = set(), []
 
     def walk(here):
@@ -124,7 +124,7 @@ def findings(tree):
 
 
 def floors(tree):
-    """The daemon's rooms as rows of a table: each as low as what it includes lets it stand."""
+    """The daemon's modules as rows of a table, each on the lowest level that is above everything it includes."""
     edges = {}
     for path in sorted((tree / "src").glob("*/*")):
         edges.setdefault(room(str(path.relative_to(tree))), {})

@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""No circle among the objects of a static library: an object stands above all those that define what it uses.
+"""Checks that there is no cycle among the object files of a static library: an object is above all objects that define its symbols.
 
     scripts/check_symbols.py ARCHIVE
 
-Includes show what a source may call; only symbols show what it needs. A global that is declared below and defined above
-ties all objects in between into one knot, which no include betrays. Prints one line for each circle; exit status 1 if there
-is any.
+Includes show what a source may call, symbols what it really needs. A global that is declared in a low module and defined in a high
+one makes a cycle of all objects between them, which the includes do not show. Prints one line for each cycle; exit status 1 if
+there is any.
 """
 
 import re
@@ -16,7 +16,7 @@ from check_includes import circles
 
 MEMBER = re.compile(r"^(\S+)\.(?:c|cpp)\.o:$|^(\S+)\.o:$")
 SYMBOL = re.compile(r"^[0-9a-f]* +([A-Za-z]) (\S+)$")
-# A definition that several objects may bring (an inline function) ties nobody to anybody.
+# A definition that several objects may have (an inline function) is not a dependency.
 DEFINED = set("TDBRGSC")
 
 

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Builds what is shipped with the compiler of the next Debian (GCC 14 of trixie), with warnings as errors, in that Debian's own
-# root. The root is kept below ~/.cache/wsmd for a month; making it takes some minutes, and a network.
+# Builds the shipped programs with the compiler of the next Debian (GCC 14 of trixie), with warnings as errors, in a root folder
+# of that Debian. The root is kept below ~/.cache/wsmd for a month; making it takes some minutes, and a network.
 #
 #   scripts/next_gcc.sh [BUILD]     the build folder is build-next by default
 #
-# Exit status: 0 it is built, 1 it is not, 3 there is no root to build in, and the last line says why.
+# Exit status: 0 built, 1 not built, 3 the root could not be made; the last line says why.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/prepare.sh
@@ -21,13 +21,13 @@ if [ -z "$(find "$root/.whole" -mtime -30 2>/dev/null)" ]; then
     rm -rf --one-file-system "$root"
     mkdir -p "$root"
     quietly debootstrap --variant=minbase --include=ca-certificates "$release" "$root" || without "debootstrap failed"
-    # Whoever reaches the packages through a proxy does so in the root, too.
+    # A proxy for packages is needed in the root as well.
     grep -ls Acquire /etc/apt/apt.conf.d/* | xargs -r cp -t "$root/etc/apt/apt.conf.d/"
     touch "$root/.whole"
 fi
 
 # shellcheck disable=SC2016 # the commands are expanded in the root
-# The tree stands at /wsmd in the root, for as long as this lasts.
+# The tree is mounted at /wsmd in the root meanwhile.
 inside() { # command...
     unshare --mount --pid --fork --kill-child bash -c '
         mkdir -p "$1/wsmd"

@@ -1,16 +1,16 @@
 # shellcheck shell=bash
-# Sourced by ./test, ./demo and .ci/run: what is missing is installed, and what has changed is built.
+# Sourced by ./test, ./demo and .ci/run: installs missing packages, and builds what has changed.
 #
-#   prepare_packages SET... [PROBE...]   the packages of the sets build, demo and tests, and those that further probes name
+#   prepare_packages SET... [PROBE...]   the packages of the sets build, demo and tests, and those of further probes
 #   prepare_cross ARCHITECTURE           compiler, libraries and emulator for another architecture of Debian
-#   prepare_fleet                        a cluster's brokers, which are not started as a service
-#   prepare_browser FOLDER               chromium, and in FOLDER/browser what tests/browser/package.json names
-#   prepare_build FOLDER [CMAKE-OPTION...]   everything, or TARGETS when that is set
+#   prepare_fleet                        the brokers of a cluster, without starting them as services
+#   prepare_browser FOLDER               chromium, and in FOLDER/browser the packages of tests/browser/package.json
+#   prepare_build FOLDER [CMAKE-OPTION...]   builds everything, or TARGETS if that is set
 #
-# A probe is "kind:what:package": the package is installed when `what` is not there.
+# A probe is "kind:what:package": the package is installed if `what` is missing.
 
-PATH=$PATH:/usr/local/sbin:/usr/sbin:/sbin # where an ordinary user does not look for ip and iptables
-PYTHON=/usr/bin/python3                    # the system's, which has the packaged modules
+PATH=$PATH:/usr/local/sbin:/usr/sbin:/sbin # ip and iptables are not in an ordinary user's PATH
+PYTHON=/usr/bin/python3                    # the system's Python has the packaged modules
 
 TARGETS=(all)
 
@@ -30,7 +30,7 @@ DEMO_PROBES=(
     command:"$PYTHON":python3
     python:urwid:python3-urwid
 )
-# What a build can do without: it leaves out the bridge, or the end of the collector, that needs it.
+# Optional: without these a build leaves out the bridge, or the part of the collector, that needs them.
 OPTIONAL_PROBES=(
     header:libnl3/netlink/genl/genl.h:libnl-genl-3-dev
     header:sqlite3.h:libsqlite3-dev
@@ -73,7 +73,7 @@ probe() { # kind what
     esac >/dev/null 2>&1
 }
 
-# Runs a command and shows what it printed only when it fails.
+# Runs a command and shows its output only if it fails.
 quietly() {
     local output
     output=$("$@" 2>&1) || { printf '%s\n' "$output" "failed: $*" >&2; return 1; }
@@ -105,7 +105,7 @@ prepare_packages() {
     echo "installing ${missing[*]}"
     export DEBIAN_FRONTEND=noninteractive
     apt-get install -y -q --no-install-recommends "${missing[@]}" >/dev/null 2>&1 && return
-    # The package lists of a fresh machine are empty or old.
+    # The package lists of a newly installed machine are empty or old.
     quietly apt-get update -q && quietly apt-get install -y -q --no-install-recommends "${missing[@]}"
 }
 
@@ -123,7 +123,7 @@ prepare_cross() {
 }
 
 prepare_fleet() {
-    # A package of a service may start it, which is not wanted here: the tests start their own.
+    # Installing a service may start it. The tests start their own.
     local policy=/usr/sbin/policy-rc.d ours=
     if [ "$(id -u)" -eq 0 ] && [ ! -e "$policy" ]; then
         printf '#!/bin/sh\nexit 101\n' >"$policy" && chmod +x "$policy" && ours=1
@@ -143,7 +143,7 @@ prepare_browser() { # folder
     quietly npm ci --prefix "$folder" && cp "$lock" "$folder/installed"
 }
 
-# Why a build folder cannot be used, in one sentence; nothing when it can.
+# Why a build folder cannot be used, in one sentence; empty if it can.
 build_folder_trouble() { # folder
     local home
     if [ -e "$1" ] && ! { [ -w "$1" ] && { [ ! -e "$1/CMakeCache.txt" ] || [ -w "$1/CMakeCache.txt" ]; }; }; then
@@ -156,8 +156,8 @@ build_folder_trouble() { # folder
         echo "$PWD/$1 was built for $home, from where this tree has been moved or copied: remove $1"
 }
 
-# CMake's own words are shown only when it fails; the compiler's count stays on one line of a terminal, and is a line in
-# twenty seconds elsewhere.
+# CMake's output is shown only if it fails. The progress of the build stays on one line of a terminal; elsewhere it is a line
+# every twenty seconds.
 prepare_build() {
     local folder=$1 trouble
     shift
@@ -171,7 +171,7 @@ prepare_build() {
     fi
 }
 
-# The build where nobody watches a line change: a sentence when it takes time, all of the output when it fails.
+# The build without a terminal: prints a line if it takes long, and all output if it fails.
 ninja_lines() { # folder
     local - log line last=-20 status=0
     set -o pipefail
