@@ -1,6 +1,6 @@
 # Toolchain file: another architecture of Debian, its programs run by qemu.
 #   cmake -S . -B build-armhf -DCMAKE_TOOLCHAIN_FILE=cmake/cross.cmake -DWSMD_CROSS=armhf
-# armhf is what access points have; mipsel is the other of them, s390x has the other byte order.
+# Access points have armhf or mipsel; s390x has the other byte order.
 
 set(WSMD_CROSS armhf CACHE STRING "Architecture to build for: armhf, mipsel or s390x")
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES WSMD_CROSS)

@@ -1,6 +1,6 @@
 # The base libraries under one set of names, wherever they come from:
 #   base::ubox  base::blobmsg_json  base::ubus  base::uci  base::json_c
-# WSMD_BASE=system takes the installed ones, bundled builds base/, auto takes the system's if all are there.
+# WSMD_BASE=system uses the installed ones, bundled builds base/, auto uses the system's if all are there.
 
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(JSON_C REQUIRED IMPORTED_TARGET json-c)

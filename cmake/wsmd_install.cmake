@@ -1,7 +1,7 @@
-# Where things go when they are installed. The folders' own install() calls name a destination only: what belongs
-# to which package is the folder's CMAKE_INSTALL_DEFAULT_COMPONENT_NAME (base, daemon or tools).
+# Installation. The folders' install() calls only name a destination; the folder's CMAKE_INSTALL_DEFAULT_COMPONENT_NAME
+# (base, daemon or tools) decides about the package.
 
-# A prefix that the loader does not search by itself: the programs find the libraries beside them.
+# Below a prefix that the loader does not search, the programs find the libraries relative to themselves.
 if(NOT CMAKE_INSTALL_PREFIX MATCHES "^(/usr|/usr/local)?/?$")
   set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 endif()
@@ -13,7 +13,7 @@ function(wsmd_install_library target)
   get_target_property(A_NAME ${target} OUTPUT_NAME)
   list(JOIN A_REQUIRES " " A_REQUIRES)
   list(JOIN A_REQUIRES_PRIVATE " " A_REQUIRES_PRIVATE)
-  # The file finds the prefix from its own place, so that a tree can be moved.
+  # The prefix is relative to the file, so that an installed tree can be moved.
   string(REGEX REPLACE "[^/]+" ".." A_PREFIX ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/library.pc.in lib${A_NAME}.pc @ONLY)
   install(TARGETS ${target} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})

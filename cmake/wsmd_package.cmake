@@ -1,5 +1,5 @@
 # Debian packages of a build: cpack -G DEB in the build folder makes wsmd, wsm-bridge, wsmd-base, wsmd-tools and wsm-collector.
-# The components are those of the install() calls. Included last: CPack looks at what is there by then.
+# The components are those of the install() calls. Included last: CPack uses everything defined before.
 
 set(CPACK_PACKAGE_NAME wsmd)
 set(CPACK_PACKAGE_VENDOR "The wsmd developers")

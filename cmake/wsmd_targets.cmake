@@ -1,5 +1,5 @@
 # How every library, program and test of the project is built. One place for language level, warnings,
-# sanitizers and output folders, so that a folder's CMakeLists.txt says only what it consists of.
+# sanitizers and output folders, so that a folder's CMakeLists.txt only lists its contents.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -19,7 +19,7 @@ target_compile_options(wsmd_common INTERFACE
 if(WSMD_WERROR)
   target_compile_options(wsmd_common INTERFACE -Werror)
 endif()
-# Texts are bounded and cut on purpose; the compiler's guess whether that will happen depends on its optimisation.
+# Texts are cut on purpose; the compiler's warnings about that depend on its optimisation.
 target_compile_options(wsmd_common INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-format-truncation>)
 target_compile_definitions(wsmd_common INTERFACE _GNU_SOURCE)
 target_link_options(wsmd_common INTERFACE -Wl,--as-needed)
@@ -27,20 +27,20 @@ set(is_test $<BOOL:$<TARGET_PROPERTY:WSMD_IS_TEST>>)
 if(WSMD_SANITIZE)
   target_compile_options(wsmd_common INTERFACE
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
-    -O1 -g1 # half the time that the compiler takes otherwise, and as good a stack trace
-    # What GCC 12 says of the C++ library's own regular expressions when they are instrumented is not so.
+    -O1 -g1 # compiles in half the time, with equally good stack traces
+    # GCC 12 gives false warnings for the C++ library's regular expressions when they are instrumented.
     $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(wsmd_common INTERFACE -fsanitize=address,undefined)
 else()
-  # Hardening that a device keeps; the sanitizers bring their own checks.
+  # Hardening for devices; the sanitizers have their own checks.
   target_compile_options(wsmd_common INTERFACE -fstack-protector-strong
     $<$<NOT:$<OR:$<CONFIG:Debug>,${is_test}>>:-U_FORTIFY_SOURCE$<SEMICOLON>-D_FORTIFY_SOURCE=2>)
   target_link_options(wsmd_common INTERFACE -Wl,-z,relro,-z,now)
 endif()
-# A test runs for milliseconds and is compiled for seconds: without optimisation, half of them.
+# Tests run for milliseconds and compile for seconds; without optimisation they compile in half the time.
 target_compile_options(wsmd_common INTERFACE $<${is_test}:-O0$<SEMICOLON>-g1>)
 
-# wsmd_device: what runs on the access point. No exceptions, no RTTI, no C++ runtime library.
+# wsmd_device: for code that runs on the access point. No exceptions, no RTTI, no C++ runtime library.
 add_library(wsmd_device INTERFACE)
 target_link_libraries(wsmd_device INTERFACE wsmd_common)
 target_compile_options(wsmd_device INTERFACE
@@ -65,7 +65,7 @@ function(wsmd_library name)
   if(A_INCLUDE)
     target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${A_INCLUDE}>)
   endif()
-  target_compile_options(${name} PRIVATE -fvisibility=hidden) # what is exported says so
+  target_compile_options(${name} PRIVATE -fvisibility=hidden) # exported symbols are marked
   target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:wsmd_device> PUBLIC ${A_LIBS})
 endfunction()
 
@@ -90,9 +90,9 @@ function(wsmd_tool name)
   target_link_libraries(${name} PRIVATE wsmd_common ${A_LIBS})
 endfunction()
 
-# The headers of GoogleTest take as long as a test's own lines: they are compiled once. Only with GCC, which lets programs with
-# other definitions share them, and where no editor or linter looks (WSMD_SHARE_TEST_HEADERS): Clang's tools cannot read what
-# GCC has compiled.
+# The headers of GoogleTest take as long to compile as a test itself, so they are compiled once. Only with GCC, which lets programs
+# with other definitions share them, and only with WSMD_SHARE_TEST_HEADERS, since the Clang tools of editors and linters cannot
+# read headers that GCC has compiled.
 function(wsmd_share_gtest_headers name)
   if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU" OR NOT WSMD_SHARE_TEST_HEADERS)
     return()
@@ -134,7 +134,7 @@ function(wsmd_benchmark name)
 endfunction()
 
 # wsmd_fuzzer(NAME SOURCE file CORPUS folder [LIBS ...]): one fuzz target. With WSMD_FUZZ it is linked with
-# libFuzzer as build/fuzz/NAME; always it is linked with tests/fuzz/replay.cpp as build/fuzz/NAME-replay, which
+# libFuzzer as build/fuzz/NAME; it is always linked with tests/fuzz/replay.cpp as build/fuzz/NAME-replay, which
 # runs every file of the folders it is given once, so that the tests need no fuzzing engine.
 function(wsmd_fuzzer name)
   cmake_parse_arguments(A "" "SOURCE;CORPUS" "LIBS;SOURCES" ${ARGN})
