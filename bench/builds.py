@@ -1,4 +1,4 @@
-"""Builds for measuring, beside the one for testing."""
+"""Builds for measuring, in addition to the one for testing."""
 
 import os
 import pathlib

@@ -1,4 +1,4 @@
-"""What the daemon spends while people rest and while they come and go: processor time, wake-ups and private memory."""
+"""Processor time, wake-ups and private memory of the daemon, with and without arrivals and departures."""
 
 import re
 import sys
@@ -36,7 +36,7 @@ def spent_by_daemon(lab, seconds, each_second=lambda: None):
 
 
 def settle(lab, count):
-    """Lets `count` people in, and waits until all of them are on line. Their time goes by with pass_second only."""
+    """Adds `count` people, and waits until all of them are online. Their time passes only with pass_second."""
     lab.start_ubusd()
     lab.start_apsim("--tick", "0")
     lab.start_collector()
@@ -58,7 +58,7 @@ def pass_second(lab):
 
 
 def coming_and_going(build, sizes=SIZES):
-    """Figures of each size: first everybody moves, then time stands still for them."""
+    """Figures for each number of people: first with changes, then with their time stopped."""
     from wsmlab import Lab  # pylint: disable=import-outside-toplevel
     figures = {}
     for count in sizes:
@@ -75,12 +75,12 @@ def coming_and_going(build, sizes=SIZES):
                 figures[f"{kind}_cpu_seconds_per_station_hour/{count}"] = cpu * 3.6 / count
                 figures[f"{kind}_wakeups_per_second/{count}"] = wakeups
                 figures[f"{kind}_private_kib/{count}"] = float(private_kib(lab))
-                time.sleep(10)  # what the last second has left to do is no rest
+                time.sleep(10)  # until the work of the last second is done
             figures[f"moving_events_per_second/{count}"] = (last - before) / PERIOD
     return figures
 
 
 if __name__ == "__main__":
-    # For another build than that of bench/run: one from before a change, say.
+    # For another build than that of bench/run, for example one from before a change.
     for name, value in coming_and_going(sys.argv[1], tuple(int(size) for size in sys.argv[2:]) or SIZES).items():
         print(f"{name:44} {value:.4g}", flush=True)

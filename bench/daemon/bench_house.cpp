@@ -70,7 +70,7 @@ void mac_of(int number, std::uint8_t (&mac)[6]) {
 
 } // namespace
 
-// The driver: as the simulator's, but in the process.
+// The driver: like the simulator, but inside the process.
 extern "C" int was_ext_ioctl_msg(void *buf, int size, const char *ifname, int cmd, int /*arg*/) {
     const std::vector<driver_basic> &listed = driver_stations[std::strcmp(ifname, "ath0") == 0 ? 0 : 1];
     auto *bytes = static_cast<std::uint8_t *>(buf);
@@ -96,7 +96,7 @@ void open_bench_house() {
     g_main_id = dbg_module_reg("bench"); // its threshold stays at 3
     sta_max_num = 1 << 20;
     start_collector();
-    sleep(4); // a file that has changed just now is not kept by anybody: an access point's are older
+    sleep(4); // newly changed files are read again each time: those of an access point are older
 }
 
 void populate(int count) {

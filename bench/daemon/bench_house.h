@@ -1,8 +1,8 @@
-// bench_house.h - an access point for benchmarks: files of its own, a driver in the process, a collector
-// beside it.
+// bench_house.h - an access point for benchmarks: its own files, a driver inside the process, a collector
+// in another process.
 //
-// The driver answers from ready tables, the collector is a child process that takes every report and forgets
-// it: what is measured is the daemon. Its log library is the real one, at its default threshold.
+// The driver answers from ready tables, the collector is a child process that receives every report and discards
+// it, so that only the daemon is measured. Its log library is the real one, at its default threshold.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -10,14 +10,14 @@
 #include <string>
 #include <vector>
 
-// Enters the namespaces, lays out the lab's configuration, starts the collector. Once, before the first
+// Enters the namespaces, writes the lab's configuration, starts the collector. To be called once, before the first
 // benchmark.
 void open_bench_house();
 
-// Empties the table and fills it with `count` stations on two radios, all on line, all listed by the driver.
+// Empties the table and fills it with `count` stations on two radios, all online, all listed by the driver.
 void populate(int count);
 
-// What the driver's ready tables take of the heap.
+// The size of the driver's ready tables on the heap.
 std::size_t driver_list_bytes();
 
 std::string read_whole(const std::string &path);
@@ -26,6 +26,6 @@ void write_whole(const std::string &path, const std::string &bytes);
 // One report as the daemon sends it, from ready bytes: socket, unlink, bind, connect, write, close.
 void send_ready_report(const std::uint8_t *image);
 
-// What is measured at growing numbers of stations: the numbers, and a figure for each station.
+// For benchmarks with growing numbers of stations: the numbers, and a figure for each station.
 void growing_sizes(benchmark::internal::Benchmark *benchmark);
 void report_per_station(benchmark::State &state);

@@ -16,7 +16,7 @@ constexpr int patience_ms = 10000;
 
 struct ubus_context *bus = nullptr;
 struct blob_buf message = {};
-std::vector<std::uint8_t> ready_answer; // its members, as they came
+std::vector<std::uint8_t> ready_answer; // its members, as received
 const char *bare_method = nullptr;
 
 [[noreturn]] void give_up(const char *what) {
@@ -40,7 +40,7 @@ int answer_with_ready_bytes(struct ubus_context *ctx, struct ubus_object * /*obj
     if (!answer.head) {
         blob_buf_init(&answer, 0);
         const auto *next = ready_answer.data();
-        // Member by member: the library has no other way.
+        // Member by member: the library has no other function.
         for (std::size_t left = ready_answer.size(); left > 0;) {
             const auto *member = reinterpret_cast<const struct blob_attr *>(next);
             blob_put_raw(&answer, member, static_cast<unsigned>(blob_pad_len(member)));
@@ -89,7 +89,7 @@ pid_t start_beside(const std::function<void()> &work) {
     if (pid < 0) give_up("fork");
     if (pid > 0) return pid;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) _exit(0); // it has ended before that was said
+    if (getppid() != parent) _exit(0); // the parent has ended already
     uloop_done();                      // the parent's loop: its descriptors are shared
     uloop_init();
     work();

@@ -1,7 +1,7 @@
-// bus_bench.h - calls through a real broker, beside a bare server that answers with the same bytes, built once.
+// bus_bench.h - calls through a real broker, compared with a bare server that answers with the same bytes, built once.
 //
-// Processes: the broker, the daemon's bus side with its table, the bare server, and the caller. Besides the time of a call the
-// processor time that the answering process spent on it is counted. All of them end with the caller.
+// Processes: the broker, the daemon's bus side with its table, the bare server, and the caller. Measured are the time of a
+// call and the processor time of the answering process. All processes end with the caller.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -12,10 +12,10 @@
 // Starts the broker; `question` is the JSON of the arguments of each call. After open_bench_house().
 void open_bus(const char *question);
 
-// Runs `work` in a process of its own, with a loop of its own.
+// Runs `work` in another process, with its own loop.
 pid_t start_beside(const std::function<void()> &work);
 
-// The number of an object that is to come.
+// Waits for an object; returns its number.
 std::uint32_t wait_for_object(const char *name);
 
 // Asks once, and keeps the answer for the bare server. True, or the program ends.
@@ -24,5 +24,5 @@ bool keep_answer(std::uint32_t id, const char *method);
 // Calls again and again. Counters: bytes of an answer, processor time of the server in microseconds.
 void call(benchmark::State &state, std::uint32_t id, const char *method, pid_t server);
 
-// The same with the bare server, which answers with what was kept.
+// The same with the bare server, which answers with the kept answer.
 void call_bare_server(benchmark::State &state, const char *method);

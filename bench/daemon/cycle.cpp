@@ -1,5 +1,5 @@
-// The daemon's repeating work at growing numbers of stations, each beside a floor: the same bytes written to
-// the same files and sockets by a program that has them ready.
+// The daemon's repeating work at growing numbers of stations, each compared with a floor: a program that writes
+// the same ready bytes to the same files and sockets.
 
 #include "bench_house.h"
 
@@ -53,7 +53,7 @@ void log_up_floor(benchmark::State &state) {
     report_per_station(state);
 }
 
-// Nobody is due: all have had their early report.
+// All stations have had their early report, so none is due.
 void early_reports(benchmark::State &state) {
     populate(stations(state));
     for (int pass = 0; pass < 4; ++pass) sta_sta_log_single_byioctl_update();
@@ -79,7 +79,7 @@ void write_leases(int count, const char *name) {
     write_whole("/tmp/dhcp.leases", text);
 }
 
-// The file has changed, and nothing in it that matters.
+// The file has changed, but no lease of a station.
 void lease_refresh(benchmark::State &state) {
     populate(stations(state));
     write_leases(stations(state), "a-client-of-the-benchmark");
@@ -93,7 +93,7 @@ void lease_refresh_floor(benchmark::State &state) {
     report_per_station(state);
 }
 
-// Everybody has another name.
+// All stations have another name.
 void lease_refresh_of_names(benchmark::State &state) {
     populate(stations(state));
     sta_sta_flow_count_proc();

@@ -1,5 +1,5 @@
-// Events from the socket to the written report, beside a program that makes only an event's system calls: an association,
-// and a crowd that leaves, each with its line of the backup file.
+// Events from the socket to the written report, compared with a program that makes only an event's system calls: an association,
+// and the departures of many stations, each with its line of the backup file.
 
 #include "bench_house.h"
 
@@ -26,7 +26,7 @@ constexpr int family = 0x2a;
 constexpr std::size_t message_size = station_event_offset + station_event_size;
 using event_message = std::array<std::uint8_t, message_size>;
 
-int driver_end = -1; // the daemon's channel ends here
+int driver_end = -1; // the other end of the daemon's channel
 
 event_message event_of(int number, bool comes) {
     event_message message{};
@@ -117,7 +117,7 @@ void association_event_floor(benchmark::State &state) {
     }
 }
 
-// The order in which they leave: all over the file.
+// The order in which they leave: spread over the file.
 int leaver(int turn, int count) { return static_cast<int>(std::int64_t{turn} * 7919 % count); }
 
 void departures(benchmark::State &state) {

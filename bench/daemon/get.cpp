@@ -1,4 +1,4 @@
-// One `get` of the whole list through the broker, beside a bare server that answers with the same bytes, built once.
+// One `get` of the whole list through the broker, compared with a bare server that answers with the same bytes, built once.
 #include "bench_house.h"
 #include "bus_bench.h"
 
@@ -22,7 +22,7 @@ void get_online(benchmark::State &state) {
     state.counters["cpu_us_per_station"] = state.counters["server_cpu_us"] / stations;
 }
 
-// After get_online: it answers with what that answered.
+// After get_online: answers with the same bytes.
 void get_online_floor(benchmark::State &state) { call_bare_server(state, "get"); }
 
 BENCHMARK(get_online)->Unit(benchmark::kMicrosecond)->UseRealTime();

@@ -1,5 +1,5 @@
-// 2,048 stations with eight addresses and a name each: what one of them takes of memory, and a page of them through the broker
-// beside a bare server that answers with the same bytes.
+// 2,048 stations with eight addresses and a name each: the memory of one of them, and a page of them through the broker,
+// compared with a bare server that answers with the same bytes.
 #include "bench_house.h"
 #include "bus_bench.h"
 
@@ -14,9 +14,9 @@
 namespace {
 
 constexpr int stations = 2048;
-constexpr int on_a_page = 128; // as the tool asks for: so many, of the members that it shows
+constexpr int on_a_page = 128; // as `wsm` asks: so many, with the members that it shows
 
-// Bytes of the heap that are in use, with what the allocator takes for itself.
+// Used bytes of the heap, including the allocator's overhead.
 std::size_t in_use() {
     const struct mallinfo2 now = mallinfo2();
     return now.uordblks + now.hblkhd;
@@ -72,7 +72,7 @@ void remember_addresses(benchmark::State &state) {
     state.counters["bytes_of_the_identity"] = of.identity;
 }
 
-// The least that the same can be kept in, out of the same texts: addresses and times as they are, and the name's text.
+// The floor: addresses, times and the name's text, kept in the smallest form and made from the same texts.
 void remember_addresses_floor(benchmark::State &state) {
     struct plain {
         station_address addresses[station_addresses_max];
@@ -110,7 +110,7 @@ void stations_page(benchmark::State &state) {
     state.counters["cpu_us_per_station"] = state.counters["server_cpu_us"] / on_a_page;
 }
 
-// After stations_page: it answers with what that answered.
+// After stations_page: answers with the same bytes.
 void stations_page_floor(benchmark::State &state) { call_bare_server(state, "stations"); }
 
 BENCHMARK(remember_addresses)->Unit(benchmark::kMicrosecond);

@@ -1,5 +1,5 @@
-// What one association costs the bridge beside its system calls: the kernel's five recorded messages and hostapd's
-// three lines decoded, the decisions, and the event for the daemon. The floor moves the same bytes.
+// The cost of one association for the bridge without system calls: decoding the kernel's five recorded messages and hostapd's
+// three lines, the decisions, and the event for the daemon. The floor copies the same bytes.
 #include "recorded.h"
 
 #include "channel/messages.h"
@@ -42,7 +42,7 @@ struct association {
     }
 };
 
-// How many of what was fed in has come out: one arrival, one departure.
+// Feeds one arrival and one departure in; returns how many outputs of each kind came.
 int play(station_life &life, const association &one, moment now,
          std::span<std::uint8_t, event_message_size> sent) {
     kernel_message message;
@@ -69,7 +69,7 @@ int play(station_life &life, const association &one, moment now,
         life_output what{};
         while (life.take(what)) {
             if (what.kind == life_output::ask) {
-                // The others stay; this one is asked for when it has gone.
+                // The other stations stay; this one is asked about after its departure.
                 const bool is_there =
                     !(what.about.mac == one.mac) && kernel_message_decode(one.listed, message);
                 life.answered(wlan1, what.about.mac, is_there ? &message.figures : nullptr, now);
@@ -86,7 +86,7 @@ int play(station_life &life, const association &one, moment now,
         }
     };
     settle();
-    // The access point sends it away, so that its end needs no time to be certain.
+    // The access point deauthenticates it, so that its departure is certain at once.
     frame = {};
     frame.subtype = frame_deauth;
     frame.to = one.mac;
@@ -99,7 +99,7 @@ int play(station_life &life, const association &one, moment now,
     return events;
 }
 
-// With so many others there.
+// With so many other stations.
 void bridge_association(benchmark::State &state) {
     station_life life;
     life.network(wlan1, true, true);

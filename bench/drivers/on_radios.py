@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""Processor time of associations and of the daemon's requests on simulated radios, in the virtual machine, beside floors:
+"""Processor time of associations and of the daemon's requests on simulated radios, in the virtual machine, compared with floors:
 
     lab/vm --time 900 --out FOLDER --empty /tmp --empty /etc/config env PYTHONPATH=lab python3 bench/drivers/on_radios.py build
 
-hostapd's own time is what an association costs with nobody looking; `iw event` hears the same netlink messages and prints
-them; `iw station dump` asks what a request of the daemon has the bridge ask. Times are those of an emulated processor: only
-their ratios say something.
+hostapd's own time is the cost of an association itself; `iw event` receives the same netlink messages and prints
+them; `iw station dump` sends the request that the bridge sends for the daemon. The processor is emulated, so only the ratios
+mean something.
 """
 
 import json

@@ -1,4 +1,4 @@
-// recorded.h - the kernel's recorded messages (tests/golden/nl80211), for as many stations as are wanted.
+// recorded.h - the kernel's recorded messages (tests/golden/nl80211), for any number of stations.
 #pragma once
 
 #include "nl80211/mac.h"
@@ -21,5 +21,5 @@ mac_address mac_number(std::uint32_t number);
 constexpr std::uint16_t wireless_family = 0x20;
 octets netlink(const octets &content, std::uint16_t type = wireless_family);
 
-// What the kernel answers to a dump of so many stations: datagrams of up to 32 KiB, the last one with the end.
+// The kernel's answer to a dump of so many stations: datagrams of up to 32 KiB; the last one has the end message.
 std::vector<octets> station_dump(std::uint32_t stations);

@@ -1,6 +1,6 @@
-// What the daemon's two driver requests of a log-up, number and table, cost the bridge. The kernel's answers are
-// recorded ones, handed out where the bridge would read its socket; all else is real: the socket of libwas, the loop,
-// the list of stations. The floor answers the same requests with bytes that were made before.
+// The cost of a log-up's two driver requests, number and table, for the bridge. The kernel's answers are recorded ones, given
+// to the bridge where it would read its socket; everything else is real: the socket of libwas, the loop, the list of stations.
+// The floor answers the same requests with ready bytes.
 #include "recorded.h"
 
 #include "channel/request_server.h"
@@ -34,9 +34,9 @@ namespace {
 
 // --- the kernel ---
 
-int kernel_fd = -1; // what the bridge takes for its sockets to the kernel
+int kernel_fd = -1; // replaces the bridge's sockets to the kernel
 std::vector<octets> dump_of_stations;
-std::vector<octets> answers; // to the question that was asked last
+std::vector<octets> answers; // to the last request
 std::size_t answers_read = 0;
 std::uint32_t number_of_question = 0;
 
@@ -57,14 +57,14 @@ void take_question(nlmsghdr *header) {
     answers.push_back(netlink(octets(sizeof(int)), NLMSG_DONE));
 }
 
-// The bridge keeps a list for the moment between the two requests; each pair is to have one of its own.
+// The bridge keeps a list between the two requests; each pair of requests must use its own.
 std::int64_t skipped_ms = 0;
 int connections = 0;
 
 } // namespace
 
 extern "C" {
-// The linker's names for the functions and their stand-ins (--wrap).
+// The linker's names for the functions and their replacements (--wrap).
 // NOLINTBEGIN(bugprone-reserved-identifier)
 ssize_t __real_recv(int fd, void *to, std::size_t size, int flags);
 int __real_accept4(int fd, sockaddr *from, socklen_t *size, int flags);
@@ -132,7 +132,7 @@ public:
         if (pid_ == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-            dup2(nowhere, STDERR_FILENO); // where the bridge tells of each station
+            dup2(nowhere, STDERR_FILENO); // the bridge logs each station there
             uloop_init();
             work(path_);
             uloop_run();
@@ -199,7 +199,7 @@ void measure(benchmark::State &state, const answering_process &process) {
         state.SkipWithError("no answer");
         return;
     }
-    usleep(1'500'000); // what has just started is to do nothing else
+    usleep(1'500'000); // until start-up is over
     const double before = process.cpu_us();
     for (auto _ : state)
         if (!requests.ask(process.path(), stations)) {

@@ -1,4 +1,4 @@
-// What a message costs: silenced, against a call that only compares; written, against the bare write of as many bytes.
+// The cost of a message: silenced, compared with a call that only compares; written, compared with a write of as many bytes.
 #include "debug/dbg.h"
 
 #include <benchmark/benchmark.h>

@@ -1,4 +1,4 @@
-// One station as a message of 54 members: written, read, and formatted. Each beside the copying of the same
+// One station as a message of 54 members: written, read, and formatted; each compared with copying the same
 // bytes.
 #include <benchmark/benchmark.h>
 #include <libubox/blobmsg_json.h>
@@ -19,7 +19,7 @@ struct member {
     kind type;
 };
 
-// Names and types as a station has them: a third of texts, the rest counters and times.
+// Names and types like those of a station: a third of texts, the rest counters and times.
 const std::array<member, members> table = [] {
     constexpr kind types[] = {kind::text, kind::u64, kind::u32, kind::text, kind::u32, kind::u16};
     std::array<member, members> t;
@@ -79,7 +79,7 @@ void encode_message_into_a_new_buffer(benchmark::State &state) {
 }
 BENCHMARK(encode_message_into_a_new_buffer);
 
-// Floor of parsing: each member's header and name looked at once.
+// Floor of parsing: reads each member's header and name once.
 void walk_message(benchmark::State &state) {
     const message m;
     for (auto _ : state) {

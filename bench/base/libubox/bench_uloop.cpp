@@ -1,5 +1,5 @@
-// A thousand timers, set and run out; one descriptor event. Each beside the system calls that cannot be
-// spared.
+// A thousand timers, set and expired; one descriptor event. Each compared with the necessary system
+// calls.
 #include <benchmark/benchmark.h>
 #include <libubox/uloop.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 constexpr int timers = 1000;
 
-// Floor of setting timers: one look at the clock each.
+// Floor of setting timers: reads the clock once for each.
 void read_clock_1000_times(benchmark::State &state) {
     for (auto _ : state) {
         for (int i = 0; i < timers; ++i) {

@@ -1,5 +1,5 @@
-// What a method call over the bus costs, beside its floor: the same bytes through bare sockets, with a relay in the
-// middle as the broker is, and without.
+// The cost of a method call over the bus, compared with its floor: the same bytes through bare sockets, with and without a
+// relay in the place of the broker.
 #include <libubus.h>
 
 #include <benchmark/benchmark.h>
@@ -22,7 +22,7 @@
 
 namespace {
 
-// A process that does one thing until it is told to end.
+// A process that runs one function until it is ended.
 class process {
 public:
     explicit process(const std::function<void()> &work) : pid_(fork()) {
@@ -156,7 +156,7 @@ struct caller : ubus_request {
 };
 int caller::to_go;
 
-// So many clients, each with one call under way; time per call.
+// So many clients, each with one open call; time per call.
 void calls_of_clients(benchmark::State &state) {
     const bus b;
     std::vector<caller> callers(static_cast<std::size_t>(state.range(0)));
@@ -176,7 +176,7 @@ void calls_of_clients(benchmark::State &state) {
     uloop_done();
 }
 
-// What 512 stations with 54 members each take: there, and back again.
+// The size of 512 stations with 54 members each, in both directions.
 constexpr std::size_t large_size = 800 * 1000;
 
 blob_attr *large_arguments() {
@@ -188,7 +188,7 @@ blob_attr *large_arguments() {
     return buf.head;
 }
 
-// A call that carries as much as fits comfortably, and its echo. Processor time of all three processes.
+// A large call and its echo. Processor time of all three processes.
 void large_call(benchmark::State &state) {
     const bus b;
     ubus_context *ctx = connect_to(b.socket());
@@ -203,7 +203,7 @@ void large_call(benchmark::State &state) {
     uloop_done();
 }
 
-// So many calls of one client under way; processor time of all three processes per call.
+// So many open calls of one client; processor time of all three processes per call.
 void open_calls(benchmark::State &state) {
     const bus b;
     ubus_context *ctx = connect_to(b.socket());
@@ -226,7 +226,7 @@ void open_calls(benchmark::State &state) {
     uloop_done();
 }
 
-// Memory of the broker for each of so many clients that have said something and now rest.
+// Memory of the broker for each of so many clients that have sent something and are now idle.
 void broker_memory(benchmark::State &state) {
     const auto count = static_cast<std::size_t>(state.range(0));
     for (auto _ : state) {
@@ -244,7 +244,7 @@ void broker_memory(benchmark::State &state) {
     uloop_done();
 }
 
-constexpr std::size_t call_size = 100; // about what such a call has, there and back
+constexpr std::size_t call_size = 100; // about the size of such a call, in each direction
 
 void pass_on(int from, int to) {
     char data[4096];
@@ -264,7 +264,7 @@ void make_pair(int (&ends)[2]) {
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends)) std::abort();
 }
 
-// Floor: there and back between two processes.
+// Floor: to another process and back.
 void bare_sockets(benchmark::State &state) {
     int ends[2];
     make_pair(ends);

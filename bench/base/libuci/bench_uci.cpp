@@ -1,4 +1,4 @@
-// What configuration packages cost, beside the floor: reading the same file and counting its lines.
+// The cost of configuration packages, compared with the floor: reading the same file and counting its lines.
 #include <uci.h>
 
 #include <benchmark/benchmark.h>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// 200 lines as an access point has them: two radios, and sixteen interfaces of twelve lines each.
+// 200 lines like those of an access point: two radios, and sixteen interfaces of twelve lines each.
 std::string wireless() {
     std::string text;
     for (int radio = 0; radio < 2; ++radio)
@@ -78,7 +78,7 @@ void load_and_unload(benchmark::State &state) {
 }
 BENCHMARK(load_and_unload);
 
-// What a program pays that asks for one value and is done.
+// The cost for a program that asks for one value and ends.
 void ask_for_one_value(benchmark::State &state) {
     for (auto _ : state) {
         uci_context *ctx = place.context();
