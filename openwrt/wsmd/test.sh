@@ -1,12 +1,12 @@
 #!/bin/sh
-# Run on a device or in its image once a package is installed: test.sh PACKAGE VERSION
+# Run on a device or in its image after a package was installed: test.sh PACKAGE VERSION
 
 case "$1" in
 wsmd)
 	[ -x /etc/init.d/wsmd ] && [ -f /etc/config/wsmd ] || exit 1
 	[ "$(uci -q get wsmd.main)" = wsmd ] || exit 1
 	wsm --help | grep -q '^usage: wsm' || exit 1
-	# Without a capability file it starts, finds that out, says so and ends; all its libraries are there then.
+	# Without a capability file it starts, logs that and ends; this shows that all its libraries are there.
 	[ -e /tmp/tk_device/tk_device.json ] && exit 0
 	rm -f /tmp/sta.log
 	/usr/sbin/wsmd
