@@ -1,6 +1,6 @@
 // The cost of one association for the bridge without system calls: decoding the kernel's five recorded messages and hostapd's
 // three lines, the decisions, and the event for the daemon. The floor copies the same bytes.
-#include "recorded.h"
+#include "nl80211/recorded.h"
 
 #include "channel/messages.h"
 #include "nl80211/control_line.h"

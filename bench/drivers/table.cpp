@@ -1,7 +1,7 @@
 // The cost of a log-up's two driver requests, number and table, for the bridge. The kernel's answers are recorded ones, given
 // to the bridge where it would read its socket; everything else is real: the socket of libwas, the loop, the list of stations.
 // The floor answers the same requests with ready bytes.
-#include "recorded.h"
+#include "nl80211/recorded.h"
 
 #include "channel/request_server.h"
 #include "nl80211/bridge.h"

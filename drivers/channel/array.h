@@ -41,6 +41,20 @@ public:
         items_[size_++] = copy;
         return true;
     }
+    // Before the one at `index`; false without memory.
+    bool insert(std::size_t index, const T &added) noexcept {
+        if (!push(added)) return false;
+        const T last = items_[size_ - 1];
+        std::memmove(static_cast<void *>(items_ + index + 1), items_ + index,
+                     (size_ - 1 - index) * sizeof(T));
+        items_[index] = last;
+        return true;
+    }
+    // The others keep their order.
+    void erase(std::size_t index) noexcept {
+        --size_;
+        std::memmove(static_cast<void *>(items_ + index), items_ + index + 1, (size_ - index) * sizeof(T));
+    }
     // The last one takes the place of the removed one.
     void remove(std::size_t index) noexcept { items_[index] = items_[--size_]; }
     void clear() noexcept { size_ = 0; }

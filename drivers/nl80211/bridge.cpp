@@ -146,7 +146,9 @@ void bridge::look_at_interfaces() noexcept {
         networks_.end();
         return;
     }
-    log_line("the kernel's wireless configuration has gone: %s", std::strerror(-result));
+    // For want of memory or time the kernel has not been asked: the next look asks again.
+    if (result != -ENOENT) return;
+    log_line("the kernel's wireless configuration has gone");
     kernel_.close();
     networks_.clear();
 }
@@ -164,6 +166,8 @@ void bridge::list_stations() noexcept {
     for (const access_interface *one = networks_.begin_all(); one != networks_.end_all(); ++one) {
         array<listed_station> there;
         if (one->base == 0) continue;
+        if (one->control)
+            life_.network(one->ifindex, one->control->is_attached(), one->control->has_frames());
         if (!list_stations_of(kernel_, one->ifindex, one->base, there)) {
             must_list_ = true; // a station missing in this list may still be there
             return;
@@ -366,7 +370,10 @@ void bridge::remember() noexcept {
     std::copy(std::begin(daemons_), std::end(daemons_), memory.daemons);
     memory.daemon_count = daemon_count_;
     for (std::size_t i = 0; i < life_.size(); ++i)
-        if (life_[i].on && !memory.stations.push(life_[i])) return;
+        if (life_[i].on && !memory.stations.push(life_[i])) {
+            changed_ = true; // the next tick tries again
+            return;
+        }
     if (!memory_save(settings_.memory, memory) && !told_no_memory_) {
         told_no_memory_ = true;
         log_line("%s cannot be written: after a restart the daemon is told of all stations",

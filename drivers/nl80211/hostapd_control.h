@@ -35,6 +35,7 @@ public:
 
     std::uint32_t network() const { return network_; }
     bool is_attached() const { return state_ == attached; }
+    bool has_frames() const { return frames_; } // of the stations
 
     // Attaches, and checks whether hostapd is still there. To be called once a second, and whenever something may have changed.
     void tend() noexcept;

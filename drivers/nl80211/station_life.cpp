@@ -43,15 +43,29 @@ station_life::~station_life() {
 }
 
 std::uint64_t station_life::key_of(std::uint32_t network, const mac_address &mac) {
-    std::uint64_t key = network & 0xffff;
+    std::uint64_t key = 0;
     for (const std::uint8_t byte : mac.bytes) key = key << 8 | byte;
-    return key;
+    return key << 16 | (network & 0xffff);
+}
+
+station_life::slot *station_life::first_from(std::uint64_t key) const noexcept {
+    auto *begin = const_cast<slot *>(stations_.begin());
+    return std::lower_bound(begin, begin + stations_.size(), key,
+                            [](const slot &one, std::uint64_t wanted) { return one.key < wanted; });
+}
+
+// The client's entries at all networks.
+std::span<station_life::slot> station_life::all_of(const mac_address &mac) const noexcept {
+    slot *first = first_from(key_of(0, mac));
+    slot *end = first;
+    while (end != stations_.end() && end->one->mac == mac) ++end;
+    return {first, end};
 }
 
 station *station_life::look_up(std::uint32_t network, const mac_address &mac) const noexcept {
     const std::uint64_t key = key_of(network, mac);
-    for (const slot &each : stations_)
-        if (each.key == key && each.one->network == network) return each.one;
+    for (const slot *each = first_from(key); each != stations_.end() && each->key == key; ++each)
+        if (each->one->network == network) return each->one;
     return nullptr;
 }
 
@@ -60,8 +74,8 @@ const station *station_life::find(std::uint32_t network, const mac_address &mac)
 }
 
 const station *station_life::find_on(const mac_address &mac) const noexcept {
-    for (const slot &each : stations_)
-        if (each.one->on && each.one->mac == mac) return each.one;
+    for (const slot &each : all_of(mac))
+        if (each.one->on) return each.one;
     return nullptr;
 }
 
@@ -70,7 +84,9 @@ station *station_life::obtain(std::uint32_t network, const mac_address &mac) noe
     if (mac.is_multicast()) return nullptr;
     auto *added =
         stations_.size() < stations_max ? static_cast<station *>(std::calloc(1, sizeof(station))) : nullptr;
-    if (!added || !stations_.push({key_of(network, mac), added})) {
+    const std::uint64_t key = key_of(network, mac);
+    if (!added ||
+        !stations_.insert(static_cast<std::size_t>(first_from(key) - stations_.begin()), {key, added})) {
         std::free(added);
         ++lost_;
         return nullptr;
@@ -276,9 +292,9 @@ void station_life::is_repeater(std::uint32_t network, const mac_address &mac, mo
 }
 
 void station_life::came(station &one, moment now) noexcept {
-    for (const slot &each : stations_) {
+    for (const slot &each : all_of(one.mac)) {
         station &other = *each.one;
-        if (&other == &one || !other.on || !(other.mac == one.mac)) continue;
+        if (&other == &one || !other.on) continue;
         other.on = other.leaving = other.found = false; // it has roamed from there
         check_in(other, now, forget_after);
     }
@@ -319,10 +335,10 @@ std::int32_t station_life::reason_of(const station &one) const noexcept {
 
 // The client is joining another network: its roam must be reported before this departure.
 bool station_life::arrives_elsewhere(const station &one) const noexcept {
-    return std::any_of(stations_.begin(), stations_.end(), [&one](const slot &each) {
+    const std::span<slot> entries = all_of(one.mac);
+    return std::any_of(entries.begin(), entries.end(), [&one](const slot &each) {
         const station &other = *each.one;
-        return &other != &one && other.mac == one.mac && other.in_kernel && !other.on &&
-               other.checks < last_checks;
+        return &other != &one && other.in_kernel && !other.on && other.checks < last_checks;
     });
 }
 
@@ -402,7 +418,7 @@ void station_life::list_end(moment now) noexcept {
         if (!one.listed) {
             if (!one.on || one.leaving) {
                 one.in_kernel = false;
-                if (!one.on && one.check_at == 0) check_in(one, now, 0);
+                if (one.check_at == 0) check_in(one, now, 0); // also one whose question got no answer
                 continue;
             }
             one.in_kernel = false;
@@ -413,9 +429,10 @@ void station_life::list_end(moment now) noexcept {
         }
         if (one.on || !one.last.authorized) continue;
         // During a roam both networks may list the client: the newer association counts.
-        const bool is_older = std::any_of(stations_.begin(), stations_.end(), [&one](const slot &each) {
+        const std::span<slot> entries = all_of(one.mac);
+        const bool is_older = std::any_of(entries.begin(), entries.end(), [&one](const slot &each) {
             const station &other = *each.one;
-            return &other != &one && other.mac == one.mac && other.listed && other.last.authorized &&
+            return &other != &one && other.listed && other.last.authorized &&
                    other.last.associated_at > one.last.associated_at;
         });
         if (is_older || one.associated_at == one.last.associated_at) continue;
@@ -439,7 +456,7 @@ void station_life::pass(moment now) noexcept {
             ++i;
         } else if (!one.on && !one.in_kernel) {
             std::free(&one);
-            stations_.remove(i);
+            stations_.erase(i);
         } else {
             check(one, now);
             ++i;

@@ -14,6 +14,7 @@
 #include "nl80211/network_facts.h"
 
 #include <cstdint>
+#include <span>
 
 // The time of an observation.
 struct moment {
@@ -142,7 +143,7 @@ public:
 
 private:
     struct slot {
-        std::uint64_t key; // MAC and the low bits of the network: compared first in a search
+        std::uint64_t key; // MAC, then the low bits of the network
         station *one;
     };
     struct network_state {
@@ -151,6 +152,8 @@ private:
         bool has_frames;
     };
     static std::uint64_t key_of(std::uint32_t network, const mac_address &mac);
+    slot *first_from(std::uint64_t key) const noexcept;
+    std::span<slot> all_of(const mac_address &mac) const noexcept;
     station *look_up(std::uint32_t network, const mac_address &mac) const noexcept;
     station *obtain(std::uint32_t network, const mac_address &mac) noexcept;
     const network_state *state_of(std::uint32_t network) const noexcept;
@@ -163,7 +166,7 @@ private:
     bool put(life_output::what kind, const station &about, std::int32_t reason, moment when) noexcept;
     void check_in(station &one, moment now, int ms) noexcept;
 
-    array<slot> stations_;
+    array<slot> stations_; // by key: those of one client stand together
     array<network_state> networks_;
     array<life_output> outputs_;
     std::size_t taken_ = 0;

@@ -40,6 +40,7 @@ protected:
         life_output what{};
         while (life.take(what)) {
             const std::string where = what.about.network == network_a ? "a" : "b";
+            if (what.kind == life_output::ask && !kernel_answers) continue;
             if (what.kind == life_output::ask) {
                 const auto there = entries.find(what.about.network);
                 life.answered(what.about.network, client, there == entries.end() ? nullptr : &there->second,
@@ -146,6 +147,7 @@ protected:
     station last{};
     std::uint64_t final_bytes = 0;
     std::int64_t now_ms = 1000;
+    bool kernel_answers = true;
 };
 
 TEST_F(station_life_of, a_client_that_joins_is_on_once_with_its_steps) {
@@ -518,6 +520,19 @@ TEST_F(station_life_of, who_left_unheard_is_missed_by_the_next_list) {
     list();
     pass(1000);
     EXPECT_EQ(since(), told{"off a 310"});
+}
+
+TEST_F(station_life_of, who_left_while_the_kernel_gave_no_answer_is_asked_for_after_the_next_list) {
+    is_on(network_a);
+    kernel_answers = false;
+    received(network_a, frame_deauth);
+    removed(network_a);
+    pass(60'000);
+    kernel_answers = true;
+    since();
+    list();
+    pass(1000);
+    EXPECT_EQ(since(), told{"off a 307"});
 }
 
 TEST_F(station_life_of, who_came_unheard_is_found_by_the_next_list_in_place_of_where_it_was) {

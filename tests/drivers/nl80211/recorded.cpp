@@ -1,4 +1,4 @@
-#include "recorded.h"
+#include "nl80211/recorded.h"
 
 #include <algorithm>
 #include <cstdio>
