@@ -7,6 +7,10 @@
 // A new version is a new entry at the end: it is run on tables of the version before it. An entry is never changed.
 #pragma once
 
+#include "collector/store/postgres.h"
+
+#include <span>
+
 // clang-format off
 inline constexpr const char *postgres_schema[] = {
     // 1
@@ -61,6 +65,10 @@ inline constexpr const char *postgres_schema[] = {
          $$ SELECT ('x' || substr(mac, 16, 2))::bit(8)::integer & 63 $$;)",
 };
 // clang-format on
+
+// Runs the entries that the tables have not had yet: all of them, or none after an error. Of several programs at once, one does
+// it. store_error when the tables have a version that is not among these.
+void bring_up_to_date(postgres &db, std::span<const char *const> versions);
 
 // Advisory locks are pairs of numbers: the first is this one, the second is the purpose.
 inline constexpr int postgres_lock = 0x77736d64;

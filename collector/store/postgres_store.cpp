@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iterator>
 #include <random>
 #include <thread>
 
@@ -73,25 +72,9 @@ void postgres_store::open() {
         throw store_error("the encoding of the database is not UTF8");
     db_->script(
         "SET jit = off; SET enable_seqscan = off; SET enable_hashjoin = off; SET enable_mergejoin = off");
-    migrate();
+    bring_up_to_date(*db_, postgres_schema);
     db_->script("CREATE TEMP TABLE incoming (LIKE report) ON COMMIT DELETE ROWS;"
                 "CREATE TEMP TABLE folded (LIKE stay) ON COMMIT DELETE ROWS");
-}
-
-void postgres_store::migrate() {
-    constexpr auto newest = static_cast<std::int64_t>(std::size(postgres_schema));
-    transaction doing(*db_);
-    db_->run("SELECT pg_advisory_xact_lock($1, $2)", parameters().add(postgres_lock).add(lock_schema));
-    db_->script("CREATE TABLE IF NOT EXISTS store_version(version bigint NOT NULL)");
-    const rows found = db_->run("SELECT version FROM store_version");
-    const std::int64_t version = found.count() == 0 ? 0 : found.number(0, 0);
-    if (version > newest) throw store_error("the tables were made by a newer version of this program");
-    for (std::int64_t next = version; next < newest; ++next) db_->script(postgres_schema[next]);
-    if (version < newest) {
-        db_->script("DELETE FROM store_version");
-        db_->run("INSERT INTO store_version VALUES($1)", parameters().add(newest));
-    }
-    doing.commit();
 }
 
 // Repeats the work until it succeeds, at least once. False: it did not within that time.

@@ -50,7 +50,6 @@ private:
     void count_refused(const std::string &why, std::uint64_t count);
     void keep_house(bool wait);
     void open();
-    void migrate();
     moment time() const;
     moment horizon() const;
     template <class Work> bool tried(Work work, std::chrono::milliseconds patience);

@@ -3,8 +3,11 @@
 //
 // Input:  records of 8 bytes time of receipt (microseconds, 0: not told), 8 bytes ticket, 8 bytes number of the report, 20 bytes access
 //         point, 20 bytes run, 696 bytes image; numbers little-endian, texts up to the first zero.
+// feed_store URL --next STATEMENTS - brings the tables up to a made-up next version of the schema, which these statements make.
+//
 // Output: a line with the ticket each time that one is committed. Ends with its input.
 #include "collector/pipeline.h"
+#include "collector/store/postgres_schema.h"
 #include "collector/store/postgres_store.h"
 #include "collector/times.h"
 
@@ -12,7 +15,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -54,6 +59,14 @@ int feed(const std::string &url, const store_options &chosen, const session_rule
     return ending == worker::ending::done && dropped.empty() ? 0 : 1;
 }
 
+int migrate(const std::string &url, const char *statements) {
+    std::vector<const char *> versions(std::begin(postgres_schema), std::end(postgres_schema));
+    versions.push_back(statements);
+    postgres db(url);
+    bring_up_to_date(db, versions);
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -70,6 +83,7 @@ int main(int argc, char **argv) {
         if (name == "--clock") clock = value * second;
     }
     try {
+        if (argc == 4 && std::string_view(argv[2]) == "--next") return migrate(argv[1], argv[3]);
         return feed(argv[1], chosen, rules, clock);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "feed_store: %s\n", error.what());

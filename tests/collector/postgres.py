@@ -35,7 +35,8 @@ def as_user():
 
 
 class Postgres:
-    def __init__(self):
+    def __init__(self, *settings):
+        self.settings, self.port = settings, 5432  # settings: NAME=VALUE, which override those below
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="wsm-pg-"))  # a socket's path is short
         who = as_user()
         if who:
@@ -57,14 +58,14 @@ class Postgres:
     def has_started(self):
         with open(self.folder / "log", "ab") as log:
             self.process = subprocess.Popen(
-                [f"{BIN}/postgres", "-D", self.folder / "data", "-k", self.folder, "-c", "listen_addresses=",
-                 "-c", "max_connections=40", "-c", "recovery_init_sync_method=syncfs"],
+                [f"{BIN}/postgres", "-D", self.folder / "data", "-k", self.folder, "-p", str(self.port), "-c", "listen_addresses=",
+                 "-c", "max_connections=40", "-c", "recovery_init_sync_method=syncfs", *(f"-c{setting}" for setting in self.settings)],
                 cwd=self.folder, env=self.environment, stdout=log, stderr=log, **as_user())
         wait(lambda: self.answers() or self.process.poll() is not None, "the database")
         return self.process.poll() is None
 
     def answers(self):
-        return subprocess.run([f"{BIN}/pg_isready", "-q", "-h", self.folder], check=False).returncode == 0
+        return subprocess.run([f"{BIN}/pg_isready", "-q", "-h", self.folder, "-p", str(self.port)], check=False).returncode == 0
 
     def stop(self, number=signal.SIGQUIT):
         if self.process.poll() is None:
@@ -76,7 +77,7 @@ class Postgres:
         shutil.rmtree(self.folder, ignore_errors=True)
 
     def url(self, database="postgres", schema="public"):
-        return f"postgresql://wsm@/{database}?host={self.folder}&options=-csearch_path%3D{schema}"
+        return f"postgresql://wsm@/{database}?host={self.folder}&port={self.port}&options=-csearch_path%3D{schema}"
 
     def psql(self, sql, schema="public"):
         """Rows of a statement, as lists of texts."""

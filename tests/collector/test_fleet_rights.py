@@ -11,6 +11,7 @@ import time
 import pytest
 
 from brokers import Publisher, free_port, needs_mosquitto, subscribed
+from certificates import certificate
 from images import mac, told
 from programs import wait
 
@@ -18,18 +19,6 @@ pytestmark = needs_mosquitto
 NOW = int(time.time()) - 1000
 CONFIGURATION = pathlib.Path(__file__).resolve().parents[2] / "packaging/fleet"
 ONE, OTHER = "02:54:4b:00:00:01", "02:54:4b:00:00:02"
-
-
-def certificate(folder, name, common_name):
-    def openssl(*words):
-        subprocess.run(["openssl", *words], cwd=folder, check=True, capture_output=True, timeout=60)
-    key = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes"]
-    if name == "ca":
-        return openssl("req", "-x509", *key, "-keyout", "ca.key", "-out", "ca.crt", "-days", "2", "-subj", f"/CN={common_name}")
-    (folder / "names").write_text("subjectAltName=IP:127.0.0.1")
-    openssl("req", *key, "-keyout", f"{name}.key", "-out", f"{name}.csr", "-subj", f"/CN={common_name}")
-    return openssl("x509", "-req", "-in", f"{name}.csr", "-CA", "ca.crt", "-CAkey", "ca.key", "-CAcreateserial", "-days", "2", "-extfile",
-                   "names", "-out", f"{name}.crt")
 
 
 @pytest.fixture

@@ -2,6 +2,7 @@
 
 import json
 import random
+import signal
 import subprocess
 import time
 
@@ -9,7 +10,7 @@ import pytest
 
 from images import NOON, mac, told, visit
 from postgres import SECOND, Database, a_day, record
-from programs import starter
+from programs import starter, wait
 
 
 def test_a_day_is_the_same_as_in_a_file(database, build_dir, tmp_path):
@@ -116,8 +117,66 @@ def test_tables_of_a_newer_version_are_left_alone(database):
     assert database.collect(visit(1, NOON, 100)).returncode == 0
     database.sql("UPDATE store_version SET version = 99")
     done = database.collect(visit(1, NOON + 500, 100))
-    assert done.returncode == 1 and b"newer version" in done.stderr
+    assert done.returncode == 1
+    assert done.stderr == (b"wsm-collector: the tables were made by a newer version of this program: they are version 99, and this one knows "
+                           b"up to 1\n")
     assert database.number("SELECT count(*) FROM report") == 3
+
+
+NOTES = "ALTER TABLE stay ADD COLUMN note text NOT NULL DEFAULT ''; UPDATE stay SET note = mac; ALTER TABLE report ADD COLUMN source integer"
+
+
+def next_version(database, statements):
+    """Brings the tables up to a version that there is not yet; the exit status and what was said."""
+    done = subprocess.run([database.build_dir / "tests/feed_store", database.url, "--next", statements], capture_output=True, text=True,
+                          timeout=120, check=False)
+    return done.returncode, done.stderr
+
+
+def test_a_next_version_takes_the_tables_over_with_all_that_is_in_them(database, start, right):
+    records, stays = right
+    database.feed(start, records)
+    assert next_version(database, NOTES) == (0, "")
+    assert database.sql("SELECT version FROM store_version") == [["2"]]
+    assert database.stays() == stays
+    assert database.number("SELECT count(*) FROM report WHERE source IS NULL") == len(records)
+    assert database.number("SELECT count(*) FROM stay WHERE note <> mac") == 0
+    assert next_version(database, NOTES) == (0, ""), "once is enough"
+
+
+def test_a_next_version_can_begin_with_an_empty_database(database):
+    assert next_version(database, NOTES) == (0, "")
+    assert database.sql("SELECT version FROM store_version") == [["2"]]
+    assert database.number("SELECT count(*) FROM report WHERE source IS NULL") == 0
+
+
+def test_a_next_version_that_fails_leaves_the_tables_as_they_were(database, start, right):
+    records, stays = right
+    database.feed(start, records[:100])
+    status, said = next_version(database, NOTES + "; SELECT 1 / 0")
+    assert status == 1 and "division by zero" in said
+    assert database.sql("SELECT version FROM store_version") == [["1"]]
+    database.feed(start, records[100:])
+    assert database.stays() == stays
+
+
+def test_programs_that_bring_the_tables_up_to_date_at_once_do_it_once(database, start):
+    database.feed(start, [])
+    running = [start([database.build_dir / "tests/feed_store", database.url, "--next", NOTES], name=f"next{n}") for n in range(4)]
+    assert [one.wait_for_end() for one in running] == [0] * 4, [one.err.read_text() for one in running]
+
+
+def test_a_collector_under_which_the_tables_become_newer_acknowledges_nothing_that_is_not_stored(database, start):
+    one = database.feeder(start)
+    one.process.stdin.write(record(told(1, 1, NOON), NOON * SECOND, 1, ticket=1))
+    one.process.stdin.flush()
+    wait(lambda: one.lines() == ["1"], "the first report")
+    assert next_version(database, "DROP TABLE pending") == (0, "")
+    one.process.stdin.write(record(told(2, 1, NOON), NOON * SECOND, 2, ticket=2))
+    one.process.stdin.flush()
+    wait(lambda: "kept until it can be written" in one.err.read_text() or "tried again" in one.err.read_text(), "the message")
+    assert one.lines() == ["1"]
+    one.stop(signal.SIGKILL)
 
 
 def test_days_are_kept_as_long_as_wanted(database, start):
