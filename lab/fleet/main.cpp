@@ -79,13 +79,16 @@ options parse(int argc, char **argv) {
                                 {"help", 0, nullptr, help},
                                 {}};
     options chosen;
-    const auto number = [](int low, int high) {
+    int which = 0;
+    const auto number = [&](int low, int high) {
         const std::optional<std::int64_t> value = parse_number(optarg, low, high);
-        if (!value) wrong_usage("a number from " + std::to_string(low) + " to " + std::to_string(high));
+        if (!value)
+            wrong_usage(std::string("--") + known[which].name + ": a number from " + std::to_string(low) +
+                        " to " + std::to_string(high));
         return static_cast<int>(*value);
     };
     constexpr int most = 60'000; // two bytes of a MAC
-    for (int key; (key = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
+    for (int key; (key = getopt_long(argc, argv, "", known, &which)) != -1;) {
         switch (key) {
         case to:
             if (const std::string why = parse_mqtt_url(optarg, chosen.to); !why.empty()) wrong_usage(why);

@@ -10,7 +10,7 @@ import pytest
 from wsmlab import fields
 
 DOCS = pathlib.Path(__file__).resolve().parents[2] / "docs"
-PROGRAMS = ["apsim", "wsm-collector", "dhcpmon", "wsm-record", "wsm-replay"]
+PROGRAMS = ["apsim", "wsm-collector", "wsm-fleet-sim", "dhcpmon", "wsm-record", "wsm-replay"]
 
 
 def section(title):
@@ -23,6 +23,8 @@ def section(title):
 
 @pytest.mark.parametrize("program", PROGRAMS)
 def test_the_manual_page_has_the_options_and_statuses_of_the_program(build_dir, program):
+    if not (build_dir / "bin" / program).exists():
+        pytest.skip("not built: a library that it needs is not there")
     usage = subprocess.run([build_dir / "bin" / program, "--help"], capture_output=True, text=True, timeout=30,
                            check=True).stdout
     page = (DOCS / "man" / f"{program}.1").read_text(encoding="utf-8").replace("\\-", "-")

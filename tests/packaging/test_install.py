@@ -49,6 +49,7 @@ COLLECTOR = {
     "lib/sysusers.d/wsm-collector.conf", "share/doc/wsm-collector/copyright", "share/man/man1/wsm-collector.1",
     "share/wsmd/wsm-collector.conf",
 }
+FLEET = {"bin/wsm-fleet-sim", "share/man/man1/wsm-fleet-sim.1"}
 
 PROGRAM = """
 #include <debug/dbg.h>
@@ -79,7 +80,8 @@ def test_every_file_has_its_place(installed, build_dir, cache, bundled, tree):
     page = {f"share/wsmd/web/{name}" for name in files_below(tree / "collector/web")}
     lab = cache.get("WSMD_LAB") == "ON"
     bridge = BRIDGE if (build_dir / "bin/wsm-bridge").exists() else set()
-    expected = DAEMON | bridge | (BASE if bundled else set()) | (TOOLS | COLLECTOR | page if lab else set())
+    fleet = FLEET if (build_dir / "bin/wsm-fleet-sim").exists() else set()
+    expected = DAEMON | bridge | fleet | (BASE if bundled else set()) | (TOOLS | COLLECTOR | page if lab else set())
     assert files_below(installed) == sorted(expected)
 
 

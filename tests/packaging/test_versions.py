@@ -7,7 +7,7 @@ import subprocess
 import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PROGRAMS = ["apsim", "dhcpmon", "ubus", "ubusd", "uci", "wsm", "wsm-bridge", "wsm-collector", "wsm-record", "wsm-replay"]
+PROGRAMS = ["apsim", "dhcpmon", "ubus", "ubusd", "uci", "wsm", "wsm-bridge", "wsm-collector", "wsm-fleet-sim", "wsm-record", "wsm-replay"]
 
 
 @pytest.mark.parametrize("program", PROGRAMS)

@@ -2,6 +2,7 @@
 
 import pathlib
 import re
+import shutil
 import sys
 
 import pytest
@@ -105,6 +106,17 @@ def test_the_example_of_the_collectors_page_tells_who_comes(lab):
     lab.wait_for_family()
     lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0 rssi=-48")
     lab.wait(lambda: consumer.lines() == [f"{MAC}\t-48"], 10, "the line of who came")
+
+
+@pytest.mark.skipif(not shutil.which("mosquitto", path="/usr/sbin:/usr/bin"), reason="mosquitto is not installed")
+def test_the_example_of_the_fleets_page_publishes_an_hour_of_a_small_fleet(lab):
+    if not (lab.build_dir / "bin/wsm-fleet-sim").exists():
+        pytest.skip("built without wsm-fleet-sim")
+    (command,) = manual_example("wsm-fleet-sim.1")
+    broker = lab.start("mosquitto", ["mosquitto", "-p", "1883"])
+    lab.wait(lambda: " running" in broker.text(), 10, "the broker")
+    count, _ = lab.run(["sh", "-c", command], timeout=120).stdout.split(" ", 1)
+    assert int(count) > 5 * 20 * 60
 
 
 MANUAL = sorted(path for path in (ROOT / "docs/man").iterdir() if ".SH EXAMPLES" in path.read_text(encoding="utf-8"))
