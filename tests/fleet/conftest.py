@@ -6,8 +6,9 @@ import sys
 import pytest
 
 TESTS = pathlib.Path(__file__).resolve().parents[1]
-sys.path[:0] = [str(TESTS / "lab"), str(TESTS / "system"), str(TESTS / "collector")]
+sys.path[:0] = [str(TESTS / "lab"), str(TESTS / "system"), str(TESTS / "collector"), str(TESTS.parent / "lab")]
 
+from access_points import AccessPoints  # noqa: E402
 from postgres import a_postgres  # noqa: E402
 from programs import starter  # noqa: E402
 from rabbit import Cluster  # noqa: E402
@@ -39,12 +40,41 @@ def everything(request, cluster, postgres, start, build_dir, tmp_path):
     return Whole(cluster, postgres, start, build_dir, tmp_path, "t_" + request.node.name.removeprefix("test_"))
 
 
+@pytest.fixture(name="run")
+def everything_to_be_run(whole):
+    """Starts it; reports are flowing when that returns."""
+    def start_it(**fleet):
+        whole.collector()
+        whole.collector()
+        whole.fleet(whole.cluster.nodes[0], **fleet)
+        whole.fleet(whole.cluster.nodes[1], **fleet)
+        whole.wait_until_stored(300)
+        return whole
+    return start_it
+
+
 @pytest.fixture(name="running")
-def everything_running(whole):
-    """Reports are flowing when this returns."""
-    whole.collector()
-    whole.collector()
-    whole.fleet(whole.cluster.nodes[0])
-    whole.fleet(whole.cluster.nodes[1])
-    whole.wait_until_stored(300)
-    return whole
+def everything_running(run):
+    return run()
+
+
+@pytest.fixture(name="with_cables")
+def nodes_at_cables(cluster):
+    if not cluster.cables:
+        pytest.skip("only root may cut a network")
+
+
+@pytest.fixture(name="access_points")
+def whole_access_points(request, whole, with_cables):  # pylint: disable=unused-argument
+    """Three access points, as whole as the lab has them."""
+    whole.collector()  # the queue is there
+    whole.access_points = AccessPoints(whole)
+    yield whole.access_points
+    whole.access_points.close(getattr(request.node, "failed", False))
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    report = (yield).get_result()
+    if report.failed and call.when == "call":
+        item.failed = True

@@ -73,6 +73,54 @@ def test_a_node_answers_nobody_for_a_minute(running):
     running.end_and_compare("a broker node, the queue's leader, silent for a minute", recovery=running.recovery(since))
 
 
+CUT = {"seconds": 90}  # the fleet goes on all the while
+
+
+def test_the_network_between_the_nodes_is_cut_for_a_minute(run, access_points, with_cables):  # pylint: disable=unused-argument
+    """The queue's leader and the two others do not hear each other, while access points and collectors reach all three."""
+    access_points.live(1)
+    running = run(**CUT)
+    cluster = running.cluster
+    leader = cluster.node_of(cluster.queue(running.queue)["leader"])
+    others = [node for node in cluster.nodes if node is not leader]
+    cluster.split(leader, others)
+    since = time.monotonic()
+    try:
+        wait(lambda: cluster.queue(running.queue, others), "another leader")
+        print(f"\nanother leader after {time.monotonic() - since:.1f} s")
+        running.wait_until_stored(200)  # of the majority's half
+        access_points.live(10)
+        time.sleep(max(0, since + 60 - time.monotonic()))
+    finally:
+        cluster.mend()
+    mended = time.monotonic()
+    access_points.live(20)
+    recovery = running.recovery(mended)
+    running.end_and_compare("the leader's network to the other nodes cut for a minute", recovery=recovery)
+    cluster.wait_until_whole()
+
+
+def test_a_node_s_cable_is_pulled_for_a_minute(run, with_cables):  # pylint: disable=unused-argument
+    running = run(**CUT)
+    node = running.cluster.nodes[0]  # half of the fleet is there
+    node.port.pull()
+    since = time.monotonic()
+    try:
+        running.wait_until_stored(200)  # of the other half
+        time.sleep(max(0, since + 60 - time.monotonic()))
+    finally:
+        node.port.plug()
+    running.end_and_compare("a broker node's cable pulled for a minute", recovery=running.recovery(time.monotonic()))
+    running.cluster.wait_until_whole()
+
+
+def test_three_whole_access_points_are_in_the_store_beside_the_simulated_ones(run, access_points):
+    running = run()
+    access_points.live(1)
+    access_points.live(10)
+    running.end_and_compare("three whole access points beside 50 simulated ones")
+
+
 def test_the_database_is_slow(running):
     """A lock holds every write back."""
     since = time.monotonic()
@@ -93,10 +141,10 @@ def test_the_database_is_slow(running):
 def test_what_is_no_report_is_set_aside_with_its_reason(running):
     node = running.cluster.nodes[0]
     for payload in ("no report", "{}"):
-        subprocess.run(["mosquitto_pub", "-p", str(node.mqtt), "-u", "fleet", "-P", "secret", "-q", "1", "-m", payload,
+        subprocess.run(["mosquitto_pub", "-h", node.address, "-p", str(node.mqtt), "-u", "fleet", "-P", "secret", "-q", "1", "-m", payload,
                         "-t", f"{running.name}/report/02:54:4b:00:00:01"], check=True, timeout=60)
     wait(lambda: (running.cluster.queue(running.queue + ".refused") or {}).get("messages") == 2, "what was set aside")
-    link = pika.BlockingConnection(pika.ConnectionParameters("127.0.0.1", node.amqp, credentials=pika.PlainCredentials("fleet", "secret")))
+    link = pika.BlockingConnection(pika.ConnectionParameters(node.address, node.amqp, credentials=pika.PlainCredentials("fleet", "secret")))
     channel = link.channel()
     found = {}
     for _ in range(2):
@@ -107,6 +155,27 @@ def test_what_is_no_report_is_set_aside_with_its_reason(running):
     assert found == {b"no report": {"reason": "no JSON object", "routing-key": key}, b"{}": {"reason": "ssid is missing", "routing-key": key}}
     running.end_and_compare("two messages that are no reports")
     assert sum(one.err.read_text().count("a message is set aside") for one in running.collectors) == 2
+
+
+def test_all_of_it_is_encrypted(whole):
+    """Access points by mqtts://, collectors by amqps://."""
+    cluster, vouched = whole.cluster, ["--subscribe-ca", whole.cluster.authority]
+    collectors = [whole.collector(*vouched, url=cluster.amqps(queue=whole.queue)) for _ in range(2)]
+    node = cluster.nodes[0]
+    whole.fleet(node, to=f"mqtts://fleet:secret@{node.address}:{node.mqtts}/{whole.name}", more=["--ca", cluster.authority])
+    whole.end_and_compare("TLS from access points to collectors")
+    assert [one.stop() for one in collectors] == [0, 0]
+
+
+def test_nobody_speaks_to_a_node_that_is_not_vouched_for(cluster, start, build_dir):
+    url = cluster.amqps(queue="unknown")
+    one = start([build_dir / "bin/wsm-collector", "--quiet", "--subscribe", url, "--subscribe-ca", cluster.folder / "other.crt"])
+    wait(lambda: "subscribe: " in one.err.read_text(), "the refusal")
+    print("\n" + one.err.read_text().strip())
+    assert "certificate" in one.err.read_text().lower() or "SSL" in one.err.read_text()
+    assert one.stop() == 0
+    assert "subscribed" not in one.err.read_text()
+    assert not cluster.queue("unknown")
 
 
 def commands_of_the_manual():
@@ -121,15 +190,15 @@ def test_with_the_rights_of_the_manual_an_access_point_speaks_for_itself_alone(c
     assert len(commands) == 5
     for words in [*commands, *([word.replace(one, other) for word in words] for words in commands[2:])]:
         cluster.nodes[0].ctl(*words)
-    hosts = ",".join(f"127.0.0.1:{node.amqp}" for node in cluster.nodes)
-    collector = start([build_dir / "bin/wsm-collector", "--json", "--subscribe", f"amqp://wsm-collector:PASSWORD@{hosts}/?prefix=wsm/%2b"],
+    url = cluster.amqp(user="wsm-collector:PASSWORD") + "&prefix=wsm/%2b"
+    collector = start([build_dir / "bin/wsm-collector", "--json", "--subscribe", url],
                       name="collector")
     wait(lambda: "subscribe: subscribed" in collector.err.read_text() or collector.process.poll() is not None, "the subscription")
 
     def publish(who, prefix, *images):
         path = tmp_path / f"{who[-1]}-{prefix[-1]}"
         program = start([build_dir / "bin/wsm-collector", "--quiet", "--socket", path, "--publish",
-                         f"mqtt://{who.replace(':', '%3a')}:PASSWORD@127.0.0.1:{cluster.nodes[0].mqtt}/wsm/{prefix}"], name=f"publisher-{path.name}")
+                         f"mqtt://{who.replace(':', '%3a')}:PASSWORD@{cluster.nodes[0].address}:{cluster.nodes[0].mqtt}/wsm/{prefix}"], name=f"publisher-{path.name}")
         program.wait_for_socket(path)
         for image in images:
             with connect(path) as peer:

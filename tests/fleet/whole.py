@@ -8,6 +8,7 @@ from programs import wait
 
 Meant = collections.namedtuple("Meant", "reports stays")
 SECONDS = 30  # that the fleet lives around a failure
+SIMULATED = "ap LIKE '06:%'"
 PATIENCE = 300  # seconds until everything is stored
 
 
@@ -34,14 +35,15 @@ class Whole:
         self.name = re.sub(r"\W+", "_", name)[:50].lower()
         self.queue = f"{self.name}"
         self.fleets, self.ledgers, self.collectors = [], [], []
+        self.access_points = None  # whole ones
         postgres.psql(f"CREATE SCHEMA {self.name}")
 
     def psql(self, sql):
         return self.postgres.psql(sql, self.name)
 
-    def collector(self, *options):
+    def collector(self, *options, url=None):
         number = len(self.collectors) + 1
-        url = self.cluster.amqp(queue=self.queue) + f"&prefix={self.name}"
+        url = (url or self.cluster.amqp(queue=self.queue)) + f"&prefix={self.name}"
         one = self.start([self.bin / "wsm-collector", "--quiet", "--subscribe", url, "--store", self.postgres.url(schema=self.name), *options],
                          name=f"collector{number}")
         self.collectors.append(one)
@@ -52,18 +54,22 @@ class Whole:
         wait(subscribed, "the subscription")
         return one
 
-    def fleet(self, node, *, seconds=SECONDS, access_points=25, stations=10, period=5, speed=1, connections=1):
+    def prefix(self, node):
+        """Where access points publish at this node."""
+        return self.cluster.mqtt(node).rsplit("/", 1)[0] + f"/{self.name}"
+
+    def fleet(self, node, *, seconds=SECONDS, access_points=25, stations=10, period=5, speed=1, connections=1, to=None, more=()):
         number = len(self.fleets)
         ledger = self.folder / f"ledger{number}"
-        url = self.cluster.mqtt(node).rsplit("/", 1)[0] + f"/{self.name}"
         self.fleets.append(self.start(
-            [self.bin / "wsm-fleet-sim", "--to", url, "--access-points", access_points, "--first", 1 + 1000 * number, "--stations", stations,
-             "--seconds", seconds, "--speed", speed, "--period", period, "--connections", connections, "--ledger", ledger], name=f"fleet{number}"))
+            [self.bin / "wsm-fleet-sim", "--to", to or self.prefix(node), "--access-points", access_points, "--first", 1 + 1000 * number, "--stations", stations,
+             "--seconds", seconds, "--speed", speed, "--period", period, "--connections", connections, "--ledger", ledger, *more], name=f"fleet{number}"))
         self.ledgers.append(ledger)
         return self.fleets[-1]
 
     def stored(self):
-        return int(self.psql("SELECT count(*) FROM report")[0][0])
+        """Of the simulated access points."""
+        return int(self.psql(f"SELECT count(*) FROM report WHERE {SIMULATED}")[0][0])
 
     def sent(self):
         return sum(ledger.read_bytes().count(b"report ") for ledger in self.ledgers if ledger.exists())
@@ -100,13 +106,14 @@ class Whole:
         meant = meant_by(self.ledgers)
         self.wait_until_all_is_stored()
         end = time.monotonic() + PATIENCE
-        kept = {tuple(row) for row in self.psql("SELECT ap, boot, seq FROM report")}
-        rows = int(self.psql("SELECT count(*) FROM report")[0][0])
+        others = self.access_points.compare() if self.access_points else set()
+        kept = {tuple(row) for row in self.psql("SELECT ap, boot, seq FROM report") if row[0] not in others}
+        rows = self.stored()
         lost, double, foreign = len(meant.reports - kept), rows - len(kept), len(kept - meant.reports)
 
         def stays():
             return {mac: (ap, began, ended, reports) for mac, ap, began, ended, reports in self.psql(
-                "SELECT mac, ap, began / 1000000, coalesce(ended, 0) / 1000000, reports FROM stay")}
+                "SELECT mac, ap, began / 1000000, coalesce(ended, 0) / 1000000, reports FROM stay") if ap not in others}
         while (found := stays()) != meant.stays and time.monotonic() < end:
             time.sleep(0.2)
         wrong = sum(found.get(mac) != stay for mac, stay in meant.stays.items()) + len(found.keys() - meant.stays.keys())
