@@ -1,37 +1,32 @@
 #include "outputs/station_message.h"
 
+#include "outputs/member_writer.h"
 #include "tools/log.h"
 #include "tools/text.h"
 
+#include <cstddef>
 #include <iterator>
-#include <span>
 
 namespace {
 
-enum class bus { text, i16, i32, i64 };
-
-struct sta_member {
-    const char *key;
-    bus type;
-    std::int64_t (*number)(const sta_info_t &sta);
-    const char *(*text)(const sta_info_t &sta); // null leaves the member out
-};
-
-// Sign and width come from the field: a signed field is extended by its sign, an unsigned one by zeros.
-#define NUM(key, as, field)                                                                                  \
+// A field of the record as a member of the message.
+#define FIELD(key, as, field)                                                                                \
     sta_member {                                                                                             \
-        key, bus::as, [](const sta_info_t &s) { return static_cast<std::int64_t>(s.field); }, nullptr        \
+        key, sta_bus_type::as, sta_kept_as<decltype(sta_info_t::field)>(), offsetof(sta_info_t, field)       \
     }
-#define TEXT(key, field)                                                                                     \
+#define NUM(key, as, field) FIELD(key, as, field)
+#define TEXT(key, field) FIELD(key, text, field)
+#define SECONDS(key, clock)                                                                                  \
     sta_member {                                                                                             \
-        key, bus::text, nullptr, [](const sta_info_t &s) -> const char * { return s.field; }                 \
+        key, sta_bus_type::i64, sta_kept_as<decltype(sta_clock::sec)>(),                                     \
+            offsetof(sta_info_t, clock) + offsetof(sta_clock, sec)                                           \
     }
 
 // clang-format off
 constexpr sta_member identity_members[] = { // both tables begin with these
     TEXT("ssid", ssid), TEXT("mac", mac), TEXT("ip", ip), TEXT("name", name), TEXT("power", power),
-    NUM("status", i16, status), NUM("online_ts", i64, online_ts.sec), NUM("oltime", i32, oltime),
-    NUM("offline_ts", i64, offline_ts.sec), NUM("wifi_up_cnt", i64, wifi_up), NUM("wifi_down_cnt", i64, wifi_down),
+    NUM("status", i16, status), SECONDS("online_ts", online_ts), NUM("oltime", i32, oltime),
+    SECONDS("offline_ts", offline_ts), NUM("wifi_up_cnt", i64, wifi_up), NUM("wifi_down_cnt", i64, wifi_down),
     NUM("uplink_up_cnt", i64, uplink_up), NUM("uplink_down_cnt", i64, uplink_down),
     NUM("flowup_rate_cnt", i32, flow_rateup), NUM("flowdown_rate_cnt", i32, flow_ratedown),
     NUM("log_type", i32, log_type), NUM("radio_id", i32, radio_id),
@@ -63,12 +58,13 @@ constexpr sta_member counter_members[] = {
 };
 constexpr sta_member short_rate_member[] = {NUM("maxRate", i16, maxRate)};
 constexpr sta_member interface_member[] = {
-    {"ssid_ifname", bus::text, nullptr,
-     [](const sta_info_t &s) -> const char * { return s.ifname[0] != '\0' ? s.ifname : nullptr; }},
+    {"ssid_ifname", sta_bus_type::text, sta_kept::text_or_none, offsetof(sta_info_t, ifname)},
 };
 // clang-format on
+#undef FIELD
 #undef NUM
 #undef TEXT
+#undef SECONDS
 
 static_assert(std::size(identity_members) + std::size(quality_members) + std::size(rate_member) +
                       std::size(place_members) + std::size(repeater_member) + std::size(counter_members) +
@@ -81,25 +77,6 @@ static_assert(std::size(identity_members) + std::size(reason_members) + std::siz
                       std::size(repeater_member) ==
                   57,
               "a station of the notification has 57 members");
-
-void add_members(blob_buf *buf, const sta_info_t &sta, std::span<const sta_member> members) {
-    for (const sta_member &member : members) {
-        switch (member.type) {
-        case bus::text:
-            if (const char *text = member.text(sta)) blobmsg_add_string(buf, member.key, text);
-            break;
-        case bus::i16:
-            blobmsg_add_u16(buf, member.key, static_cast<std::uint16_t>(member.number(sta)));
-            break;
-        case bus::i32:
-            blobmsg_add_u32(buf, member.key, static_cast<std::uint32_t>(member.number(sta)));
-            break;
-        case bus::i64:
-            blobmsg_add_u64(buf, member.key, static_cast<std::uint64_t>(member.number(sta)));
-            break;
-        }
-    }
-}
 
 const char *ifname_or_null(const sta_info_t *sta) { return sta->ifname[0] != '\0' ? sta->ifname : "NULL"; }
 
@@ -125,13 +102,14 @@ void log_steps(const char *function, const sta_info_t *sta) {
 
 void ubus_server_get_all_online_sta_info(struct blob_buf *buf, const sta_info_t *sta) {
     if (!buf || !sta) return;
-    add_members(buf, *sta, identity_members);
-    add_members(buf, *sta, quality_members);
-    add_members(buf, *sta, rate_member);
-    add_members(buf, *sta, place_members);
-    add_members(buf, *sta, repeater_member);
-    add_members(buf, *sta, counter_members);
-    add_members(buf, *sta, interface_member);
+    sta_member_writer to{buf};
+    to.add<identity_members>(*sta);
+    to.add<quality_members>(*sta);
+    to.add<rate_member>(*sta);
+    to.add<place_members>(*sta);
+    to.add<repeater_member>(*sta);
+    to.add<counter_members>(*sta);
+    to.add<interface_member>(*sta);
     STA_LOG("mac %s, ip %s, name %s, ssid %s, power %s, stauts %d, online_ts %d, oltime %d, offline_ts %d, "
             "radio_id %d, "
             "ifname %s\n",
@@ -145,17 +123,18 @@ void ubus_server_get_all_online_sta_info(struct blob_buf *buf, const sta_info_t 
 
 void sta_encode_json_sta_log_table_info(struct blob_buf *buf, sta_info_t *sta) {
     if (!buf || !sta) return;
-    add_members(buf, *sta, identity_members);
-    add_members(buf, *sta, reason_members);
-    add_members(buf, *sta, quality_members);
-    add_members(buf, *sta, place_members);
-    add_members(buf, *sta, before_ip_member);
-    add_members(buf, *sta, counter_members);
+    sta_member_writer to{buf};
+    to.add<identity_members>(*sta);
+    to.add<reason_members>(*sta);
+    to.add<quality_members>(*sta);
+    to.add<place_members>(*sta);
+    to.add<before_ip_member>(*sta);
+    to.add<counter_members>(*sta);
     constexpr std::uint32_t rate_max = 2000;
     if (sta->maxRate > rate_max) sta->maxRate = 0;
-    add_members(buf, *sta, short_rate_member);
-    add_members(buf, *sta, interface_member);
-    add_members(buf, *sta, repeater_member);
+    to.add<short_rate_member>(*sta);
+    to.add<interface_member>(*sta);
+    to.add<repeater_member>(*sta);
     STA_LOG("mac %s, ip %s, before_ip %s, name %s, ssid %s, power %s, status %d, radio_id %d, ifname %s\n",
             sta->mac, sta->ip, sta->before_ip, sta_or_null(sta->name), sta->ssid, sta->power, sta->status,
             sta->radio_id, ifname_or_null(sta));

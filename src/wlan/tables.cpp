@@ -80,10 +80,34 @@ public:
 
     bool begins(std::uint64_t mac) const { return (mac & mask_) == bytes_; }
 
+    // Whether it is a whole MAC, and which.
+    bool is_whole() const { return mask_ == whole(); }
+    std::uint64_t mac() const { return bytes_; }
+
 private:
+    static std::uint64_t whole() {
+        std::uint8_t meant[8] = {};
+        std::memset(meant, 0xff, mac_size);
+        return as_word(meant);
+    }
     std::uint64_t bytes_ = 0;
     std::uint64_t mask_ = 0;
 };
+
+// Where the search for a MAC begins among 2^n homes, of which `last` is the last.
+std::size_t home_of(std::uint64_t mac, std::size_t last) {
+    // A product spreads upwards only: its upper half comes down and spreads again.
+    constexpr std::uint64_t odd = 0x9e3779b97f4a7c15U;
+    mac *= odd;
+    return static_cast<std::size_t>((mac ^ mac >> 32) * odd >> 32) & last;
+}
+
+// The first of the entries whose MAC begins so, or as many as there are. `mac_of` gives the MAC of an entry.
+template <class MacOf> std::size_t first_entry(const mac_prefix &prefix, std::size_t entries, MacOf mac_of) {
+    std::size_t index = 0;
+    while (index < entries && !prefix.begins(mac_of(index))) ++index;
+    return index;
+}
 
 void copy_basic(sta_info_t *sta, const driver_basic &from) {
     sta->time_delay = from.tx_time / 1000;
@@ -104,10 +128,10 @@ void copy_extended(sta_info_t *sta, const driver_extended &from) {
     sta_take_key_texts(sta, from, driver_text_limit);
 }
 
-// sta_sta_get_ioctl; `mac_of` gives the MAC of an entry.
-template <class MacOf>
+// sta_sta_get_ioctl; `find` gives the entry of a MAC, or as many as there are.
+template <class Find>
 int read_station(sta_info_t *sta, sta_configuration &configuration, const std::uint8_t *table, unsigned mask,
-                 int count, MacOf mac_of) {
+                 int count, Find find) {
     constexpr const char *function = STA_NAME_OF(sta_sta_get_ioctl);
     if (!sta || !table) {
         STA_LOG_AS(function, "param is null!!\n");
@@ -120,8 +144,7 @@ int read_station(sta_info_t *sta, sta_configuration &configuration, const std::u
     if (!prefix.is_one()) return 1;
     const std::uint8_t *basic = table + table_header_size;
     const auto entries = static_cast<std::size_t>(count > 0 ? count : 0);
-    std::size_t index = 0;
-    while (index < entries && !prefix.begins(mac_of(index))) ++index;
+    const std::size_t index = find(prefix, entries);
     if (index == entries) return 1;
 
     const driver_basic found = driver_basic_decode(basic + index * table_basic_size);
@@ -210,7 +233,10 @@ bool sta_driver_list(const char *ifname, unsigned mask, std::uint8_t **table,
 int sta_sta_get_ioctl(sta_info_t *sta, const std::uint8_t *table, unsigned mask, int count) {
     sta_configuration configuration;
     return read_station(sta, configuration, table, mask, count,
-                        [=](std::size_t index) { return mac_of_entry(table, index); });
+                        [=](const mac_prefix &prefix, std::size_t entries) {
+                            return first_entry(prefix, entries,
+                                               [=](std::size_t index) { return mac_of_entry(table, index); });
+                        });
 }
 
 sta_radio_tables::~sta_radio_tables() {
@@ -225,16 +251,36 @@ bool sta_radio_tables::fetch_for(const sta_info_t *sta) noexcept {
     if (mine.table)
         mine.entries = std::min(wire::get<std::uint32_t>(mine.table + table_num_offset),
                                 static_cast<std::uint32_t>(mine.count));
-    if (mine.table && mine.macs.reserve(static_cast<std::size_t>(mine.count)))
-        for (std::size_t i = 0; i < static_cast<std::size_t>(mine.count); ++i)
-            mine.macs.push(mac_of_entry(mine.table, i));
+    if (mine.table) mine.index();
     return true;
+}
+
+void sta_radio_tables::slot::index() noexcept {
+    const auto all = static_cast<std::size_t>(count);
+    std::size_t room = 16;
+    while (room < 2 * all) room *= 2;
+    if (!macs.reserve(all) || !homes.assign(room, 0)) return;
+    for (std::size_t i = 0; i < all; ++i) {
+        const std::uint64_t mac = mac_of_entry(table, i);
+        macs.push(mac);
+        std::size_t home = home_of(mac, room - 1);
+        while (homes[home] != 0 && macs[homes[home] - 1] != mac) home = (home + 1) & (room - 1);
+        if (homes[home] == 0) homes[home] = static_cast<std::uint32_t>(i + 1); // else an earlier one has it
+    }
 }
 
 int sta_radio_tables::update(sta_info_t *sta) const noexcept {
     if (!has_radio(sta)) return 1;
     const slot &mine = slots[sta->radio_id];
     if (mine.macs.size() == 0) return sta_sta_get_ioctl(sta, mine.table, mask, mine.count);
-    return read_station(sta, configuration, mine.table, mask, mine.count,
-                        [&](std::size_t index) { return mine.macs[index]; });
+    return read_station(
+        sta, configuration, mine.table, mask, mine.count, [&](const mac_prefix &prefix, std::size_t entries) {
+            if (!prefix.is_whole())
+                return first_entry(prefix, entries, [&](std::size_t index) { return mine.macs[index]; });
+            const std::size_t last = mine.homes.size() - 1;
+            std::size_t home = home_of(prefix.mac(), last);
+            while (mine.homes[home] != 0 && mine.macs[mine.homes[home] - 1] != prefix.mac())
+                home = (home + 1) & last;
+            return mine.homes[home] != 0 ? mine.homes[home] - 1 : entries;
+        });
 }

@@ -61,9 +61,11 @@ private:
         std::uint8_t *table = nullptr;
         int count = 0;
         std::uint32_t entries = 0;
-        // The MACs of the table's entries, one after the other: each station is searched from the first one,
-        // and the entries themselves are far apart in memory. Empty without memory.
+        // The MACs of the table's entries, one after the other, and an index of them by hash: an entry's number, counted from 1,
+        // stands at the hash of its MAC or in the next free place; of two entries with one MAC the first. Empty without memory.
         sta_array<std::uint64_t> macs;
+        sta_array<std::uint32_t> homes;
+        void index() noexcept;
     };
     unsigned mask;
     sta_configuration &configuration; // says which VLAN a station is in

@@ -165,6 +165,41 @@ TEST_F(encoding, of_a_station_in_the_list_has_54_members) {
         "oltime -8, offline_ts 1700000009, radio_id -17, ifname ath0\n");
 }
 
+// Writes the message anew with the library, member by member.
+std::string written_by_the_library(const blob_attr *message) {
+    blob_buf again{};
+    blob_buf_init(&again, 0);
+    blob_attr *member = nullptr;
+    std::size_t rest = 0;
+    blobmsg_for_each_attr (member, message, rest)
+        blobmsg_add_field(&again, blobmsg_type(member), blobmsg_name(member), blobmsg_data(member),
+                          static_cast<unsigned>(blobmsg_data_len(member)));
+    std::string bytes(reinterpret_cast<const char *>(again.head), blob_pad_len(again.head));
+    blob_buf_free(&again);
+    return bytes;
+}
+
+TEST_F(encoding, is_byte_for_byte_what_the_library_writes) {
+    sta_info_t *sta = full_station();
+    for (const std::size_t length : {0U, 1U, 2U, 3U, 4U, 120U, 1900U, 2020U, 5000U}) {
+        sta_free(sta->name);
+        sta->name = sta_strdup(times(length, 'n').c_str());
+        sta_put_text(sta->ssid, times(length, 's').c_str());
+        sta_put_text(sta->key_end, times(length, 'k').c_str());
+        for (const bool listed : {true, false}) {
+            restart();
+            blobmsg_add_string(&buf, "x", "what a station follows"); // 23 bytes and their gap
+            if (listed)
+                ubus_server_get_all_online_sta_info(&buf, sta);
+            else
+                sta_encode_json_sta_log_table_info(&buf, sta);
+            EXPECT_EQ(members().size(), listed ? 55U : 58U) << length;
+            const std::string bytes(reinterpret_cast<const char *>(buf.head), blob_pad_len(buf.head));
+            EXPECT_EQ(bytes, written_by_the_library(buf.head)) << length;
+        }
+    }
+}
+
 TEST_F(encoding, of_a_station_in_the_notification_has_57_members) {
     sta_info_t *sta = full_station();
     sta->maxRate = 866;

@@ -411,6 +411,30 @@ TEST_F(table_reading, during_a_walk_finds_what_a_single_look_finds_also_without_
     }
 }
 
+TEST_F(table_reading, during_a_walk_finds_each_of_a_crowd) {
+    std::vector<table_entry> crowd;
+    const auto mac_of = [](unsigned number) {
+        char mac[18];
+        std::snprintf(mac, sizeof(mac), "%02x:00:00:%02x:00:%02x", number % 7 * 4, number >> 8,
+                      number & 0xff);
+        return std::string(mac);
+    };
+    for (unsigned i = 0; i < 600; ++i) crowd.push_back(table_entry(mac_of(i)).basic32(120, i + 1));
+    crowd.push_back(table_entry(mac_of(5)).basic32(120, 999)); // he is listed already
+    driver_lists({{"ath0", crowd}});
+    sta_put_text(sta->ifname, "ath0");
+    sta_configuration configuration;
+    sta_radio_tables walk{3, configuration};
+    EXPECT_TRUE(walk.fetch_for(sta));
+    for (unsigned i = 0; i < 700; ++i) {
+        sta_put_text(sta->mac, mac_of(i).c_str());
+        sta->channel = 0;
+        ASSERT_EQ(walk.update(sta), i < 600 ? 0 : 1) << i;
+        ASSERT_EQ(sta->channel, i < 600 ? static_cast<int>(i) + 1 : 0);
+    }
+    sta_put_text(sta->mac, first_mac);
+}
+
 TEST_F(table_reading, searches_all_entries_when_the_driver_says_it_filled_fewer) {
     fetch({table_entry(second_mac), table_entry(first_mac).basic32(120, 9)});
     table[0] = 1;
