@@ -3,6 +3,7 @@
 #include "inputs/network.h"
 #include "life/association.h"
 #include "life/resync.h"
+#include "outputs/backup.h"
 #include "protocol/station_event.h"
 #include "tools/health.h"
 #include "tools/log.h"
@@ -54,6 +55,7 @@ void g_sta_recv_msg(struct uloop_fd *watcher, unsigned int /*events*/) {
     const ssize_t got = recv(sta_nl.socket, message, sizeof(message), 0);
     if (got < 0) {
         const int reason = errno;
+        sta_backup_hold(false);
         STA_LOG("Recv msg error. %d [%d] [%s]\n", static_cast<int>(got), reason, std::strerror(reason));
         if (reason == ENOBUFS) {
             STA_NOTICE("events of the driver were lost: its socket was full\n");
@@ -64,5 +66,8 @@ void g_sta_recv_msg(struct uloop_fd *watcher, unsigned int /*events*/) {
         return;
     }
     if (!watcher->registered) watch(watcher);
+    // A crowd that leaves at once: the backup file is written for all of those that wait behind one another.
+    sta_backup_hold(true);
     sta_nl_handle(message, got);
+    if (!sta_backup_holds_lines() || !sta_nl_has_more()) sta_backup_hold(false);
 }

@@ -6,6 +6,7 @@
 #include "model/state.h"
 #include "model/table.h"
 #include "outputs/backup.h"
+#include "outputs/backup_gap.h"
 #include "protocol/backup_line.h"
 #include "tools/command.h"
 #include "tools/file.h"
@@ -192,6 +193,11 @@ bool read_line(std::FILE *file, char (&line)[line_size]) {
     return length > 0;
 }
 
+// Whether the line only begins with a NUL: its station had left, and the daemon ended before the line went.
+bool is_of_one_who_left(const char (&line)[line_size]) {
+    return line[0] == '\0' && line[1] != '\0' && line[1] != '\n';
+}
+
 } // namespace
 
 void sta_restore_parse(const char *line, sta_info_t *sta, char (&name)[sta_name_size]) noexcept {
@@ -214,6 +220,7 @@ int sta_sta_init() {
 }
 
 void sta_sta_load_users() {
+    sta_backup_mend(backup_file, sta_backup_temporary_file);
     if (access(backup_file, F_OK) != 0) {
         STA_LOG("sta user info is null.\n");
         return;
@@ -225,6 +232,7 @@ void sta_sta_load_users() {
     const std::int32_t uptime = sta_uptime_seconds();
     char line[line_size];
     while (read_line(file.get(), line)) {
+        if (is_of_one_who_left(line)) continue;
         // Not sta_sta_new: a restored record's clock stays at zero.
         auto *sta = static_cast<sta_info_t *>(sta_malloc(sizeof(sta_info_t)));
         if (!sta) return;

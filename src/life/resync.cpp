@@ -20,7 +20,6 @@
 #include "wlan/tables.h"
 
 #include <algorithm>
-#include <poll.h>
 
 struct uloop_timeout sta_resync_timer = {};
 
@@ -41,15 +40,10 @@ std::int64_t monotonic_ms() {
     return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-bool socket_has_more() {
-    pollfd socket{sta_nl.socket, POLLIN, 0};
-    return poll(&socket, 1, 0) > 0 && (socket.revents & POLLIN) != 0;
-}
-
 void run(struct uloop_timeout *timer) {
     const sta_turn turn{"resync"};
     // Events that still wait in the socket come first: they may be about the same stations.
-    if (socket_has_more() && waits < waits_max) {
+    if (sta_nl_has_more() && waits < waits_max) {
         ++waits;
         uloop_timeout_set(timer, socket_busy_ms);
         return;

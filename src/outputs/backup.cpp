@@ -2,6 +2,7 @@
 
 #include "inputs/network.h"
 #include "model/table.h"
+#include "outputs/backup_gap.h"
 #include "outputs/backup_known.h"
 #include "outputs/backup_line_of.h"
 #include "outputs/backup_lines.h"
@@ -18,7 +19,7 @@
 namespace {
 
 constexpr const char *backup_file = sta_backup_file;
-constexpr const char *temporary_file = "/tmp/sta_sta_tmp.info";
+constexpr const char *temporary_file = sta_backup_temporary_file;
 constexpr const char *counter_file = "/tmp/sta_devc.info";
 
 // Log lines carry the name of the exported function, whichever code does its work.
@@ -118,37 +119,104 @@ private:
 // The lines of the file, as long as no other program writes it.
 backup_known known;
 
-// Removes `length` bytes from an open file and moves the bytes after them up.
-bool close_gap(int file, off_t at, off_t length) {
-    char bytes[16384];
-    for (;;) {
-        const ssize_t got = pread(file, bytes, sizeof(bytes), at + length);
-        if (got == 0) return ftruncate(file, at) == 0;
-        if (got < 0 || pwrite(file, bytes, static_cast<std::size_t>(got), at) != got) return false;
-        at += got;
+// Writes the lines that are left: the first `old_lines` from the file, the others from `added`.
+bool write_known(std::FILE *to, std::size_t old_lines, const sta_array<char> &added) {
+    const auto write_left = [&](const char *line, std::size_t first, std::size_t end) {
+        const char *kept = line; // begins what is still to be written
+        for (; first < end; ++first) {
+            const char *next_line = line + known.length(first);
+            if (known.is_gone(first)) {
+                if (!write_span(kept, line, to)) return false;
+                kept = next_line;
+            }
+            line = next_line;
+        }
+        return write_span(kept, line, to);
+    };
+    bool is_left = false;
+    for (std::size_t i = 0; i < old_lines && !is_left; ++i) is_left = !known.is_gone(i);
+    sta_array<char> old;
+    if (is_left) {
+        const std::size_t had = known.place(old_lines);
+        const sta_file from{std::fopen(backup_file, "re")};
+        if (!from || !sta_read_all(from.get(), old, had) || old.size() != had ||
+            !write_left(old.data(), 0, old_lines))
+            return false;
     }
+    return write_left(added.data(), old_lines, known.size());
+}
+
+// Writes the file under the temporary name and renames it. Any user may have put a link there: it is removed, and its target is not
+// touched.
+template <class Write> bool replace_file(Write write) {
+    (void)unlink(temporary_file);
+    bool written = false;
+    if (const sta_file file{std::fopen(temporary_file, "wxe")}) {
+        written = write(file.get()) && sta_flush(file.get());
+        if (!written) STA_LOG_AS(del_function, "%s write error.\n", backup_file);
+    } else {
+        STA_LOG_AS(del_function, "%s open fail.\n", temporary_file);
+    }
+    if (written && std::rename(temporary_file, backup_file) != 0) {
+        STA_LOG_AS(del_function, "%s rename error.\n", temporary_file);
+        return false;
+    }
+    if (!written) (void)unlink(temporary_file); // the old file stays complete
+    return written;
+}
+
+bool is_held = false;
+std::size_t held_lines = 0; // removed lines that are still in the file
+
+// Takes the removed lines out of the file: a single one in place, several by writing a new file; if that fails, for example on a full
+// disk, one after the other in place.
+void settle() {
+    if (held_lines == 0) return;
+    const bool several = held_lines > 1;
+    held_lines = 0;
+    if (!known.is_still(backup_file)) return known.forget(); // another program has written it
+    if (several && replace_file([](std::FILE *to) { return write_known(to, known.size(), {}); })) {
+        known.pack();
+        return known.is_written(backup_file);
+    }
+    const descriptor file{open(backup_file, O_RDWR | O_NOFOLLOW | O_CLOEXEC)};
+    bool well = known.is_still(file.get());
+    for (std::size_t i = known.size(); well && i-- > 0;) {
+        if (!known.is_gone(i) || known.length(i) == 0) continue;
+        well = sta_backup_close_gap(file.get(), static_cast<off_t>(known.place(i)),
+                                    static_cast<off_t>(known.length(i)),
+                                    static_cast<off_t>(known.length_of_all()));
+        known.take_out(i);
+    }
+    if (well) return known.is_written(backup_file);
+    known.forget();
+    STA_LOG_AS(del_function, "%s write error.\n", backup_file);
+}
+
+// A station that is reported as gone must not come back after a restart: its line starts with a NUL as long as it is held.
+void mark_held(std::size_t line) {
+    const descriptor file{open(backup_file, O_WRONLY | O_NOFOLLOW | O_CLOEXEC)};
+    if (!known.is_still(file.get()) || pwrite(file.get(), "", 1, static_cast<off_t>(known.place(line))) != 1)
+        return;
+    known.is_written(backup_file);
 }
 
 // Removes the MAC's line in place. False when its place is not known: nothing has been done then.
 bool remove_known(const char *mac) {
+    constexpr std::size_t many = 64;
     const backup_known::mac_number number = backup_known::number_of(mac);
     struct stat in_the_way {};
     if (number == backup_known::no_mac || !known.is_still(backup_file) ||
         lstat(temporary_file, &in_the_way) == 0)
         return false;
     if (const std::size_t line = known.find(number, 0); line != backup_known::none) {
-        const descriptor file{open(backup_file, O_RDWR | O_NOFOLLOW | O_CLOEXEC)};
-        if (!known.is_still(file.get())) return false;
         tell_dropped(mac, "", false);
-        const bool well = close_gap(file.get(), static_cast<off_t>(known.place(line)),
-                                    static_cast<off_t>(known.length(line)));
         known.remove(line);
-        if (well) {
-            known.is_written(backup_file);
-        } else {
-            known.forget();
-            STA_LOG_AS(del_function, "%s write error.\n", backup_file);
-        }
+        ++held_lines;
+        if (!is_held || held_lines == many)
+            settle();
+        else
+            mark_held(line);
     }
     tell_dropped(mac, "", true);
     return true;
@@ -167,6 +235,7 @@ void backup_written(bool well) {
 
 void sta_sta_users_backup_add(sta_info_t *sta) {
     if (!sta || sta->mac[0] == '\0') return;
+    settle();
     const sta_file file{std::fopen(backup_file, "a+e")};
     if (!file || sta->no_backup) return;
     sta_configuration configuration;
@@ -178,6 +247,7 @@ void sta_sta_users_backup_add(sta_info_t *sta) {
 
 void sta_sta_users_backup_del(const char *mac) {
     if (!is_deletable(mac) || remove_known(mac)) return;
+    settle();
     if (access(backup_file, F_OK) != 0) {
         STA_LOG("%s no found!\n", backup_file);
         return;
@@ -215,6 +285,13 @@ void sta_sta_users_backup_update(sta_info_t *sta) {
     sta_sta_users_backup_del(sta->mac);
     sta_sta_users_backup_add(sta);
 }
+
+void sta_backup_hold(bool held) noexcept {
+    is_held = held;
+    if (!held) settle();
+}
+
+bool sta_backup_holds_lines() noexcept { return held_lines > 0; }
 
 void sta_sta_load_devc() {
     if (access(counter_file, F_OK) != 0) STA_LOG("sta devc info is null.\n");
@@ -254,6 +331,7 @@ struct sta_backup_pass::state {
 };
 
 bool sta_backup_pass::state::open() {
+    settle();
     if (known.is_still(backup_file)) {
         known.pack();
         (void)added.reserve(known.length_of_all() +
@@ -297,32 +375,7 @@ bool sta_backup_pass::state::add(const char *mac, std::string_view line) {
 
 bool sta_backup_pass::state::write(std::FILE *to) const {
     if (!is_known) return lines.write(to);
-    const auto write_left = [&](const char *line, std::size_t first, std::size_t end) {
-        const char *kept = line; // start of what is still to be written
-        for (; first < end; ++first) {
-            const char *next_line = line + known.length(first);
-            if (known.is_gone(first)) {
-                if (!write_span(kept, line, to)) return false;
-                kept = next_line;
-            }
-            line = next_line;
-        }
-        return write_span(kept, line, to);
-    };
-    std::size_t had = 0;
-    bool is_left = false;
-    for (std::size_t i = 0; i < old_lines; ++i) {
-        had += known.length(i);
-        is_left = is_left || !known.is_gone(i);
-    }
-    sta_array<char> old;
-    if (is_left) {
-        const sta_file from{std::fopen(backup_file, "re")};
-        if (!from || !sta_read_all(from.get(), old, had) || old.size() != had ||
-            !write_left(old.data(), 0, old_lines))
-            return false;
-    }
-    return write_left(added.data(), old_lines, known.size());
+    return write_known(to, old_lines, added);
 }
 
 // Remembers the lines of the file just written, if that is possible.
@@ -348,20 +401,7 @@ void sta_backup_pass::close() {
     if (!now) return;
     bool written = false;
     if (now->exists) {
-        // Any user may have put a link there: it is removed, and its target is not touched.
-        (void)unlink(temporary_file);
-        if (const sta_file file{std::fopen(temporary_file, "wxe")}) {
-            written = now->write(file.get()) && sta_flush(file.get());
-            if (!written) STA_LOG_AS(del_function, "%s write error.\n", backup_file);
-        } else {
-            STA_LOG_AS(del_function, "%s open fail.\n", temporary_file);
-        }
-        if (written && std::rename(temporary_file, backup_file) != 0) {
-            STA_LOG_AS(del_function, "%s rename error.\n", temporary_file);
-            written = false;
-        } else if (!written) {
-            (void)unlink(temporary_file); // the old file stays complete
-        }
+        written = replace_file([this](std::FILE *to) { return now->write(to); });
         if (written) now->learn();
         backup_written(written);
     }

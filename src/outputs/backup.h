@@ -11,6 +11,8 @@
 class sta_configuration;
 
 inline constexpr const char *sta_backup_file = "/tmp/sta_sta.info";
+inline constexpr const char *sta_backup_temporary_file =
+    "/tmp/sta_sta_tmp.info"; // under which it is written anew
 
 extern "C" {
 
@@ -31,6 +33,12 @@ void sta_sta_load_devc(void);
 // Rewrites the device-counter file: four zeros and the online count.
 void sta_sta_save_devc(void);
 }
+
+// While lines are held (true), removed lines stay in the file, each with a NUL as its first byte, and a restore skips them. They are
+// taken out together when holding ends (false), when the file is needed, or when there are 64 of them. Used when several stations
+// leave at once: held as long as another message waits.
+void sta_backup_hold(bool held) noexcept;
+bool sta_backup_holds_lines() noexcept;
 
 // One walk over the table that rewrites or removes the lines of many stations: the same bytes and log lines as calling
 // sta_sta_users_backup_update or sta_sta_users_backup_del for each, but the file is read once and replaced once, atomically.

@@ -53,8 +53,7 @@ void backup_known::is_written(const char *path) noexcept {
 
 std::size_t backup_known::place(std::size_t i) const noexcept {
     std::size_t place = 0;
-    for (std::size_t before = 0; before < i; ++before)
-        if (!is_gone(before)) place += length(before);
+    for (std::size_t before = 0; before < i; ++before) place += length(before);
     return place;
 }
 

@@ -34,16 +34,18 @@ public:
     void is_written(const char *path) noexcept;
     void forget() noexcept { known_ = false; }
 
-    // The number of lines, including removed ones until pack(). A line's number is valid until then.
+    // The number of lines, including removed ones until pack(). A line's number is valid until then. A removed line is still in the
+    // file until take_out().
     std::size_t size() const noexcept { return lines_.size(); }
     bool is_gone(std::size_t i) const noexcept { return (lines_[i] & gone) != 0; }
-    std::size_t length(std::size_t i) const noexcept { return lines_[i] & (gone - 1); }
-    std::size_t length_of_all() const noexcept { return place(size()); } // of all lines left
-    std::size_t place(std::size_t i) const noexcept;                     // its offset in the file
+    std::size_t length(std::size_t i) const noexcept { return lines_[i] & (gone - 1); } // in the file
+    std::size_t length_of_all() const noexcept { return place(size()); }
+    std::size_t place(std::size_t i) const noexcept; // in the file
     void remove(std::size_t i) noexcept { lines_[i] |= gone; }
+    void take_out(std::size_t i) noexcept { lines_[i] = gone; }
     bool add(mac_number mac, std::size_t length) noexcept { return lines_.push(mac << 16 | length); }
     void clear() noexcept { lines_.clear(); }
-    void pack() noexcept;
+    void pack() noexcept; // when no removed line is in the file any more
 
     // The line of `mac`, or none. The search begins at `from`, since a walk mostly asks in the order of the lines, and
     // continues at the beginning.

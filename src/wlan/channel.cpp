@@ -9,6 +9,7 @@
 #include <cstring>
 #include <linux/genetlink.h>
 #include <linux/netlink.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -168,6 +169,11 @@ int sta_nl_open() noexcept {
     if (sta_nl.socket < 0) return -1;
     sta_nl.family = sta_nl_get_family_id(sta_nl.socket, station_event_family);
     return 0;
+}
+
+bool sta_nl_has_more() noexcept {
+    pollfd socket{sta_nl.socket, POLLIN, 0};
+    return poll(&socket, 1, 0) > 0 && (socket.revents & POLLIN) != 0;
 }
 
 bool sta_nl_is_event(const std::uint8_t *message) noexcept {

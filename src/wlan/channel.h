@@ -51,6 +51,9 @@ int sta_nl_family_in(const std::uint8_t *message, std::size_t received, const ch
 // without a socket. The family may be missing (sta_nl.family is then 0): the driver announces it when it starts.
 int sta_nl_open() noexcept;
 
+// Whether another message waits in the channel's socket.
+bool sta_nl_has_more() noexcept;
+
 // True when `message`, which is not broken, is a station event of the driver's family.
 bool sta_nl_is_event(const std::uint8_t *message) noexcept;
 

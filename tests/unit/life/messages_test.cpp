@@ -2,6 +2,7 @@
 #include "support/events.h"
 
 #include "life/listen.h"
+#include "life/pass.h"
 #include "model/table.h"
 
 #include <cstring>
@@ -183,6 +184,30 @@ TEST_F(channel_socket, many_events_in_one_go_are_all_handled_in_order) {
     EXPECT_TRUE(loop_until([] { return stations().size() == 50; }));
     EXPECT_STREQ(stations()[0]->mac, "02:00:00:00:00:00");
     EXPECT_STREQ(stations()[49]->mac, "02:00:00:00:00:31");
+}
+
+// The backup file is written for all of them when nobody waits behind the last; each is reported and gone from the table at once.
+TEST_F(channel_socket, crowd_that_leaves_at_once_is_gone_from_the_backup_file_when_nobody_waits) {
+    constexpr std::uint8_t people = 20;
+    const auto of = [](std::uint8_t number) { return change{at::mac_bytes, {2, 0, 0, 0, 0, number}}; };
+    for (std::uint8_t i = 0; i < people; ++i) handle(association({of(i)}));
+    sta_sta_flow_count_proc();
+    const auto is_in_the_file = [](const char *mac) {
+        return read_file("/tmp/sta_sta.info").find(mac) != std::string::npos;
+    };
+    for (const std::uint8_t leaver : {3, 7, 11}) driver_sends(disassociation({of(leaver)}));
+    driver_sends(association({of(30)}));
+    for (int message = 0; message < 3; ++message) g_sta_recv_msg(&sta_netlink_watcher, ULOOP_READ);
+    EXPECT_EQ(stations().size(), people - 3U);
+    EXPECT_TRUE(is_in_the_file("02:00:00:00:00:03")) << "somebody waits";
+    g_sta_recv_msg(&sta_netlink_watcher, ULOOP_READ);
+    for (const char *gone : {"02:00:00:00:00:03", "02:00:00:00:00:07", "02:00:00:00:00:0b"})
+        EXPECT_FALSE(is_in_the_file(gone)) << gone;
+    for (const char *here : {"02:00:00:00:00:00", "02:00:00:00:00:04", "02:00:00:00:00:13"})
+        EXPECT_TRUE(is_in_the_file(here)) << here;
+    driver_sends(disassociation({of(4)}));
+    g_sta_recv_msg(&sta_netlink_watcher, ULOOP_READ);
+    EXPECT_FALSE(is_in_the_file("02:00:00:00:00:04"));
 }
 
 TEST_F(channel_socket, message_longer_than_the_buffer_is_an_error) {
