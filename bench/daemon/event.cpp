@@ -10,6 +10,7 @@
 #include "protocol/station_report.h"
 #include "wlan/channel.h"
 
+#include <algorithm>
 #include <array>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -49,7 +50,9 @@ event_message event_of(int number, bool comes) {
 
 void open_channel() {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_DGRAM, 0, ends) != 0) std::abort();
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0) std::abort();
+    const int room = 1 << 20; // for a crowd that waits
+    if (setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &room, sizeof(room)) != 0) std::abort();
     sta_nl = {ends[0], family, 1};
     driver_end = ends[1];
 }
@@ -120,7 +123,10 @@ void association_event_floor(benchmark::State &state) {
 // The order in which they leave: spread over the file.
 int leaver(int turn, int count) { return static_cast<int>(std::int64_t{turn} * 7919 % count); }
 
-void departures(benchmark::State &state) {
+// So many events wait in the socket when a crowd leaves at once: as many as a netlink socket of the usual size holds.
+constexpr int crowd = 48;
+
+void leave(benchmark::State &state, int at_once) {
     const auto count = static_cast<int>(state.range(0));
     struct uloop_fd watcher = {};
     watcher.registered = true;
@@ -128,17 +134,21 @@ void departures(benchmark::State &state) {
         state.PauseTiming();
         populate(count);
         sta_sta_flow_count_proc();
-        state.ResumeTiming();
-        for (int turn = 0; turn < count; ++turn) {
-            send_event(leaver(turn, count), false);
-            g_sta_recv_msg(&watcher, ULOOP_READ);
+        for (int turn = 0; turn < count;) {
+            const int waiting = std::min(at_once, count - turn);
+            for (int i = 0; i < waiting; ++i) send_event(leaver(turn++, count), false);
+            state.ResumeTiming();
+            for (int i = 0; i < waiting; ++i) g_sta_recv_msg(&watcher, ULOOP_READ);
+            state.PauseTiming();
         }
         if (!list_empty(&g_sta_sta_master.list)) state.SkipWithError("somebody is left");
+        state.ResumeTiming();
     }
     report_per_station(state);
 }
 
-void departures_floor(benchmark::State &state) {
+// The system calls of each event, and the file read and written without the lines, once for those that left at once.
+void leave_floor(benchmark::State &state, int at_once) {
     const auto count = static_cast<int>(state.range(0));
     populate(count);
     sta_sta_flow_count_proc();
@@ -146,24 +156,37 @@ void departures_floor(benchmark::State &state) {
     const std::size_t line = whole.size() / static_cast<std::size_t>(count);
     std::string old(whole.size(), '\0');
     for (auto _ : state) {
+        state.PauseTiming();
         write_bytes("/tmp/sta_sta.info", whole.data(), whole.size());
-        for (int turn = 0; turn < count; ++turn) {
-            send_event(leaver(turn, count), false);
-            take_event_of_floor();
+        std::size_t left = whole.size();
+        for (int turn = 0; turn < count;) {
+            const int waiting = std::min(at_once, count - turn);
+            for (int i = 0; i < waiting; ++i) send_event(leaver(turn++, count), false);
+            state.ResumeTiming();
+            for (int i = 0; i < waiting; ++i) take_event_of_floor();
             if (std::rename("/tmp/sta_sta.info", "/tmp/sta_sta_tmp.info") != 0) std::abort();
-            const std::size_t left = whole.size() - line * static_cast<std::size_t>(turn);
             read_bytes("/tmp/sta_sta_tmp.info", old.data(), left);
-            write_bytes("/tmp/sta_sta.info", old.data(), left - line);
+            left -= line * static_cast<std::size_t>(waiting);
+            write_bytes("/tmp/sta_sta.info", old.data(), left);
             unlink("/tmp/sta_sta_tmp.info");
+            state.PauseTiming();
         }
+        state.ResumeTiming();
     }
     report_per_station(state);
 }
+
+void departures(benchmark::State &state) { leave(state, crowd); }
+void departures_floor(benchmark::State &state) { leave_floor(state, crowd); }
+void departures_apart(benchmark::State &state) { leave(state, 1); }
+void departures_apart_floor(benchmark::State &state) { leave_floor(state, 1); }
 
 BENCHMARK(association_event)->Iterations(4 * burst)->Unit(benchmark::kMicrosecond);
 BENCHMARK(association_event_floor)->Iterations(4 * burst)->Unit(benchmark::kMicrosecond);
 BENCHMARK(departures)->Apply(growing_sizes);
 BENCHMARK(departures_floor)->Apply(growing_sizes);
+BENCHMARK(departures_apart)->Apply(growing_sizes);
+BENCHMARK(departures_apart_floor)->Apply(growing_sizes);
 
 } // namespace
 
