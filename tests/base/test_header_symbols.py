@@ -1,4 +1,4 @@
-"""What a program needs of the libraries by merely using their headers."""
+"""Which symbols a program needs from the libraries by only using their headers."""
 
 import subprocess
 

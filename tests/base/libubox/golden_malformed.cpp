@@ -1,5 +1,5 @@
-// Bytes from outside, sound and unsound. They lie in memory of exactly their length, so that the address
-// sanitizer sees one byte too far.
+// Bytes from outside, sound and unsound. They are in memory of exactly their length, so that the address
+// sanitizer reports a read of even one byte too many.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -15,7 +15,7 @@ protected:
     malformed() : len(digits.size() / 2), bytes(new char[len]) {
         std::memcpy(bytes.get(), unhex(digits).data(), len);
         head = reinterpret_cast<blob_attr *>(bytes.get());
-        // What is behind the header: for the functions that are told a length.
+        // What follows the header: for the functions that take a length.
         rest = len < 4 ? nullptr : bytes.get() + 4;
         rest_len = len < 4 ? 0 : static_cast<unsigned>(len - 4);
     }
@@ -101,7 +101,7 @@ TEST_P(malformed, functions_that_are_told_a_length_answer_this) {
 }
 
 TEST_P(malformed, functions_that_trust_a_sound_head_answer_this) {
-    if (!blobmsg_check_attr_len(head, false, len)) return; // nobody may call them
+    if (!blobmsg_check_attr_len(head, false, len)) return; // the other functions may not be called on it
 
     EXPECT_EQ("[" + word(blobmsg_check_attr(head, false)) + "," + word(blobmsg_check_attr(head, true)) + "]",
               plain(c["check_attr"]));

@@ -1,5 +1,5 @@
-// The event loop, held against recorded scenarios: the same calls, in the same callbacks, make the same
-// things happen in the same order.
+// The event loop, compared with recorded scenarios: the same calls, made in the same callbacks, must have
+// the same effects in the same order.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,14 +20,14 @@
 
 namespace {
 
-// While a scenario is played, its clock is its own: it goes on where the scenario waits, in the loop's wait and in a sleep, and
-// by as much as was asked for. However slow the machine and however late it wakes, what is due first comes first.
+// A scenario has a clock of its own. It advances only where the scenario waits (in the loop's wait and in a sleep), by exactly
+// the time asked for. So what is due first comes first, however slow the machine is.
 bool clock_is_ours = false;
 timespec ours;
 std::int64_t rest_ns = 0; // waited for events, not yet a millisecond
 constexpr std::int64_t ns_in_ms = 1'000'000, ns_in_s = 1'000'000'000;
 
-// The kernel's own answer: the library's function is covered below.
+// The kernel's own clock: the library's function of this name is replaced below.
 int real_clock(clockid_t clock, timespec *time) {
     __kernel_old_timespec now{};
     if (syscall(SYS_clock_gettime, clock, &now) != 0) return -1;
@@ -78,8 +78,8 @@ int epoll_wait(int fd, epoll_event *events, int size, int timeout) {
 
 namespace {
 
-// What happens outside the loop (a child's end, a signal, the kernel's timers) still takes its time, and a scenario may lose
-// its way on a busy machine; a wrong loop fails every time.
+// What happens outside the loop (a child's end, a signal, the kernel's timers) still takes real time, so a scenario may fail
+// on a busy machine and is then repeated; a wrong loop fails every time.
 constexpr int attempts = 10;
 
 timespec duration(int ms) { return {.tv_sec = ms / 1000, .tv_nsec = ms % 1000 * 1000000L}; }

@@ -1,4 +1,4 @@
-// The headers from C: whatever is macro or inline is used here, with the project's warnings on.
+// The headers from C: every macro and inline function is used here, with the project's warnings on.
 #undef NDEBUG // a build with optimization defines it on its own
 #define NDEBUG
 #include <libubox/assert.h>
@@ -106,6 +106,6 @@ int c_assert_is_active(void) {
 #error "NDEBUG was not put back"
 #endif
 
-// Usable where the language wants constants.
+// Usable where the language requires constants.
 struct c_constants c_constants = {
     .be16 = cpu_to_be16(0x0102), .be32 = cpu_to_be32(0x01020304), .le32 = cpu_to_le32(0x01020304)};

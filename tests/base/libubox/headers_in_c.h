@@ -1,4 +1,4 @@
-// headers_in_c.h - what headers_in_c.c, compiled as C, has to tell.
+// headers_in_c.h - the functions of headers_in_c.c, which is compiled as C, and the results expected of them.
 #ifndef TESTS_BASE_LIBUBOX_HEADERS_IN_C_H
 #define TESTS_BASE_LIBUBOX_HEADERS_IN_C_H
 

@@ -10,8 +10,8 @@
 #include <unistd.h>
 #include <utility>
 
-// Objects of the loop whose callback is any function. They are not taken off at their end: that is the test's
-// business.
+// Objects of the loop whose callback is any function. Their destructors do not remove them from the loop: the
+// test does that.
 struct timer : uloop_timeout {
     std::function<void()> then;
     explicit timer(std::function<void()> f) : uloop_timeout{}, then(std::move(f)) {

@@ -1,5 +1,5 @@
-// The headers as an interface: usable from C, and with the layouts that programs and libraries compiled
-// against them share.
+// The headers as an interface: usable from C, and with the struct layouts that programs compiled against them
+// rely on.
 #include <gtest/gtest.h>
 #include <libubox/avl.h>
 #include <libubox/blobmsg.h>

@@ -83,7 +83,7 @@ TEST(calloc_a_macro, gives_zeroed_parts_aligned_in_one_block) {
     EXPECT_EQ(reinterpret_cast<char *>(third), second + 2 * sizeof(std::size_t));
     EXPECT_EQ(*third, 0);
     for (std::size_t i = 0; i < sizeof(std::size_t) + 1; ++i) EXPECT_EQ(second[i], 0);
-    std::free(first); // frees all: the leak check would tell
+    std::free(first); // frees all: the leak check would report the rest
 }
 
 TEST(calloc_a_macro, refuses_a_total_that_overflows_and_stores_nothing) {

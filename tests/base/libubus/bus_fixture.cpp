@@ -51,7 +51,7 @@ temporary_folder::~temporary_folder() { std::filesystem::remove_all(path_); }
 broker_process::broker_process(std::string socket) : pid_(fork()) {
     if (pid_ == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that crashes leaves no broker behind
-        // Root is asked no questions. Who is not root becomes it in a namespace.
+        // The broker lets root do everything. A user who is not root becomes root in a user namespace.
         if (geteuid() == 0)
             execl(UBUSD_PROGRAM, "ubusd", "-s", socket.c_str(), nullptr);
         else

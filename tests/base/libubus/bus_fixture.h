@@ -1,4 +1,4 @@
-// bus_fixture.h - what tests of the library talk to: a real broker, or one that says what the test wants.
+// bus_fixture.h - what tests of the library talk to: a real broker, or one that sends what the test wants.
 #ifndef BUS_FIXTURE_H
 #define BUS_FIXTURE_H
 
@@ -15,7 +15,7 @@
 
 #include <libubus.h>
 
-// A folder that goes with the object.
+// A folder that is removed when the object ends.
 class temporary_folder {
 public:
     temporary_folder();
@@ -39,7 +39,7 @@ private:
     pid_t pid_;
 };
 
-// Runs the loop until something has come about, at most ten seconds. False if it has not.
+// Runs the loop until a condition holds, at most ten seconds. False if it does not by then.
 bool run_until(const std::function<bool()> &condition);
 
 // A context that is connected, in the loop, and freed in the end.
@@ -88,7 +88,7 @@ public:
     void greet() { say({0, 0, 0, 0, 0x12, 0x34, 0x56, 0x78, 0, 0, 0, 4}); }
     // STATUS 0 in answer to a request.
     void confirm(const bytes &request);
-    // Says something in answer to a request: `data` with the request's number and peer.
+    // Answers a request: sends `data` with the request's number and peer.
     void answer(const bytes &request, bytes data);
     // True if the client leaves.
     bool is_left();

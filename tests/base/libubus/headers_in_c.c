@@ -28,7 +28,7 @@ static const struct ubus_method methods[] = {
 
 struct ubus_object_type c_type = UBUS_OBJECT_TYPE("c", methods);
 
-// How many rules concern a caller: acl_for_each is a loop like any other, also in front of an else.
+// How many rules concern a caller: acl_for_each must work as any loop does, also before an else.
 int count_rules(struct ubus_acl_key *key);
 int count_rules(struct ubus_acl_key *key) {
     struct acl_object *rule;

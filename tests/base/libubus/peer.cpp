@@ -1,13 +1,24 @@
-// ubus-peer SOCKET - a bus program under remote control: one command per line on standard input, its result
-// as a line
-// `= <number>` on standard output; what comes from the bus is printed as it comes. Ends with its input.
+// ubus-peer SOCKET - a bus program under remote control. It reads one command per line from standard input and
+// answers each with a line `= <number>`, its result. What comes from the bus is printed as it comes. Ends with
+// its input.
 //
-//   add NAME KIND          remove NAME                      objects, see peer_objects.h
-//   watch PATH             unwatch PATH     unregister      subscriptions of one subscriber, which watch
-//   registers auto PREFIX                                             subscribes to all paths that begin so,
-//   now and later listen PATTERN         unlisten                         events send EVENT [JSON] call PATH
-//   METHOD TIMEOUT [JSON]                         TIMEOUT in ms fill PATH METHOD COUNT calls with {"p": COUNT
-//   times "x"} notify NAME METHOD TIMEOUT [JSON] lookup PATH
+// Objects, see peer_objects.h:
+//   add NAME KIND
+//   remove NAME
+// Subscriptions of the one subscriber:
+//   watch PATH        registers the subscriber, too
+//   unwatch PATH
+//   unregister
+//   auto PREFIX       subscribes to all paths with this prefix, now and later
+// Events:
+//   listen PATTERN
+//   unlisten
+//   send EVENT [JSON]
+// Calls and notifications; TIMEOUT is in milliseconds:
+//   call PATH METHOD TIMEOUT [JSON]
+//   fill PATH METHOD COUNT    calls with {"p": "xx..."}, COUNT characters
+//   notify NAME METHOD TIMEOUT [JSON]
+//   lookup PATH
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -34,7 +45,7 @@ std::string g_auto_prefix;
 
 void print(const std::string &what, blob_attr *msg) {
     char *text = blobmsg_format_json(msg, true);
-    constexpr std::size_t enough = 1000; // characters; nobody may be reading while we print
+    constexpr std::size_t enough = 1000; // characters: a longer line could block us while nobody reads
     std::cout << what << ' ' << std::string(text).substr(0, enough) << std::endl;
     std::free(text);
 }

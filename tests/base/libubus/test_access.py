@@ -1,4 +1,4 @@
-"""What users other than root may do: nothing that has a name, unless a rule file grants it."""
+"""What users other than root may do: they reach named objects and events only by the grants of rule files."""
 
 import contextlib
 import json
@@ -22,7 +22,7 @@ MAIL_ID = 8  # group `mail`, of which the user is a member in some tests
 
 @contextlib.contextmanager
 def identity(uid, gid, groups=()):
-    """Connections that are opened meanwhile are of this user."""
+    """Connections that are opened in this block belong to this user."""
     before = os.getgroups()
     os.setgroups(groups)
     os.setegid(gid)
@@ -36,7 +36,7 @@ def identity(uid, gid, groups=()):
 
 
 class Bus(Broker):
-    """A broker with rule files, in a place where everybody may go."""
+    """A broker with rule files, in a folder that every user can reach."""
 
     def __init__(self, build_dir):
         self.folder = tempfile.TemporaryDirectory(prefix="ubus-access-")
@@ -92,7 +92,7 @@ def add(connection, path):
 
 
 def call(connection, obj, method):
-    """Calls, and leaves it to the test who gets what."""
+    """Calls without reading: the test decides which connection reads what."""
     connection.send(message(INVOKE, 99, obj, i32(A_OBJID, obj), text(A_METHOD, method), attr(A_DATA, b"")))
 
 
@@ -158,7 +158,7 @@ def test_access_shows_and_permits_only_the_granted_methods(bus):
     data, status = one.ask(LOOKUP)
     assert status == 0
     shown = {d.attrs[A_OBJPATH][:-1].decode(): d.attrs[A_SIGNATURE] for d in data}
-    assert shown == {"a": table("get"), "b": both, "bare": b""}  # what has no methods hides none
+    assert shown == {"a": table("get"), "b": both, "bare": b""}  # the rules hide only methods, and this one has none
     ids = bus.root.lookup()[0]
     for path, method, permitted in (("a", "get", True), ("a", "set", False), ("b", "set", True), ("c", "get", False),
                                     ("b", "made up", True)):
@@ -315,7 +315,7 @@ def test_user_has_a_limit_of_bytes_of_types_and_root_has_not(bus):
     kept = ids[0].number(A_OBJTYPE)
     assert [status_of(one, ADD_OBJECT, i32(A_OBJTYPE, kept)) for _ in range(4)] == [0] * 4  # one type, kept once
     assert status_of(one, REMOVE_OBJECT, i32(A_OBJID, ids[0].number(A_OBJID))) == 0
-    assert status_of(one, ADD_OBJECT, third) == 6  # others have that type still
+    assert status_of(one, ADD_OBJECT, third) == 6  # other objects still have that type
     assert status_of(one, REMOVE_OBJECT, i32(A_OBJID, ids[1].number(A_OBJID))) == 0
     assert [status_of(one, ADD_OBJECT, third) for _ in range(2)] == [0, 6]
     assert [status_of(bus.root, ADD_OBJECT, third) for _ in range(5)] == [0] * 5

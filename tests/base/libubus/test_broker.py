@@ -116,7 +116,7 @@ def test_remove_is_refused_for_what_is_not_the_clients_own(owner, other):
 
 def test_attribute_of_the_wrong_size_counts_as_absent(owner):
     assert status_of(owner, REMOVE_OBJECT, attr(A_OBJID, b"\0\0\0")) == 2
-    assert status_of(owner, LOOKUP, attr(A_OBJPATH, b"obj")) == 0  # no final zero: no path, so all
+    assert status_of(owner, LOOKUP, attr(A_OBJPATH, b"obj")) == 0  # without its final zero it is no path: all objects are listed
     assert status_of(owner, INVOKE, i32(A_OBJID, owner.obj), attr(A_METHOD, b"")) == 2
 
 
@@ -360,7 +360,7 @@ def test_descriptor_goes_with_the_call_and_back_with_the_status(owner, other):
     assert len(fds) == 1
     os.write(fds[0], b"through")
     os.close(fds[0])
-    assert os.read(inner, 100) == b"through" and os.read(inner, 100) == b""  # nobody else holds the other end
+    assert os.read(inner, 100) == b"through" and os.read(inner, 100) == b""  # no other process holds the other end open
     os.close(inner)
 
 
@@ -377,7 +377,7 @@ def test_second_descriptor_and_one_in_mid_message_are_closed(owner, other):
     inner, outer = os.pipe()
     call = message(INVOKE, 1, 0, i32(A_OBJID, owner.obj), text(A_METHOD, "m"))
     other.send(call[:5])
-    assert owner.is_served()  # so that the rest is read apart
+    assert owner.is_served()  # so that the rest is read separately
     send_with_fds(other, call[5:], outer, outer)
     os.close(outer)
     assert owner.receive().type == INVOKE

@@ -1,4 +1,4 @@
-"""Clients that misbehave, leave, or do not read: it costs them something, and nobody else."""
+"""Clients that misbehave, leave, or do not read: only they themselves lose something by it."""
 
 import os
 import random
@@ -16,7 +16,7 @@ QUEUE = LIMIT  # bytes that wait for one client at most
 
 @pytest.fixture
 def bystander(broker):
-    """A client that minds its own business, and must be served whatever the others do."""
+    """A client that does nothing wrong, and must be served whatever the others do."""
     connection = broker.connect()
     yield connection
     assert connection.is_served()
@@ -210,7 +210,7 @@ def fill(broker, listener, count, size):
 
 
 def messages_for(slow, bystander):
-    """What there is for a client, until the broker, although it serves somebody else, has no more."""
+    """Reads what the broker has for a client, until it serves another client and has no more for this one."""
     while True:
         for _ in range(3):
             if readable(slow.sock):

@@ -1,4 +1,4 @@
-"""The command line: output, error texts and exit statuses as they were recorded, and what the recordings leave out."""
+"""The command line: output, error texts and exit statuses as recorded, and cases that the recordings leave out."""
 
 import os
 import pty

@@ -1,5 +1,5 @@
-"""The clients' half of recorded conversations: told by the broker what it said then, they say byte for byte what they
-said then. Each connection is played alone, against a broker that only knows the recording."""
+"""The clients' half of recorded conversations: given the recorded messages of the broker, they send the recorded ones byte
+for byte. Each connection is played alone, against a broker that only knows the recording."""
 
 import socket
 import subprocess
@@ -87,7 +87,7 @@ CLIENTS = {
 
 def test_every_recorded_client_is_played():
     recorded = {(name, line.conn) for name in ubus_golden.NAMES for line in ubus_golden.read(name)}
-    assert recorded - CLIENTS.keys() == {("raw_edge_cases", 1)}  # made by hand, no program of ours says that
+    assert recorded - CLIENTS.keys() == {("raw_edge_cases", 1)}  # made by hand, no program of ours sends that
     assert CLIENTS.keys() <= recorded
 
 

@@ -35,7 +35,7 @@ int echo(ubus_context *ctx, ubus_request_data *req, const char *, blob_attr *msg
     return ubus_send_reply(ctx, req, msg);
 }
 
-// What is told of a request, in order.
+// What the callbacks of a request are told, in order.
 struct call : ubus_request {
     vector<string> told;
     std::function<void()> while_data;
@@ -150,7 +150,7 @@ TEST_F(requests, wait_for_no_longer_than_their_timeout) {
     EXPECT_GE(waited, std::chrono::milliseconds(49));
     EXPECT_EQ(ubus_invoke(caller, s.id, "m", nullptr, nullptr, nullptr, -1), UBUS_STATUS_TIMEOUT);
     EXPECT_TRUE(list_empty(&caller->requests));
-    // The late answers find nobody, and the next call gets its own.
+    // The late answers are dropped, and the next call gets its own.
     call c;
     c.start(caller, s.id, "m", R"({"x":3})");
     EXPECT_TRUE(run_until([&] { return c.is_over(); }));
@@ -250,7 +250,7 @@ TEST_F(requests, that_wait_can_be_ended_all_at_once_and_new_ones_started_meanwhi
 }
 
 TEST_F(requests, keep_their_data_in_order_while_a_data_callback_makes_a_call) {
-    // All three replies and the status lie in the socket before the first is delivered.
+    // All three replies and the status are in the socket before the first is delivered.
     scripted_broker broker([](conversation &c) {
         c.greet();
         const bytes outer = c.hear();

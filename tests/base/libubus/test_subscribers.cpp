@@ -1,4 +1,4 @@
-// Watching objects, and being told.
+// Subscribing to objects, and what a subscriber is told.
 #include "bus_objects.h"
 
 namespace {

@@ -6,7 +6,7 @@ import pathlib
 FOLDER = pathlib.Path(__file__).resolve().parents[2] / "golden" / "ubus"
 NAMES = sorted(path.stem for path in FOLDER.glob("*.jsonl"))
 
-RANDOM = ("peer", "objid", "typeid")  # kinds of values that every run chooses anew; all others must come out the same
+RANDOM = ("peer", "objid", "typeid")  # kinds of values that differ from run to run; all others must be the same
 
 
 class Line:
@@ -35,7 +35,7 @@ def read(name):
 
 
 class Ids:
-    """Which id of this run stands for which name of the recording."""
+    """Maps the names of the recording to the ids of this run."""
 
     def __init__(self):
         self.value = {}
@@ -48,7 +48,7 @@ class Ids:
         return bytes(data)
 
     def compare(self, line, got):
-        """`got` is the recorded message but for its ids, and these are the same things as in the recording."""
+        """Checks that `got` is the recorded message except for its ids, and that these stand for the recorded things."""
         assert len(got) == len(line.data), line
         for name, where in line.ids:
             known = self.value.setdefault(name, got[where])

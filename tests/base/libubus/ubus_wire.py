@@ -19,7 +19,8 @@ PATIENCE = 10.0  # seconds that a test waits for something that must come
 
 B_ARRAY, B_TABLE, B_STRING, B_INT64, B_INT32, B_INT16, B_INT8 = 1, 2, 3, 4, 5, 6, 7
 
-# The kernel tells the broker who we are; root is asked no questions. Who is not root becomes it in a namespace.
+# The kernel tells the broker who we are, and it lets root do everything. A user who is not root becomes root in a user
+# namespace.
 AS_ROOT = [] if os.geteuid() == 0 else ["unshare", "--map-root-user"]
 
 
@@ -190,7 +191,7 @@ class Connection:
         return sent
 
     def is_alive(self):
-        """As is_served, whatever else comes first."""
+        """As is_served(), but other messages may come first."""
         self.seq = 65535
         self.send(message(PING, self.seq, 0))
         while True:

@@ -15,7 +15,7 @@ _loader.loader.exec_module(check)
 PACKAGES = sorted((GOLDEN / "parse").glob("*.conf"))
 RECORDS = [json.loads(line) for line in (GOLDEN / "cli.jsonl").read_text(encoding="utf-8").splitlines()]
 
-# Where the recorded answer is a fault that nobody can want, ours is pinned instead. base/README.md gives the reasons.
+# Where the recorded answer is plainly a fault, our own answer is expected instead. base/README.md gives the reasons.
 REFUSED = {"stderr": "uci: Invalid argument\n", "rc": 1, "files_after": {}}
 OURS = {
     "batch-two-errors": {"stderr": "uci: Entry not found\nuci: Entry not found\n"},

@@ -276,7 +276,7 @@ TEST(uci_commit, overwriting_writes_what_is_in_memory) {
     EXPECT_TRUE(uci_list_empty(&p->delta));
 }
 
-// Waits until a process waits for a lock on a file; false if it ends or does nothing of the kind for long.
+// Waits until a process waits for a lock on a file; false if it ends, or does not do so for a long time.
 bool waits_for_a_lock(pid_t process) {
     const std::string waiting = " " + std::to_string(process) + " ";
     for (int i = 0; i < 2000 && waitpid(process, nullptr, WNOHANG) == 0; ++i) {

@@ -109,7 +109,7 @@ TEST(uci_load, only_regular_files_count) {
     EXPECT_EQ(load_code(conf, "missing/inner"), UCI_ERR_NOTFOUND);
 }
 
-// Root may read everything, so the tests about permissions go on as somebody else.
+// Root may read everything, so the tests about permissions run as another user.
 class without_rights {
 public:
     explicit without_rights(const configuration &conf) {

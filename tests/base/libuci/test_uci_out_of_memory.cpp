@@ -1,4 +1,5 @@
-// Every allocation of the library fails once: each call must then say so, do nothing by half, and leak nothing.
+// Every allocation of the library fails once: each call must then report it, leave nothing half done, and leak
+// nothing.
 #include "configuration.h"
 
 #include <cstdarg>
@@ -33,7 +34,7 @@ __attribute__((format(printf, 2, 3))) int __wrap_asprintf(char **text, const cha
     return n;
 }
 
-// The same, as a hardened build calls it.
+// The same function, by the name that a hardened build calls.
 __attribute__((format(printf, 3, 4))) int __wrap___asprintf_chk(char **text, int, const char *format, ...) {
     if (refuse()) return -1;
     va_list arguments;
