@@ -1,4 +1,5 @@
 // wsm-collector - takes the daemon's station reports, checks and decodes them, and passes them on to outputs.
+#include "collector/broker_input.h"
 #include "collector/hooks.h"
 #include "collector/live.h"
 #include "collector/names.h"
@@ -108,7 +109,8 @@ public:
 
 private:
     void add_subscription() {
-        const auto take = [this](std::string_view topic, std::string_view payload, std::uint64_t ticket) {
+        [[maybe_unused]] const auto take = [this](std::string_view topic, std::string_view payload,
+                                                  std::uint64_t ticket) {
             return take_published(topic, payload, ticket);
         };
         switch (chosen_.subscribe.from) {
