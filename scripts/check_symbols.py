@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Checks that there is no cycle among the object files of a static library: an object is above all objects that define its symbols.
 
-    scripts/check_symbols.py ARCHIVE
+    scripts/check_symbols.py ARCHIVE...
 
 Includes show what a source may call, symbols what it really needs. A global that is declared in a low module and defined in a high
 one makes a cycle of all objects between them, which the includes do not show. Prints one line for each cycle; exit status 1 if
@@ -47,10 +47,12 @@ def edges_of(found):
 
 
 def main():
-    found = objects(sys.argv[1])
-    if not found:
-        sys.exit(f"{sys.argv[1]} has no objects")
-    lines = list(circles(edges_of(found)))
+    lines = []
+    for archive in sys.argv[1:]:
+        found = objects(archive)
+        if not found:
+            sys.exit(f"{archive} has no objects")
+        lines += circles(edges_of(found))
     print(*lines, sep="\n", end="\n" if lines else "")
     return 1 if lines else 0
 

@@ -1,12 +1,12 @@
 #include "nl80211/bridge.h"
 
+#include "nl80211/clock.h"
 #include "nl80211/log.h"
 #include "nl80211/supervisor.h"
 #include "protocol/escape.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 #include <sys/stat.h>
 
 namespace {
@@ -18,21 +18,7 @@ constexpr unsigned list_every = 60;
 constexpr std::int64_t remember_every = 200; // ms
 constexpr std::size_t queue_max = 8192;      // events that wait for the daemon; 4 MiB
 
-std::int64_t ms_of(clockid_t clock) {
-    timespec now{};
-    clock_gettime(clock, &now);
-    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
-
 } // namespace
-
-moment now_moment() noexcept { return {ms_of(CLOCK_MONOTONIC), ms_of(CLOCK_REALTIME)}; }
-
-std::uint64_t now_boot_ns() noexcept {
-    timespec now{};
-    clock_gettime(CLOCK_BOOTTIME, &now);
-    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<std::uint64_t>(now.tv_nsec);
-}
 
 bridge::bridge(const settings &how) noexcept
     : settings_(how), networks_([this] {

@@ -85,7 +85,3 @@ private:
     std::size_t daemon_count_ = 0;
     std::uint64_t told_lost_ = 0;
 };
-
-// The current time, by the clocks that the bridge uses.
-moment now_moment() noexcept;
-std::uint64_t now_boot_ns() noexcept;

@@ -9,18 +9,13 @@
 
 #include "channel/array.h"
 #include "nl80211/capabilities.h"
+#include "nl80211/clock.h"
 #include "nl80211/frame.h"
 #include "nl80211/kernel_message.h"
 #include "nl80211/network_facts.h"
 
 #include <cstdint>
 #include <span>
-
-// The time of an observation.
-struct moment {
-    std::int64_t ms;      // monotonic
-    std::int64_t wall_ms; // since 1970
-};
 
 // The driver's reasons of a departure; the daemon has names for them.
 enum off_reason : std::int32_t {
