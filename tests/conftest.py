@@ -1,7 +1,7 @@
 """One runner for all tests: pytest also collects the GoogleTest programs in BUILD/tests.
 
-Every GoogleTest case is an item of its own, run in a process of its own, so that the closing count of pytest is the
-count of all tests and no case can lean on what an earlier one left behind.
+Every GoogleTest case is an item of its own, run in a process of its own. So pytest's final count is the count of all tests,
+and no case can depend on what an earlier one left behind.
 """
 
 import os
@@ -14,7 +14,7 @@ import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 
-# A shell's background job ignores them, and so would every program that a test starts and then interrupts.
+# A shell's background job ignores these signals, and so would every program that a test starts and then interrupts.
 signal.signal(signal.SIGINT, signal.default_int_handler)
 signal.signal(signal.SIGQUIT, signal.SIG_DFL)
 

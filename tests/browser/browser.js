@@ -1,4 +1,4 @@
-/* Chromium, and what every test of a page asks of it. */
+/* Chromium, and the helpers that every test of a page uses. */
 'use strict';
 
 const fs = require('fs');
@@ -9,7 +9,7 @@ const { chromium } = require('playwright-core');
 
 const AXE = fs.readFileSync(require.resolve('axe-core/axe.min.js'), 'utf8');
 
-/* For what is waited for: long, since a loaded machine is slow; a test that passes never waits for so long. */
+/* A time limit for waiting: long, since a loaded machine is slow; a test that passes never reaches it. */
 const PATIENCE = 60000;
 
 async function launch() {
@@ -26,7 +26,7 @@ async function launch() {
 	return context;
 }
 
-/* A page that keeps what went wrong in it: console errors, exceptions, unhandled rejections. */
+/* A page that records what went wrong in it: console errors, exceptions, unhandled rejections. */
 async function newPage(browser, { width = 1280, height = 900, dark = false, locale = 'en-GB', zone = 'UTC' } = {}) {
 	const context = await browser.newContext({
 		viewport: { width, height },
@@ -69,7 +69,7 @@ async function violations(page) {
 		.map(({ id, help, nodes }) => `${id}: ${help}: ${nodes.slice(0, 3).map(node => node.html.slice(0, 200)).join(' | ')}`));
 }
 
-/* Whatever reaches out of the window to the side, and words that reach out of their box; not what can be scrolled within `scrollers`. */
+/* What reaches beyond the window's sides, and words that are wider than their box; not what can be scrolled within `scrollers`. */
 function stickingOut(page, scrollers = 'none') {
 	return page.evaluate((inner) => {
 		const found = [];
@@ -118,8 +118,8 @@ function measured(text) {
 
 const FIRST_TABLE = 300 * 1024; // bytes, at most
 
-/* When the collector's page had its first rows, ms, and the bytes of all that was asked for until then, files and answers: those that
- * were sent, and those that they were once unpacked. */
+/* When the collector's page had its first rows (ms), and the bytes of all files and answers that it had fetched by then: as they
+ * were sent, and unpacked. */
 function firstTable(page) {
 	return page.evaluate(() => {
 		const time = performance.getEntriesByName('first-table')[0].startTime;

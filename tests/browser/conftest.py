@@ -1,4 +1,4 @@
-"""Tests that are written in JavaScript, one pytest item for each: a process of node with one browser is told name after name."""
+"""Tests that are written in JavaScript, one pytest item for each. One process of node with one browser gets their names in turn."""
 
 import json
 import os

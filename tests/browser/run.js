@@ -1,5 +1,5 @@
 /*
- * Runs tests in a browser for pytest. A line on the standard input is JSON: suite, name, and what else the test is told; the
+ * Runs tests in a browser for pytest. A line on the standard input is JSON: suite, name, and further data for the test; the
  * answer is a line of JSON: null when the test has passed, else what went wrong. With --list SUITE: the names as a list,
  * without a browser.
  */
@@ -43,7 +43,7 @@ async function main() {
 	}
 
 	await browser.close();
-	process.exit(0); // whatever a test has left open
+	process.exit(0); // even if a test has left something open
 }
 
 main().catch((error) => {

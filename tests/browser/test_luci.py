@@ -1,4 +1,4 @@
-"""The page "Wireless clients" of LuCI, in a real browser on a stand-in of LuCI. Each test of luci/cases.js is one here."""
+"""The page "Wireless clients" of LuCI, in a real browser on a stand-in of LuCI. Each test of luci/cases.js is a pytest item."""
 
 import contextlib
 import http.server

@@ -1,4 +1,4 @@
-"""A real MQTT broker on loopback, who publishes to it, and what comes."""
+"""A real MQTT broker on loopback, with programs that publish to it and a subscriber."""
 
 import json
 import os
@@ -21,8 +21,8 @@ GIVEN = set()
 
 
 def free_port():
-    """A port that nobody else gets, also while a broker is stopped: one below those that the kernel hands out, of those the ones
-    of this process of the tests, and each once."""
+    """A port that no other process gets, also while its broker is stopped: below those that the kernel hands out, from the
+    range of this test process, and each only once."""
     worker = int(re.sub(r"\D", "", os.environ.get("PYTEST_XDIST_WORKER", "")) or 0) % 20
     ports = set(range(20000 + 500 * worker, 20500 + 500 * worker)) - GIVEN
     for port in random.sample(sorted(ports), len(ports)):
@@ -37,7 +37,7 @@ def free_port():
 
 
 def whole_lines(program):
-    """What it has printed but for a line that it has only begun."""
+    """What it has printed, without a last line that is incomplete."""
     return program.out.read_text(encoding="utf-8").split("\n")[:-1]
 
 
@@ -117,7 +117,8 @@ def reports(subscriber):
 
 
 def first_time(subscriber, stations=1):
-    """{boot: sequence numbers}, both in the order in which they came first; those of each station, which send in turn, ascend."""
+    """{boot: sequence numbers}, both in the order in which they first came. Checks that those of each station, which send in
+    turn, ascend."""
     came = {}
     for report in reports(subscriber):
         came.setdefault(report["boot"], {})[report["seq"]] = None
@@ -129,7 +130,7 @@ def first_time(subscriber, stations=1):
 
 
 def subscribed(one, times=1):
-    """Waits until a collector has subscribed so often."""
+    """Waits until a collector has subscribed this number of times."""
     def so_often():
         assert one.process.poll() is None, one.err.read_text()
         return one.err.read_text().count("subscribe: subscribed") >= times

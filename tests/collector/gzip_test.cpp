@@ -1,4 +1,4 @@
-// Who can read a compressed answer, and what it holds.
+// Which clients get a compressed answer, and what it holds.
 #include "collector/http/gzip.h"
 
 #include <gtest/gtest.h>

@@ -28,7 +28,7 @@ TEST(a_program_that_takes_too_long, is_killed_with_its_children) {
     EXPECT_TRUE(out.finish());
     std::string told;
     char text[64];
-    // Both hold the other end: there is an end of it when neither is there any more.
+    // Both hold the other end: the reader sees its end when both have gone.
     for (ssize_t got = 0; (got = read(reader, text, sizeof(text))) > 0;)
         told.append(text, static_cast<std::size_t>(got));
     EXPECT_EQ(told, "begun\n");

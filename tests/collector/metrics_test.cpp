@@ -1,4 +1,4 @@
-// Metrics: what one scrape tells is of one moment.
+// Metrics: all values of one scrape are of the same moment.
 #include "collector/http/api.h"
 #include "reports.h"
 

@@ -52,7 +52,7 @@ class Postgres:
         assert done.returncode == 0, done.stdout + done.stderr
 
     def start(self):
-        # After a kill it waits for those of its children that have not noticed yet.
+        # After a kill it waits for those of its children that still run.
         wait(self.has_started, "the database")
 
     def has_started(self):
@@ -114,7 +114,7 @@ def serve(build_dir):
 
 
 class Database:
-    """A room of its own in the server's database, and the ways into it."""
+    """A schema of its own in the server's database, and the ways to use it."""
 
     def __init__(self, server, build_dir):
         self.server, self.build_dir = server, build_dir
@@ -172,7 +172,7 @@ def record(image, at, seq, ticket=0, ap="02:54:4b:00:00:01", boot="b"):
 
 
 def a_day(seed, people=12, access_points=3, seconds=86400):
-    """A day's reports of people who come, roam, lose their way and leave; (time of receipt, record) of each, in order."""
+    """A day's reports of people who come, roam, get lost and leave; (time of receipt, record) of each, in order."""
     dice = random.Random(seed)
     happened = []
 
@@ -194,7 +194,7 @@ def a_day(seed, people=12, access_points=3, seconds=86400):
                     report(number, 4, since, now, ap, radio, up)
                     now, radio, since, up = now + 1, 1 - radio, now + 1, 0
                     report(number, 1, since, now, ap, radio, up)
-                elif step < 0.3:  # to another access point, whose departure is told late
+                elif step < 0.3:  # to another access point; the departure from the old one is reported late
                     old, was, before = ap, since, up
                     ap, since, up = ap % access_points + 1, now, 0
                     report(number, 1, since, now, ap, radio, up)

@@ -1,4 +1,4 @@
-// Stays out of reports: each test is one row of the table of rules in docs/collector.md, told as a story.
+// Stays made from reports: each test plays one row of the table of rules in docs/collector.md.
 #include "collector/sessions.h"
 #include "reports.h"
 

@@ -1,4 +1,4 @@
-// The spool: what waits in it is there again, in order, whatever ended the program before.
+// The spool: its messages are there again, in order, however the program ended before.
 #include "collector/spool.h"
 
 #include <filesystem>
@@ -185,7 +185,7 @@ TEST_F(a_spool, is_for_one_program_at_a_time) {
     }
 }
 
-// As a kill does that comes while a file is written, wherever.
+// The file cut at each possible size, as a kill while it is written can leave it.
 TEST_F(a_spool, that_ends_anywhere_in_a_record_has_all_records_before_it) {
     {
         spool one = open();
@@ -214,7 +214,7 @@ TEST_F(a_spool, that_is_damaged_is_set_aside_and_what_is_before_the_damage_is_ke
     const std::string whole = content(first_file());
     const std::size_t record = (whole.size() - 16) / 4;
     for (std::size_t at = 0; at < whole.size(); ++at) {
-        if (at >= 8 && at < 16) continue; // a mark that is none counts for nothing: below
+        if (at >= 8 && at < 16) continue; // an invalid mark is ignored; tested below
         for (const std::string &name : files()) fs::remove(folder + "/" + name);
         std::string damaged = whole;
         damaged[at] = static_cast<char>(damaged[at] ^ 0x55);
@@ -222,7 +222,7 @@ TEST_F(a_spool, that_is_damaged_is_set_aside_and_what_is_before_the_damage_is_ke
         said.clear();
         spool one = open();
         const int good = at < 8 ? 0 : static_cast<int>((at - 16) / record);
-        if (at < 8 || (at - 16) % record >= 4) { // a length may also say that it goes on behind the end
+        if (at < 8 || (at - 16) % record >= 4) { // a changed length may also reach beyond the end
             ASSERT_THAT(said, testing::Not(IsEmpty())) << at;
             EXPECT_THAT(said[0], HasSubstr("0000000000000001.spool is damaged: set aside as "));
             EXPECT_THAT(said[0],
@@ -323,7 +323,7 @@ TEST_F(a_spool, without_a_folder_keeps_the_newest_in_memory) {
     EXPECT_THAT(said, ElementsAre("the spool is full: the oldest messages are dropped"));
 }
 
-// A child fills it, takes and acknowledges, and tells through a pipe how far it has come; it is killed somewhere.
+// A child fills it, takes and acknowledges messages, and writes its progress to a pipe; it is killed at a random moment.
 TEST_F(a_spool, survives_a_kill_at_any_moment) {
     for (int round = 0; round < 200; ++round) {
         int told[2];
@@ -360,7 +360,7 @@ TEST_F(a_spool, survives_a_kill_at_any_moment) {
         {
             spool one = open();
             const std::vector<int> left = rest(one);
-            // What it was doing last may be done, and not yet told.
+            // Its last step may be done, and not yet in the pipe.
             if (left.empty()) {
                 EXPECT_LE(pushed, acknowledged + 1) << "round " << round;
             } else {

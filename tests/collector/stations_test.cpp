@@ -1,4 +1,4 @@
-// The list of stations as the interface gives it: who is chosen, in which order, and how many.
+// The list of stations as the interface gives it: which stations, in which order, and how many.
 #include "collector/http/api.h"
 #include "reports.h"
 

@@ -1,4 +1,4 @@
-"""A day of a network's people through every output at once: each tells of the same."""
+"""A day of a network's people through every output at once: all outputs agree."""
 
 import collections
 import json
@@ -19,7 +19,7 @@ PEOPLE, VISITS = 12, 3
 
 
 def a_day():
-    """Images in the order of their times, and how often what happens in them."""
+    """Images in the order of their times, and how often each kind of event happens in them."""
     happened, images = collections.Counter(), []
     for person in range(1, PEOPLE + 1):
         for visit in range(VISITS):

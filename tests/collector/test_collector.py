@@ -30,7 +30,7 @@ NUMBERS = {"status": 1, "oltime": 60, "flow_rateup": -256, "flow_ratedown": 260,
            "supportSGI": 484, "maxMCS": 488, "maxBW": 492, "FCAP": 496, "fromDS": 500, "toDS": 504,
            "cost_assoc_req": 508, "cost_auth_req": 512, "cost_msg2": 516, "cost_msg4": 520, "onesecrxbyte": 524,
            "onesectxbyte": 0xffffffff}
-# Not in the table of formats: nobody else looks at them.
+# Not in the table of formats: no other test uses them.
 REST = {"work_up": (240, "<Q", 1 << 63), "work_down": (248, "<Q", 248), "dhcp_update_time": (448, "<I", 4000000000)}
 
 
@@ -77,7 +77,7 @@ class Collector:
                 peer.sendall(message)
 
     def lines(self):
-        """What it has printed but for a line that it has only begun."""
+        """What it has printed, without a last line that is incomplete."""
         return self.program.out.read_text(encoding="utf-8").split("\n")[:-1]
 
     def wait_for_lines(self, count):

@@ -1,4 +1,4 @@
-"""The broker's configuration for a fleet, as it is packaged: each access point has a certificate, and speaks for itself alone."""
+"""The broker's configuration for a fleet, as packaged: each access point has a certificate and may publish only its own reports."""
 
 import json
 import os
@@ -23,7 +23,7 @@ ONE, OTHER = "02:54:4b:00:00:01", "02:54:4b:00:00:02"
 
 @pytest.fixture
 def port(start, tmp_path, with_mqtt):  # pylint: disable=unused-argument
-    """Of a broker with the packaged configuration, but for its paths."""
+    """The port of a broker with the packaged configuration, except for its paths."""
     if shutil.which("openssl") is None:
         pytest.skip("openssl is not installed")
     for name, common_name in (("ca", "fleet"), ("server", "broker"), ("collector", "wsm-collector"), ("one", ONE), ("other", OTHER)):
@@ -57,8 +57,8 @@ def test_an_access_point_speaks_for_itself_alone(port, start, build_dir, tmp_pat
         one.send(*reports)
         assert one.program.stop() == 0, one.program.err.read_text()
         assert "dropped" not in one.program.err.read_text(), "the broker has taken all of it"
-    # The reports are of access point ONE. The other one sends them under the first one's name, which the broker does not take,
-    # and under its own, where they are not its own.
+    # The reports are of access point ONE. The other one sends them under the first one's name, which the broker refuses, and
+    # under its own name, where the collector refuses them.
     published("other", ONE, told(7, 1, NOW))
     published("other", OTHER, told(8, 1, NOW))
     published("one", ONE, told(1, 1, NOW))

@@ -1,4 +1,4 @@
-"""The HTTP interface and the metrics: who may ask, what is answered, and what is refused."""
+"""The HTTP interface and the metrics: who may use them, what they answer, and what they refuse."""
 
 import gzip
 import http.client
@@ -19,7 +19,7 @@ from images import mac, told
 from programs import PATIENCE, wait
 from served import Served
 
-NOON = int(time.time()) - 1000  # an access point's clock is believed when it is near ours
+NOON = int(time.time()) - 1000  # an access point's clock is used when it is near ours
 PROMETHEUS = pathlib.Path(__file__).resolve().parents[2] / "packaging/prometheus"
 TOKEN = "a-token_of.letters-0123456789"
 
@@ -97,7 +97,7 @@ def test_a_file_of_the_page_is_compressed_as_it_is_now(serve, tmp_path):
             assert headers["Content-Encoding"] == ("gzip" if len(text) >= 1024 else None)
             assert (gzip.decompress(body) if headers["Content-Encoding"] else body) == text
     noise = random.Random(1).randbytes(5000)
-    for name in ("noise.js", "noise.png"):  # would not become smaller; is compressed already
+    for name in ("noise.js", "noise.png"):  # compressed already: would not become smaller
         (folder / name).write_bytes(noise)
         _, headers, body = one.ask(f"/{name}", Accept_Encoding="gzip")
         assert (headers["Content-Encoding"], body) == (None, noise)
@@ -274,7 +274,7 @@ def test_requests_and_connections_are_bounded(serve):
     try:
         status, _, _ = one.ask("/api/v1/stations?x=" + "x" * 60000)
     except (ConnectionResetError, BrokenPipeError):
-        status = 413  # it need not read to the end what is too long
+        status = 413  # it need not read a body to its end that is too long
     assert status in (400, 413, 414, 431)
     many = [socket.create_connection(("127.0.0.1", int(one.port)), PATIENCE) for _ in range(80)]
     try:
@@ -322,13 +322,13 @@ def test_a_stream_that_is_not_read_is_cut_off_and_keeps_nobody_waiting(serve):
     taken = wait(lambda: [out for out in one.get("/api/v1/status")["outputs"] if out["name"] == "live" and out["waiting"] == 0],
                  "the view")
     assert taken[0]["taken"] + taken[0]["dropped"] == 8000
-    # Now it reads: what was on its way, and then the end, which it would not see if it were still served.
+    # Now it reads what was on its way, and then the end of the stream, which would not come if it were still served.
     text = bytearray()
     try:
         while not text.endswith(b"0\r\n\r\n") and (some := slow.recv(1 << 20)):
             text += some
     except ConnectionResetError:
-        pass  # it did not read for so long that it was not even told
+        pass  # it did not read for so long that not even the end was sent
     assert text.count(b"event: updated") < 7000
     slow.close()
 
@@ -358,8 +358,8 @@ def test_an_output_that_blocks_loses_its_own_oldest_and_no_other_waits(start, bu
     sent = 6000
     for number in range(sent):
         one.send(told(1 + number % 50, 3, NOON, number))
-        if number % 500 == 499:  # the others are slow machines' prey as well, with so short a queue
-            # What has not been read yet waits nowhere, and would come at once.
+        if number % 500 == 499:  # with so short a queue a slow machine may cut off the others, too
+            # What has not been read yet is in no queue, and would come at once.
             wait(lambda: one.get("/api/v1/status")["reports"] == number + 1, "its reading")
             wait(lambda: outputs()["store"]["waiting"] == outputs()["live"]["waiting"] == 0, "the others")
     wait(lambda: one.get("/api/v1/status")["reports"] == sent, "the reports")

@@ -1,4 +1,4 @@
-"""What takes a minute and more: an output that blocks, a broker that is away, a day of a network's people. ./test --minutes"""
+"""Tests that take a minute and more: an output that blocks, a broker that is away, a day of a network's people. ./test --minutes"""
 
 import collections
 import json
@@ -93,7 +93,7 @@ def test_a_broker_that_is_away_for_a_minute_gets_everything_in_order(broker, pub
     options = ("--spool-dir", tmp_path / "spool", "--spool-size", "2000", "--queue", "1000000")
     one = publish(*options)
     load = Load(one.path)
-    rate = RATE // 4  # each is two messages, and the subscriber is to keep up afterwards
+    rate = RATE // 4  # each is two messages, and the subscriber must be able to catch up
     print("\nbefore:", load.run(5, rate))
     broker.stop()
     print("away:", load.run(MINUTE, rate))
@@ -145,7 +145,7 @@ def people_of_a_day(build_dir, monkeypatch):
 
 
 def at_its_time(image):
-    """The daemon's clock has flown while the driver's stood: the times of the day are those of its monotonic clock."""
+    """The daemon's clock was moved ahead while the driver's stood still: times of the day come from its monotonic clock."""
     data = bytearray(image)
 
     def field(name):

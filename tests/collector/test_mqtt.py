@@ -185,7 +185,7 @@ def test_a_spool_that_is_full_drops_the_oldest_and_counts(broker, publish):
 
     def arrived():
         return sum("/report/" in topic or "/station/" in topic for topic, _ in messages(subscriber))
-    # Each report is two messages; what tells of the collector and the access point may be among those that were lost.
+    # Each report is two messages; the messages about the collector and the access point may be among those that were lost.
     wait(lambda: arrived() + lost >= 1000, "the rest")
     assert lost > 0 and arrived() + lost <= 1010
 

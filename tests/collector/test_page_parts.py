@@ -12,7 +12,7 @@ PARTS = sorted((ROOT / "tests/collector/web").glob("*.test.mjs"))
 
 @pytest.fixture(scope="module")
 def tree(tmp_path_factory):
-    """A copy that says that its scripts are modules: not every node finds that out by itself."""
+    """A copy with a package.json that declares its scripts modules: not every version of node detects it."""
     folder = tmp_path_factory.mktemp("page")
     for part in ("collector/web", "tests/collector/web"):
         shutil.copytree(ROOT / part, folder / part)

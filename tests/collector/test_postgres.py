@@ -1,4 +1,4 @@
-"""The store in a real PostgreSQL: each report once, and stays right, whoever stores them and whatever breaks."""
+"""The store in a real PostgreSQL: each report once, and correct stays, whichever collector stores them and whatever fails."""
 
 import json
 import random
@@ -68,7 +68,7 @@ def test_the_reports_are_kept_as_they_came(database, start):
     assert database.sql("SELECT day, ap, boot, seq, at, mac, kind FROM report ORDER BY seq") == [
         ["2023-11-14", "02:54:4b:00:00:01", "run", "7", f"{NOON}000000", mac(1), "1"],
         ["2023-11-14", "02:54:4b:00:00:01", "b", "8", f"{NOON}000005", "", "3"]]
-    assert database.number("SELECT count(*) FROM stay") == 1  # an impossible one is of none
+    assert database.number("SELECT count(*) FROM stay") == 1  # an impossible report belongs to no stay
     assert database.sql("SELECT relname FROM pg_class WHERE relname ~ '^(report|sample)_2' AND relkind = 'r' AND pg_table_is_visible(oid) ORDER BY 1") == [
         ["report_20231114"], ["sample_20231114"]]
 

@@ -1,4 +1,4 @@
-"""The store in PostgreSQL while things break: nothing that was acknowledged is lost, nothing is there twice."""
+"""The store in PostgreSQL during failures: nothing that was acknowledged is lost, nothing is stored twice."""
 
 import re
 import signal
@@ -159,7 +159,7 @@ def test_the_interface_answers_from_it(database, start, build_dir, tmp_path):
     one.port = re.search(r"http: port (\d+)", one.program.err.read_text())[1]
     assert one.get("/api/v1/status")["history"] is True
     assert len(one.get(f"/api/v1/sessions?since={since}")) == 3
-    # Their grace time goes by the clock of whoever runs.
+    # Their grace time is measured by the clock of the collector that runs.
     wait(lambda: [row["departures"] for row in one.get(f"/api/v1/departures?since={since}")] == [3], "the departures")
     assert [(row["mac"], row["up"]) for row in one.get(f"/api/v1/top?since={since}&limit=1")] == [(mac(1), 1500)]
     assert one.get(f"/api/v1/flapping?since={since}") == []

@@ -68,7 +68,7 @@ def test_on_sighup_names_and_rules_are_read_again(start, build_dir, tmp_path):
     names.write_text(f"{mac(1)} Berta\n{mac(2)} Carl\n")
     settings.write_text(settings.read_text().replace("3600", "0"))
     reload("wsm-collector: reloaded\n")
-    told_of(f"left {mac(1)} Berta")  # the new grace time counts for those who are leaving as well
+    told_of(f"left {mac(1)} Berta")  # the new grace time also holds for stations that are leaving
     send(told(2, 1, NOON))
     told_of(f"joined {mac(2)} Carl")
 

@@ -1,4 +1,4 @@
-"""The store: what is in it after everything that can happen to a file."""
+"""The store: what it holds after anything that can happen to a file."""
 
 import concurrent.futures
 import csv
@@ -227,8 +227,8 @@ KILLS, PARTS = 200, 4
 
 @pytest.mark.parametrize("part", range(PARTS))
 def test_a_power_cut_at_any_moment_costs_no_more_than_the_last_batch(build_dir, tmp_path, part):
-    """Killed before a call that changes a file, in 200 different places over the run; then the file opens, is whole, has
-    the beginning of what was sent, and takes the rest."""
+    """Killed before a call that changes a file, at 200 different places of the run. Then the file opens, is sound, holds the
+    first part of what was sent, and takes the rest."""
     if "WSMD_SANITIZE:BOOL=ON" in (build_dir / "CMakeCache.txt").read_text(encoding="utf-8"):
         pytest.skip("the sanitizers want to be the first library of a program")
     visits = [visit(number, NOON + number * 1000, 100) for number in range(60)]

@@ -1,4 +1,4 @@
-"""Reports that come through an MQTT broker: what one collector publishes, others take and store."""
+"""Reports that come through an MQTT broker: one collector publishes them, others take and store them."""
 
 import json
 import re
@@ -155,7 +155,7 @@ def test_it_says_once_that_the_broker_does_not_answer(start, build_dir, broker, 
 
 
 def written(ledger):
-    """What a fleet has meant: its reports, and for each station's MAC the access point, begin, end and number of reports of its stay."""
+    """A fleet's ledger: its reports, and for each station's MAC the access point, begin, end and number of reports of its stay."""
     reports_, stays = set(), {}
     for line in ledger.read_text().splitlines():
         kind, *words = line.split(" ")

@@ -1,4 +1,4 @@
-// An output's queue: who is slow loses its own messages, and makes nobody wait.
+// An output's queue: a slow output loses its own messages, and no other waits for it.
 #include "collector/pipeline.h"
 #include "reports.h"
 
@@ -9,7 +9,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Keeps the number that each message carries, and waits in front of a gate as long as that is closed.
+// Records the number of each message, and waits as long as a gate is closed.
 class gated : public output {
 public:
     struct seen {
@@ -47,7 +47,7 @@ TEST(a_slow_output, loses_its_own_oldest_messages_and_no_other_output_notices) {
     road.add("slow", std::make_unique<gated>(slow), 100);
     road.add("quick", std::make_unique<gated>(quick), 100'000);
     road.take(numbered(0));
-    slow.entered.get_future().wait(); // it has the first in its hands
+    slow.entered.get_future().wait(); // it is at the first message
     for (int number = 1; number <= 1000; ++number) road.take(numbered(number));
     EXPECT_EQ(road.counters().reports, 1001u) << "nobody had to wait";
     EXPECT_EQ(road.figures()[0].waiting, 100u);

@@ -1,4 +1,4 @@
-/* What comes and goes in the table, and what its reader does with it. */
+/* Stations that come to the table and leave it, and what the reader can do there. */
 'use strict';
 
 const assert = require('assert/strict');
@@ -95,7 +95,7 @@ module.exports = [
 		assert.equal(await page.locator('section.stations').getAttribute('aria-busy'), 'true');
 		await visit.sound();
 
-		collector.report(0, { signal: -39 }); // comes behind the list
+		collector.report(0, { signal: -39 }); // arrives after the list
 		collector.trouble = {};
 		collector.release();
 		await visit.says('3,333 of 10,000 stations');

@@ -1,4 +1,4 @@
-/* A week of a house with three access points, as the interface tells it; `now` in seconds. The n-th station stays as makeStation() says. */
+/* A week of a house with three access points, as the interface gives it; `now` in seconds. The n-th station stays as makeStation() says. */
 'use strict';
 
 const { makeStation, ap } = require('./stations.js');

@@ -1,4 +1,4 @@
-/* The page on the real collector. Told: the program, an empty folder, and messages by name as base64. */
+/* The page on the real collector. The runner gives: the program, an empty folder, and messages by name as base64. */
 'use strict';
 
 const assert = require('assert/strict');
@@ -112,7 +112,7 @@ module.exports = [
 		assert.deepEqual(page.errors, []);
 	}),
 
-	/* The store has a week, the names and the stations' next reports are told: {options, updates: [base64]}. */
+	/* The store has a week; the runner gives the names and the stations' next reports: {options, updates: [base64]}. */
 	test('pictures of a week', ({ options }) => options, async (real, page) => {
 		const { updates } = real.told;
 
@@ -149,7 +149,7 @@ module.exports = [
 		assert.deepEqual(page.errors, []);
 	}),
 
-	/* The stations are in the store, and their names are told: {options}. */
+	/* The stations are in the store; the runner gives their names: {options}. */
 	test('the first rows of ten thousand', ({ options }) => options, async (real, page) => {
 		await page.goto(`${real.url}#/stations?sort=station&direction=descending`);
 		await until('rows', () => page.locator(ROW).count());

@@ -7,7 +7,7 @@ const { Collector } = require('./server.js');
 
 const ROW = '.body > .row';
 
-/* What the browser itself says of requests that fail. */
+/* What the browser itself prints about requests that fail. */
 const FAILED_REQUEST = /^Failed to load resource/;
 
 class Visit {
@@ -32,7 +32,7 @@ class Visit {
 		await until(`${n} rows`, async () => await this.page.locator(ROW).count() == n);
 	}
 
-	/* When the number of stations above the table is said so. */
+	/* Waits until the text above the table is `words`. */
 	async says(words) {
 		await until(words, async () => (await this.page.locator('.count').innerText()) == words);
 	}
@@ -51,7 +51,7 @@ class Visit {
 			rows.sort((a, b) => a.getAttribute('aria-rowindex') - b.getAttribute('aria-rowindex')).map(row => row.querySelector(cell).innerText), name);
 	}
 
-	/* When rows stand one below the other; after a resize they do so with the next frame. */
+	/* Waits until the rows are one below the other; after a resize that takes until the next frame. */
 	async stacked() {
 		await until('rows that do not cover each other', async () => {
 			const boxes = await this.page.locator(ROW).evaluateAll(rows => rows.map(row => row.getBoundingClientRect()).map(({ top, bottom }) => [ top, bottom ]).sort((a, b) => a[0] - b[0]));

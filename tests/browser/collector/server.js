@@ -21,7 +21,7 @@ class Collector {
 	constructor(stations = 3) {
 		this.stations = makeStations(stations);
 		this.answers = {}; // path below /api/v1/ to what it answers, or a function of its arguments
-		this.trouble = {}; // path to a status, to 'stall' (no answer) or to 'hold' (answered with release()); "stations?": of some only
+		this.trouble = {}; // path to a status, to 'stall' (no answer) or to 'hold' (answered by release()); "stations?": with arguments
 		this.held = [];
 		this.streams = new Set();
 		this.bytes = 0; // of all bodies
@@ -62,7 +62,7 @@ class Collector {
 		this.tell(values.kind ?? 'updated', station);
 	}
 
-	/* What was held is answered, as it was at the time of the question. */
+	/* Answers what was held, with the state at the time of the request. */
 	release() {
 		for (const [ response, body ] of this.held.splice(0))
 			this.send(response, 200, 'application/json', body);

@@ -47,7 +47,7 @@ function chosen(stations, { sort, direction, ssid, limit }) {
 	return fit.slice(0, limit ? +limit : undefined);
 }
 
-/* The texts that strangers may send; the collector escapes control characters and what is no UTF-8. */
+/* Texts that a stranger may send; the collector escapes control characters and what is not UTF-8. */
 const HOSTILE = [
 	'<img src=x onerror="window.hurt=1">', '"><script>window.hurt=1</script>', '\'";--', 'javascript:window.hurt=1',
 	'\u202egnihtemos\u202c', 'שלום עולם', '😀'.repeat(32), '\\xff\\xfe', 'a'.repeat(128), '{{7*7}}${7*7}', '&lt;b&gt;&amp;', ' '

@@ -1,4 +1,4 @@
-/* What stands in the table: units, order, filter, the menu's entry and the rights. */
+/* What the table shows: units, order, filter; the menu's entry and the rights. */
 'use strict';
 
 const assert = require('assert/strict');

@@ -22,7 +22,7 @@ class Clients {
 		return self;
 	}
 
-	/* The time of its polls; what they have asked for is in the page then. */
+	/* Lets the time of its polls pass; what they have fetched is then in the page. */
 	async pass(seconds) {
 		await this.page.evaluate((n) => window.pass(n), seconds);
 	}
@@ -76,7 +76,7 @@ class Clients {
 		assert.deepEqual(await violations(this.page), []);
 	}
 
-	/* `expected`: what the browser itself has to say of requests that fail. */
+	/* `expected`: what the browser itself prints about requests that fail. */
 	quiet(expected = /^$/) {
 		assert.deepEqual(this.page.errors.filter(text => !expected.test(text)), []);
 	}

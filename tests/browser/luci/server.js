@@ -1,6 +1,6 @@
 /*
- * The server beneath the page: files of the application, the menu's way to the view, the rights of its access file, and
- * the bus at /ubus/ with the answers of the daemon, whose example stands in docs/bus-api.md (printed by the programs).
+ * The server for the page: files of the application, the menu's path to the view, the rights of its access file, and
+ * the bus at /ubus/ with the answers of the daemon, as the example in docs/bus-api.md shows them (printed by the programs).
  */
 'use strict';
 

@@ -1,12 +1,12 @@
 /*
  * A stand-in for the part of LuCI's documented interface that our view uses, with its traps: a bare string as child is
  * markup, null in an array is printed, an attribute "false" is set, a rejected load() leaves "Loading view…", an update
- * of a table makes every row anew, sorting compares as a collator does. What a view may not lean on is not here.
+ * of a table makes every row anew, sorting compares as a collator does. What a view must not rely on is left out.
  */
 'use strict';
 
 /*
- * Time passes only when a test says so, in whole seconds: window.pass(5). It comes back when every poll has settled, unless
+ * Time passes only when a test says so, in whole seconds: window.pass(5). That returns when every poll has settled, unless
  * the test does not want to wait.
  */
 const clock = {
@@ -140,7 +140,7 @@ window.L = {
 	hasViewPermission: () => settings.permission
 };
 
-/* --- rpc: the calls of one animation frame are one request, answered by place --- */
+/* --- rpc: the calls of one animation frame are one request, answered in its order --- */
 
 class RPCError extends Error {}
 RPCError.prototype.name = 'RPCError';
@@ -197,7 +197,7 @@ async function flush() {
 	}
 }
 
-/* Refused: LuCI looks whether the session itself is gone, tells of it and stops polling. */
+/* Refused: LuCI checks whether the session itself has ended; then it says so and stops polling. */
 async function checkSession() {
 	const [ reply ] = await post([ { message: message('session', 'access', { scope: 'ubus', object: 'session', function: 'access' }) } ]);
 
@@ -400,7 +400,7 @@ const classes = {
 	rpc, poll, dom, ui
 };
 
-/* The first string literals of a source are what it requires, as [class, its name there]; it is the body of a function of them. */
+/* What a source requires: its first string literals, as [class, name in the source]. It is the body of a function of these. */
 function requirements(source) {
 	const literal = /^(?:\s|\/\*[^]*?\*\/|\/\/[^\n]*\n)*'([^']*)';/;
 	const names = [];
@@ -415,7 +415,7 @@ function requirements(source) {
 	return names;
 }
 
-/* The one instance of a class, which is fetched with what it requires itself. */
+/* The one instance of a class. The class is fetched first, with all that it requires. */
 async function load(name) {
 	if (!classes[name]) {
 		const source = await (await fetch(`/luci-static/resources/${name.replaceAll('.', '/')}.js`)).text();

@@ -1,4 +1,4 @@
-/* When there is no answer, or another one than the list. Each state has its words, and the page goes on by itself. */
+/* No answer, or another answer than the list. For each state the page has a text, and it recovers by itself. */
 'use strict';
 
 const assert = require('assert/strict');
@@ -8,7 +8,7 @@ const { test } = require('./page.js');
 
 const NO_DAEMON = 'The station daemon is not running.';
 
-/* What the browser itself writes into its console about a request. */
+/* What the browser itself prints in its console about a request. */
 const FAILED = /Failed to load resource/;
 
 function answerWith(status, body) {
