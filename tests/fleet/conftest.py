@@ -1,4 +1,4 @@
-"""Fixtures of the tests of a whole fleet: brokers, database, collectors and what the fleet meant to say."""
+"""Fixtures of the tests of a whole fleet: brokers, database, collectors and the fleet's ledger."""
 
 import pathlib
 import sys

@@ -41,7 +41,7 @@ class Node:
         self.shell = None
 
     def configure(self):
-        """The file that is meant for a real cluster, with the ports and names of this one."""
+        """The configuration file for a real cluster, with the ports and names of this one."""
         text = (CONFIGURATION / "rabbitmq.conf").read_text()
         text = re.sub(r"^listeners.tcp.default = .*", f"listeners.tcp.1 = {self.address}:{self.amqp}", text, flags=re.M)
         text = re.sub(r"^mqtt.listeners.tcp.default = .*", f"mqtt.listeners.tcp.1 = {self.address}:{self.mqtt}", text, flags=re.M)
@@ -59,7 +59,7 @@ class Node:
     def start(self):
         (self.folder / "pid").unlink(missing_ok=True)
         with open(self.folder / "out", "wb") as out:
-            # The shell waits for the node and hands signals on: the node's own id is in the file.
+            # The process that we started is a shell, which waits for the node: the node's own id is in this file.
             self.shell = subprocess.Popen([*self.enter, LIB / "rabbitmq-server"], env=self.environment, cwd=self.folder, stdin=subprocess.DEVNULL,
                                           stdout=out, stderr=out)
 

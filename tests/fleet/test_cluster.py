@@ -1,5 +1,5 @@
-"""A fleet behind a cluster of brokers and a database, two collectors in between, while one part after the other fails. What the
-fleet meant to say is in its ledger; after each failure the store has exactly that."""
+"""A fleet, a cluster of brokers, two collectors and a database, of which one after the other fails. The fleet's ledger has
+all reports that it made; after each failure the store has exactly that."""
 
 import pathlib
 import re
@@ -62,7 +62,7 @@ def test_the_database_is_killed(running):
 
 
 def test_a_node_answers_nobody_for_a_minute(running):
-    """It is stopped, so that its connections stay open and silent, as those of a node behind a dead link do."""
+    """A node is stopped, so that its connections stay open and silent, like those of a node behind a dead link."""
     node = running.cluster.node_of(running.cluster.queue(running.queue)["leader"])
     since = time.monotonic()
     node.signal(signal.SIGSTOP)
@@ -122,7 +122,7 @@ def test_three_whole_access_points_are_in_the_store_beside_the_simulated_ones(ru
 
 
 def test_the_database_is_slow(running):
-    """A lock holds every write back."""
+    """A lock blocks every write."""
     since = time.monotonic()
     session = running.postgres.session(running.name)
     session.stdin.write("BEGIN; LOCK TABLE report IN ACCESS EXCLUSIVE MODE; SELECT 'locked';\n")
@@ -179,7 +179,7 @@ def test_nobody_speaks_to_a_node_that_is_not_vouched_for(cluster, start, build_d
 
 
 def commands_of_the_manual():
-    """Those of docs/fleet.md that give rights, as words."""
+    """The commands of docs/fleet.md that grant rights, as lists of words."""
     text = (pathlib.Path(__file__).resolve().parents[2] / "docs/fleet.md").read_text(encoding="utf-8")
     return [shlex.split(line)[1:] for line in text.splitlines() if re.match(r"rabbitmqctl (add_user|set_\w*permissions) ", line)]
 

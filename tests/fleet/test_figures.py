@@ -1,4 +1,4 @@
-"""How fast a fleet's reports get through, and what they take: docs/fleet.md has the figures of one run."""
+"""How fast a fleet's reports reach the store, and what they cost: docs/fleet.md has the figures of one run."""
 
 import os
 import pathlib

@@ -1,4 +1,4 @@
-"""A whole fleet: access points, brokers, collectors, a database, and a ledger of what the access points meant to say."""
+"""A whole fleet: access points, brokers, collectors, a database, and a ledger of all reports that the access points made."""
 
 import collections
 import re
@@ -7,13 +7,13 @@ import time
 from programs import wait
 
 Meant = collections.namedtuple("Meant", "reports stays")
-SECONDS = 30  # that the fleet lives around a failure
+SECONDS = 30  # the fleet's running time around a failure
 SIMULATED = "ap LIKE '06:%'"
 PATIENCE = 300  # seconds until everything is stored
 
 
 def meant_by(ledgers):
-    """What these files say: the reports (access point, boot, number), and {MAC: (access point, begin, end, reports)}."""
+    """The content of these ledgers: the reports (access point, boot, number), and {MAC: (access point, begin, end, reports)}."""
     reports, stays = set(), {}
     for ledger in ledgers:
         text = ledger.read_text()
@@ -75,19 +75,19 @@ class Whole:
         return sum(ledger.read_bytes().count(b"report ") for ledger in self.ledgers if ledger.exists())
 
     def wait_until_stored(self, more):
-        """Until so many more reports are in the store."""
+        """Waits until this number of further reports is in the store."""
         goal = self.stored() + more
         wait(lambda: self.stored() >= goal, f"{goal} reports in the store")
 
     def wait_until_all_is_stored(self):
-        """Looks seldom enough to leave the machine to those who are measured."""
+        """Polls seldom enough to leave the machine to the programs that are measured."""
         end = time.monotonic() + PATIENCE
         while self.stored() < self.sent():
             assert time.monotonic() < end, f"{self.sent()} sent, {self.stored()} stored\n" + self.said()
             time.sleep(0.25)
 
     def recovery(self, since):
-        """Seconds from `since` until the store has all but the newest second of what was sent."""
+        """Seconds from `since` until the store has all that was sent, except in the newest second."""
         end = time.monotonic() + PATIENCE
         while time.monotonic() < end:
             sent = self.sent()
@@ -100,7 +100,7 @@ class Whole:
         return "".join(one.err.read_text() for one in [*self.collectors, *self.fleets])
 
     def end_and_compare(self, what, since=None, recovery=None):
-        """Waits until the fleet has ended and everything is stored; the store is then what the ledger says."""
+        """Waits until the fleet has ended and everything is stored; then checks that the store agrees with the ledger."""
         for fleet in self.fleets:
             assert fleet.process.wait(PATIENCE) == 0, fleet.err.read_text()
         meant = meant_by(self.ledgers)

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Writes the seeds of the daemon's fuzz targets into corpus/, named after what they say.
+"""Writes the seeds of the daemon's fuzz targets into corpus/, named after what they contain.
 
-Inputs that once made a target fail stand beside them and are left alone.
+Inputs there that once made a target fail are left alone.
 """
 
 import json
@@ -30,7 +30,7 @@ def seed(target, name, data):
 
 
 def pieces(*several):
-    """(tag, bytes) or bytes alone, each behind its word."""
+    """Joins pieces, (tag, bytes) or bytes alone, each with its word in front."""
     tagged = [one if isinstance(one, tuple) else (0, one) for one in several]
     return b"".join(struct.pack("<H", tag << 12 | len(data)) + data for tag, data in tagged)
 

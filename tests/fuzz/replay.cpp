@@ -14,7 +14,7 @@ namespace {
 
 using input = std::vector<std::uint8_t>;
 
-// Of exactly the file's size, so that the address sanitizer sees one byte too far.
+// Of exactly the file's size, so that the address sanitizer reports a read of even one byte too many.
 input read_input(const std::filesystem::path &path) {
     std::ifstream in(path, std::ios::binary);
     const std::vector<char> bytes{std::istreambuf_iterator<char>(in), {}};
@@ -24,7 +24,7 @@ input read_input(const std::filesystem::path &path) {
 } // namespace
 
 int main(int argc, char **argv) {
-    std::vector<input> inputs; // read first: a target may hide the places that they lie in
+    std::vector<input> inputs; // read first: a target may cover the folders that they are in
     for (int i = 1; i < argc; ++i) {
         if (std::filesystem::is_regular_file(argv[i])) inputs.push_back(read_input(argv[i]));
         if (!std::filesystem::is_directory(argv[i])) continue;

@@ -1,7 +1,7 @@
 """Scenario files of any text: the parser reads them or names the line that it cannot read, and nothing else happens.
 
-The seeds in corpus/scenario_parser/, among them each text that once made it fail, are read and then changed by dice.
-WSMD_FUZZ_SECONDS is how long that takes, over all files; without it each is changed 1500 times."""
+The seeds in corpus/scenario_parser/, among them each text that once made it fail, are read and then changed at random, for
+WSMD_FUZZ_SECONDS over all files; without that, each is changed 1500 times."""
 
 import itertools
 import os

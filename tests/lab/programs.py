@@ -1,4 +1,4 @@
-"""The lab's programs as their tests drive them."""
+"""What tests of the lab's programs use to run them."""
 
 import contextlib
 import json
@@ -14,7 +14,7 @@ import pytest
 
 PATIENCE = 120  # seconds; what a test waits for comes within milliseconds
 CONTROLLER_GROUP = 0x8000
-# The broker lets only root publish objects; in a user namespace of its own it takes us for root.
+# The broker lets only root publish objects; in a user namespace of our own it sees us as root.
 AS_ROOT = [] if os.geteuid() == 0 else ["unshare", "--map-root-user"]
 
 
@@ -45,7 +45,7 @@ class Program:
             self.process = subprocess.Popen([str(word) for word in argv], stdout=out, stderr=err, **options)
 
     def wait_for_socket(self, path):
-        """Waits until the program listens at the path, by the kernel's word: a visitor would be noticed."""
+        """Waits until the kernel lists the program's socket at the path: a connection as a probe would be noticed."""
         accepting = "00010000"
 
         def listening():
@@ -96,7 +96,7 @@ os.execv(sys.argv[2], sys.argv[2:])
 
 
 class Listener:
-    """Somebody who listens to the station-event family, as the daemon does."""
+    """A listener to the station-event family, as the daemon is one."""
 
     def __init__(self, netlink):
         self.socket = netlink
@@ -111,7 +111,7 @@ class Listener:
         return self.socket.recv(65536)
 
     def event(self):
-        """The next station event's message, announcements left aside."""
+        """The next station event's message; announcements are skipped."""
         while (message := self.message())[4:6] == b"\x10\0":
             pass
         return message
@@ -164,7 +164,7 @@ class Apsim:
             return peer.makefile("r", encoding="utf-8").readline().rstrip("\n")
 
     def ok(self, line):
-        """The same, and what stands behind "ok"."""
+        """The same; returns what follows "ok"."""
         answer = self(line)
         assert answer == "ok" or answer.startswith("ok "), f"{line}: {answer}"
         return answer[3:]

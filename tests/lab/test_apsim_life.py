@@ -114,7 +114,7 @@ def test_the_same_seed_makes_the_same_people_come_in_the_same_way(open_apsim, tm
         listener = apsim.listener()
         apsim.ok(f"population n=30 seed={seed}")
         events = [listener.record() for _ in range(60)]
-        return [(event[:140], event[144:148], event[237]) for event in events]  # all but the time; where, how strong
+        return [(event[:140], event[144:148], event[237]) for event in events]  # all but the time: who, where, how strong
     first = arrivals("one", 5)
     assert arrivals("two", 5) == first
     assert arrivals("three", 6) != first

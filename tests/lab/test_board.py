@@ -63,7 +63,7 @@ def names(board):
 
 
 def press(board, *keys):
-    """The wishes that came of it."""
+    """The wishes that resulted from the keys."""
     return [wish for wish in map(board.key, keys) if wish]
 
 

@@ -1,4 +1,4 @@
-"""Text on a terminal: what it takes in cells, and what foreign text may not do there."""
+"""Text on a terminal: how many cells it takes, and what foreign text must not do there."""
 
 import pytest
 

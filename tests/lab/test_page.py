@@ -22,7 +22,7 @@ NOON = 1795262400
 
 
 def values_of(image):
-    """The members of a report, by the layout that the tests have."""
+    """The members of a report, by the tests' own layout."""
     found = {}
     for name, (offset, form) in formats.REPORT.items():
         width = formats.struct.calcsize(form)

@@ -1,4 +1,4 @@
-"""What is left of a space when it has ended."""
+"""What a space leaves behind when it has ended."""
 import os
 
 from wsmlab.space import Space

@@ -35,7 +35,7 @@ TEST(netlink_listener, is_not_one_of_another_protocol_or_group_nor_the_heading) 
 
 TEST(netlink_port, is_of_the_process_that_has_its_number) {
     const auto own = static_cast<std::uint32_t>(getpid());
-    std::string name; // not always the program's: an emulator has its own
+    std::string name; // may differ from the program's: an emulator has its own
     std::getline(std::ifstream("/proc/self/comm"), name);
     EXPECT_TRUE(netlink_port_is_of(own, name.c_str()));
     EXPECT_FALSE(netlink_port_is_of(own, name.substr(1).c_str()));
@@ -57,7 +57,7 @@ public:
             if (fork() == 0) {
                 prctl(PR_SET_NAME, "a-jailed-one");
                 (void)!write(up[1], "x", 1);
-                (void)!read(down[0], &byte, 1); // until the test lets go
+                (void)!read(down[0], &byte, 1); // until the test closes its end
                 _exit(0);
             }
             close(up[1]);

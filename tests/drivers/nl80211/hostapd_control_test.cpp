@@ -72,7 +72,7 @@ protected:
             static_cast<ssize_t>(text.size()));
         run();
     }
-    // What waits is read: the timer fires behind it.
+    // Reads what is waiting: the timer is set to fire after it.
     static void run() {
         uloop_timeout end{};
         end.cb = [](uloop_timeout *) { uloop_end(); };

@@ -1,4 +1,4 @@
-// One allocation fails, then the next one, and so on: nothing breaks, and the next list puts right what was lost.
+// The first allocation fails, then the second, and so on: nothing breaks, and the next list corrects what was lost.
 #include "channel/event_channel.h"
 #include "nl80211/networks.h"
 #include "nl80211/station_life.h"
@@ -35,7 +35,7 @@ namespace {
 
 constexpr mac_address client{{2, 0, 0, 0, 0, 1}};
 
-// Whether the daemon has been told that the client is on.
+// Whether the daemon was last told that the client has joined.
 bool drain(station_life &life, bool on) {
     life_output what{};
     while (life.take(what)) {

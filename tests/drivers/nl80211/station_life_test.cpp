@@ -1,5 +1,5 @@
-// Each test plays what kernel and hostapd send for one thing that can happen to a client, in the order in which they
-// send it, and reads what the daemon is told.
+// Each test plays one thing that can happen to a client: it sends what kernel and hostapd send, in their order, and
+// reads what the daemon is told.
 #include "nl80211/station_life.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ constexpr mac_address everybody{{0xff, 0xff, 0xff, 0xff, 0xff, 0xff}};
 constexpr std::uint32_t network_a = 3, network_b = 4;
 using told = std::vector<std::string>;
 
-// Kernel and hostapd in one: what they have, and what they say.
+// Kernel and hostapd in one: their entries and their messages.
 class station_life_of : public testing::Test {
 protected:
     void SetUp() override {
@@ -22,7 +22,7 @@ protected:
         life.network(network_b, true, true);
     }
 
-    // Time goes by; the life's questions are answered from what the kernel has.
+    // Lets time pass, and answers the requests of the life from the kernel's entries.
     void pass(std::int64_t ms) {
         const std::int64_t end = now_ms + ms;
         for (;;) {
@@ -89,7 +89,7 @@ protected:
         drain();
     }
     void key(std::uint32_t network, int number) { life.key_message_sent(network, client, number, now()); }
-    // What becomes of the entry; the kernel says nothing.
+    // Changes the entry without a message of the kernel.
     void authorise(std::uint32_t network) {
         entries[network].authorized = entries[network].associated = true;
         entries[network].associated_at = static_cast<std::uint64_t>(now_ms) * 1'000'000;

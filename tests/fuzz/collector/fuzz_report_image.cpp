@@ -1,5 +1,5 @@
-// The input is what a collector receives. The image is decoded, shown in each of the collector's forms, and encoded: encoded
-// and decoded again it is the same, so that nothing that the record holds gets lost.
+// The input is what a collector receives. The image is decoded, shown in each of the collector's forms, and encoded. Decoded
+// once more it must be the same, so that nothing in the record gets lost.
 #include "../require.h"
 #include "collector/report_writer.h"
 

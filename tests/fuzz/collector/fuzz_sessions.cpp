@@ -1,5 +1,5 @@
-// The input is reports of few stations as they come, with the seconds between them. Whatever they say: a stay has one number,
-// never more bytes than were counted before it lost any, an end not before its beginning, and every stay ends.
+// The input is reports of a few stations in their order, with the seconds between them. Whatever they hold: a stay is of one
+// station, its bytes never become fewer, it does not end before it began, and every stay ends.
 #include "../require.h"
 #include "collector/sessions.h"
 

@@ -1,5 +1,5 @@
-// The input is a file of the spool. Its records are read one by one up to the first that is none; each is written again as the
-// same bytes, and a file that ends earlier has the same records as far as they are whole.
+// The input is a file of the spool. Its records are read one by one up to the first invalid one. Each, written again, gives the
+// same bytes, and a file that ends earlier has the same records, as far as they are complete.
 #include "../require.h"
 #include "collector/spool_format.h"
 

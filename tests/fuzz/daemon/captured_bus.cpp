@@ -1,5 +1,5 @@
-// The bus library as far as the daemon's callbacks call it: what is sent is looked at and dropped, what is asked for is
-// there. Defined in the program, these are found before the library's own.
+// The functions of the bus library that the daemon's callbacks call. What is sent is checked and dropped; a look-up
+// succeeds. Defined in the program, they are found before the library's own.
 #include "base/cxx/ubus.h"
 #include "support/members.h"
 

@@ -1,5 +1,5 @@
-// The input is the station backup file that a start finds. The restored stations go on line, are written again, and come
-// back in the next start; those that nobody confirms are swept.
+// The input is the station backup file that a start finds. The restored stations go online, are written again, and are
+// restored at the next start; those that nothing confirms are swept.
 #include "life.h"
 
 #include "life/pass.h"

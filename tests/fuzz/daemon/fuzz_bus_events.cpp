@@ -1,4 +1,4 @@
-// The input is what others tell the daemon on the bus, one message a piece; the tag says what it is: one of the three
+// The input is what others send to the daemon on the bus, one message a piece; the tag says what it is: one of the three
 // events, the DHCP monitor's notification, or its two answers.
 #include "life.h"
 

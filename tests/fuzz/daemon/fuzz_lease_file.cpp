@@ -1,4 +1,4 @@
-// The input is the DHCP server's lease file: stations on line take names and addresses from it, and a new one goes on line.
+// The input is the DHCP server's lease file: stations online take names and addresses from it, and a new one goes online.
 #include "life.h"
 
 #include "life/address.h"

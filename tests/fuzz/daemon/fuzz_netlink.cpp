@@ -1,5 +1,5 @@
 // The input is what arrives on the driver's socket, one message a piece, at a daemon that knows stations. The tag says
-// which timer fires behind it; in the end all of them do.
+// which timer fires after it; in the end all of them do.
 #include "life.h"
 
 #include "life/driver_events.h"

@@ -1,5 +1,5 @@
 // The input is what arrives on the socket for neighbours, one datagram a piece, at a daemon that knows stations. With a tag
-// above 0 a station leaves behind it.
+// above 0 a station leaves after it.
 #include "life.h"
 
 #include "life/neighbours.h"

@@ -47,7 +47,7 @@ void expect_whole_lines() {
 
 } // namespace
 
-// Before the engine makes threads, which could not be taken into the namespaces.
+// Before the engine starts threads: a process with threads could not enter the namespaces.
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     GTEST_FLAG_SET(throw_on_failure, true); // nothing catches it
     enter_places();

@@ -2,9 +2,9 @@
 //
 // Before: the unit tests' house (support/house.h: files, driver, commands and clean globals of its own), with the
 //         configuration of an access point, a collector, a bus, and three stations: `online` (radio 0), `added` (radio 1,
-//         before its first pass) and `repeater` (on line, radio 0). The driver lists the first two.
+//         before its first pass) and `repeater` (online, radio 0). The driver lists the first two.
 // After:  every report has the collector's size, every line of the backup file its fields, and each block of the counting
-//         allocator an owner. What does not hold ends the program, as a crash does.
+//         allocator an owner. A violation ends the program, as a crash does.
 #pragma once
 
 #include "support/collector.h"
@@ -27,7 +27,7 @@ public:
     // What the daemon's timers do: the five-second pass, the early reports, the periodic report.
     void run_timers();
 
-    // Looks at the reports that have come and makes room for more: with a full queue the daemon waits.
+    // Checks the reports that have come, and so empties the queue: with a full queue the daemon waits.
     void take_reports();
 
 private:

@@ -1,7 +1,7 @@
 // pieces.h - an input that is several things, one after the other.
 //
-// Before each stands a little-endian word: 12 bits of length, and above them a tag of 4 bits to which the target gives
-// a meaning. The last piece may be shorter than it says.
+// Each begins with a little-endian word: 12 bits of length, and above them a tag of 4 bits whose meaning the target
+// defines. The last piece may be shorter than its word says.
 #pragma once
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// A line of hostapd's control socket, and the frame that it may bring.
+// A line of hostapd's control socket, and the frame that it may contain.
 #include "../require.h"
 #include "nl80211/capabilities.h"
 #include "nl80211/control_line.h"

@@ -1,4 +1,4 @@
-// A message of the kernel's wireless configuration: any attributes, nested, cut and doubled.
+// A message of the kernel's wireless configuration: any attributes, also nested, cut and repeated.
 #include "../require.h"
 #include "nl80211/capabilities.h"
 #include "nl80211/figures.h"

@@ -30,7 +30,7 @@ const blob_attr_info info[] = {
     {BLOB_ATTR_STRING, 6, 9, nullptr}, {BLOB_ATTR_INT8, 0, 0, nullptr},   {BLOB_ATTR_INT16, 0, 0, nullptr},
     {BLOB_ATTR_INT64, 0, 0, nullptr},  {BLOB_ATTR_NESTED, 0, 0, nullptr}, {BLOB_ATTR_DOUBLE, 0, 0, nullptr}};
 
-// Every byte of a value that was found lies in the input, and is read.
+// Every byte of a value that was found is within the input, and is read.
 void read_value(blob_attr *attr) {
     if (!attr) return;
     require(blobmsg_check_attr(attr, false));

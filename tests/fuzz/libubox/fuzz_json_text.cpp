@@ -1,5 +1,5 @@
-// JSON text from outside: what becomes a message is a sound one, and its text says the same when it is read
-// again.
+// JSON text from outside: if it becomes a message, that is a sound one, and its text, read again, gives the same
+// message.
 #include <libubox/blobmsg_json.h>
 
 #include <cstdlib>

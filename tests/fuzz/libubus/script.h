@@ -3,7 +3,7 @@
 //     byte 1     message type
 //     bytes 2-3  peer, counted from the first id that is given out, big endian
 //     bytes 4-5  length of what follows, big endian; cut to what is there
-// so that most inputs are well-framed messages, and the rest is not excluded.
+// so that most inputs are well-framed messages, and others remain possible.
 #ifndef FUZZ_UBUS_SCRIPT_H
 #define FUZZ_UBUS_SCRIPT_H
 

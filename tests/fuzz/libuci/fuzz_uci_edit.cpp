@@ -20,7 +20,7 @@ const std::map<std::string_view, edit> edits = {
     {"add_list", uci_add_list}, {"del_list", uci_del_list}, {"revert", uci_revert},
 };
 
-// A section that is given a name of the generated kind can hide one that has it; that is how they are.
+// A section that gets a name of the generated kind can hide the section that has this name already; this is allowed.
 bool collides(std::string_view tuple) { return tuple.find("cfg") != std::string_view::npos; }
 
 void run(uci_context *ctx, std::string_view command, std::string &tuple, uci_package **p) {

@@ -1,4 +1,4 @@
-// The input is a recording from anybody. It is refused, or read, shown, and used as a replay does: its messages get the
+// The input is a recording from a stranger. It is refused, or read, shown, and used as a replay does: its messages get the
 // lab's family numbers, and its own driver requests, asked again at their times, are answered.
 #include "../require.h"
 #include "record/show.h"
