@@ -10,7 +10,7 @@ def certificate(folder, name, common_name, *, names="IP:127.0.0.1", authority="c
     key = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-keyout", f"{name}.key", "-subj", f"/CN={common_name}"]
     if name == authority:
         return openssl("req", "-x509", *key, "-out", f"{name}.crt", "-days", "2")
-    (folder / "names").write_text(f"subjectAltName={names}" if names else "basicConstraints=CA:FALSE")
+    (folder / "extensions").write_text(f"subjectAltName={names}" if names else "basicConstraints=CA:FALSE")
     openssl("req", *key, "-out", f"{name}.csr")
     return openssl("x509", "-req", "-in", f"{name}.csr", "-CA", f"{authority}.crt", "-CAkey", f"{authority}.key", "-CAcreateserial", "-days", "2",
-                   "-extfile", "names", "-out", f"{name}.crt")
+                   "-extfile", "extensions", "-out", f"{name}.crt")

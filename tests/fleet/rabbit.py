@@ -113,10 +113,10 @@ class Cluster:
     def __init__(self, size=3):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="wsm-mq-"))
         self.mapper_port = free_port()
-        names = self.folder / "names"
+        hosts = self.folder / "hosts.erl"
         self.environment = {
             "PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8", "HOME": str(self.folder), "ERL_EPMD_PORT": str(self.mapper_port),
-            "ERL_INETRC": str(names), "RABBITMQ_CONF_ENV_FILE": str(self.folder / "none")}
+            "ERL_INETRC": str(hosts), "RABBITMQ_CONF_ENV_FILE": str(self.folder / "none")}
         cookie = self.folder / ".erlang.cookie"
         cookie.write_text(secrets.token_hex(10))
         cookie.chmod(0o400)
@@ -124,7 +124,7 @@ class Cluster:
         self.cables = cables.Cables() if cables.usable() else None
         try:
             self.nodes = [Node(self, f"broker{number}", self.cables and self.cables.namespace()) for number in range(1, size + 1)]
-            names.write_text("".join(f'{{host, {{{node.address.replace(".", ",")}}}, ["{node.name.split("@")[1]}"]}}.\n' for node in self.nodes) +
+            hosts.write_text("".join(f'{{host, {{{node.address.replace(".", ",")}}}, ["{node.name.split("@")[1]}"]}}.\n' for node in self.nodes) +
                              "{lookup, [file, native]}.\n")
             self.begin()
         except BaseException:
