@@ -165,6 +165,10 @@ private:
 
     void add_http() {
         if (!view_) return;
+        if (input_)
+            std::fprintf(stderr,
+                         "wsm-collector: live: what this collector receives is shown; if others share its "
+                         "queue, give it one of its own\n");
 #if WITH_HTTP
         view_->write = [names = names_](const change &what) { return event_text(what, *names); };
         api_sources from{view_, names_, store_named(), {}, now(), chosen_.metrics_stations};

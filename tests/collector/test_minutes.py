@@ -157,7 +157,7 @@ def at_its_time(image):
     return bytes(data)
 
 
-def test_a_day_of_the_demos_people_is_the_same_in_every_output(start, build_dir, tmp_path, broker, with_mqtt, monkeypatch):  # noqa: F811
+def test_a_day_of_the_demos_people_is_the_same_in_every_output(start, build_dir, tmp_path, broker, with_mqtt, monkeypatch, database):  # noqa: F811
     # pylint: disable=unused-argument,too-many-locals
     images = people_of_a_day(build_dir, monkeypatch)
     (tmp_path / "reports").write_bytes(b"".join(images))
@@ -194,7 +194,13 @@ def test_a_day_of_the_demos_people_is_the_same_in_every_output(start, build_dir,
     until(lambda: len(ran.read_text().split()) >= sum(counted["metrics"][kind] for kind in asked), "the programs")
     assert program.stop() == 0
     counted["exec"] = collections.Counter(ran.read_text().split())
+    done = database.collect(b"".join(images), "--sample", "0", "--keep", "0")
+    assert (done.returncode, done.stderr) == (0, b"")
+    counted["postgres"] = collections.Counter({kind: int(count) for kind, count in database.sql("SELECT kind, count(*) FROM event GROUP BY kind")})
+    what = "mac, ap, radio, state, roams, returns, reports, up, down"
     with sqlite3.connect(tmp_path / "store") as db:
+        assert database.sql(f"SELECT {what} FROM stay ORDER BY mac, began, id") == [
+            [str(value) for value in row] for row in db.execute(f"SELECT {what} FROM stay ORDER BY mac, began, id")]
         counted["store"] = collections.Counter(dict(db.execute("SELECT kind, count(*) FROM event GROUP BY kind")))
         stays, ended, leaving = db.execute("SELECT count(*), sum(state = 3), sum(state = 1) FROM stay").fetchone()
     lines = len(program.lines())

@@ -12,6 +12,7 @@ import pytest
 from brokers import Publisher, messages, needs_mosquitto, reports, subscribed
 from images import mac, told
 from programs import wait
+from served import Served
 
 pytestmark = needs_mosquitto
 NOW = int(time.time()) - 1000
@@ -181,3 +182,20 @@ def test_a_fleet_s_stays_are_in_the_store_as_its_ledger_has_them(broker, subscri
     kept = {mac_: (ap, began // 1000000, (ended or 0) // 1000000, reports_) for mac_, ap, began, ended, reports_ in
             rows(store, "SELECT mac, ap, began, ended, reports FROM stay")}
     assert kept == stays
+
+
+def test_a_live_page_of_collectors_that_share_needs_a_group_of_its_own(publish, subscribe, build_dir):
+    asked = subprocess.run([build_dir / "bin/wsm-collector", "--http", "127.0.0.1:x", "--socket", "/"], capture_output=True, text=True, timeout=30,
+                           check=False)
+    if "libmicrohttpd" in asked.stderr:
+        pytest.skip("built without libmicrohttpd")
+    both = [subscribe(name="one"), subscribe(name="other")]
+    page = subscribe("--group", "page", "--http", "127.0.0.1:0", name="page", form="--quiet")
+    publish.send(*(told(number, 1, int(time.time())) for number in range(40)))
+    served = Served.__new__(Served)
+    served.port = re.search(r"http: port (\d+)", page.err.read_text())[1]
+    wait(lambda: len(served.get("/api/v1/stations")) == 40, "all stations on the page")
+    wait(lambda: sum(len(one.lines()) for one in both) == 40, "the reports of those who share")
+    assert all(one.lines() for one in both)
+    assert page.err.read_text().count("live: what this collector receives is shown; if others share its queue, give it one of its own") == 1
+    assert [one.stop() for one in [page, *both]] == [0, 0, 0]
