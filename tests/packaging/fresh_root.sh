@@ -1,6 +1,6 @@
 #!/bin/sh
-# Inside a fresh root, in namespaces of its own: the installed programs at work, from the driver's first client to the
-# daemon's clean end. Prints what the test looks at.
+# Runs inside a fresh root, in namespaces of its own: the installed programs at work, from the driver's first client to the
+# daemon's clean end. Prints what the test checks.
 set -eu
 
 wait_for() { # command...: until it succeeds, ten seconds at most

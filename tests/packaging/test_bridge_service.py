@@ -1,4 +1,4 @@
-"""wsm-bridge under a supervisor: the unit's words, and the program as its own user with the one right that it gets."""
+"""wsm-bridge under a supervisor: the settings of its unit, and the program as its own user with its one capability."""
 
 import json
 import os
@@ -64,7 +64,7 @@ def test_without_a_capability_file_one_is_made_with_a_limit_for_each_radio(tree)
     lines = (tree / "packaging/systemd/wsmd.tmpfiles").read_text(encoding="utf-8").splitlines()
     kind, path, mode, user, group, _, text = next(line for line in lines if line.startswith("f ")).split(None, 6)
     assert (path, mode, user, group) == ("/tmp/tk_device/tk_device.json", "0644", "root", "root")
-    assert "%" not in text and "\\" not in text  # which would stand for something else there
+    assert "%" not in text and "\\" not in text  # these have a special meaning in a unit file
     radios = json.loads(text)["wireless"]["radiolist"]
     assert [radio["sta_limit_max"] for radio in radios] == [256, 256]
 
@@ -72,7 +72,7 @@ def test_without_a_capability_file_one_is_made_with_a_limit_for_each_radio(tree)
 # --- at work ---
 
 class Service:
-    """The bridge as its supervisor starts it: its own user, one right, a folder of its own and a link where the daemon asks."""
+    """The bridge as its supervisor starts it: its own user, one capability, its own folder, and a link at the daemon's path."""
 
     def __init__(self, program, folder, libraries):
         self.folder = folder
@@ -95,7 +95,7 @@ class Service:
         return self.signs.recv(64).decode()
 
     def ask(self, user, group):
-        """What the bridge answers to somebody who has no right over files; None when he may not ask."""
+        """What the bridge answers to a process without capabilities over files; None when it cannot connect."""
         done = subprocess.run(
             ["setpriv", f"--reuid={user}", f"--regid={group}", "--clear-groups", "--bounding-set=-all", "--inh-caps=-all",
              "/usr/bin/python3", "-c", ASK, self.folder / "was.sock", "48"], capture_output=True, text=True, check=False)
@@ -118,7 +118,7 @@ def service(build_dir, tmp_path, sanitized):
         pytest.skip("built without the bridge")
     if subprocess.run([*AS_ITS_USER, "true"], capture_output=True, check=False).returncode != 0:
         pytest.skip("no right to give away")
-    for folder in (tmp_path, *tmp_path.parents):  # which the others have to pass
+    for folder in (tmp_path, *tmp_path.parents):  # the other users must be able to enter these
         if folder.stat().st_uid == os.geteuid() and folder.parent != folder and "pytest" in str(folder):
             folder.chmod(0o755)
     one = Service(program, tmp_path, build_dir / "lib")
@@ -127,7 +127,7 @@ def service(build_dir, tmp_path, sanitized):
 
 
 def rights(process):
-    """The effective rights of a process, a bit for each."""
+    """The effective capabilities of a process, a bit for each."""
     status = pathlib.Path(f"/proc/{process.pid}/status").read_text(encoding="utf-8")
     return int(re.search(r"^CapEff:\t(\w+)$", status, re.M)[1], 16)
 
@@ -149,7 +149,7 @@ def test_the_daemon_asks_it_without_any_right_over_files_and_a_stranger_may_not(
     while service.sign() != "READY=1":
         pass
     assert rights(service.process) == 1 << 12  # CAP_NET_ADMIN
-    # No radios here: to the daemon's question how many stations there are it answers that there is no such interface.
+    # There are no radios: when asked for the number of stations the bridge answers that there is no such interface.
     assert service.ask(0, 0) < 0
     assert service.ask(STRANGER, STRANGER) is None
 

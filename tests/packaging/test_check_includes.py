@@ -1,4 +1,4 @@
-"""scripts/check_includes.py: what it finds, and that the tree has nothing of it."""
+"""scripts/check_includes.py: what it finds, and that it finds nothing in the tree."""
 
 import re
 import subprocess

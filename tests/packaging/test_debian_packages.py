@@ -125,13 +125,13 @@ def fresh_root(build_dir, tmp_path):
 
 
 def in_root(root, *command, namespaces=()):
-    """Runs a program in the fresh root to its end; whatever it leaves running ends with it."""
+    """Runs a program in the fresh root to its end; processes that it leaves behind end with it."""
     return run("unshare", "--mount", "--pid", *namespaces, "--fork", "--kill-child", "chroot", root, *command,
                env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C", "DEBIAN_FRONTEND": "noninteractive"}, timeout=120)
 
 
 def belongings(root):
-    """Every file of the root but what package management, its caches and the lists of accounts keep about it."""
+    """Every file of the root, without those of package management, its caches and the lists of accounts."""
     kept = ("var/lib/dpkg/", "var/cache/", "var/log/", "etc/ld.so.cache", "etc/group-", "etc/gshadow-", "etc/passwd-", "etc/shadow-", "dev/", "proc/")
     return [name for name in files_below(root) if not name.startswith(kept)]
 
@@ -184,7 +184,7 @@ def test_in_a_fresh_root_they_install_run_and_leave_nothing_behind(fresh_root, p
     in_root(root, "dpkg", "--purge", *reversed(NAMES))
     left = set(belongings(root)) - set(before)
     ours = {f"etc/{name}" for name in files_below(feed / "files/etc")} | {
-        f"etc/config/{name}" for name in ("debug", "sysinfo", "system", "wifiinfo", "wireless")} | {  # what the checks laid out
+        f"etc/config/{name}" for name in ("debug", "sysinfo", "system", "wifiinfo", "wireless")} | {  # made by the checks
         "run/fresh_root.sh", "run/test.sh", "tmp/.sta_file_lockpath", "tmp/sta.log"}
     assert left - ours == set()
     assert accounts(root) == accounts_before

@@ -1,4 +1,4 @@
-"""What `cmake --install` lays out for an ordinary Linux, and that it can be used from there."""
+"""What `cmake --install` installs on an ordinary Linux, and that it works from there."""
 
 import os
 import subprocess

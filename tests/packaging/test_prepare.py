@@ -11,7 +11,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
 def prepare(script, folder=ROOT, **environment):
-    """Runs bash with prepare.sh read in; returns (status, output, errors)."""
+    """Runs bash code after sourcing prepare.sh; returns (status, output, errors)."""
     done = subprocess.run(["bash", "-c", f". {ROOT}/scripts/prepare.sh\n{script}"], cwd=folder, capture_output=True, text=True,
                           check=False, env={**os.environ, **environment})
     return done.returncode, done.stdout, done.stderr

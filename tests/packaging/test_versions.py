@@ -1,4 +1,4 @@
-"""Every program says which version it is; only the daemon, which takes no arguments, cannot."""
+"""Every program can print its version, except the daemon, which takes no arguments."""
 
 import pathlib
 import re

@@ -145,8 +145,7 @@ TEST_F(dbg, there_is_room_for_32_modules) {
 TEST_F(dbg, messages_lost_for_want_of_a_file_are_counted_and_told_when_there_is_one) {
     const std::string sub = folder.file("sub");
     EXPECT_EQ(dbg_init("tester", (sub + "/log").c_str(), 0), -1);
-    // The file of before is still open under its own name; a path that cannot be opened must not fall back to
-    // it.
+    // The previous file is still open; a path that cannot be opened must not fall back to it.
     dbg_printf(quiet, 3, "one\n");
     dbg_printf(quiet, 3, "two\n");
     std::filesystem::create_directory(sub);

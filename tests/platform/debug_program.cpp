@@ -1,7 +1,7 @@
 // A program with a log, for its tests: debug_program LOG [BUS].
 // Registers the modules "main" and "quiet". Without a bus it writes one message per level and module and
-// ends. With one it publishes the log's object and then, every few milliseconds, writes a round: a line
-// whatever the thresholds, and a message of level 5 from each module.
+// ends. With one it publishes the log's object and then, every few milliseconds, writes a round: a line that
+// does not depend on the thresholds, and a message of level 5 from each module.
 #include "base/cxx/ubox.h"
 #include "debug/dbg.h"
 

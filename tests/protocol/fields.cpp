@@ -1,5 +1,5 @@
-// wsmd-fields: the fields of every layout that two programs share, one on a line, out of the lists that the programs expand:
-// LAYOUT <tab> columns... <tab> FIELD. The tables of docs/formats.md are compared with it.
+// wsmd-fields: prints the fields of every layout that two programs share, one on a line, from the lists that the programs
+// expand: LAYOUT <tab> columns... <tab> FIELD. The tables of docs/formats.md are compared with it.
 #include "protocol/backup_line.h"
 #include "protocol/driver_request.h"
 #include "protocol/station_event.h"

@@ -189,7 +189,7 @@ TEST(station_report, carries_texts_that_fill_their_fields_to_the_last_byte) {
 
 TEST(station_report, read_back_gives_the_report_again) {
     station_report sta{};
-    std::memset(&sta, 0xee, sizeof(sta)); // whatever stood there is gone
+    std::memset(&sta, 0xee, sizeof(sta)); // the earlier content is gone
     station_report_decode(expected_image(), sta);
     EXPECT_STREQ(sta.ssid, "lobby net");
     EXPECT_EQ(sta.status, 0x2001);

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Records the kernel's messages of one station, beside what iw and hostapd say of it: tests/golden/nl80211 was made with
+"""Records the kernel's messages about one station, and what iw and hostapd say of it. tests/golden/nl80211 was made with
 
     lab/vm --out FOLDER --empty /tmp --empty /etc/config env PYTHONPATH=lab python3 tests/radio/record_messages.py
 
@@ -103,7 +103,7 @@ def main():
         keep("interface", asks.ask(family, GET_INTERFACE, of_network)[0])
 
         def quiet():
-            """Between two lists nothing but the time has moved."""
+            """Between two lists nothing has changed except the time."""
             before = asks.ask(family, GET_STATION, of_network, DUMP)[0]
             said = run("iw", "dev", "wlan1", "station", "dump")
             after = asks.ask(family, GET_STATION, of_network, DUMP)[0]

@@ -162,7 +162,7 @@ def the_kernel_alone_tells_of_stations(air, anna, ben):
         report = air.wait_for_report(since, mac=ben.mac, log_type=1)
         assert (report["ifname"], report["version"], report["ap_assoc_req"]) == ("wlan0", "", ""), report
         air.agree(anna, ben)
-        # Messages that the kernel cannot keep for a bridge which does not read: the next list says who has gone and come.
+        # The kernel drops messages for a bridge that does not read: the next list shows who has left and come.
         with air.small_netlink_buffer("wsm-bridge") as lost:
             air.running["wsm-bridge"].send_signal(signal.SIGSTOP)
             try:
@@ -192,7 +192,7 @@ def hostapd_stands_still_and_goes_on(air, anna, ben):
     try:
         wait(lambda: air.log("wsm-bridge").count("hostapd is gone") >= given_up + len(air.names), "the bridge to give hostapd up")
         assert set(air.daemon_list()) == {anna.mac, ben.mac}
-        ben.leave()  # nobody takes its word
+        ben.leave()  # nobody receives its message
     finally:
         air.running["hostapd"].send_signal(signal.SIGCONT)
     wait(lambda: air.log("wsm-bridge").count("tells of its stations") >= told + len(air.names), "hostapd to be heard again")
@@ -202,7 +202,7 @@ def hostapd_stands_still_and_goes_on(air, anna, ben):
 
 @story(anna="wlan1")
 def a_bridge_that_stands_still_stops_hostapd_until_it_is_killed(air, anna, ben):
-    """What docs/bridge.md says of it. hostapd's sockets get room for some ten messages, so that it does not take long."""
+    """What docs/bridge.md says of it. hostapd's sockets hold only some ten messages here, so that it does not take long."""
     def restart_hostapd():
         air.stop("hostapd")
         air.start_hostapd()

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Plays the stories of the radio tests, in one virtual machine: stories.py BUILD-FOLDER [REGEX]. Each ends with the daemon,
-its reports, the kernel and hostapd of one opinion. Writes one JSON line for each to $OUT/results, as soon as it is over."""
+"""Plays the stories of the radio tests, in one virtual machine: stories.py BUILD-FOLDER [REGEX]. At the end of each, the daemon,
+its reports, the kernel and hostapd must agree. Writes one JSON line for each to $OUT/results, as soon as it is over."""
 
 import json
 import os
@@ -10,7 +10,7 @@ import sys
 import time
 import traceback
 
-import behaviour_stories  # noqa: F401 # they tell of themselves
+import behaviour_stories  # noqa: F401 # the import registers the stories
 import client_stories  # noqa: F401
 import service_stories  # noqa: F401
 from wsmlab.air import Air
@@ -29,7 +29,7 @@ def main():
             try:
                 play(one, air)
                 fault = ""
-            except Exception:  # pylint: disable=broad-except # whatever it was, the next story is told, too
+            except Exception:  # pylint: disable=broad-except # after any failure the next story is played, too
                 fault = traceback.format_exc()
             seconds = time.monotonic() - begin
             told.write(json.dumps({"story": one.__name__, "fault": fault, "seconds": round(seconds, 1)}) + "\n")

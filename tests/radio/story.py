@@ -1,4 +1,4 @@
-"""What all stories of the radio tests share."""
+"""What the stories of the radio tests share."""
 
 from wsmlab.air import wait
 
@@ -7,7 +7,7 @@ STORIES = []
 
 
 def story(anna=None, ben=None):
-    """To be played with the access point and two clients, who are at these networks when it begins; None: away."""
+    """Marks a story. It gets the access point and two clients, which are at these networks at its beginning; None: away."""
     def keep(function):
         function.places = (anna, ben)
         STORIES.append(function)
@@ -24,14 +24,14 @@ def play(one, air):
 
 
 def off(air, since, client, reason):
-    """The report that the client has gone."""
+    """Waits for the report that the client has left."""
     report = air.wait_for_report(since, mac=client.mac, log_type=2)
     assert report["reason_code"] == reason, report
     return report
 
 
 def go_over(client, to):
-    """It roams there. The number of reports before it."""
+    """The client roams to that network. Returns the number of reports before."""
     since, begin = len(client.air.reports()), client.log_size()
     client.prefer(to)
     assert "OK" in client.cli("reassociate")

@@ -1,7 +1,7 @@
 """Real radios: the stories, played in one virtual machine with this build's programs. ./test --radio runs them.
 
-Each story is a test of its own here; its verdict comes while the machine still plays the next ones. What the programs said
-is in radio-results/ of the build folder.
+Each story is a test of its own here; its result comes while the machine still plays the next ones. The programs' output is
+in radio-results/ of the build folder.
 """
 
 import json

@@ -1,4 +1,4 @@
-// Recordings as wsm-record writes them, and as anybody could: what is read of them, and why they are refused.
+// Recordings, as wsm-record writes them and as anybody could: what is read from them, and why some are refused.
 #include "record/recording.h"
 #include "record/show.h"
 
@@ -164,20 +164,20 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(std::pair(0u, std::string()), std::pair(9u, std::string()),
                     std::pair(8u, std::string("x")), std::pair(2u, std::string("123")),
                     std::pair(3u, request(8, 0, "").substr(0, 59)),
-                    std::pair(3u, request(8, 9, "123456789")),           // more asked than the buffer has
-                    std::pair(3u, request(8, 5, "1234")),                // more asked than is there
-                    std::pair(3u, request(8, 0, "123456789")),           // more answered than the buffer has
-                    std::pair(3u, request((16u << 20) + 1, 0, "")),      // a larger buffer than any
+                    std::pair(3u, request(8, 9, "123456789")),           // more request bytes than the buffer
+                    std::pair(3u, request(8, 5, "1234")),                // more request bytes than follow
+                    std::pair(3u, request(8, 0, "123456789")),           // more answer bytes than the buffer
+                    std::pair(3u, request((16u << 20) + 1, 0, "")),      // a buffer above the limit
                     std::pair(4u, std::string("\1\0\1", 3)),             // no state
                     std::pair(4u, std::string("\0\0\1\0", 4)),           // no file has number 0
                     std::pair(4u, std::string("\x9\0\1\0", 4)),          // nor 9
-                    std::pair(4u, std::string("\1\0\3\0", 4)),           // a state that there is not
+                    std::pair(4u, std::string("\1\0\3\0", 4)),           // an unknown state
                     std::pair(4u, std::string("\1\0\0\0x", 5)),          // absent, with a content
                     std::pair(5u, std::string("\1")),                    // half a length
-                    std::pair(5u, std::string("\4\0abc", 5)),            // a name that is not there
+                    std::pair(5u, std::string("\4\0abc", 5)),            // a name longer than the record
                     std::pair(5u, std::string("\3\0a\0b", 5)),           // a name with a zero byte
-                    std::pair(5u, bus("x", std::string("\0\0\0", 3))),   // half a message
-                    std::pair(5u, bus("x", std::string("\0\0\0\5", 4))), // shorter than it says
+                    std::pair(5u, bus("x", std::string("\0\0\0", 3))),   // an incomplete message
+                    std::pair(5u, bus("x", std::string("\0\0\0\5", 4))), // shorter than its length says
                     std::pair(5u, bus("x", std::string("\0\0\0\0", 4)))));
 
 TEST(recording, shows_foreign_text_escaped) {

@@ -4,8 +4,8 @@ usual run (test_behaviour.py) and real radios in the virtual machine (tests/radi
 A point has two networks of one name, 0 at 2.4 GHz and 1 at 5 GHz, and clients, who go by their names:
 
     mac(client)  network(number)           its address; the interface's name
-    come, roam(client, number)             it joins; it goes over without having left
-    leave(client)                          by its own word (reason LEFT)
+    come, roam(client, number)             it joins; it changes to this network without leaving first
+    leave(client)                          it leaves and says so (reason LEFT)
     traffic(client)                        it has sent and received something
     truth()                                the driver's stations: MAC -> (interface, bytes from it, bytes to it)
     daemon()                               the daemon's: MAC -> members of `get`
@@ -25,7 +25,7 @@ def behaviour(function):
 
 
 def first(point, since, **members):
-    """The first report after the first `since` with these members, once it has come."""
+    """Waits for a report with these members; the first `since` reports do not count."""
     def found():
         return next((one for one in point.reports()[since:] if all(one[name] == value for name, value in members.items())), None)
     return point.wait(found, f"a report with {members}")
@@ -39,13 +39,13 @@ def agree(point, **places):
 
 
 def settle(point, **places):
-    """The same, and the daemon's next pass has completed them: from then on they outlive a restart of it."""
+    """The same, and the daemon's next pass has completed them: from then on they survive its restart."""
     agree(point, **places)
     point.wait(lambda: all(one["status"] == 1 for one in point.daemon().values()), "the daemon's pass")
 
 
 def kinds(point, since, client):
-    """The kinds of the reports of coming, leaving and roaming, in their order."""
+    """The kinds of the reports of arrivals, departures and roams, in their order."""
     return [one["log_type"] for one in point.reports()[since:] if one["mac"] == point.mac(client) and one["log_type"] != 3]
 
 

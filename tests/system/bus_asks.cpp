@@ -16,7 +16,7 @@ void ask(struct uloop_timeout *timer) {
         return;
     }
     sta_ubus_update_log_time_request();
-    // A broker may drop what it has of a client that leaves. Its answer to something later says that it has passed this on.
+    // A broker may drop the messages of a client that leaves. When it answers a later request it has passed ours on.
     std::uint32_t id = 0;
     (void)ubus_lookup_id(sta_ubus_ctx, "sta", &id);
     uloop_end();

@@ -15,7 +15,7 @@ ASSOCIATION = dict(
 
 
 class Driver:
-    """Announces the family under FAMILY_ID to a daemon that runs, and sends what it is told to."""
+    """Announces the family under FAMILY_ID to a running daemon, and sends the messages that the test wants."""
 
     def __init__(self, lab):
         self.lab = lab

@@ -1,7 +1,7 @@
 """The driver's event, the driver's tables and the collector's report, written out by hand.
 
-The programs have these layouts in headers of their own; nothing here is taken from them, so that a wrong number there
-does not hide itself.
+The programs have these layouts in headers of their own. Nothing here is taken from them, so that a wrong number there is
+found.
 """
 
 import struct
@@ -71,7 +71,7 @@ def attribute(kind, payload):
 
 
 def message(kind, cmd, attributes, length=None):
-    """One generic netlink message; `length` lies about its length."""
+    """One generic netlink message; `length` is a wrong length for its header."""
     body = struct.pack("=BBH", cmd, 1, 0) + attributes
     return struct.pack("=IHHII", 16 + len(body) if length is None else length, kind, 0, 0, 0) + body
 
@@ -81,13 +81,13 @@ def event_message(family, **fields):
 
 
 def announcement(identifier, name=FAMILY, cmd=1):
-    """The controller's word that a family is there: name first, then identifier."""
+    """The controller's announcement of a family: name first, then identifier."""
     return message(CONTROLLER, cmd,
                    attribute(2, name.encode() + b"\0") + attribute(1, struct.pack("=H", identifier)))
 
 
 def report_fields(image):
-    """The report's fields by name; texts end at their first zero byte and stay bytes where they are no ASCII."""
+    """The report's fields by name; texts end at their first zero byte and stay bytes if they are not ASCII."""
     assert len(image) == REPORT_SIZE
     fields = {}
     for name, (offset, form) in REPORT.items():

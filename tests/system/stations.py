@@ -1,4 +1,4 @@
-"""Stations as the tests of the daemon make and see them."""
+"""Helpers with which tests of the daemon make stations and look at them."""
 
 A, B, C = "02:00:00:00:00:0a", "02:00:00:00:00:0b", "02:00:00:00:00:0c"
 

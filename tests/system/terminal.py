@@ -12,7 +12,7 @@ import time
 
 import pyte
 
-QUIET_S = 0.05  # without a byte: the page is whole
+QUIET_S = 0.05  # after this time without a byte the page is complete
 
 
 class Terminal:
@@ -35,7 +35,7 @@ class Terminal:
         fcntl.ioctl(self._terminal, termios.TIOCSWINSZ, size)
 
     def resize(self, width, height):
-        """As when a person pulls at the window; the program gets its signal from the kernel."""
+        """Resizes the window; the program gets its signal from the kernel."""
         self.screen.resize(height, width)
         self._set_size()
 
@@ -69,7 +69,7 @@ class Terminal:
         return False
 
     def wait(self, shown, what):
-        """Until `shown` gives something true of a whole page, and returns that."""
+        """Waits until `shown` gives something true for a complete page, and returns that."""
         end = time.monotonic() + self.limit
         while True:
             if not self._read():
@@ -79,14 +79,14 @@ class Terminal:
             assert time.monotonic() < end, f"waited for {what}; the screen:\n" + "\n".join(self.lines)
 
     def wait_for(self, text):
-        """Until a line holds the text; returns the line."""
+        """Waits until a line holds the text; returns the line."""
         return self.wait(lambda: next(iter(self.lines_with(text)), None), repr(text))
 
     def wait_gone(self, text):
         self.wait(lambda: not self.lines_with(text), f"{text!r} to go")
 
     def wait_for_end(self):
-        """The exit status. What is written is read all the time, or the program would wait for it."""
+        """The exit status. Output is read all the time, since otherwise the program would block on writing it."""
         end = time.monotonic() + self.limit
         while self._read() or self.process.poll() is None:
             assert time.monotonic() < end, "it does not end; the screen:\n" + "\n".join(self.lines)

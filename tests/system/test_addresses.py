@@ -1,4 +1,4 @@
-"""Who a station is: addresses from real packets, as the access point's kernel sees them, beside what the lease file says."""
+"""A station's identity: addresses from real packets, as the access point's kernel sees them, and those of the lease file."""
 
 import json
 import signal
@@ -11,7 +11,7 @@ from wsmlab.overflow import overflow_neighbours
 MAC = "02:00:00:00:00:0a"
 OTHER = "02:00:00:00:00:0b"
 
-# Each word is an address of either kind: one datagram goes to it.
+# Sends one datagram to each address given, of either family.
 _TALK = """
 import socket, sys
 for word in sys.argv[1:]:

@@ -1,4 +1,4 @@
-"""The object sta on the bus: its methods, its replies, and a bus that is late, away, or not there."""
+"""The object sta on the bus: its methods, its replies, and a bus that starts late, goes away, or never comes."""
 
 import pytest
 

@@ -1,4 +1,4 @@
-"""wsm-check: what it says of an access point, healthy and with each part missing."""
+"""wsm-check: what it says of a healthy access point, and of one with each part missing."""
 
 import pathlib
 import shutil

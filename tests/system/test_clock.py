@@ -1,4 +1,4 @@
-"""What takes minutes and hours, with a clock that the test moves."""
+"""Behaviour over minutes and hours, with a clock that the test moves."""
 
 import os
 import time
@@ -65,17 +65,17 @@ def test_restored_stations_that_nobody_confirms_are_swept_after_five_minutes(lab
 def test_each_timer_keeps_its_pace(lab, clock):
     associate(lab, A)
 
-    def passes():  # each asks once for the driver's table, and nobody else without its second section
+    def passes():  # each fetches the driver's table once; only passes ask without the second section
         return sum(request.get("sections") == 1 for request in lab.driver_requests())
 
     def done_in(seconds, count):
-        """How many more there are after so many seconds, and how many seconds it really were."""
+        """How many more passes there are after this number of seconds, and how many seconds it really were."""
         before, since = count(), time.monotonic()
         clock.skip(seconds * 1000)
         lab.wait(lambda: clock.idle, 60, f"{seconds} seconds to be over")
         return count() - before, seconds + time.monotonic() - since
 
-    # One more than fits in when one is due right at the beginning. Work takes time of its own.
+    # One more when one is due right at the beginning. The passes' work takes time, too.
     more, seconds = done_in(62, passes)
     assert 12 <= more <= seconds / 5 + 1
     more, seconds = done_in(182, lambda: lab.logged("update period:60 s"))
@@ -105,7 +105,7 @@ def test_changed_settings_are_read_and_logged_once_within_ten_seconds(lab, clock
         clock.skip(35000)
         lab.wait(lambda: clock.idle, 30, "three more looks at the file")
         assert lab.logged("log_level: ") == lab.logged("log_file_name: ") == count
-        path.unlink()  # is no change, and the polls go on
+        path.unlink()  # a missing file is no change, and the polls go on
         clock.skip(15000)
         lab.wait(lambda: clock.idle, 30, "a look at no file")
         assert lab.logged("log_level: ") == count

@@ -1,4 +1,4 @@
-"""The DHCP monitor on the bus: the subscription that the daemon keeps alive, and lists of every shape."""
+"""The DHCP monitor on the bus: the subscription that the daemon renews when needed, and lists of every shape."""
 
 import json
 
@@ -13,7 +13,7 @@ def entry(mac, ip="192.168.10.7", name="tv"):
 
 
 def notify(lab, data):
-    """The monitor tells its subscribers this text, or this value as JSON; returns once the daemon has seen it."""
+    """The monitor notifies its subscribers of this text, or this value as JSON; returns once the daemon has handled it."""
     text = data if isinstance(data, str) else json.dumps(data)
     lab.bus("call", "dhcpmon", "notify", {"data": text})
     lab.bus("call", "sta", "get", {"get_all_sta_status": "x"})  # answered after what was sent before it
@@ -23,7 +23,7 @@ def notify(lab, data):
 def monitored(lab):
     """Everything runs, and the daemon is subscribed."""
     lab.start_all(dhcpmon=True)
-    lab.wait_for_log('data={')  # the first subscriber is told the list at once
+    lab.wait_for_log('data={')  # the first subscriber gets the list at once
     return lab
 
 

@@ -72,7 +72,7 @@ def test_the_consumer_of_notifications_says_who_leaves_and_why(running_lab):
     consumer = lab.start("consumer", ["sh", "-c", (EXAMPLES / "departures.sh").read_text(encoding="utf-8")])
 
     def come_and_go():
-        # Until the consumer has subscribed nobody hears of it.
+        # Before the consumer has subscribed it would miss the notification.
         lab.apsim(f'assoc mac={MAC} ifname=ath0 radio=0 ssid="x\\",\\"mac\\":\\"me"')
         lab.apsim(f"disassoc mac={MAC} reason=308")
         return consumer.lines()

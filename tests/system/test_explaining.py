@@ -1,4 +1,4 @@
-"""The daemon explains itself: the object wsmd in a station's life."""
+"""The object wsmd over a station's life: why stations come and go."""
 
 import json
 import signal
@@ -12,13 +12,13 @@ A, B = "02:00:00:00:00:0a", "02:00:00:00:00:0b"
 
 
 class Told:
-    """What a subscriber of wsmd is told, in order."""
+    """The notifications that a subscriber of wsmd gets, in order."""
 
     def __init__(self, lab):
         self.lab = lab
         self.process = lab.start("subscriber", ["ubus", "-S", "subscribe", "wsmd"])
         self.seen = 0
-        # Until the subscription has arrived nobody is told: a station comes and goes until one is.
+        # Nothing is notified before the subscription has arrived: a station comes and goes until a notification comes.
         lab.wait(self._greeted, 20, "the subscription")
         self.seen = len(self.all())
 
@@ -106,7 +106,7 @@ def health(lab):
 
 
 def agree(lab):
-    """Whether the daemon knows the driver's stations and no other."""
+    """Whether the daemon knows the driver's stations and no others."""
     page = lab.bus("call", "wsmd", "stations", {"limit": 256, "fields": ["mac"]})
     return "next" not in page and {one["mac"] for one in page["stations"]} == {one["mac"] for one in lab.stations()}
 

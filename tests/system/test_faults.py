@@ -17,7 +17,7 @@ LAST = "02:00:00:00:00:99"
 
 
 def serves_as_before(lab):
-    """A newcomer is reported, goes on line and is written; the table is the driver's; the period report comes."""
+    """A new station is reported, goes online and is written; the table equals the driver's; the periodic report comes."""
     associate(lab, LAST)
     truth = {station["mac"] for station in lab.stations()}
     assert set(wait_online(lab, *truth)) == truth
@@ -45,8 +45,8 @@ def assert_does_not_spin(lab):
 
 
 def wait_until_idle(lab):
-    """Returns when the daemon sleeps in its loop, everything that has reached it dealt with. Losing the bus in the
-    middle of something is another case than losing it there."""
+    """Returns when the daemon waits in its loop and has handled everything that has reached it. Losing the bus in the
+    middle of some work is a different case."""
     lab.wait(lambda: "epoll" in lab.run(["cat", f"/proc/{lab.daemon.pid}/wchan"]).stdout, 10, "an idle daemon")
 
 
@@ -54,7 +54,7 @@ def wait_until_idle(lab):
 
 @contextlib.contextmanager
 def collector(lab, backlog):
-    """The test as the collector: a listening socket that accepts nobody by itself."""
+    """The test as the collector: a listening socket that accepts no connection by itself."""
     path = lab.files / "sta_server_domain"
     path.unlink(missing_ok=True)
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as listener:
@@ -82,7 +82,7 @@ def test_a_collector_that_accepts_late_gets_every_report_in_order(running_lab):
         sent = running_lab.logged("sta domain socket send.")
         for mac in macs:
             running_lab.apsim(f"assoc mac={mac} ifname=ath0 radio=0")
-        # The first waits to be accepted, the daemon to be let in with the second.
+        # The first connection waits to be accepted; the daemon waits to connect for the second.
         running_lab.wait_for_log("sta domain socket send.", sent + 2)
         assert [fields["mac"] for fields in (read_report(listener) for _ in macs) if fields["log_type"] == 1] == macs
     running_lab.start_collector()
@@ -128,7 +128,7 @@ def test_a_folder_in_the_place_of_the_collectors_socket_costs_no_station(running
     running_lab.apsim(f"assoc mac={B} ifname=ath0 radio=0")
     assert set(wait_online(running_lab, A, B)) == {A, B}
     assert_does_not_spin(running_lab)
-    place.rmdir()  # it is empty: nobody has put a thing there
+    place.rmdir()  # rmdir succeeds: the folder is still empty
     running_lab.start_collector()
     serves_as_before(running_lab)
 
@@ -136,7 +136,7 @@ def test_a_folder_in_the_place_of_the_collectors_socket_costs_no_station(running
 # --- the broker ---
 
 def start_again(lab):
-    """What a supervisor does, some time after the bus has gone."""
+    """Starts the daemon again, as a supervisor does some time after the bus has gone."""
     families = lab.logged("Creat a new g_sta.")
     lab.start_daemon()
     lab.wait_for_log("Creat a new g_sta.", families + 1)
@@ -158,12 +158,12 @@ def test_a_broker_that_is_replaced_costs_the_bus_and_no_report(running_lab):
 
 
 def test_a_broker_that_dies_in_a_call_costs_no_station(lab):
-    lab.start_all(dhcpmon=True)  # without it the daemon would ask the broker for it now and then
+    lab.start_all(dhcpmon=True)  # without it the daemon would look it up at the broker now and then
     broker = process(lab, "ubusd")
     write_leases(lab, (A, "192.168.10.20", "phone"))
     broker.signal(signal.SIGSTOP)
     associate(lab, A)
-    # The event of the new address waits for the broker's word.
+    # The event of the new address waits for the broker's answer.
     lab.wait_for_log("Sta on, get ip from dhcp.")
     assert lab.logged("Send [ip_change] notify.") == 0
     assert_does_not_spin(lab)

@@ -104,7 +104,7 @@ def test_the_hooks_count_the_bytes_of_a_clients_packets(access_point):
     assert 0 <= counted("POSTROUTING", "POSTROUTING-incoming") - 10 * (200 + 28) < 500
 
 
-# --- one host's rules: no flow of the daemon adds them by itself, so its functions are called directly ---
+# --- one host's rules: nothing in the daemon adds them, so the tests call its functions directly ---
 
 IP, MAC = "192.168.10.20", "02:00:00:00:00:10"
 HOST_RULES = {

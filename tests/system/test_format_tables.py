@@ -1,4 +1,4 @@
-"""The tables of docs/formats.md against the lists that the programs expand, and these against the tests' own."""
+"""Compares the tables of docs/formats.md with the lists that the programs expand, and these with the tests' own."""
 
 import struct
 

@@ -8,7 +8,7 @@ HOSTILE = [f"; touch {OWNED}", f"$(touch {OWNED})", f"`touch {OWNED}`", f"\n tou
 
 
 def assert_unharmed(lab):
-    """Lets a whole pass, a look at the files and a report go by, then looks."""
+    """Lets a pass, a poll of the files and a report happen, then checks."""
     lab.bus("call", "sta", "set", {"set_update_log_period": 60})
     assert lab.daemon.running
     assert not (lab.files / "owned").exists()

@@ -1,4 +1,4 @@
-"""The lab itself: what is laid out in it, that it is cut off from the machine, and that nothing of it stays behind."""
+"""The lab itself: its files, that it is cut off from the machine, and that nothing of it stays behind."""
 
 import os
 import pathlib

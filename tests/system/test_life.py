@@ -1,4 +1,4 @@
-"""The daemon's life: start-up in its order, one instance, the end by a signal, and what stops a start."""
+"""The daemon's life: the order of its start, one instance only, the end by a signal, and what stops a start."""
 
 import signal
 import stat
@@ -13,7 +13,7 @@ DAEMONS_CHAINS = [":PREROUTING-outgoing -", ":POSTROUTING-incoming -"]
 
 
 def positions(lines, texts):
-    """The first line, counted from where the text before it was found, that holds each text."""
+    """For each text the first line that holds it, searched from the line of the text before."""
     found, start = [], 0
     for text in texts:
         start = next((number for number, line in enumerate(lines) if number >= start and text in line), None)
@@ -23,7 +23,7 @@ def positions(lines, texts):
 
 
 def wrap_iptables(lab, before="", after=""):
-    """Puts a script in the place of iptables that notes its arguments and runs shell lines around the real one."""
+    """Replaces iptables with a script that records its arguments and runs shell lines around the real one."""
     link = lab.root / "run/lab/bin/iptables"
     real = link.readlink()
     link.unlink()

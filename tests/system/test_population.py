@@ -51,7 +51,7 @@ def test_a_full_disk_stops_no_report_and_loses_no_station(running_lab):
     running_lab.run(["sh", "-c", "cat /dev/zero > /tmp/all-of-it"], check=False)
     associate(running_lab, B)
     wait_online(running_lab, A, B)
-    # The old file stays whole rather than being half rewritten.
+    # The old file stays complete and is not half rewritten.
     assert all(len(line.split()) == 24 for line in backup_lines(running_lab))
     (running_lab.files / "all-of-it").unlink()
     running_lab.wait(lambda: len(backup_lines(running_lab)) == 2, 15, "both lines")

@@ -24,13 +24,13 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 RECORDING = "/tmp/recording.wsr"
 HEADER = struct.Struct("<8sIIqqq")  # magic, version, byte order, wall clock, monotonic clock, uptime in microseconds
 
-# The others of the daemon's timers are multiples of this one, and begin with it.
+# The daemon's other timers are multiples of this one, and start with it.
 TICK_S = 1.0
 
-# Clocks of the report, by the clock of the start that they count from; what follows from whole seconds, too.
+# The report's times, by the clock of the start that they count from; also those that follow from whole seconds.
 CLOCKS = {"online_clock": time.CLOCK_MONOTONIC, "load_uptime": time.CLOCK_BOOTTIME}
-# Whole seconds may differ by two. The time online is that of the last pass over the stations, and which report is before a pass
-# and which behind it is for a loaded machine to say.
+# Whole seconds may differ by two. The time online is set by each pass over the stations, and on a loaded machine a report may be
+# before a pass in one run and after it in the other.
 PASS_S = 5
 WHOLE_SECONDS = {"load_uptime": 2, "oltime": 2 + PASS_S}
 
@@ -64,7 +64,7 @@ def show(build_dir, path):
 
 
 def between_ticks(since):
-    """Waits for a moment that is far from the daemon's timers, so that a breath more or less changes no order."""
+    """Waits for a moment that is far from the daemon's timers, so that a small delay does not change the order of events."""
     phase = (time.monotonic() - since) % TICK_S
     time.sleep((0.4 * TICK_S - phase) % TICK_S)
 
@@ -76,7 +76,7 @@ def take_out(lab, tmp_path):
 def record(lab, scenario, tmp_path):
     """Plays the scenario to a daemon that is recorded; returns the file and the reports. The driver's figures change where
     the scenario says so and not by themselves: the daemon's timers of one second and of five end in the same millisecond,
-    and which of them is first, before or after the figures were fetched, is not for a replay to say."""
+    and which of them is first, before or after the figures were fetched, is not in a replay's control."""
     lab.start_ubusd()
     lab.start_apsim(*scenario.options.get("driver", []), "--tick", "0")
     lab.start_collector()
@@ -108,7 +108,7 @@ def compare(recorded, replayed, starts):
     for mac, reports in by_station(recorded).items():
         for number, (was, now) in enumerate(zip(reports, by_station(replayed)[mac])):
             assert was.keys() == now.keys()
-            for field in was.keys() - {"received"}:  # the collector's own
+            for field in was.keys() - {"received"}:  # added by the collector
                 place = f"{mac}, report {number}: {field}"
                 if field in CLOCKS:
                     before, after = starts[CLOCKS[field]]
@@ -137,8 +137,8 @@ def test_a_recording_that_is_played_again_gives_the_same_reports(open_lab, tmp_p
             play_and_compare(open_lab(), recording, recorded, start)
             return
         except AssertionError:
-            # A machine that keeps the daemon from running for half a tick makes another story of it; a fault of the player does
-            # so each time.
+            # A machine that stops the daemon for half a tick changes the result, so there are several tries; a fault of the player
+            # shows each time.
             if plays_left == 0:
                 raise
 
@@ -365,7 +365,7 @@ def test_a_full_disk_ends_the_recording_and_nothing_else(lab, tmp_path):
 
 
 def test_a_recording_at_its_limit_ends_with_a_whole_record(lab, tmp_path):
-    # What the kernel tells of its controller is some hundred bytes each time.
+    # The kernel's announcement of its controller is some hundred bytes each time.
     program = """import socket, struct
 ask = struct.pack("=IHHIIBBHHH8s", 32, 16, 1, 0, 0, 3, 1, 0, 11, 2, b"nlctrl")
 with socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, 16) as kernel:

@@ -1,4 +1,4 @@
-"""The main road: from the driver's event to the collector's report, the notification and the bus reply."""
+"""The main path: from the driver's event to the collector's report, the notification and the bus reply."""
 
 import pytest
 from driver import ASSOCIATION, FAMILY_ID, MAC
@@ -249,7 +249,7 @@ def test_malformed_messages_are_dropped_one_by_one(running_lab, driver):
     good = event_message(FAMILY_ID, **ASSOCIATION)
     errors = running_lab.logged("The message contains an error.")
     for bad in (good[:15], b"\x01", message(2, 2, b""),                          # too short, an error answer
-                message(FAMILY_ID, 2, attribute(1, event()), length=15),          # lengths that lie
+                message(FAMILY_ID, 2, attribute(1, event()), length=15),          # wrong lengths
                 message(FAMILY_ID, 2, attribute(1, event()), length=len(good) + 1),
                 message(FAMILY_ID, 2, attribute(1, event()), length=0xFFFFFFFF)):
         driver.send(bad)
@@ -279,7 +279,7 @@ def test_controller_messages_with_lying_attribute_lengths_are_harmless(running_l
 
 def test_an_oversized_message_is_refused(running_lab, driver):
     errors = running_lab.logged("The message contains an error.")
-    driver.send(event_message(FAMILY_ID, **ASSOCIATION) + bytes(2000))  # the first message of the datagram is whole
+    driver.send(event_message(FAMILY_ID, **ASSOCIATION) + bytes(2000))  # the first message of the datagram is complete
     running_lab.wait_for_report(mac=MAC, log_type=1)
     driver.send(message(FAMILY_ID, 2, attribute(1, event() + bytes(3000))))
     running_lab.wait_for_log("The message contains an error.", errors + 1)
@@ -356,7 +356,7 @@ def test_a_burst_of_associations_is_taken_whole_or_the_channel_recovers(running_
     running_lab.apsim("burst n=300")
     running_lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0")
     def there():
-        if MAC not in running_lab.online():  # lost in a full socket buffer: the driver says it again
+        if MAC not in running_lab.online():  # lost in a full socket buffer: the driver sends it again
             running_lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0")
             return False
         return True

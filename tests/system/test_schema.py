@@ -1,4 +1,4 @@
-"""docs/schema/wsmd.schema.json against what the programs say."""
+"""Checks what the programs print against docs/schema/wsmd.schema.json."""
 
 import json
 import pathlib
@@ -19,7 +19,7 @@ def check(message, kind):
 
 @pytest.fixture
 def lived(running_lab):
-    """A lab in which a station came, got its address, roamed and left, and what was heard of it."""
+    """A lab in which a station came, got its address, roamed and left, and all messages about it."""
     lab = running_lab
     watch = lab.watch_bus().subscribe()
     lab.told = lab.start("subscriber", ["ubus", "-S", "subscribe", "wsmd"])

@@ -1,4 +1,4 @@
-"""Hours of a crowd's coming and going with faults strewn in, in about a minute; and that its bookkeeping finds what is wrong.
+"""Hours of a crowd's coming and going with faults in between, played in about a minute; and that its bookkeeping finds errors.
 
 The long form is bench/soak."""
 
@@ -9,7 +9,7 @@ A, B = "02:00:00:00:00:0a", "02:00:00:00:00:0b"
 
 
 def test_hours_with_every_fault_lose_nothing_and_leave_nothing_behind(open_lab, patience):
-    # Memory that sanitizers keep is no measure.
+    # With sanitizers, which keep freed memory, the daemon's size says nothing.
     soak = Soak(open_lab(), stations=300, events=6000, minutes=240, seed=1, memory=patience == 1.0)
     soak.run()
     assert soak.complaints == [], soak.table()
@@ -29,7 +29,7 @@ def leaving(mac, radio=0, is_reassoc=0):
 
 
 def settled(ledger):
-    """What it has to complain of, and its counts of what is wrong."""
+    """Whether it complains, and its counts of errors."""
     ledger.settle()
     counts = {name: count for name, count in ledger.counts.items()
               if count and name in ("missing", "not due", "out of order")}
@@ -114,7 +114,7 @@ def test_in_a_whole_period_everybody_to_whom_nothing_happened_must_be_reported()
         ledger.told(coming(mac))
         ledger.arrived(ONLINE, mac, "ath0")
     ledger.settle()
-    ledger.settle(period=True)  # a newcomer may have come too late for the first
+    ledger.settle(period=True)  # a new station may have come too late for the first
     assert ledger.complaints == []
     ledger.arrived(PERIOD, A, "ath0")
     ledger.settle(period=True)

@@ -176,7 +176,7 @@ def test_stations_come_back_after_a_restart(running_lab, end):
     kept = ("mac", "ip", "name", "radio_id", "online_ts", "ssid", "ssid_ifname", "vlanid", "status")
     assert {mac: [station[key] for key in kept] for mac, station in after.items()} == \
            {mac: [station[key] for key in kept] for mac, station in before.items()}
-    # They are on line again before the start-up is over, and are reported.
+    # They are online again before the start is over, and are reported.
     running_lab.wait_for_report(mac=A, log_type=3)
     assert len(backup_lines(running_lab)) == 2
 

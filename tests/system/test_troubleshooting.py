@@ -1,4 +1,4 @@
-"""What an operator sees of each fault in the log of a device whose log level nobody has raised."""
+"""What an operator sees of each fault in the log of a device with the default log level."""
 
 import pathlib
 import signal
@@ -23,7 +23,7 @@ def wait_for_notice(lab, text):
 
 @pytest.fixture
 def device(open_lab):
-    """Opens a lab with the configuration of a device as it was shipped, with the broker running."""
+    """Opens a lab with the configuration of a device as shipped, with the broker running."""
     def open_one(**options):
         lab = open_lab(config={**DEFAULTS, **options.pop("config", {})}, **options)
         if options.pop("broker", True):
@@ -100,7 +100,7 @@ def test_without_a_broker_the_log_says_so_until_one_comes(open_lab):
 
 
 def programs_but_iptables(lab):
-    """A folder with the programs of the lab's search path, but for iptables."""
+    """A folder with the programs of the lab's search path, without iptables."""
     folder = lab.root / "run/programs"
     folder.mkdir()
     for place in reversed(lab.space.environment["PATH"].split(":")):

@@ -41,7 +41,7 @@ def show(build_dir, patience, tmp_path):
 
 
 def macs(terminal):
-    """Of the stations in the table, from above."""
+    """The MACs of the stations in the table, from the top."""
     return [line[:17] for line in terminal.lines if re.match("([0-9a-f]{2}:){5}", line)]
 
 
@@ -180,7 +180,7 @@ def test_however_it_ends_nothing_stays_behind(show, way, tmp_path):
 
 
 def test_it_ends_by_itself_when_its_time_is_over(show):
-    # Nobody is waited for: whether three are online together within seconds is a matter of who roams when.
+    # This does not wait for stations: whether three are online at once within seconds depends on when they roam.
     terminal = show("--stations", "0", "--seconds", "5", arrived=0)
     terminal.wait(lambda: re.search(r"bus ok  \d s left", terminal.lines[0]), "the time that is left")
     assert terminal.wait_for_end() == 0
@@ -284,7 +284,7 @@ def test_foreign_texts_break_neither_screen_nor_columns(show, tmp_path):
     for text in (b"\x1b[2J\x1b]", b"\x07", b"\x9b31m"):
         assert text not in terminal.raw
     assert "日本⚡📶" in terminal.lines[3]
-    # Cell by cell: where the headings of these columns begin, so do their texts.
+    # The texts of these columns begin at the same cells as their headings.
     headings = terminal.lines[1]
     for row in (2, 3, 4):
         cells = terminal.screen.buffer[row]

@@ -1,4 +1,4 @@
-"""wsm on a real bus: what a person at the access point's terminal sees, whatever stations call themselves."""
+"""wsm on a real bus: what a person at the access point's terminal sees, whatever names stations have."""
 
 import json
 import pathlib
@@ -14,7 +14,7 @@ A, B, C = "02:00:00:00:00:0a", "02:00:00:00:00:0b", "02:00:00:00:00:0c"
 MANY = 300
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
-# Runs a program on a terminal of the width that the first word says, and prints what it has written there.
+# Runs a program on a terminal as wide as its first argument says, and prints what it has written there.
 _ON_A_TERMINAL = """
 import fcntl, os, pty, struct, sys, termios
 child, terminal = pty.fork()
@@ -51,7 +51,7 @@ def online(lab, mac):
 
 @pytest.fixture
 def lived(running_lab):
-    """One station on line, one that has left."""
+    """One station online, one that has left."""
     associate(running_lab, A)
     associate(running_lab, B, "tv", "192.168.10.51", 1)
     online(running_lab, A)
@@ -177,7 +177,7 @@ def test_whatever_a_network_is_called_the_columns_stay_in_line(running_lab, ssid
         assert "\ufffd" not in done.stdout, "only UTF-8 is written"
     lines = wsm(lab, "list").stdout.splitlines()
     assert len(lines) == 3
-    # The interface stands at the same column in every line.
+    # The interface is in the same column of every line.
     at = {wcswidth(line[:line.index(word)]) for line, word in zip(lines, ("IFACE", "ath0", "ath0"))}
     assert len(at) == 1, lines
     assert all(wcswidth(line) <= 80 for line in lines)

@@ -20,7 +20,7 @@ describe:
 		echo '$(package).$(name)=$($(package).$(name))';))
 	@$(foreach package,$(PACKAGES),echo '$(package).conffiles=$(strip $(Package/$(package)/conffiles))';)
 
-# The build system's own applies the patches of the package's folder.
+# The real build system would apply the patches of the package's folder.
 define Build/Patch
 	touch $(PKG_BUILD_DIR)/patched
 endef

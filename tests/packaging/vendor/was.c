@@ -1,4 +1,4 @@
-// A maker's own access to the driver: no driver behind it, one line for every request.
+// A maker's own access to the driver. There is no driver: it writes one line for every request.
 #include <stdio.h>
 
 int was_ext_ioctl_msg(void *buf, int size, const char *ifname, int cmd, int arg) {
