@@ -1,4 +1,4 @@
-"""scripts/check_symbols.py: what it finds, and that no program has any of it."""
+"""scripts/check_symbols.py: what it finds, and that it finds nothing in our programs."""
 
 import subprocess
 

@@ -344,7 +344,7 @@ protected:
             .basic8(135, 0)
             .basic32(140, 1);
     }
-    // The table as it lies in memory: header and basic entries.
+    // The table as it is in memory: header and basic entries.
     static std::vector<std::uint8_t> table(const std::vector<table_entry> &entries) {
         std::vector<std::uint8_t> bytes(16);
         bytes[0] = static_cast<std::uint8_t>(entries.size());
@@ -604,7 +604,7 @@ TEST_F(station_count, is_a_number_of_normal_stations_repeaters_or_all) {
     put_station(first_mac);
     put_station(second_mac)->repeater_type = 1;
     put_station(third_mac)->repeater_type = 2; // no repeater
-    put_station("")->repeater_type = 1;        // nobody
+    put_station("")->repeater_type = 1;        // without a MAC
     for (const auto &[selector, count] : std::vector<std::pair<const char *, int>>{
              {"normal_sta", 2}, {"repeater_sta", 1}, {"all", 3}, {"", 3}, {nullptr, 3}, {"Normal_sta", 3}}) {
         restart();

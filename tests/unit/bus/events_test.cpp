@@ -375,7 +375,7 @@ TEST_F(subscription, is_tried_every_three_seconds_until_the_monitor_is_there) {
 TEST_F(subscription, that_the_broker_refuses_fails) {
     ubus_object_type type{};
     type.name = monitor;
-    ubus_object own{}; // nobody may watch himself
+    ubus_object own{}; // an object cannot subscribe to itself
     own.name = monitor;
     own.type = &type;
     ASSERT_EQ(ubus_add_object(sta_ubus_ctx, &own), 0);

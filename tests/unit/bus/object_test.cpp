@@ -19,7 +19,7 @@ using lines = std::vector<std::string>;
 constexpr const char *first_mac = "02:00:00:00:00:01";
 constexpr const char *second_mac = "02:00:00:00:00:02";
 
-// As a caller gets it: no text of it has a reply.
+// The status that a caller gets when the handler fails.
 constexpr int handler_failed = -1;
 
 using connecting = BusHouse;
@@ -256,7 +256,7 @@ TEST_F(methods, set_takes_the_period_and_runs_a_log_up_at_once) {
 }
 
 TEST_F(methods, set_passes_any_number_on) {
-    // Not over the bus: the loop would do nothing but log-ups.
+    // Set directly and not over the bus: with this period the loop would only do log-ups.
     blob_buf arguments{};
     blob_buf_init(&arguments, 0);
     blobmsg_add_u32(&arguments, "set_update_log_period", 0xfffffffb);

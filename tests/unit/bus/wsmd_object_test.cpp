@@ -139,7 +139,7 @@ TEST_F(explaining, a_station_has_numbers_in_plain_units) {
     EXPECT_EQ(result.status, 0);
     ASSERT_TRUE(result.reply);
     lines members = *result.reply;
-    // The clock may go on by a second between the test and the daemon.
+    // The clock may advance by a second between the test and the daemon.
     std::replace(members.begin(), members.end(), std::string{"connected INT32 8"},
                  std::string{"connected INT32 7"});
     EXPECT_EQ(members, full_members);

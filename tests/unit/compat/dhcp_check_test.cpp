@@ -175,7 +175,7 @@ TEST_F(unconnected_question, is_refused) {
     EXPECT_EQ(selfchk_ubus_get_del_dhcpip(nullptr, 1), -1);
 }
 
-// The DHCP monitor: the daemon waits for its answer, so it is a process of its own.
+// The DHCP monitor. It is a process of its own, since the daemon blocks until its answer comes.
 class monitor_process {
 public:
     monitor_process() : pid(fork()) {

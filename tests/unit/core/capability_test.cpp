@@ -181,7 +181,7 @@ TEST_F(capability, file_cannot_be_read_without_memory) {
     EXPECT_EQ(dev_cap_table_init(), -1);
 }
 
-// A folder opens, and claims to be as long as a number can be.
+// A folder opens, and reports the largest possible length.
 TEST_F(capability, folder_is_no_file) {
     std::filesystem::create_directories(path);
     EXPECT_EQ(dev_cap_table_init(), -1);

@@ -1,4 +1,4 @@
-// The daemon's start and stop, each in a process of its own: both end it.
+// The daemon's start and stop, each in a process of its own, since both can end the process.
 #include "support/house.h"
 
 #include "base/cxx/ubus.h"
@@ -72,13 +72,13 @@ struct start : House {
     }
 };
 
-// Where in the log this line stands, at first; past the end when it does not.
+// The position of the first such line in the log; past the end when there is none.
 std::size_t place_of(const std::string &line) {
     const std::vector<std::string> lines = log_lines();
     return static_cast<std::size_t>(std::find(lines.begin(), lines.end(), line) - lines.begin());
 }
 
-// The lines stand in the log, in this order.
+// The lines are in the log, in this order.
 testing::AssertionResult in_order(const std::vector<std::string> &lines) {
     std::size_t last = 0;
     for (const std::string &line : lines) {
@@ -215,7 +215,7 @@ TEST_F(start, channel_that_cannot_be_opened_ends_it_and_leaves_the_chains) {
     EXPECT_EQ(calls().size(), 11U);
 }
 
-// The number of the source's line that the log gives for a failed step.
+// The source line number that the log gives for a failed step.
 int line_of(const std::string &text) {
     for (const log_record &one : log_records()) {
         int line = 0, length = 0;
@@ -275,7 +275,7 @@ TEST_F(stop, further_signals_do_not_cut_the_clean_up_short) {
     write_command("iptables", "kill -TERM $(cat /tmp/pid); kill -INT $(cat /tmp/pid)");
     const child_end end = run_in_child([] {
         write_file("/tmp/pid", std::to_string(getpid()));
-        uloop_done(); // gives the signals their deadly defaults back, as before every stop
+        uloop_done(); // restores the signals' default actions, which end the process, as before every stop
         sta_deinit();
     });
     EXPECT_TRUE(end.exited);
@@ -283,7 +283,7 @@ TEST_F(stop, further_signals_do_not_cut_the_clean_up_short) {
     EXPECT_THAT(calls(), ElementsAreArray(chain_clean_up));
 }
 
-// The loop has given the signals their defaults back by then.
+// The loop has restored the signals' default actions by then.
 TEST_F(stop, second_signal_between_the_loop_and_the_clean_up_does_not_prevent_it) {
     const child_end end = run_in_child([] {
         uloop_done(); // main() opens its own

@@ -25,7 +25,7 @@ pid_t holder() {
     return asked && whole.l_type == F_WRLCK && whole.l_start == 0 && whole.l_len == 0 ? whole.l_pid : 0;
 }
 
-// The daemon in the place of this process: a shell would make one that does not find itself below the house's /proc.
+// Runs the daemon with exec in this process: a child of a shell would not find itself below the house's /proc.
 [[noreturn]] void become_the_daemon() {
     execl(WSMD_PROGRAM, WSMD_PROGRAM, nullptr);
     _exit(127);

@@ -10,7 +10,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
-// The linker leads the program's calls here: there is no system log to look into.
+// The linker redirects the program's calls to these functions, since a test cannot read a system log.
 extern "C" {
 void __wrap_openlog(const char *identity, int options, int facility);
 void __wrap_syslog(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
@@ -42,7 +42,7 @@ void __wrap_syslog(int level, const char *format, ...) {
     va_end(arguments);
 }
 
-// What syslog() becomes in a fortified build.
+// The function that a fortified build calls for syslog().
 void __wrap___syslog_chk(int level, int, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);

@@ -36,7 +36,7 @@ struct watched_file {
     void (*start)(void (*callback)(void));
 };
 
-// A watcher remembers its file's last time for the life of the process: every test has times of its own.
+// A watcher remembers its file's last time for the life of the process, so every test uses other times.
 long g_time = 1700000000;
 bool g_polled = false; // by any test of this process
 
@@ -101,7 +101,7 @@ TEST_P(watch, missing_file_is_no_change_and_its_return_with_another_time_is_one)
     EXPECT_EQ(g_runs, 2);
 }
 
-// Nothing is remembered while nobody is to be called.
+// Without a callback nothing is remembered.
 TEST_P(watch, without_a_callback_nothing_is_looked_at) {
     write(0);
     GetParam().start(nullptr);
@@ -110,7 +110,7 @@ TEST_P(watch, without_a_callback_nothing_is_looked_at) {
     EXPECT_EQ(g_runs, 1);
 }
 
-// A device without a clock.
+// A device whose clock was never set.
 TEST_P(watch, file_of_time_0_is_not_seen_at_start) {
     if (g_polled) GTEST_SKIP() << "needs a watcher that has not polled yet: run it by itself";
     write_file(GetParam().path, "x");

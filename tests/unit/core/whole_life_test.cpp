@@ -1,4 +1,4 @@
-// A whole life of the daemon, lived again for each allocation of its own, which fails: at most what it was for is lost.
+// A whole life of the daemon, repeated once for each of its allocations, which fails: only what the allocation was for is lost.
 #include "support/bus_house.h"
 #include "support/driver_tables.h"
 #include "support/events.h"
@@ -84,7 +84,7 @@ private:
         EXPECT_EQ(other.call("sta", "set", R"({"set_update_log_period":90})").status, 0);
     }
 
-    // The whole answer to the question how many stations are on line.
+    // The whole answer to the request for the number of stations online.
     static std::string bus_count(peer &other) {
         const bus_call answer =
             other.call("sta", "get", R"({"get_all_sta_status":"online","get_sta_count":"all"})");
@@ -106,7 +106,7 @@ private:
         return all;
     }
 
-    // Without memory for its record a station is back with its next event; who had one still has it.
+    // A station without memory for its record is back with its next event; the others keep theirs.
     void take_up_who_was_not(const char *mac, const byte_vector &bytes) const {
         if (sta_sta_peek(mac)) return;
         EXPECT_FALSE(logged("sta_sta_add_usr", std::string("sta add user, mac=") + mac + ". ifname=ath1\n"));
@@ -159,7 +159,7 @@ struct life : BusHouse {
 
 TEST_F(life, survives_the_failure_of_every_allocation_in_it) {
     collector box;
-    unsigned nth = 0; // the first life has all it asks for
+    unsigned nth = 0; // in the first life no allocation fails
     do {
         before_it();
         const child_end end = run_in_child([&] { const one_life whole{nth}; });

@@ -14,8 +14,7 @@ constexpr const char *mac = "aa:bb:cc:dd:ee:ff";
 constexpr const char *list_outgoing = "iptables -t mangle -nvxL PREROUTING-outgoing -w";
 constexpr const char *list_incoming = "iptables -t mangle -nvxL POSTROUTING-incoming -w";
 
-// Listings as iptables prints them, one file per chain; a command that one of the tests wants to fail exits with its
-// status.
+// Listings as iptables prints them, one file per chain. A test can make a command fail with a status of its choice.
 struct firewall : House {
     firewall() { iptables(""); }
     // `failing`: lines of a shell's case, such as "*'-A x'*) exit 2 ;;".
@@ -187,7 +186,7 @@ TEST_F(firewall, refused_addresses_and_macs_run_nothing) {
     EXPECT_THAT(calls(), IsEmpty());
 }
 
-// Deliberate: values are not looked at.
+// Deliberate: values are not checked.
 TEST_F(firewall, address_that_only_looks_like_one_is_handed_to_iptables) {
     EXPECT_EQ(sta_fw_flow_host("999.1.1.1", mac, 0), 0);
     EXPECT_EQ(calls().size(), 3U);

@@ -1,4 +1,4 @@
-// What was read of the configuration is kept while the files are the same; a change counts at the next look all the same.
+// The configuration that was read is kept while the files are the same; a change still takes effect at the next look.
 #include "support/house.h"
 
 #include "inputs/network.h"
@@ -14,7 +14,7 @@ struct uci_package;
 
 namespace {
 
-int ahead = 0; // seconds that the clock of the program is before that of the files
+int ahead = 0; // seconds by which the program's clock is ahead of that of the files
 unsigned loads = 0;
 
 } // namespace
@@ -75,7 +75,7 @@ TEST_F(kept_configuration, says_the_same_as_what_was_just_read) {
 TEST_F(kept_configuration, of_a_file_changed_just_now_is_read_again) {
     ahead = 0;
     EXPECT_EQ(vlan(), 30);
-    write_file(file, with_vlan("31")); // within the same tick of the file system's clock, for all one knows
+    write_file(file, with_vlan("31")); // possibly within the same tick of the file system's clock
     EXPECT_EQ(vlan(), 31);
     EXPECT_EQ(vlan(), 31);
     EXPECT_EQ(loads, 3U);

@@ -1,5 +1,5 @@
-// A walk reads the lease file once. What its look-ups find, and say, is what single look-ups do, which read the file piece by
-// piece: they are kept here as they were.
+// A walk reads the lease file once. Its look-ups must find and log the same as the former single look-ups, which read the file
+// piece by piece and are kept here for comparison.
 #include "support/house.h"
 
 #include "inputs/leases.h"

@@ -116,7 +116,7 @@ TEST_F(lease, second_piece_of_a_line_is_searched_by_itself) {
 }
 
 TEST_F(lease, address_that_a_piece_cuts_is_taken_as_far_as_it_goes) {
-    leases(times(38, 'x') + "aa:bb:cc:dd:ee:ff 10.0.0.99 b *\n"); // 63 characters end behind "10.0.0."
+    leases(times(38, 'x') + "aa:bb:cc:dd:ee:ff 10.0.0.99 b *\n"); // 63 characters end after "10.0.0."
     EXPECT_EQ(address_of(mac), "10.0.0.");
 }
 

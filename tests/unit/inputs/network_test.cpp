@@ -32,7 +32,7 @@ protected:
 };
 
 constexpr const char *two_radios = "config wifi-device 'wifi0'\n"
-                                   "\toption ifname 'ra0'\n" // no interface: passed over
+                                   "\toption ifname 'ra0'\n" // no interface: skipped
                                    "\toption vlanid '99'\n"
                                    "config wifi-iface\n"
                                    "\toption device 'wifi0'\n"

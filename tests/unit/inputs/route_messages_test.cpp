@@ -20,7 +20,7 @@ struct route_messages : testing::Test {
     }
     static std::vector<route_message> all(const byte_vector &bytes) {
         std::vector<route_message> found;
-        // A block of exactly its size, so that the sanitizers see who reads behind it.
+        // A block of exactly its size, so that the sanitizers find a read beyond it.
         const std::vector<std::uint8_t> exact(bytes.begin(), bytes.end());
         std::span<const std::uint8_t> rest{exact};
         for (route_message one; route_message_next(rest, one);) found.push_back(one);

@@ -201,7 +201,7 @@ TEST_F(refresh, unchanged_lease_changes_nothing) {
     lease("1 02:00:00:00:00:01 10.0.0.1 old *\n");
     sta_sta_update_name_by_dhcp();
     EXPECT_FALSE(file_exists("/tmp/sta_sta.info"));
-    lease("1 02:00:00:00:00:02 10.0.0.2 new *\n"); // somebody else's
+    lease("1 02:00:00:00:00:02 10.0.0.2 new *\n"); // another station's
     sta_sta_update_name_by_dhcp();
     EXPECT_STREQ(sta->ip, "10.0.0.1");
     EXPECT_FALSE(file_exists("/tmp/sta_sta.info"));
@@ -362,7 +362,7 @@ protected:
         clock_gettime(CLOCK_REALTIME, &now);
         return now.tv_sec * 1000000LL + now.tv_nsec / 1000;
     }
-    sta_info_t *sta = put_station(first_mac); // waiting: no matter
+    sta_info_t *sta = put_station(first_mac); // its status does not matter
     collector box;
 };
 
@@ -464,7 +464,7 @@ protected:
     }
 };
 
-// Names first, then addresses, as if each station had been rewritten by itself: what changes twice stands behind the others.
+// Names first, then addresses, as if each station had been rewritten by itself: a station that changes twice comes last.
 TEST_F(refresh_of_many, leaves_the_lines_in_the_order_in_which_the_stations_changed) {
     lease("1 " + std::string(first_mac) + " 10.0.0.9 phone *\n1 " + second_mac + " 10.0.0.2 tv *\n1 " +
           third_mac + " 10.0.0.3 pc *\n");

@@ -1,4 +1,4 @@
-// Who leaves, and what is known of why.
+// Departures, and what is known of their reasons.
 #include <gmock/gmock.h>
 
 #include "support/events.h"
@@ -16,7 +16,7 @@ struct departing : Events {
     static byte_vector reason(int code) {
         return {static_cast<std::uint8_t>(code), static_cast<std::uint8_t>(code >> 8), 0, 0};
     }
-    // Comes and goes with this reason; what is remembered of it.
+    // Lets a station come and go with this reason; returns what is remembered of it.
     const station_departure *leave(int code) {
         associate();
         handle(disassociation({{at::off_reason_code, reason(code)}}));
@@ -57,7 +57,7 @@ TEST_F(departing, after_a_kick_says_so_unless_it_left_by_itself) {
     EXPECT_EQ(cause(leave(309)), "access-point"); // once
     sta_departures_kick(event_mac);
     EXPECT_EQ(cause(leave(307)), "station");
-    EXPECT_EQ(cause(leave(309)), "access-point"); // it was forgotten with that departure
+    EXPECT_EQ(cause(leave(309)), "access-point"); // the cause was forgotten with the first departure
 }
 
 TEST_F(departing, from_an_interface_on_which_it_is_not_is_none) {

@@ -311,7 +311,7 @@ TEST_F(event, disassociation_on_another_interface_deletes_and_reports_nothing) {
         filed("sta_sta_del_usr_by_mac: mac:00:11:22:33:44:ab ifname old:ath12 new:ath1 mismatching.\n"));
 }
 
-// The record keeps the expanded text: such a station never matches its own off-line event.
+// The record keeps the expanded text: such a station never matches its own departure event.
 TEST_F(event, interface_is_compared_with_the_event_s_raw_text) {
     associate({{at::ifname, text_bytes("at%%h", 20)}});
     handle(disassociation({{at::ifname, text_bytes("at%%h", 20)}}));

@@ -12,7 +12,7 @@
 
 #include <sys/sysinfo.h>
 
-// The linker leads the program's calls here: the uptime stands still, so that its limits can be met to the second.
+// The linker redirects the program's calls to these: the uptime stands still, so that tests can meet its limits exactly.
 extern "C" {
 int __wrap_sysinfo(struct sysinfo *system);
 int __wrap_sysinfo(struct sysinfo *system) {
@@ -286,12 +286,12 @@ TEST_F(single, damaged_counters_are_counted_up_or_left_alone) {
     EXPECT_THAT(reported(), IsEmpty());
 }
 
-// 2,048 records would be read each second to find that nobody waits.
+// Otherwise 2,048 records would be read each second only to find that none waits.
 TEST_F(single, table_is_not_walked_while_nobody_waits) {
     sta_info_t *sta = station_on(first_mac, 2, "ath2");
     for (int i = 0; i < 4; ++i) sta_sta_log_single_byioctl_update();
     EXPECT_EQ(reported().size(), 1U);
-    sta->single_log_up_cnt = 2; // behind everybody's back
+    sta->single_log_up_cnt = 2; // unknown to the daemon's count
     sta_sta_log_single_byioctl_update();
     EXPECT_EQ(sta->single_log_up_cnt, 2);
     sta_members_await_report(sta);

@@ -1,4 +1,4 @@
-// Messages as such: cut and broken ones, those of others, the family's announcements; and the socket they come from.
+// Messages as such: cut and broken ones, those of other families, the family's announcements; and their socket.
 #include "support/events.h"
 
 #include "life/listen.h"
@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using message = Events;
 
-// Bytes that were not received read as zero: of the header alone, a disassociation of 00:00:00:00:00:00.
+// Bytes that were not received are read as zero: a header alone is a disassociation of 00:00:00:00:00:00.
 TEST_F(message, short_event_is_completed_with_zeros) {
     byte_vector shorter = association();
     shorter.resize(24);
@@ -32,7 +32,7 @@ TEST_F(message, short_event_is_completed_with_zeros) {
     EXPECT_THAT(stations(), IsEmpty());
 }
 
-// A cut MAC ends in zeros: six different stations come, and the one of zeros only goes when the kind is cut off as well.
+// A cut MAC ends in zeros: six different stations come; 00:00:00:00:00:00 leaves only when the kind is cut off as well.
 TEST_F(message, every_length_of_a_message_is_survived) {
     byte_vector bytes = association();
     while (!bytes.empty()) {
@@ -128,7 +128,7 @@ TEST_F(message, known_family_is_registered_with_again) {
 TEST_F(message, other_announcements_change_nothing) {
     for (const byte_vector &bytes : {announcement("0b00 0200 6f 74 68 65 72 00 00 00"), // another family
                                      announcement("0b00 0200 54 4b 5f 53 54 41 00 00", "02"), // it has gone
-                                     announcement("ffff 0200 54 4b 5f 53 54 41 00 00")}) { // a lying length
+                                     announcement("ffff 0200 54 4b 5f 53 54 41 00 00")}) { // a wrong length
         forget_log();
         handle(bytes);
         EXPECT_EQ(sta_nl.family, driver_family);
@@ -231,7 +231,7 @@ TEST_F(channel_socket, datagram_of_nothing_is_an_error) {
                 ElementsAre("Run in function g_sta_recv_msg\n", "The message contains an error.\n"));
 }
 
-// The loop lets go of a descriptor in error before its callback runs.
+// The loop removes a descriptor in error before its callback runs.
 TEST_F(channel_socket, failing_receive_is_logged_and_the_socket_watched_again) {
     uloop_fd_delete(&sta_netlink_watcher);
     answer_recv = [](void *, std::size_t) -> long {
@@ -257,7 +257,7 @@ TEST_F(channel_socket, readable_socket_that_the_loop_let_go_of_is_watched_again)
     EXPECT_EQ(stations().size(), 1U);
 }
 
-// The kernel itself answers a request for a family that it does not know with an error bytes.
+// The kernel itself answers a request for a family that it does not know with an error message.
 TEST_F(channel_socket, error_of_the_kernel_is_dropped_with_a_line) {
     sta_nl_register(1);
     EXPECT_TRUE(loop_until([] { return log_records().size() >= 2; }));

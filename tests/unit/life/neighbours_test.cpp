@@ -1,4 +1,4 @@
-// Neighbours of the kernel become addresses of stations: whose, from where, and what is only counted.
+// The kernel's neighbours become addresses of stations: of which stations, with which origin, and which are only counted.
 #include <gmock/gmock.h>
 
 #include "support/bytes.h"

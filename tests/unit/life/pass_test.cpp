@@ -188,7 +188,7 @@ TEST_F(cycle, station_of_a_third_radio_goes_on_line_with_a_word_in_the_log) {
     }
 }
 
-// Runs passes over a fresh station, with one allocation failing in each, until it is its name's.
+// Runs passes over a new station, with one allocation failing in each, until the failing one is that of its name.
 bool pass_without_memory_for_the_name(sta_info_t *sta) {
     for (unsigned nth = 1; nth < 10; ++nth) {
         fail_allocation(nth);

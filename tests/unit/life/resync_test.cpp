@@ -130,7 +130,7 @@ TEST_F(comparing, a_table_that_both_interfaces_of_a_radio_give_counts_once) {
 TEST_F(comparing, a_driver_that_does_not_answer_makes_nobody_leave) {
     put(first_mac, "ath0", 0);
     put(second_mac, "ath1", 1);
-    driver_lists({{"ath1", {}}}); // it refuses what is about ath0
+    driver_lists({{"ath1", {}}}); // it refuses requests for ath0
     sta_resync();
     EXPECT_THAT(macs(), ElementsAre(first_mac));
     EXPECT_EQ(gone().size(), 1U);

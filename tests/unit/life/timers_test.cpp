@@ -11,7 +11,7 @@ namespace {
 using testing::ElementsAre;
 using timers = House;
 
-// Milliseconds until the timer is due, with a second's grace for a slow machine.
+// Milliseconds until the timer is due; a slow machine may be a second late.
 testing::AssertionResult due_in(uloop_timeout &timer, std::int64_t ms) {
     const std::int64_t left = uloop_timeout_remaining64(&timer);
     if (timer.pending && left <= ms && left > ms - 1000) return testing::AssertionSuccess();

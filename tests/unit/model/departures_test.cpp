@@ -35,7 +35,7 @@ TEST_F(departures, are_kept_up_to_128_the_newest_first) {
 
 TEST_F(departures, keep_the_newest_when_there_is_room_for_fewer) {
     sta_departures_keep(4);
-    for (int i = 0; i < 6; ++i) leave(i); // it has gone round
+    for (int i = 0; i < 6; ++i) leave(i); // the ring has wrapped around
     sta_departures_keep(3);
     EXPECT_EQ(kept(), (texts{"5", "4", "3"}));
     leave(6);
@@ -75,7 +75,7 @@ TEST_F(departures, without_memory_take_the_place_of_the_oldest) {
     EXPECT_EQ(kept(), texts{});
     for (int i = 2; i < 10; ++i) leave(i);
     EXPECT_EQ(kept().size(), 8U);
-    fail_allocation(1); // no room for a ninth
+    fail_allocation(1); // no memory for a ninth
     leave(10);
     EXPECT_EQ(kept().size(), 8U);
     EXPECT_EQ(kept().front(), "10");

@@ -1,4 +1,4 @@
-// What is known of who a station is: addresses and names, how, since when, and which go first.
+// A station's identity: its addresses and names, their origins and times, and which are displaced first.
 #include <gmock/gmock.h>
 
 #include "support/house.h"

@@ -1,4 +1,4 @@
-// Where a station stands, and who is counted: every step from every state, as docs/architecture.md shows it.
+// A station's status, and who is counted: every step from every status, as docs/architecture.md shows it.
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
@@ -26,7 +26,7 @@ const char *name_of(std::uint16_t status) {
     return status == sta_status_online ? "online" : status == sta_status_added ? "waiting" : "-";
 }
 
-// A row of the document: what one step makes of a record with this status.
+// A row of the document's table: the result of one step for a record with this status.
 std::string row_of(const named_step &taken, std::uint16_t before) {
     sta_info_t sta{}, incoming{};
     sta.status = before;
@@ -44,7 +44,7 @@ std::string row_of(const named_step &taken, std::uint16_t before) {
            " | " + (sta.restored != 0 ? "yes" : "no") + " |\n";
 }
 
-// The rows of the document's table of steps, read before a test covers the folders that the tree may be in.
+// The rows of that table, read before a test hides the folders that the tree may be in.
 std::string documented_rows() {
     std::ifstream page(WSMD_GOLDEN_DIR "/../../docs/architecture.md");
     std::string text, line;

@@ -220,7 +220,7 @@ TEST_F(adding, known_station_on_line_takes_the_new_place_and_waits_again) {
     EXPECT_EQ(known->third_flag, 9);
     EXPECT_STREQ(known->ifname, "ath1");
     EXPECT_STREQ(known->name, "-");
-    // All else stays.
+    // Everything else stays.
     EXPECT_STREQ(known->ssid, "net");
     EXPECT_STREQ(known->ip, "10.0.0.1");
     EXPECT_EQ(known->wifi_up, 77U);

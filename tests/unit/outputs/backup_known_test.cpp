@@ -1,5 +1,5 @@
-// What the daemon has written into the backup file itself it need not read back. What is left in the file, and what is said of
-// it, is what it is when somebody else has put the same bytes there.
+// The daemon need not read back what it has written into the backup file itself. The file's content and the log must be the
+// same as if another program had written the same bytes.
 #include "support/house.h"
 
 #include "inputs/network.h"
@@ -33,7 +33,7 @@ std::size_t bytes_read() {
     return std::stoul(text.substr(text.find("rchar: ") + 7));
 }
 
-// The same bytes in another file: nobody knows what it holds.
+// Puts the same bytes into a new file, whose content the daemon does not know.
 void make_foreign() {
     if (!file_exists(file)) return;
     write_file("/tmp/foreign", read_file(file));
@@ -133,7 +133,7 @@ TEST_F(backup_known, line_behind_a_link_is_not_removed_through_it) {
     EXPECT_EQ(line_left(1), "");
 }
 
-// One station's life in the file, played by chance; `foreign`: everything in a file that nobody knows. What is left and said
+// Random steps in the stations' life in the file; `foreign`: with a new file before each. Returns the file's content and the log
 // after each step.
 std::vector<std::string> play(unsigned seed, bool foreign) {
     std::filesystem::remove(file);

@@ -1,5 +1,5 @@
-// A pass rewrites every station's line at once. What it leaves in the file, and what it says, is what the single
-// operations would: each case is played both ways.
+// A pass rewrites the lines of all stations at once. The file's content and the log must be the same as after single
+// operations: each case is played both ways.
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <random>
@@ -144,7 +144,7 @@ TEST_F(backup_pass, over_a_torn_last_line_of_its_own_station) {
 TEST_F(backup_pass, joins_a_torn_line_with_the_next_one_which_goes_when_its_station_does) {
     make_stations(2);
     same_over(times(50, 'x'));
-    same_over(read_file(file)); // both stations' lines hang on what was torn
+    same_over(read_file(file)); // both stations' lines follow the torn line directly
 }
 
 TEST_F(backup_pass, over_lines_longer_than_a_reading) {

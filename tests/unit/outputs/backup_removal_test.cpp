@@ -1,5 +1,5 @@
-// The removal of a station's lines from the backup file moves many lines at a time. What it leaves, and what it says, is what a
-// reading line by line leaves, which is kept here as it was.
+// The removal of a station's lines from the backup file moves many lines at a time. The file's content and the log must be the
+// same as with the former removal line by line, which is kept here for comparison.
 #include "support/house.h"
 
 #include "outputs/backup.h"
@@ -116,7 +116,7 @@ TEST_F(backup_removal, of_lines_that_lie_over_the_end_of_a_step) {
     for (std::size_t before = chunk - 120; before < chunk + 5; ++before) {
         std::string text;
         while (text.size() + other.size() < before) text += other;
-        text.insert(0, times(before - text.size(), 'x')); // the last line's MAC lies all over the end
+        text.insert(0, times(before - text.size(), 'x')); // the last line's MAC crosses the end
         same_over(text + line_of(mac) + other + line_of(mac), "behind " + std::to_string(before));
     }
 }

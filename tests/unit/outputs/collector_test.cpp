@@ -1,4 +1,4 @@
-// What becomes of a report when the collector makes the daemon wait.
+// What happens to a report when the collector makes the daemon wait.
 #include "support/bus_house.h"
 #include "support/collector.h"
 
@@ -18,7 +18,7 @@ int send_one() {
     return sta_domain_socket_send(sta.get());
 }
 
-// A stop as it is before the loop runs: held back. The process would end by the alarm if it waited for ever.
+// A stop before the loop runs, when its signal is blocked. If the process waited for ever the alarm would end it.
 void hold_a_stop() {
     sigset_t stop;
     sigemptyset(&stop);

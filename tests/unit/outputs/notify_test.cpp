@@ -1,4 +1,4 @@
-// What the daemon tells the bus of its own accord.
+// What the daemon sends to the bus without being asked.
 #include <gmock/gmock.h>
 
 #include "support/bus_house.h"
@@ -58,7 +58,7 @@ TEST_F(unconnected, period_request_is_dropped_with_0) {
 
 using event = ConnectedHouse;
 
-// The local time is another than the world's, and all its fields but the year have a zero in front.
+// The local time differs from UTC, and all its fields except the year have a leading zero.
 class clock_at_seven {
 public:
     clock_at_seven() {
