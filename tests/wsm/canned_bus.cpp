@@ -16,7 +16,7 @@ std::size_t answered = 0;
 constexpr std::uint32_t first_id = 7;
 std::array<const char *, 2> names{"wsmd", "sta"};
 
-// In a block of exactly its size, so that a checker of memory sees one byte too far.
+// In a block of exactly its size, so that a memory checker reports a read of even one byte too many.
 class message {
 public:
     explicit message(const content &from)
@@ -37,7 +37,7 @@ private:
     std::uint8_t *bytes;
 };
 
-// A standard stream that goes into memory for a while.
+// Redirects a standard stream into memory for a while.
 class captured {
 public:
     explicit captured(std::FILE *&which) : stream(which), before(which) {
@@ -135,7 +135,7 @@ int uloop_run_timeout(int) {
     return 0;
 }
 
-// The linker leads the tool's calls here (--wrap): nobody waits for a driver that is not there.
+// The linker redirects the tool's calls to these (--wrap): the tests need not wait for an absent daemon.
 int __wrap_nanosleep(const struct timespec *, struct timespec *);
 int __wrap_nanosleep(const struct timespec *, struct timespec *) { return 0; }
 }

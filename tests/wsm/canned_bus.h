@@ -1,5 +1,5 @@
-// canned_bus.h - a bus of the test's own: it keeps what the tool asks, and gives the answers that were laid ready. The functions
-// of the bus library that the tool calls are defined here, and so found before the library's.
+// canned_bus.h - a bus of the test's own: it records the tool's calls, and gives prepared answers. The functions of the bus
+// library that the tool calls are defined here, and so found before the library's.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +25,7 @@ struct canned_bus {
         content message;
     };
 
-    std::vector<content> answers;            // one a call; when there are no more, the daemon is silent
+    std::vector<content> answers;            // one per call; when none is left the daemon does not answer
     std::vector<notification> notifications; // then the daemon goes
     int status = 0;                          // of each call with an answer
     int object = 0;                          // status of the look-up of an object
@@ -47,15 +47,15 @@ private:
     struct ubus_context here = {};
 };
 
-// What a piece of work has written to standard output and standard error, in a locale of UTF-8.
+// What a function has written to standard output and standard error, in a UTF-8 locale.
 struct shown {
     exit_status status;
     std::string out, error;
 };
 shown screen_of(const std::function<exit_status()> &work);
 
-// The first thing in a text that must not reach a terminal: a control character, one that turns the direction of writing, what is
-// no UTF-8. Empty: it is fit.
+// The first part of a text that must not reach a terminal: a control character, one that changes the direction of writing, or
+// bytes that are not UTF-8. Empty: there is none.
 std::string unfit_for_a_terminal(const std::string &text);
 
 // Columns of the widest line.

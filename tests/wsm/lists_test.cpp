@@ -80,7 +80,7 @@ TEST(wsm_show, a_station_that_may_be_asked_for_and_is_not_there_is_told_apart_fr
     EXPECT_THAT(bus.asked(), ElementsAre(R"(wsmd station {"mac":"02:00:00:00:00:0a"})", "wsmd health {}"));
 }
 
-// Whatever an answer is made of: members of another kind, texts that a terminal would obey, names of members likewise.
+// Answers with any content: members of a wrong type, texts and member names with control sequences for a terminal.
 TEST(wsm_answers, of_any_kind_are_shown_without_harm) {
     const std::string h = hostile;
     const std::string odd[] = {

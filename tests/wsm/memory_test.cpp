@@ -1,4 +1,4 @@
-// Without memory the tool says so, asks nothing that it did not mean, and ends in order.
+// Without memory the tool says so, makes no wrong call, and ends properly.
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include "tests/wsm/canned_bus.h"
 #include "wsm/watch.h"
 
-// What the library's functions answer when they have no memory.
+// What the library's functions return when they have no memory.
 extern "C" {
 int __real_blob_buf_init(struct blob_buf *buf, int id);
 int __real_blobmsg_add_field(struct blob_buf *buf, int type, const char *name, const void *data,
@@ -79,7 +79,7 @@ void fail_each(const command &one, unsigned least) {
         EXPECT_THAT(torn.told.error, testing::HasSubstr("wsm: no memory\n")) << nth;
         EXPECT_THAT(torn.told.out, testing::AnyOf("", testing::EndsWith("\n"))) << nth;
         EXPECT_TRUE(torn.told.status == exit_failed || torn.told.status == whole.told.status) << nth;
-        // What is asked is what is asked with memory, or not asked at all.
+        // Each call is one that is also made with memory.
         for (const std::string &question : torn.asked)
             EXPECT_THAT(whole.asked, testing::Contains(question)) << nth;
     }

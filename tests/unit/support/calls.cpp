@@ -27,7 +27,7 @@ int failed(int reason) {
     return -1;
 }
 
-// The number in `size` bytes, lowest first, before or after their order is turned round.
+// The number in `size` bytes, lowest first, before or after their order is reversed.
 std::size_t turn(byte_vector &message, std::size_t offset, std::size_t size, bool typed) {
     if (offset + size > message.size()) return 0;
     std::size_t number = 0;

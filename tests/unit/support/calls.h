@@ -1,5 +1,5 @@
-// calls.h - the system calls of the netlink channel, recorded and, where a test says so, answered for the kernel. The clocks
-// stand still, so that a report can be compared byte for byte.
+// calls.h - the system calls of the netlink channel, recorded and, where a test says so, answered in place of the kernel. The
+// clocks stand still, so that a report can be compared byte for byte.
 #pragma once
 
 #include "support/bytes.h"
@@ -7,12 +7,12 @@
 
 #include <functional>
 
-// A message's netlink header, and the headers of its attributes, are in the machine's own order; the tests write them, like
-// all else, with the lowest byte first. Both ways; `typed`: as the tests write it. Cut and lying ones are turned as far as
-// they go.
+// A message's netlink header, and the headers of its attributes, are in the machine's byte order; the tests write them, like
+// everything else, with the lowest byte first. Converts either way; `typed`: as the tests write it. Cut messages, and those
+// with wrong lengths, are converted as far as possible.
 byte_vector turned(byte_vector message, bool typed);
 
-// What sendto was given, its headers turned.
+// What sendto was given, its headers converted.
 struct sent_message {
     int fd;
     byte_vector bytes;
@@ -33,5 +33,5 @@ public:
     ~Channel() override;
 };
 
-// recv gives these messages, turned, one a call; then it fails with EAGAIN.
+// recv gives these messages, converted, one per call; then it fails with EAGAIN.
 void receive(std::vector<byte_vector> messages);

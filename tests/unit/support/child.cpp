@@ -52,7 +52,7 @@ void load_log() {
 child_end run_in_child(const std::function<void()> &function) {
     write_file(log_file, "");
     write_file(output_file, "");
-    write_file(blocks_file, "0"); // what counts for a child that has no time to say
+    write_file(blocks_file, "0"); // for a child that ends before it can write its number
     const pid_t pid = fork();
     if (pid == 0) {
         const int output = open(output_file.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);

@@ -1,7 +1,7 @@
 // collector.h - the collector: a listening socket at "/tmp/sta_server_domain".
 //
-// It has no thread: a report is kept by the socket's queue, written and closed by the daemon, until the test
-// asks.
+// It has no thread: the daemon writes a report and closes its connection, and the socket's queue keeps it until
+// the test reads it.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ struct collected_report {
 
 class collector {
 public:
-    // `room`: reports that it lets wait before it makes the daemon wait.
+    // `room`: how many reports can wait before the daemon has to wait.
     explicit collector(int room = 1024);
     ~collector();
     collector(const collector &) = delete;

@@ -1,5 +1,5 @@
-// driver.h - the wireless driver behind its request library: records what it is asked, answers what the test
-// says.
+// driver.h - stands in for the request library of the wireless driver: records the requests, and answers what
+// the test says.
 #pragma once
 
 #include <cstdint>
@@ -18,8 +18,8 @@ struct driver_request {
 
 const std::vector<driver_request> &driver_requests();
 
-// The driver from now on: may overwrite the request's bytes with its answer; 0 is success. Until then it
-// refuses (-1).
+// Sets the driver's function: it may overwrite the request's bytes with its answer; 0 is success. Without it all
+// requests are refused (-1).
 using driver_function = std::function<int(const driver_request &request, std::span<std::uint8_t> answer)>;
 void set_driver(driver_function driver);
 

@@ -28,8 +28,8 @@ struct table_entry {
 
 using interface_tables = std::map<std::string, std::vector<table_entry>>;
 
-// The driver from now on: answers the count and the table of these interfaces with the sections asked for,
-// takes roam deletions, and refuses everything else.
+// Sets the driver: it answers the count and the table of these interfaces with the sections asked for, accepts
+// roam deletions, and refuses everything else.
 void driver_lists(interface_tables tables);
 
 // Numbers of the requests that came, in order: 5 count, 1 table, 4 roam deletion.

@@ -65,7 +65,7 @@ inline void handle(const byte_vector &message) {
     sta_nl_handle(buffer, static_cast<long>(message.size()));
 }
 
-// An access point on which the golden events lead to the golden reports.
+// An access point on which the golden events result in the golden reports.
 struct Events : Channel {
     Events() {
         sta_nl = {-1, driver_family, 0x11223344};

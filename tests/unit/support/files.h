@@ -11,7 +11,7 @@ bool file_exists(const std::string &path);
 // Modification time in whole seconds.
 void set_file_time(const std::string &path, long seconds);
 
-// While it lives no file grows beyond `room` bytes: what writers see of a full disk.
+// While it exists no file grows beyond `room` bytes: for writers this is like a full disk.
 class full_disk {
 public:
     explicit full_disk(unsigned long room = 0);

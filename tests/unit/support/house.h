@@ -1,4 +1,4 @@
-// house.h - where the daemon's functions live while a test calls them.
+// house.h - the surroundings of the daemon's functions while a test calls them.
 //
 // A test is a TEST_F of a fixture that is a House. Before it runs, everything is as on a freshly started
 // access point:
@@ -51,6 +51,6 @@ int unowned_blocks();
 // The records of the table, in order.
 std::vector<sta_info_t *> stations();
 
-// A new record in the table, with status 2 unless stated; it counts as on line when the status is 1. For
-// tests that need a station there and do not care how it came.
+// A new record in the table, with status 2 unless stated; it counts as online when the status is 1. For tests
+// that need a station and do not depend on how it came.
 sta_info_t *put_station(const char *mac, std::uint16_t status = sta_status_added);

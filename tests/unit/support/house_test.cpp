@@ -1,4 +1,4 @@
-// The support's own promises, so that a test that fails points at the daemon.
+// Tests of the support itself, so that a failure of another test is a fault of the daemon.
 #include "support/house.h"
 
 #include "base/cxx/ubus.h"
@@ -122,7 +122,7 @@ TEST_F(house, loop_runs_until_the_condition_holds_or_the_bound_is_reached) {
     EXPECT_FALSE(loop_until([] { return false; }, 1));
 }
 
-// A fixture of its own kind, to be built and taken down by hand.
+// A fixture that a test sets up and tears down by hand.
 struct leaky : House {
     void TestBody() override {}
 };

@@ -17,7 +17,7 @@ bool next_allocation_fails() {
     return true;
 }
 
-// The linker leads the program's calls here (--wrap).
+// The linker redirects the program's calls to these functions (--wrap).
 extern "C" {
 void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);

@@ -9,5 +9,5 @@ void fail_allocation(unsigned nth);
 // is false.
 bool allocation_failed();
 
-// Counts an allocation; true when it is the one to fail. For a test that plays functions which have to allocate.
+// Counts an allocation; true when it is the one to fail. For a test that stands in for functions which allocate.
 bool next_allocation_fails();

@@ -162,7 +162,7 @@ void disconnect_daemon() {
     while (!avl_is_empty(&sta_ubus_ctx->objects)) {
         ubus_object *object = avl_first_element(&sta_ubus_ctx->objects, object, avl);
         if (ubus_remove_object(sta_ubus_ctx, object) == 0) continue;
-        // The broker has gone, and what it knew with it.
+        // The broker has gone, and the object's registration with it.
         avl_delete(&sta_ubus_ctx->objects, &object->avl);
         object->id = 0;
         if (object->type) object->type->id = 0;

@@ -35,7 +35,7 @@ public:
 
     void send_event(const std::string &name, const std::string &json);
 
-    // Publishes an object without methods that others can subscribe to; and takes it back.
+    // Publishes an object without methods that others can subscribe to; and removes it.
     void publish(const std::string &name);
     void take_back(const std::string &name);
     bool has_subscribers(const std::string &name) const;

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// What must stay visible although it may lie in a covered place.
+// What must stay visible although it may be in a covered place.
 const std::vector<std::string> kept = {WSMD_BUILD_DIR, WSMD_GOLDEN_DIR};
 
 [[noreturn]] void give_up(const std::string &what) {
@@ -60,15 +60,15 @@ void cover_with_links(const std::string &place) {
     for (const fs::directory_entry &entry : fs::directory_iterator(below)) {
         const std::string name = entry.path().filename();
         if (place == "/proc" && std::isdigit(static_cast<unsigned char>(name[0]))) continue;
-        // A relative link would lead elsewhere from the shelf; /proc's own are made anew with each look at
-        // them.
+        // A relative link would lead elsewhere from the shelf, so it is copied. Those of /proc are made anew at
+        // each look, so they are linked.
         const bool copy = place != "/proc" && entry.is_symlink() && fs::read_symlink(entry).is_relative();
         fs::create_symlink(copy ? fs::read_symlink(entry) : entry.path(), place + "/" + name);
     }
 }
 
-// The covered /proc has no folders of processes: each makes the link to its own, a forked child, too. (Who needs it there: its
-// leak checker.) A number that comes again finds the link of its forerunner.
+// The covered /proc has no folders of processes. Each process makes the link to its own, also a forked child, since its leak
+// checker needs it. When a process id is used again its link is there already.
 void link_this_process() {
     char name[32];
     char target[64];

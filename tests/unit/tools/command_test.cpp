@@ -123,7 +123,7 @@ TEST_F(command, without_memory_for_the_line_there_is_none) {
 
 TEST_F(command, children_get_their_signals_back) {
     const child_end end = run_in_child([] {
-        std::signal(SIGHUP, SIG_DFL); // whoever started the tests may ignore it
+        std::signal(SIGHUP, SIG_DFL); // the tests may have been started with it ignored
         std::signal(SIGPIPE, SIG_IGN);
         std::signal(SIGINT, SIG_IGN);
         std::signal(SIGTERM, SIG_IGN);
@@ -195,7 +195,7 @@ TEST_F(command, without_a_pipe_there_is_no_line) {
     EXPECT_EQ(end.status, 0);
 }
 
-// Children that nobody waits for leave no status.
+// With SIGCHLD ignored a child leaves no status.
 TEST_F(command, status_is_0_when_the_system_reaps_the_child) {
     const child_end end = run_in_child([] {
         std::signal(SIGCHLD, SIG_IGN);

@@ -34,7 +34,7 @@ TEST(line, takes_no_more_of_a_text_than_it_may) {
     EXPECT_EQ(std::string(buffer, out.finish()), "abc abc\n");
 }
 
-// Apart: the compiler warns of writing where it sees that there is no room, and not that nobody writes.
+// In a function of its own: the compiler sees that there is no room and warns of a write, which does not happen.
 [[gnu::noinline]] void add_number(sta_line &out, int number) { out.number(number); }
 
 TEST(line, cuts_what_does_not_fit_and_leaves_out_such_a_number) {

@@ -167,7 +167,7 @@ TEST(hex_to_bytes, empty_text_is_no_bytes_unless_the_size_is_negative) {
     EXPECT_EQ(bytes[0], 7);
 }
 
-// Deliberate: a quick filter, values and empty octets are not looked at.
+// Deliberate: a quick filter; values and empty octets are not checked.
 TEST(valid_address, digits_and_exactly_three_dots) {
     for (const char *text : {"192.168.1.1", "999.1.1.1", "...", "0.0.0.0"})
         EXPECT_EQ(sta_is_valid_ipaddr(text), 1) << text;
@@ -237,7 +237,7 @@ TEST(hex_text_to_address, other_lengths_and_missing_or_foreign_digits_are_refuse
     EXPECT_EQ(sta_hexip2ip("abcdeC0A86401x", nullptr), -1);
 }
 
-// Each text ends exactly where its memory ends: reading on would be seen by the sanitizer.
+// Each text ends exactly where its memory ends: the sanitizer reports a read beyond it.
 TEST(hex_text_to_address, nothing_is_read_behind_the_end) {
     for (const char *text : {"abcdeC0A8640.1", "abcdeC0.A8.64.", "abcdeC0A8.64.0"}) {
         std::vector<char> exact(text, text + std::strlen(text) + 1);

@@ -178,7 +178,7 @@ TEST_F(netlink, type_0_sends_nothing) {
     EXPECT_THAT(sent_messages(), IsEmpty());
 }
 
-// Plays these results, one a call; a negative one is an errno.
+// Gives these results, one per call; a negative one is an errno.
 void play(std::vector<long> results) {
     answer_sendto = [results = std::move(results),
                      next = std::size_t{0}](const byte_vector &) mutable -> long {
@@ -214,7 +214,7 @@ TEST_F(netlink, any_other_failure_ends_the_sending) {
     }
 }
 
-// What errno held before must not turn it into a try for ever.
+// An earlier value of errno must not make it try for ever.
 TEST_F(netlink, send_of_nothing_is_a_failure) {
     play({0});
     errno = EAGAIN;

@@ -125,7 +125,7 @@ const std::string unbelievable =
     "level 3 NOTICE: the driver counts 8193 stations on ath0, more than 8192: its table is not read\n";
 
 TEST_F(table_fetch, of_more_stations_than_there_can_be_is_refused_and_said) {
-    count_is("8192"); // what was wrong before has been said already
+    count_is("8192"); // the earlier error has been logged already
     sta_get_ioctl_stainfo(sta, &table, "ath0", 3);
     sta_free(table);
     forget_log();
@@ -394,7 +394,7 @@ TEST_F(table_reading, during_a_walk_finds_what_a_single_look_finds_also_without_
                    {table_entry(second_mac).basic32(120, 1), table_entry(first_mac).basic32(120, 2),
                     table_entry(first_mac).basic32(120, 3)}}});
     sta_put_text(sta->ifname, "ath0");
-    for (const unsigned failing : {0U, 3U}) { // behind the fetch's own two
+    for (const unsigned failing : {0U, 3U}) { // after the fetch's own two
         if (failing > 0) fail_allocation(failing);
         sta_configuration configuration;
         sta_radio_tables walk{3, configuration};
