@@ -88,6 +88,7 @@ private:
     const driver_list *list_of(const char *ifname) const;
     bool is_listed(const sta_info_t *sta) const;
     bool stays_on(const driver_basic &entry, const char *ifname) const;
+    bool has_moved_on(const driver_basic &entry) const;
 
     sta_array<driver_list> lists;
     sta_array<std::uint64_t> macs; // of all of them, in order
@@ -144,6 +145,18 @@ bool comparison::stays_on(const driver_basic &entry, const char *ifname) const {
                 driver_basic_decode(lists[l].table + table_header_size + i * table_basic_size);
             if (mac_number(other.mac) == mac_number(entry.mac) && std::strcmp(other.ifname, ifname) == 0)
                 return other.online_time <= entry.online_time;
+        }
+    return false;
+}
+
+// Whether the station of `entry` is listed on another interface as well, and came there later: it has roamed, and is gone from here.
+bool comparison::has_moved_on(const driver_basic &entry) const {
+    for (std::size_t l = 0; l < lists.size(); ++l)
+        for (std::uint32_t i = 0; i < lists[l].entries; ++i) {
+            const driver_basic other =
+                driver_basic_decode(lists[l].table + table_header_size + i * table_basic_size);
+            if (mac_number(other.mac) == mac_number(entry.mac) && other.online_time < entry.online_time)
+                return true;
         }
     return false;
 }
@@ -209,6 +222,7 @@ std::uint32_t comparison::arrive(sta_configuration &configuration) {
             const sta_info_t *known = sta_sta_peek(mac);
             if (known && (std::strcmp(known->ifname, ifname) == 0 || stays_on(entry, known->ifname)))
                 continue;
+            if (has_moved_on(entry)) continue; // told once, where it is
             const driver_list *home = list_of(ifname);
             station_event event;
             as_event(entry,

@@ -121,6 +121,20 @@ TEST_F(comparing, a_station_that_is_listed_twice_is_where_it_came_last) {
     EXPECT_EQ(stations().size(), 1U);
 }
 
+// Whichever interface the driver is asked for first.
+TEST_F(comparing, an_unknown_station_that_is_listed_twice_arrives_once_where_it_came_last) {
+    driver_lists(
+        {{"ath0", {listed(first_mac, "ath0").basic32(128, 51), listed(second_mac, "ath0").basic32(128, 50)}},
+         {"ath1",
+          {listed(first_mac, "ath1").basic32(128, 50), listed(second_mac, "ath1").basic32(128, 51)}}});
+    collector reports;
+    sta_resync();
+    EXPECT_EQ(reports.reports().size(), 2U);
+    ASSERT_EQ(stations().size(), 2U);
+    for (const sta_info_t *sta : stations())
+        EXPECT_STREQ(sta->ifname, std::strcmp(sta->mac, first_mac) == 0 ? "ath1" : "ath0") << sta->mac;
+}
+
 TEST_F(comparing, a_table_that_both_interfaces_of_a_radio_give_counts_once) {
     driver_lists({{"ath0", {listed(first_mac, "ath01")}}, {"ath1", {listed(first_mac, "ath01")}}});
     sta_resync();
