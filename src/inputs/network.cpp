@@ -105,11 +105,13 @@ public:
         return package;
     }
     uci_context *get() const noexcept { return context; }
+    unsigned load_count() const noexcept { return loads; } // what was found before another load is freed
 
 private:
     enum class outcome { missing, no_context, unreadable, loaded };
 
     outcome try_load(const char *path) noexcept {
+        ++loads;
         if (context) uci_free_context(context); // frees the package as well
         context = nullptr;
         package = nullptr;
@@ -125,6 +127,7 @@ private:
     file_state state;
     uci_context *context = nullptr; // lives as long as the program
     uci_package *package = nullptr;
+    unsigned loads = 0;
 };
 
 config_file wireless;
@@ -163,15 +166,6 @@ private:
 
 chip_family chip;
 
-// Copies option `wanted` of `section`. Returns 0, or -1 when there is none.
-int copy_option(uci_context *context, uci_section *section, const char *wanted, char *destination,
-                std::size_t size) {
-    const char *text = option_text(context, section, wanted);
-    if (!text) return -1;
-    copy_value(destination, text, size);
-    return 0;
-}
-
 bool is_placed(const sta_info_t *sta) { return sta && sta->ifname[0] != '\0' && sta->ssid[0] != '\0'; }
 
 } // namespace
@@ -207,6 +201,14 @@ int sta_configuration::wireless_element(const char *value, const char *match, co
     ++sta_health.configuration_lookups;
     const uci_package *package = wireless.load(wireless_seen, function, g_path, "Not wireless file");
     if (!package) return -1;
+    for (const answer &one : answers) {
+        if (one.load != wireless.load_count() || one.match != match || one.device != device ||
+            one.wanted != wanted || std::strcmp(one.value, value) != 0)
+            continue;
+        STA_LOG_AS(function, "value=%s name=%s\n", one.value, value);
+        copy_value(destination, one.text, size);
+        return 0;
+    }
     uci_context *context = wireless.get();
     uci_element *element = nullptr;
     uci_foreach_element (&package->sections, element) {
@@ -214,8 +216,14 @@ int sta_configuration::wireless_element(const char *value, const char *match, co
         if (!has_type(section, "wifi-iface")) continue;
         if (device && !option_is(context, section, "device", device)) continue;
         if (!option_is(context, section, match, value)) continue;
-        STA_LOG_AS(function, "value=%s name=%s\n", option_text(context, section, match), value);
-        return copy_option(context, section, wanted, destination, size);
+        const char *found = option_text(context, section, match);
+        STA_LOG_AS(function, "value=%s name=%s\n", found, value);
+        const char *text = option_text(context, section, wanted);
+        if (!text) return -1;
+        answers[next_answer++ % std::size(answers)] = {
+            wireless.load_count(), match, device, wanted, found, text};
+        copy_value(destination, text, size);
+        return 0;
     }
     return 0;
 }
@@ -229,11 +237,19 @@ int sta_configuration::sysinfo_element(char *destination, std::size_t size) noex
     ++sta_health.configuration_lookups;
     const uci_package *package = sysinfo.load(sysinfo_seen, function, sysinfo_file, "Not sysinfo file");
     if (!package) return -1;
+    if (forward_mode.load == sysinfo.load_count()) {
+        copy_value(destination, forward_mode.text, size);
+        return 0;
+    }
     uci_element *element = nullptr;
     uci_foreach_element (&package->sections, element) {
         uci_section *section = uci_to_section(element);
         if (!has_type(section, "sysinfo")) continue;
-        return copy_option(sysinfo.get(), section, "forwardMode", destination, size);
+        const char *text = option_text(sysinfo.get(), section, "forwardMode");
+        if (!text) return -1;
+        forward_mode = {sysinfo.load_count(), nullptr, nullptr, nullptr, nullptr, text};
+        copy_value(destination, text, size);
+        return 0;
     }
     return 0;
 }

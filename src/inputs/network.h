@@ -61,6 +61,14 @@ public:
 private:
     int element_of(const char *function, const sta_info_t *sta, const char *wanted, char *destination,
                    std::size_t size) noexcept;
+    // What was found in a file, good until the file is loaded anew. Walks ask the same for station after station.
+    struct answer {
+        unsigned load; // of the file; 0: no answer
+        const char *match, *device, *wanted, *value, *text;
+    };
+    answer answers[4] = {}; // two radios, two options
+    unsigned next_answer = 0;
+    answer forward_mode = {};
     // Which files have been looked at.
     bool chip_seen = false;
     bool wireless_seen = false;

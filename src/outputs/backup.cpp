@@ -324,8 +324,8 @@ struct sta_backup_pass::state {
     sta_array<char> added;     // the text of the lines added after them
 
     bool open();
-    void remove(const char *mac);
-    bool add(const char *mac, std::string_view line);
+    void remove(const char *mac, backup_known::mac_number number);
+    bool add(const char *mac, backup_known::mac_number number, std::string_view line);
     bool write(std::FILE *to) const;
     void learn() const;
 };
@@ -348,12 +348,12 @@ bool sta_backup_pass::state::open() {
     return true;
 }
 
-void sta_backup_pass::state::remove(const char *mac) {
+void sta_backup_pass::state::remove(const char *mac, backup_known::mac_number number) {
     if (!is_known) {
         lines.remove(mac, tell_dropped);
         return;
     }
-    if (const std::size_t line = known.find(backup_known::number_of(mac), next); line != backup_known::none) {
+    if (const std::size_t line = known.find(number, next); line != backup_known::none) {
         known.remove(line);
         next = line + 1;
         tell_dropped(mac, "", false);
@@ -362,13 +362,15 @@ void sta_backup_pass::state::remove(const char *mac) {
 }
 
 // False for a line whose MAC and place cannot be remembered.
-bool sta_backup_pass::state::add(const char *mac, std::string_view line) {
+bool sta_backup_pass::state::add(const char *mac, backup_known::mac_number number, std::string_view line) {
     if (!is_known) {
         (void)lines.append(line.data(), line.size());
         return true;
     }
-    if (backup_known::mac_of_line(line) != mac || !added.append(line.data(), line.size())) return false;
-    if (known.add(backup_known::number_of(mac), line.size())) return true;
+    if (number == backup_known::no_mac || !backup_known::is_line_of(line, mac) ||
+        !added.append(line.data(), line.size()))
+        return false;
+    if (known.add(number, line.size())) return true;
     added.cut(added.size() - line.size());
     return false;
 }
@@ -425,12 +427,15 @@ bool sta_backup_pass::read_instead() {
 }
 
 void sta_backup_pass::remove(const char *mac) {
-    if (!is_open() ||
-        (now->is_known && mac && backup_known::number_of(mac) == backup_known::no_mac && !read_instead())) {
+    remove(mac, mac ? backup_known::number_of(mac) : backup_known::no_mac);
+}
+
+void sta_backup_pass::remove(const char *mac, std::uint64_t number) {
+    if (!is_open() || (now->is_known && mac && number == backup_known::no_mac && !read_instead())) {
         sta_sta_users_backup_del(mac);
     } else if (is_deletable(mac)) {
         if (now->exists)
-            now->remove(mac);
+            now->remove(mac, number);
         else
             STA_LOG_AS(del_function, "%s no found!\n", backup_file);
     }
@@ -441,7 +446,8 @@ void sta_backup_pass::update(sta_info_t *sta, sta_configuration &configuration) 
         sta_sta_users_backup_update(sta);
         return;
     }
-    remove(sta->mac);
+    const backup_known::mac_number number = backup_known::number_of(sta->mac);
+    remove(sta->mac, number);
     if (single) sta_sta_users_backup_add(sta);
     if (single || sta->mac[0] == '\0') return;
     now->exists = true;
@@ -449,5 +455,6 @@ void sta_backup_pass::update(sta_info_t *sta, sta_configuration &configuration) 
     char line[sta_backup_line_size];
     const std::size_t length = sta_make_backup_line(sta, configuration, line);
     // Without memory this line is lost until the next pass.
-    if (!now->add(sta->mac, {line, length}) && read_instead()) (void)now->add(sta->mac, {line, length});
+    if (!now->add(sta->mac, number, {line, length}) && read_instead())
+        (void)now->add(sta->mac, number, {line, length});
 }

@@ -53,7 +53,8 @@ public:
     void remove(const char *mac);
 
 private:
-    bool is_open(); // its lines are known, or were read
+    void remove(const char *mac, std::uint64_t number); // the MAC's, as backup_known has it
+    bool is_open();                                     // its lines are known, or were read
     void close();
     bool read_instead(); // writes the changes so far, then reads the file, for a change that needs its text
 

@@ -10,12 +10,17 @@ static_assert(backup_line_max < 1U << 15, "a length has room beside its mark");
 
 backup_known::mac_number backup_known::number_of(std::string_view mac) noexcept {
     if (mac.size() != sta_mac_index::mac_length) return no_mac;
+    const auto digit = [](char c) { // above 15 for what is none
+        const unsigned decimal = static_cast<unsigned char>(c) - unsigned{'0'};
+        const unsigned letter = static_cast<unsigned char>(c) - unsigned{'a'};
+        return decimal < 10 ? decimal : letter < 6 ? letter + 10 : 16U;
+    };
     mac_number number = 0;
-    for (std::size_t i = 0; i < mac.size(); ++i) {
-        const char c = mac[i];
-        const bool is_digit = c >= '0' && c <= '9';
-        if (i % 3 == 2 ? c != ':' : !is_digit && (c < 'a' || c > 'f')) return no_mac;
-        if (i % 3 != 2) number = number << 4 | static_cast<mac_number>(is_digit ? c - '0' : c - 'a' + 10);
+    const char *at = mac.data();
+    for (int octet = 0; octet < 6; ++octet, at += 3) {
+        const unsigned high = digit(at[0]), low = digit(at[1]);
+        if ((high | low) > 15 || (octet < 5 && at[2] != ':')) return no_mac;
+        number = number << 8 | high << 4 | low;
     }
     return number;
 }
@@ -31,6 +36,20 @@ std::string_view backup_known::mac_of_line(std::string_view line) noexcept {
         return first;
     });
     return one ? found : std::string_view{};
+}
+
+bool backup_known::is_line_of(std::string_view line, std::string_view mac) noexcept {
+    // As a rule the colons of the line are those of one MAC.
+    const auto *first = static_cast<const char *>(std::memchr(line.data(), ':', line.size()));
+    const char *const end = line.data() + line.size();
+    if (first && first - line.data() >= 2 && end - first > static_cast<std::ptrdiff_t>(mac.size()) &&
+        line.size() > backup_line_least && line.size() < backup_line_max && line.back() == '\n' &&
+        std::memcmp(first - 2, mac.data(), mac.size()) == 0) {
+        const char *behind = first - 2 + mac.size();
+        const auto rest = static_cast<std::size_t>(end - behind);
+        if (!std::memchr(behind, ':', rest) && !std::memchr(line.data(), '\0', line.size())) return true;
+    }
+    return mac_of_line(line) == mac;
 }
 
 bool backup_known::is_same(const struct stat &now) const noexcept {

@@ -26,6 +26,9 @@ public:
     // The MAC of a regular line, or an empty text.
     static std::string_view mac_of_line(std::string_view line) noexcept;
 
+    // Whether it is that of `mac`, which has a number.
+    static bool is_line_of(std::string_view line, std::string_view mac) noexcept;
+
     // Whether the file at `path` is the known one.
     bool is_still(const char *path) const noexcept;
     bool is_still(int file) const noexcept;

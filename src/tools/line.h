@@ -4,6 +4,7 @@
 // Bounds: a text that does not fit is cut, a number that does not fit is left out; the line feed always fits. No terminator is written.
 #pragma once
 
+#include <algorithm>
 #include <charconv>
 #include <concepts>
 #include <cstddef>
@@ -18,14 +19,18 @@ public:
     // `instead`.
     void text(const char *from, char instead, std::size_t most = SIZE_MAX) noexcept {
         part();
-        for (; most > 0 && *from != '\0' && at_ < end_; --most, ++from)
+        for (std::size_t left = std::min(most, static_cast<std::size_t>(end_ - at_));
+             left > 0 && *from != '\0'; --left, ++from)
             *at_++ = is_white(*from) ? instead : *from;
     }
 
     // A field with a decimal number.
     template <std::integral T> void number(T value) noexcept {
         part();
-        if (const auto [end, error] = std::to_chars(at_, end_, value); error == std::errc{}) at_ = end;
+        if (value >= 0 && value <= 9 && at_ < end_) // most of them are small
+            *at_++ = static_cast<char>('0' + static_cast<int>(value));
+        else if (const auto [end, error] = std::to_chars(at_, end_, value); error == std::errc{})
+            at_ = end;
     }
 
     // Ends the line. Its length, with the line feed.
