@@ -77,7 +77,28 @@ def coming_and_going(build, sizes=SIZES):
                 figures[f"{kind}_private_kib/{count}"] = float(private_kib(lab))
                 time.sleep(10)  # until the work of the last second is done
             figures[f"moving_events_per_second/{count}"] = (last - before) / PERIOD
+    if len(sizes) > 1:
+        few, many = min(sizes), max(sizes)
+        more = figures[f"moving_private_kib/{many}"] - figures[f"moving_private_kib/{few}"]
+        figures["moving_private_bytes_per_station"] = more * 1024 / (many - few)
     return figures
+
+
+def floors_of_people(figures, works):
+    """What the least program would need for the same, put together of the floors of single works: the system calls of each event,
+    each pass, each report of the period, and each reading of the lease file; the file's writing for who leaves is left out."""
+    floors = {}
+    for name in figures:
+        if not name.startswith("moving_events_per_second/"):
+            continue
+        stations = name.partition("/")[2]
+        resting = (works[f"five_second_pass_floor/{stations}"] / 5 + works[f"log_up_floor/{stations}"] / 60) / 1e9
+        moving = resting + (figures[name] * works["association_event_floor"] +
+                            works[f"lease_refresh_floor/{stations}"] / 10) / 1e9
+        for kind, seconds in (("moving", moving), ("resting", resting)):
+            floors[f"{kind}_cpu_percent_floor/{stations}"] = 100 * seconds
+            floors[f"{kind}_cpu_seconds_per_station_hour_floor/{stations}"] = 3600 * seconds / int(stations)
+    return floors
 
 
 if __name__ == "__main__":

@@ -163,7 +163,7 @@ void send_ready_report(const std::uint8_t *image) {
 }
 
 void growing_sizes(benchmark::internal::Benchmark *benchmark) {
-    for (const int count : {64, 256, 512, 1024, 2048, 4096}) benchmark->Arg(count);
+    for (const int count : {64, 128, 256, 512, 1024, 2048, 4096}) benchmark->Arg(count);
     benchmark->Unit(benchmark::kMicrosecond);
 }
 

@@ -18,6 +18,7 @@ struct ubus_context *bus = nullptr;
 struct blob_buf message = {};
 std::vector<std::uint8_t> ready_answer; // its members, as received
 const char *bare_method = nullptr;
+bool answer_is_new = false; // the bare server has another
 
 [[noreturn]] void give_up(const char *what) {
     std::fprintf(stderr, "benchmark of the bus: %s\n", what);
@@ -79,9 +80,23 @@ void open_bus(const char *question) {
     setenv("PATH", (std::string(WSMD_BUILD_DIR) + "/bin:/usr/sbin:/usr/bin:/sbin:/bin").c_str(), 1);
     if (mkdir("/run/ubus", 0755) != 0) give_up("/run/ubus");
     start_beside([] { execlp("ubusd", "ubusd", static_cast<char *>(nullptr)); });
+    ask(question);
+    std::signal(SIGCHLD, SIG_IGN);
+}
+
+void ask(const char *question) {
     blob_buf_init(&message, 0);
     blobmsg_add_json_from_string(&message, question);
-    std::signal(SIGCHLD, SIG_IGN);
+}
+
+void end_beside(pid_t process, const char *name) {
+    kill(process, SIGKILL);
+    std::uint32_t id = 0;
+    for (int tries = 0; tries < 1000; ++tries) {
+        if (kill(process, 0) != 0 && (!bus || ubus_lookup_id(bus, name, &id) != 0)) return;
+        usleep(5000);
+    }
+    give_up(name);
 }
 
 pid_t start_beside(const std::function<void()> &work) {
@@ -109,6 +124,7 @@ std::uint32_t wait_for_object(const char *name) {
 bool keep_answer(std::uint32_t id, const char *method) {
     if (const int status = ubus_invoke(bus, id, method, message.head, keep, nullptr, patience_ms))
         give_up(ubus_strerror(status));
+    answer_is_new = true;
     return true;
 }
 
@@ -125,7 +141,9 @@ void call(benchmark::State &state, std::uint32_t id, const char *method, pid_t s
 
 void call_bare_server(benchmark::State &state, const char *method) {
     bare_method = method;
-    static const pid_t server = start_beside(serve_ready_bytes);
-    static const std::uint32_t id = wait_for_object("bare");
-    call(state, id, method, server);
+    static pid_t server = 0;
+    if (server != 0 && answer_is_new) end_beside(server, "bare");
+    if (answer_is_new) server = start_beside(serve_ready_bytes);
+    answer_is_new = false;
+    call(state, wait_for_object("bare"), method, server);
 }

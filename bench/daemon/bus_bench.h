@@ -11,9 +11,13 @@
 
 // Starts the broker; `question` is the JSON of the arguments of each call. After open_bench_house().
 void open_bus(const char *question);
+void ask(const char *question); // from now on
 
 // Runs `work` in another process, with its own loop.
 pid_t start_beside(const std::function<void()> &work);
+
+// Ends such a process; `name` is its object.
+void end_beside(pid_t process, const char *name);
 
 // Waits for an object; returns its number.
 std::uint32_t wait_for_object(const char *name);
@@ -24,5 +28,5 @@ bool keep_answer(std::uint32_t id, const char *method);
 // Calls again and again. Counters: bytes of an answer, processor time of the server in microseconds.
 void call(benchmark::State &state, std::uint32_t id, const char *method, pid_t server);
 
-// The same with the bare server, which answers with the kept answer.
+// The same with the bare server, which answers with the last kept answer.
 void call_bare_server(benchmark::State &state, const char *method);
