@@ -43,7 +43,7 @@ void floor_of_get(benchmark::State &state) { call_bare_server(state, "get"); }
 
 void add(const char *name, void (*function)(benchmark::State &), int size) {
     for (const auto &[its_name, its_function] :
-         {std::pair{std::string(name), function}, std::pair{std::string(name) + "_floor", floor_of_get}})
+         {std::pair{std::string(name), function}, std::pair{std::string(name) + "_floor", &floor_of_get}})
         benchmark::RegisterBenchmark(its_name.c_str(), its_function)
             ->Arg(size)
             ->Unit(benchmark::kMicrosecond)

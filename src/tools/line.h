@@ -9,6 +9,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 class sta_line {
 public:
@@ -19,9 +20,9 @@ public:
     // `instead`.
     void text(const char *from, char instead, std::size_t most = SIZE_MAX) noexcept {
         part();
-        for (std::size_t left = std::min(most, static_cast<std::size_t>(end_ - at_));
-             left > 0 && *from != '\0'; --left, ++from)
-            *at_++ = is_white(*from) ? instead : *from;
+        const std::size_t length = strnlen(from, std::min(most, static_cast<std::size_t>(end_ - at_)));
+        for (std::size_t i = 0; i < length; ++i) at_[i] = is_white(from[i]) ? instead : from[i];
+        at_ += length;
     }
 
     // A field with a decimal number.

@@ -40,9 +40,7 @@ void sta_str_trim(char *text) {
 }
 
 void sta_space_to_middleline(char *text) {
-    if (!text) return;
-    for (; *text != '\0'; ++text)
-        if (*text == ' ') *text = '-';
+    while (text && (text = std::strchr(text, ' '))) *text = '-';
 }
 
 int sta_tolower(const char *src, char *dst) {

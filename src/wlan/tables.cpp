@@ -251,11 +251,11 @@ bool sta_radio_tables::fetch_for(const sta_info_t *sta) noexcept {
     if (mine.table)
         mine.entries = std::min(wire::get<std::uint32_t>(mine.table + table_num_offset),
                                 static_cast<std::uint32_t>(mine.count));
-    if (mine.table) mine.index();
     return true;
 }
 
 void sta_radio_tables::slot::index() noexcept {
+    indexed = true;
     const auto all = static_cast<std::size_t>(count);
     std::size_t room = 16;
     while (room < 2 * all) room *= 2;
@@ -269,9 +269,10 @@ void sta_radio_tables::slot::index() noexcept {
     }
 }
 
-int sta_radio_tables::update(sta_info_t *sta) const noexcept {
+int sta_radio_tables::update(sta_info_t *sta) noexcept {
     if (!has_radio(sta)) return 1;
-    const slot &mine = slots[sta->radio_id];
+    slot &mine = slots[sta->radio_id];
+    if (mine.table && !mine.indexed) mine.index();
     if (mine.macs.size() == 0) return sta_sta_get_ioctl(sta, mine.table, mask, mine.count);
     return read_station(
         sta, configuration, mine.table, mask, mine.count, [&](const mac_prefix &prefix, std::size_t entries) {

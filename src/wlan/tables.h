@@ -44,7 +44,7 @@ public:
     // Fetches the table of the station's radio unless that was done before. True when it was fetched now.
     bool fetch_for(const sta_info_t *sta) noexcept;
     // sta_sta_get_ioctl with the table of the station's radio; 1 for a radio other than 0 and 1.
-    int update(sta_info_t *sta) const noexcept;
+    int update(sta_info_t *sta) noexcept;
 
     static bool has_radio(const sta_info_t *sta) noexcept {
         return sta->radio_id >= 0 && sta->radio_id < radios;
@@ -65,6 +65,8 @@ private:
         // stands at the hash of its MAC or in the next free place; of two entries with one MAC the first. Empty without memory.
         sta_array<std::uint64_t> macs;
         sta_array<std::uint32_t> homes;
+        bool indexed =
+            false; // when the first station is looked for: a pass looks for those only that are new
         void index() noexcept;
     };
     unsigned mask;
