@@ -66,11 +66,18 @@ std::uint64_t mac_number(const std::uint8_t (&mac)[6]) {
     return number;
 }
 
+// An entry of a list: whose it is, and for how many seconds.
+struct listed_station {
+    std::uint64_t mac;
+    std::int32_t online_time;
+};
+
+// By MAC; of several entries of one MAC the latest arrival comes first.
 int in_order(const void *left, const void *right) {
-    std::uint64_t a = 0, b = 0;
-    std::memcpy(&a, left, sizeof(a));
-    std::memcpy(&b, right, sizeof(b));
-    return a < b ? -1 : a > b ? 1 : 0;
+    const auto &a = *static_cast<const listed_station *>(left);
+    const auto &b = *static_cast<const listed_station *>(right);
+    if (a.mac != b.mac) return a.mac < b.mac ? -1 : 1;
+    return a.online_time < b.online_time ? -1 : a.online_time > b.online_time ? 1 : 0;
 }
 
 class comparison {
@@ -86,12 +93,13 @@ public:
 private:
     bool add_interface(const char *ifname, std::int32_t radio_id);
     const driver_list *list_of(const char *ifname) const;
+    const listed_station *last_of(std::uint64_t mac) const;
     bool is_listed(const sta_info_t *sta) const;
     bool stays_on(const driver_basic &entry, const char *ifname) const;
     bool has_moved_on(const driver_basic &entry) const;
 
     sta_array<driver_list> lists;
-    sta_array<std::uint64_t> macs; // of all of them, in order
+    sta_array<listed_station> listed; // the entries of all of them, in order
 };
 
 bool comparison::add_interface(const char *ifname, std::int32_t radio_id) {
@@ -120,21 +128,33 @@ bool comparison::collect() {
         if (!add_interface(one.ifname, one.radio_id)) return false;
     for (driver_list &list : lists) {
         list.answered = sta_driver_list(list.interface.ifname, all_sections, &list.table, &list.entries);
-        for (std::uint32_t i = 0; i < list.entries; ++i)
-            if (!macs.push(mac_number(
-                    driver_basic_decode(list.table + table_header_size + i * table_basic_size).mac)))
-                return false;
+        for (std::uint32_t i = 0; i < list.entries; ++i) {
+            const driver_basic entry =
+                driver_basic_decode(list.table + table_header_size + i * table_basic_size);
+            if (!listed.push({mac_number(entry.mac), entry.online_time})) return false;
+        }
     }
-    if (macs.size() > 0) std::qsort(macs.data(), macs.size(), sizeof(std::uint64_t), in_order);
+    if (listed.size() > 0) std::qsort(listed.data(), listed.size(), sizeof(listed_station), in_order);
     return true;
+}
+
+// The entry with which the station came last; null if it is not listed.
+const listed_station *comparison::last_of(std::uint64_t mac) const {
+    std::size_t first = 0, end = listed.size();
+    while (first < end) {
+        const std::size_t middle = first + (end - first) / 2;
+        if (listed[middle].mac < mac)
+            first = middle + 1;
+        else
+            end = middle;
+    }
+    return first < listed.size() && listed[first].mac == mac ? &listed[first] : nullptr;
 }
 
 bool comparison::is_listed(const sta_info_t *sta) const {
     std::uint8_t mac[6];
     if (!sta_read_mac(sta->mac, mac)) return true; // from a damaged backup file: it cannot be compared
-    if (macs.size() == 0) return false;
-    const std::uint64_t wanted = mac_number(mac);
-    return std::bsearch(&wanted, macs.data(), macs.size(), sizeof(wanted), in_order) != nullptr;
+    return last_of(mac_number(mac)) != nullptr;
 }
 
 // Whether the station of `entry` is also listed on `ifname`, and associated there no earlier. While it roams it is listed on both.
@@ -151,14 +171,8 @@ bool comparison::stays_on(const driver_basic &entry, const char *ifname) const {
 
 // Whether the station of `entry` is listed on another interface as well, and came there later: it has roamed, and is gone from here.
 bool comparison::has_moved_on(const driver_basic &entry) const {
-    for (std::size_t l = 0; l < lists.size(); ++l)
-        for (std::uint32_t i = 0; i < lists[l].entries; ++i) {
-            const driver_basic other =
-                driver_basic_decode(lists[l].table + table_header_size + i * table_basic_size);
-            if (mac_number(other.mac) == mac_number(entry.mac) && other.online_time < entry.online_time)
-                return true;
-        }
-    return false;
+    const listed_station *last = last_of(mac_number(entry.mac));
+    return last && last->online_time < entry.online_time;
 }
 
 std::uint32_t comparison::depart() {
