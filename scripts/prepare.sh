@@ -111,7 +111,8 @@ prepare_packages() {
 
 prepare_cross() {
     local triplet=$1-linux-gnu qemu=$1 package missing=() netlink=''
-    [ "$1" != armhf ] || triplet=arm-linux-gnueabihf qemu=arm netlink=libnl-genl-3-dev:armhf # the bridge's
+    [ "$1" != armhf ] || triplet=arm-linux-gnueabihf qemu=arm
+    [ "$1" = s390x ] || netlink=libnl-genl-3-dev:$1 # of the bridge, which is for access points
     for package in "libstdc++6:$1" "libjson-c-dev:$1" "libgtest-dev:$1" "libgmock-dev:$1" $netlink; do
         dpkg-query -W "$package" >/dev/null 2>&1 || missing+=("command:-:$package")
     done
