@@ -96,7 +96,7 @@ void kernel::listen() noexcept {
             // The handler may ask the kernel, and the answer overwrites the buffer, so the frame is copied.
             std::uint8_t frame[2400];
             const std::size_t size = std::min(message.frame.size(), sizeof(frame));
-            std::memcpy(frame, message.frame.data(), size);
+            std::copy_n(message.frame.data(), size, frame); // most have none
             message.frame = {frame, size};
             told_.heard(told_.owner, message);
             return asker_ != nullptr;

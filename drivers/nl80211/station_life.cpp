@@ -424,7 +424,7 @@ void station_life::list_end(moment now) noexcept {
             one.in_kernel = false;
             one.leaving = true;
             one.left_at = now;
-            check_in(one, now, 0);
+            check_in(one, now, settle); // why it left may be in messages that are still unread
             continue;
         }
         if (one.on || !one.last.authorized) continue;
