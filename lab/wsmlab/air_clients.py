@@ -97,6 +97,14 @@ class Client:
         for name, value in (("bssid", self.air.bssid(network)), ("scan_freq", frequency), ("freq_list", frequency)):
             self.cli("set_network", number, name, value)
 
+    def go_over(self, to):
+        """It roams there."""
+        begin = self.log_size()
+        self.prefer(to)
+        assert "OK" in self.cli("reassociate")
+        wait(lambda: "CTRL-EVENT-CONNECTED" in self.log_since(begin), f"{self.name} to be anywhere")
+        self.is_at(to)
+
     def is_at(self, network, timeout=PATIENCE):
         """Waits until it is connected there."""
         bssid = self.air.bssid(network)

@@ -33,6 +33,9 @@ class Happenings:
             self._watch = self._lab.watch_bus().subscribe()
             self._taken.update(notify=0, event=0)
 
+    def stop(self):
+        self._watch.stop()
+
     @property
     def now(self):
         return time.monotonic() - self._start

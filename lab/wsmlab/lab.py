@@ -148,6 +148,10 @@ class Lab:
         """Starts a program in the lab: Space.start()."""
         return self.space.start(name, argv, **options)
 
+    def process(self, name):
+        """The newest program of this name that was started; None: there was none."""
+        return next((one for one in reversed(self.space.processes) if one.name == name), None)
+
     def start_ubusd(self):
         process = self.start("ubusd", ["ubusd"])
         self._wait_for_socket("/var/run/ubus/ubus.sock", process)

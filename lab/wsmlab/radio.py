@@ -17,7 +17,7 @@ import threading
 import time
 
 from .air import Air
-from .air_clients import Silence
+from .air_clients import PATIENCE, Silence
 from .happenings import KINDS, ended_with
 from .lab import BusError, BusWatch
 from .space import Done, Follower, Printed, Timeout
@@ -60,12 +60,45 @@ class Started:
         self._process.wait(20)
 
 
+class AirProcess:
+    """A program of an Air, for those who know a Lab's."""
+
+    def __init__(self, air, name):
+        self._air, self._name = air, name
+        self.status = None
+
+    @property
+    def running(self):
+        return self.status is None and self._air.running[self._name].poll() is None
+
+    def stop(self):
+        self.status = self._air.stop(self._name)
+
+    def kill(self):
+        self.status = self._air.stop(self._name, signal.SIGKILL)
+
+
 class AirLab:
-    """An Air with a Lab's interface: reports, bus, and the daemon's log."""
+    """An Air with a Lab's interface: reports, stations, bus, and the daemon with its log."""
+
+    root = pathlib.Path("/")
 
     def __init__(self, air):
         self._air = air
-        self.reports = air.reports
+        self.reports, self.online = air.reports, air.daemon_list
+        self._daemon = AirProcess(air, "wsmd")
+
+    def process(self, name):
+        return self._daemon if name == "wsmd" else None
+
+    def start_daemon(self, environment=None):
+        self._air.start_daemon()
+        self._daemon = AirProcess(self._air, "wsmd")
+
+    def stations(self):
+        """The kernel's stations, in the words of the driver simulator."""
+        return [{"mac": mac, "ifname": self._air.network_of(interface), "rx_bytes": int(members["rx bytes"]),
+                 "tx_bytes": int(members["tx bytes"])} for mac, (interface, members) in self._air.kernel_list().items()]
 
     @staticmethod
     def start(name, argv):
@@ -88,7 +121,7 @@ class AirLab:
 
     @staticmethod
     def wait(predicate, timeout, what):
-        end = time.monotonic() + 6 * timeout  # this machine is slower than a real one
+        end = time.monotonic() + max(6 * timeout, PATIENCE)  # this machine is slower than a real one
         while not (value := predicate()):
             if time.monotonic() > end:
                 raise Timeout(f"waited for {what}")
@@ -102,6 +135,9 @@ class AirLab:
     def log_lines():
         path = pathlib.Path("/tmp/sta.log")
         return path.read_text(errors="replace").splitlines() if path.exists() else []
+
+    def logged(self, text):
+        return sum(text in line for line in self.log_lines())
 
 
 class People(threading.Thread):

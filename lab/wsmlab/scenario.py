@@ -16,7 +16,9 @@ from .clock import Clock
 from .happenings import Happenings
 from .lab import Lab
 from .space import LabError, Timeout
+from .station_actions import VERBS, SimulatedStations
 
+SCENARIOS = pathlib.Path(__file__).resolve().parents[1] / "scenarios"
 EXPECTATION = "->"
 NEVER = "never"
 NO_OTHER = ["no", "other"]
@@ -90,6 +92,9 @@ class Scenario:
                 continue
             if words[0] == "let" and len(words) == 3:
                 names[words[1]] = words[2]
+            elif words[:2] == ["lab", "stations"]:
+                options["stations"] = words[2:]
+                names.update((name, f"${name}") for name in (*words[2:], "network0", "network1"))  # known when it is played
             elif words[0] == "lab" and len(words) >= 2:
                 options[words[1]] = words[2:]
             else:
@@ -106,11 +111,29 @@ class Scenario:
                                         f"not {' '.join(rest) or 'nothing'}")
                 if expects:
                     _check_names(verb, place)
+                elif verb[0] == "station":
+                    _check_station(verb[1:], options.get("stations", ()), place)
                 lines.append(Line(place, now, expects, rest))
-        unknown = set(options) - {"clock", "dhcpmon", "driver"}
+        unknown = set(options) - {"clock", "dhcpmon", "driver", "stations"}
         if unknown:
             raise ScenarioError(f"{name}: unknown option of the lab: {', '.join(unknown)}")
         return cls(title or name, options, lines)
+
+    @property
+    def is_for_any_driver(self):
+        """Whether it speaks of stations and of nothing that only the simulator's access point has."""
+        def only_simulated(words):
+            return words[0] in ("driver", "clock") or (words[0] in ("start", "stop", "kill") and words[1:] != ["daemon"])
+        return set(self.options) == {"stations"} and not any(only_simulated(line.words) for line in self.lines if not line.expects)
+
+    def play_on(self, lab, stations):
+        """Plays in a lab where everything runs already, with stations of its kind."""
+        player = Player(lab, stations=stations)
+        player.happenings.take()  # what came before is of others
+        try:
+            player.play(self.lines)
+        finally:
+            player.happenings.stop()
 
     def play(self, lab, tell=lambda happening: None, stop=lambda: False):
         """Starts everything in `lab`, which is open, and plays. `tell` is called with each line when it is done or
@@ -123,7 +146,8 @@ class Scenario:
         clock = Clock(lab) if "clock" in self.options else None
         lab.start_daemon(environment=clock.environment if clock else None)
         lab.wait_for_family()
-        Player(lab, tell, stop, clock).play(self.lines)
+        stations = SimulatedStations(lab, self.options.get("stations", []))
+        Player(lab, tell, stop, clock, stations).play(self.lines)
 
 
 def _time(word, now, place):
@@ -155,6 +179,17 @@ def _check_names(words, place):
     for match in map(COMPARISON.fullmatch, words[1:]):
         if known and match and match[1] not in known:
             raise ScenarioError(f"{place}: {words[0]} has no member {match[1]!r}; it has {', '.join(sorted(known))}")
+
+
+def _check_station(words, known, place):
+    """station VERB NAME, and the network 0 or 1 where one goes somewhere."""
+    takes_network = VERBS.get(words[0]) if words else None
+    if takes_network is None:
+        raise ScenarioError(f"{place}: expected station and one of {', '.join(VERBS)}")
+    if len(words) != (3 if takes_network else 2) or (takes_network and words[2] not in ("0", "1")):
+        raise ScenarioError(f"{place}: station {words[0]} NAME{' 0 or 1, the network' if takes_network else ''}")
+    if words[1] not in known:
+        raise ScenarioError(f"{place}: a line `lab stations {words[1]}` is missing")
 
 
 def matches(values, compared):
@@ -192,10 +227,10 @@ def _count(words):
 
 class Player:
     """`tell`: called with each line done and each happening; `stop`: see Scenario.play(); `clock`: the daemon's, when it
-    can be moved."""
+    can be moved; `stations`: of the lab's kind."""
 
-    def __init__(self, lab, tell, stop, clock=None):
-        self.lab, self.tell, self.stop, self.clock = lab, tell, stop, clock
+    def __init__(self, lab, tell=lambda happening: None, stop=lambda: False, clock=None, stations=None):
+        self.lab, self.tell, self.stop, self.clock, self.stations = lab, tell, stop, clock, stations
         self.happenings = Happenings(lab)
         self.came = {"report": [], "notify": [], "event": []}
         self.used = {source: set() for source in self.came}  # indexes that an expectation has taken
@@ -205,6 +240,7 @@ class Player:
     def play(self, lines):
         start = time.monotonic()
         for line in lines:
+            line.words = [self._filled_in(word) for word in line.words]
             due = start + line.at
             try:
                 if not line.expects or line.waits:
@@ -213,12 +249,20 @@ class Player:
                     self._expect(line, due)
                 else:
                     self.ACTIONS[line.words[0]](self, line.words[1:])
+                    if line.words[0] == "station":  # takes on radios what it takes; the times go on from its end
+                        start += max(time.monotonic() - due, 0)
             except (ScenarioError, Failed):
                 raise
             except LabError as error:
                 raise Failed(f"{line.place}: {line}: {error}") from error
             line.done = time.monotonic() - start
             self.tell(line)
+
+    def _filled_in(self, word):
+        """With the addresses of stations and the names of networks, which are the lab's."""
+        def known(match):
+            return self.stations.network(int(match[1][-1])) if match[1] in ("network0", "network1") else self.stations.mac(match[1])
+        return re.sub(r"\$(\w+)", known, word) if self.stations else word
 
     def _look(self):
         if self.stop():
@@ -279,6 +323,10 @@ class Player:
         # Restores quotes that the line's reader has removed, where the driver needs them.
         self.lab.apsim(" ".join(re.sub(r"^(\w+)=(.*\s.*|)$", r'\1="\2"', word, flags=re.DOTALL) for word in words))
 
+    def _station(self, words):
+        verb, name, *network = words
+        getattr(self.stations, verb)(name, *map(int, network))
+
     def _clock(self, words):
         match = TIME.fullmatch(words[0]) if len(words) == 1 else None
         if not match or not match[1]:
@@ -298,10 +346,8 @@ class Player:
         self.lab.run(["sh", "-c", " ".join(words)])
 
     def _process(self, program):
-        name = PROGRAMS[program]
-        for process in reversed(self.lab.space.processes):
-            if process.name == name:
-                return process
+        if process := self.lab.process(PROGRAMS[program]):
+            return process
         raise LabError(f"{program} has not been started")
 
     def _start(self, words):
@@ -309,10 +355,12 @@ class Player:
             if self.clock:
                 self.clock.hold()
             self.lab.start_daemon(environment=self.clock.environment if self.clock else None)
-        starters = {"daemon": daemon, "collector": self.lab.start_collector,
-                    "broker": self.lab.start_ubusd, "driver": self.lab.start_apsim, "dhcpmon": self.lab.start_dhcpmon}
+        program = self._program(words)
         self._look()
-        starters[self._program(words)](*words[1:])
+        if program == "daemon":
+            daemon(*words[1:])
+        else:
+            getattr(self.lab, f"start_{PROGRAMS[program].removeprefix('wsm-')}")(*words[1:])
         self.happenings.restarted(words[0])
 
     def _stop(self, words):
@@ -327,7 +375,7 @@ class Player:
             raise ScenarioError(f"which program? One of {', '.join(PROGRAMS)}")
         return words[0]
 
-    ACTIONS = {"driver": _driver, "bus": _bus, "run": _run, "start": _start, "stop": _stop, "kill": _kill,
+    ACTIONS = {"station": _station, "driver": _driver, "bus": _bus, "run": _run, "start": _start, "stop": _stop, "kill": _kill,
                "clock": _clock, "nothing": lambda self, words: None}
 
     # --- what can be expected ---
@@ -370,6 +418,20 @@ class Player:
     def _agree(self, _):
         return {station["mac"] for station in self.lab.stations()} == set(self.lab.online())
 
+    def _figures(self, _):
+        """The driver goes on counting: the daemon's numbers are between those before and after."""
+        def counted(mac):
+            return next(((one["rx_bytes"], one["tx_bytes"]) for one in self.lab.stations() if one["mac"] == mac), None)
+        self.seen = []
+        before = {mac: counted(mac) for mac in self.lab.online()}
+        self.lab.bus("call", "sta", "set", {"set_update_log_period": 60})  # has the daemon ask the driver
+        for mac, one in self.lab.online().items():
+            low, told, high = before.get(mac), (one["wifi_up_cnt"], one["wifi_down_cnt"]), counted(mac)
+            self.seen.append({"mac": mac, "driver": low, "daemon": told, "afterwards": high})
+            if not low or not high or not all(0 < a <= b <= c for a, b, c in zip(low, told, high)):
+                return False
+        return bool(before)
+
     def _log(self, words):
         count, words = _count(words)
         return self.lab.logged(" ".join(words)) >= count
@@ -395,7 +457,12 @@ class Player:
         return not process.running and matches(self.seen[0], _comparisons(words[1:]))
 
     EXPECTATIONS = {"report": _report, "notify": _notify, "event": _event, "bus": _bus_gives, "stations": _stations,
-                    "agree": _agree, "log": _log, "file": _file, "runs": _runs, "ended": _ended}
+                    "agree": _agree, "figures": _figures, "log": _log, "file": _file, "runs": _runs, "ended": _ended}
+
+
+def for_any_driver():
+    """The lab's scenarios that are played on radios, too."""
+    return [path for path in sorted(SCENARIOS.glob("*.scn")) if Scenario.read(path).is_for_any_driver]
 
 
 def play_file(path, build_dir, end):

@@ -3,7 +3,8 @@
 import json
 
 from wsmlab.air import run, wait
-from story import DEAUTH_RECEIVED, DEAUTH_SENT, DISASSOC_SENT, TIMEOUT, off, roam, story
+from wsmlab.air_crowd import Crowd
+from story import DEAUTH_RECEIVED, DEAUTH_SENT, DISASSOC_SENT, off, roam, story
 
 
 @story()
@@ -100,16 +101,6 @@ def another_program_takes_a_client_away(air, anna, ben):
     air.agree()
 
 
-@story(anna="wlan1")
-def a_client_goes_out_of_reach(air, anna, ben):
-    since = len(air.reports())
-    anna.group(2)
-    off(air, since, anna, TIMEOUT)
-    anna.leave()
-    anna.group(1)
-    air.agree()
-
-
 @story()
 def a_client_roams_to_the_other_radio_and_back(air, anna, ben):
     anna.cli("select_network", anna.configure("Lobby"))
@@ -171,3 +162,28 @@ def a_client_with_four_addresses_is_a_repeater(air, anna, ben):
     assert off(air, since, ben, DEAUTH_RECEIVED)["ifname"] == "wlan1-open"
     air.agree()
     ben.inside("iw", "dev", ben.interface, "set", "4addr", "off")
+
+
+@story()
+def sixty_clients_come_and_leave_together(air, anna, ben):
+    # hostapd asks for each radio that is moved away by its name, and has a program look for a module of that name.
+    with air.setting("kernel/modprobe", "\n"):
+        air.reload_radios(clients=60)
+        crowd = Crowd(air)
+        macs = sorted(station.mac for station in crowd.stations)
+        assert len(macs) == 60
+        try:
+            since = len(air.reports())
+            crowd.come()
+            air.agree(*crowd.stations)
+            # One that the slow machine sends away in the handshake comes again.
+            assert sorted({one["mac"] for one in air.reports()[since:] if one["log_type"] == 1}) == macs
+            since = len(air.reports())
+            crowd.leave()
+            air.agree()
+            departures = [one for one in air.reports()[since:] if one["log_type"] == 2]
+            assert sorted(one["mac"] for one in departures) == macs
+            assert {one["reason_code"] for one in departures} == {DEAUTH_RECEIVED}
+        finally:
+            crowd.end()
+            air.reload_radios(clients=2)

@@ -10,8 +10,8 @@ import sys
 import time
 import traceback
 
-import behaviour_stories  # noqa: F401 # the import registers the stories
-import client_stories  # noqa: F401
+import client_stories  # noqa: F401 # the import registers the stories
+import scenario_stories  # noqa: F401
 import service_stories  # noqa: F401
 from wsmlab.air import Air
 from story import STORIES, play
@@ -19,6 +19,7 @@ from story import STORIES, play
 
 def main():
     build_dir, results = sys.argv[1], pathlib.Path(os.environ["OUT"])
+    os.environ["PATH"] = f"{build_dir}/bin:{os.environ['PATH']}"  # where a lab looks for its programs
     chosen = re.compile(sys.argv[2] if len(sys.argv) > 2 else "")
     with Air(build_dir, results) as air, (results / "results").open("a", encoding="utf-8", buffering=1) as told:
         begin = time.monotonic()

@@ -9,19 +9,23 @@ import pathlib
 import re
 import shutil
 import subprocess
+import sys
 import time
 
 import pytest
 
 FOLDER = pathlib.Path(__file__).resolve().parent
 LAB = FOLDER.parents[1] / "lab"
+sys.path.insert(0, str(LAB))
+
+from wsmlab.scenario import for_any_driver  # noqa: E402
 
 
 def named(path, decorated):
     return re.findall(rf"^@{decorated}\ndef (\w+)", path.read_text(encoding="utf-8"), flags=re.M)
 
 
-STORIES = [*named(FOLDER.parent / "system/behaviour.py", "behaviour"), *named(FOLDER / "client_stories.py", r"story\(.*\)"),
+STORIES = [*named(FOLDER / "client_stories.py", r"story\(.*\)"), *(path.stem for path in for_any_driver()),
            *named(FOLDER / "service_stories.py", r"story\(.*\)")]
 LIMIT = 3600  # seconds, for all of them, on a machine with other work
 NO_MACHINE = 125

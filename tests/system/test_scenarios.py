@@ -83,10 +83,16 @@ def test_a_command_that_the_driver_refuses_fails_with_its_line(lab):
 
 @pytest.mark.parametrize("text, fault", [
     ("driver assoc", "a time like 5s"), ("5 driver assoc", "a time like 5s"), ("s driver x", "a time like 5s"),
-    ("2s driver x\n1s driver y", "scenario:2: 1s is before"), ("0s dance", "expected one of driver, bus"),
+    ("2s driver x\n1s driver y", "scenario:2: 1s is before"), ("0s dance", "expected one of station, driver, bus"),
     ("0s -> dance", "expected one of report, notify"), ("0s", "not nothing"), ("0s driver mac=$who", "no name 'who'"),
     ("0s driver 'x", "No closing quotation"), ("lab music on", "unknown option of the lab: music"),
     ("0s -> never dance", "expected one of report"), ("0s -> no other dance", "expected one of report, notify, event"),
+    ("lab stations anna\n0s station come anna", "station come NAME 0 or 1"),
+    ("lab stations anna\n0s station come anna 2", "station come NAME 0 or 1"),
+    ("lab stations anna\n0s station leave anna 1", "station leave NAME$"),
+    ("lab stations anna\n0s station dance anna", "station and one of come, roam"),
+    ("lab stations anna\n0s station", "station and one of come, roam"),
+    ("0s station come anna 1", "a line `lab stations anna` is missing"),
     ("0s -> report log_tpye=1", "report has no member 'log_tpye'; it has FCAP, "),
     ("0s -> never notify log_typ=1", "notify has no member 'log_typ'")])
 def test_a_line_that_cannot_be_read_is_named(text, fault):
@@ -99,6 +105,29 @@ def test_times_add_up_and_names_are_filled_in():
     assert scenario.title == "A title"
     assert [(line.at, line.expects, line.words) for line in scenario.lines] == [
         (90, False, ["driver", "x", "mac=02:01"]), (90.5, True, ["log", "02:01"])]
+
+
+@pytest.mark.parametrize("lines, is_for_any", [
+    ("lab stations anna\n0s station come anna 0\n1s kill daemon\n1s start daemon", True),
+    ("0s nothing", False),
+    ("lab stations anna\nlab driver --tick 0\n0s station come anna 0", False),
+    ("lab stations anna\n0s station come anna 0\n0s driver announce", False),
+    ("lab stations anna\n0s station come anna 0\n0s stop driver", False)])
+def test_a_scenario_that_speaks_of_stations_alone_is_for_any_driver(lines, is_for_any):
+    assert Scenario.parse(lines).is_for_any_driver is is_for_any
+
+
+def test_figures_that_the_daemon_does_not_have_fail_an_expectation_of_them(lab):
+    scenario = Scenario.parse("""
+        lab driver --tick 0
+        lab stations anna
+        0s station come anna 0
+        +10s -> stations 1 status=1
+        +0s driver set mac=$anna rx_bytes=0 tx_bytes=1
+        +1s -> figures
+    """, "wrong.scn")
+    with pytest.raises(Failed, match=r"(?s)wrong.scn:7: .*: not met\n  came: mac=02:00:00:00:c1:01 driver=\(0, 1\)"):
+        scenario.play(lab)
 
 
 @pytest.mark.parametrize("relation, wanted, fits", [("=", "5", True), ("=", "5*", True), ("=", "6", False),
