@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -74,8 +75,17 @@ protected:
     }
     // Reads what is waiting: the timer is set to fire after it.
     static void run() {
-        uloop_timeout end{};
-        end.cb = [](uloop_timeout *) { uloop_end(); };
+        // Late it fires before the sockets are looked at: so it fires twice.
+        struct : uloop_timeout {
+            bool again = true;
+        } end{};
+        end.cb = [](uloop_timeout *timer) {
+            auto *self = static_cast<decltype(end) *>(timer);
+            if (std::exchange(self->again, false))
+                uloop_timeout_set(timer, 1);
+            else
+                uloop_end();
+        };
         uloop_timeout_set(&end, 20);
         uloop_run();
     }
