@@ -165,7 +165,7 @@ def test_a_message_of_another_size_is_an_error_and_changes_the_status(collector,
     assert one.program.err.read_text() == "wsm-collector: 1 messages were no reports\n"
 
 
-def test_for_people_the_error_stands_on_the_error_stream(collector):
+def test_for_people_errors_are_on_the_error_stream(collector):
     one = collector()
     one.send(b"short")
     wait(lambda: one.program.err.read_text(), "the error")
@@ -206,7 +206,7 @@ def test_a_visitor_that_says_nothing_is_no_wrong_report(collector):
     assert len(one.lines()) == 1 and one.program.err.read_text() == ""
 
 
-def test_of_an_image_in_a_file_nobody_knows_when_it_came(build_dir, tmp_path):
+def test_an_image_in_a_file_has_no_time_of_receipt(build_dir, tmp_path):
     (tmp_path / "image").write_bytes(full_image())
     done = run(build_dir, "--json", tmp_path / "image")
     assert json.loads(done.stdout) == dict(FULL, received=None)

@@ -418,7 +418,7 @@ def test_metrics_tell_what_was_counted(serve):
     assert one.ask("/api/v1/stations", port=one.metrics_port)[0] == 404
 
 
-def test_stations_are_named_in_the_metrics_when_asked_for_and_no_more_than_that(serve):
+def test_the_metrics_name_stations_only_when_asked_for(serve):
     one = serve("--metrics-stations", "1", "--grace", "0", "--metrics", "127.0.0.1:0")
     text = eventful(one)
     assert metric(text, "wsm_station_bytes", mac=mac(2), direction="down") == 9

@@ -90,7 +90,7 @@ def test_a_report_that_comes_again_is_no_other(database, start):
     assert database.number("SELECT count(*) FROM report") == 3
 
 
-def test_a_late_report_makes_the_stays_since_then_anew_and_they_keep_their_numbers(database, start):
+def test_after_a_late_report_the_later_stays_are_remade_with_their_numbers(database, start):
     def at(number, kind, since, after, **fields):
         return record(told(number, kind, NOON + since, after, **fields), (NOON + since + after) * SECOND, 10000 + since + after)
     first, departure, second = at(1, 1, 0, 0), at(1, 2, 0, 100, reason_code=307), at(1, 1, 5000, 0)
@@ -166,7 +166,7 @@ def test_programs_that_bring_the_tables_up_to_date_at_once_do_it_once(database, 
     assert [one.wait_for_end() for one in running] == [0] * 4, [one.err.read_text() for one in running]
 
 
-def test_a_collector_under_which_the_tables_become_newer_acknowledges_nothing_that_is_not_stored(database, start):
+def test_a_collector_whose_tables_become_newer_acknowledges_nothing_unstored(database, start):
     one = database.feeder(start)
     one.process.stdin.write(record(told(1, 1, NOON), NOON * SECOND, 1, ticket=1))
     one.process.stdin.flush()

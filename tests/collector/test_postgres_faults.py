@@ -131,7 +131,7 @@ def test_an_end_without_the_database_tells_what_is_not_stored(server, database, 
     assert "3 reports could not be stored" in one.err.read_text()
 
 
-def test_silence_ends_a_stay_whoever_heard_of_it(database, start, build_dir, tmp_path):
+def test_silence_ends_a_stay_that_another_collector_stored(database, start, build_dir, tmp_path):
     began = int(time.time())
     database.feed(start, [record(told(1, 1, began), began * SECOND, 1), record(told(2, 1, began), began * SECOND, 2),
                           record(told(2, 2, began, 0, reason_code=307), began * SECOND + 1, 3)], "--grace", "3600")

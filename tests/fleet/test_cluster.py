@@ -167,7 +167,7 @@ def test_all_of_it_is_encrypted(whole):
     assert [one.stop() for one in collectors] == [0, 0]
 
 
-def test_nobody_speaks_to_a_node_that_is_not_vouched_for(cluster, start, build_dir):
+def test_a_node_without_a_trusted_certificate_gets_no_connection(cluster, start, build_dir):
     url = cluster.amqps(queue="unknown")
     one = start([build_dir / "bin/wsm-collector", "--quiet", "--subscribe", url, "--subscribe-ca", cluster.folder / "other.crt"])
     wait(lambda: "subscribe: " in one.err.read_text(), "the refusal")
@@ -184,7 +184,7 @@ def commands_of_the_manual():
     return [shlex.split(line)[1:] for line in text.splitlines() if re.match(r"rabbitmqctl (add_user|set_\w*permissions) ", line)]
 
 
-def test_with_the_rights_of_the_manual_an_access_point_speaks_for_itself_alone(cluster, start, build_dir, tmp_path):
+def test_with_the_manuals_rights_an_access_point_publishes_only_its_own(cluster, start, build_dir, tmp_path):
     one, other = "02:54:4b:00:00:01", "02:54:4b:00:00:02"
     commands = commands_of_the_manual()
     assert len(commands) == 5

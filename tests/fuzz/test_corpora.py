@@ -17,7 +17,7 @@ TARGETS = sorted(
 
 
 @pytest.mark.parametrize("target", TARGETS)
-def test_target_stands_every_input_of_its_corpus(build_dir, target):
+def test_target_survives_every_input_of_its_corpus(build_dir, target):
     done = subprocess.run([build_dir / "fuzz" / f"{target}-replay", FUZZ / "corpus" / target],
                           capture_output=True, text=True, errors="replace", timeout=300, check=False)
     assert done.returncode == 0, done.stdout + done.stderr

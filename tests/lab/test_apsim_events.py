@@ -128,7 +128,7 @@ def test_a_departure_carries_the_last_figures_and_ends_the_association(apsim):
     assert apsim.list() == []
 
 
-def test_a_departure_of_a_stranger_is_said_all_the_same(apsim):
+def test_a_departure_of_an_unknown_station_is_sent_too(apsim):
     listener = apsim.listener()
     apsim.ok(f"assoc mac={MAC}")
     listener.record()

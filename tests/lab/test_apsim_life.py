@@ -184,7 +184,7 @@ def test_any_bytes_are_answered_with_an_error(apsim):
         assert peer.makefile("rb").readline().startswith(b"error ")
 
 
-def test_somebody_who_hangs_up_in_the_middle_of_a_line_is_nobody(apsim):
+def test_a_connection_closed_in_the_middle_of_a_line_is_ignored(apsim):
     for _ in range(50):
         connect(apsim.control).close()
         with connect(apsim.control) as peer:

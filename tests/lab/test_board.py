@@ -182,7 +182,7 @@ def test_a_station_that_has_left_is_shown_as_such_for_a_while(board, clock):
     assert names(board) == ["client2"]
 
 
-def test_the_trend_goes_on_in_a_roam_and_begins_anew_after_a_log_off(board):
+def test_the_trend_goes_on_in_a_roam_and_restarts_after_a_departure(board):
     station = board.stations["02:00:00:00:00:01"]
     board.take(notification(1, **record(1)))
     assert list(station.signals) == [-75]
@@ -201,7 +201,7 @@ def test_notifications_stand_in_for_a_list_that_is_too_long(board):
     assert any("new" in line and "left" in line for line in lines(board))
 
 
-def test_of_a_list_that_is_too_long_those_on_the_screen_are_asked_about(board):
+def test_of_a_list_that_is_too_long_only_the_shown_stations_are_fetched(board):
     board.take(Answer([record(number) for number in range(1, 61)]))
     lines(board)
     assert board.visible == [f"02:00:00:00:00:{number:02x}" for number in range(1, 13)]
@@ -363,7 +363,7 @@ def test_without_a_station_there_is_nobody_to_kick_or_look_at(clock):
     assert board.mode == "table"
 
 
-def test_a_station_that_goes_while_the_question_stands_is_not_kicked(board, clock):
+def test_a_station_that_leaves_before_the_answer_is_not_kicked(board, clock):
     lines(board)
     press(board, "d")
     for _ in range(2):

@@ -145,7 +145,7 @@ def test_it_says_that_it_has_started_and_in_each_second_that_it_is_alive(service
     assert service.process.wait(WAIT) == -signal.SIGKILL
 
 
-def test_the_daemon_asks_it_without_any_right_over_files_and_a_stranger_may_not(service):
+def test_it_answers_the_daemon_without_rights_over_files_and_no_stranger(service):
     while service.sign() != "READY=1":
         pass
     assert rights(service.process) == 1 << 12  # CAP_NET_ADMIN

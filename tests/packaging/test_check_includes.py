@@ -73,7 +73,7 @@ def test_a_header_of_the_daemon_includes_the_record_and_helpers_only(findings):
     }) == ["src/core/a.h:3: a header may not include src/model/table.h"]
 
 
-def test_a_circle_between_sources_is_found_although_no_header_includes_another(findings):
+def test_a_circle_between_sources_is_found_without_one_between_headers(findings):
     assert findings({
         "src/life/a.cpp": '#include "life/b.h"\n', "src/life/a.h": "",
         "src/life/b.cpp": '#include "life/c.h"\n', "src/life/b.h": "",

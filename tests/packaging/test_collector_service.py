@@ -104,7 +104,7 @@ def test_a_change_of_its_configuration_reloads_it(tree, feed, tmp_path):
     assert calls == [["procd_add_reload_trigger", "wsm-collector"]]
 
 
-def test_what_a_running_collector_takes_anew_is_told_by_a_signal(tree, feed, tmp_path, program):
+def test_a_running_collector_takes_new_settings_at_a_signal(tree, feed, tmp_path, program):
     _, settings = started(tree, feed, tmp_path, enabled="1", grace="10", queue="100", socket=str(tmp_path / "socket"))
     with subprocess.Popen([program, "--config", settings], stderr=subprocess.PIPE, text=True) as collector:
         try:
@@ -127,7 +127,7 @@ def test_a_reload_without_a_change_makes_it_read_its_names_again(tree, feed, tmp
     assert calls == [["procd_send_signal", "wsm-collector"]]
 
 
-def test_what_it_takes_at_its_start_only_starts_it_anew(tree, feed, tmp_path):
+def test_a_setting_that_is_read_only_at_the_start_restarts_the_collector(tree, feed, tmp_path):
     started(tree, feed, tmp_path, enabled="1", grace="10", queue="100")
     calls, settings = reloaded(tree, feed, tmp_path, enabled="1", grace="20", queue="200")
     assert ["procd_set_param", "file", str(settings)] in calls, "with other settings it is another instance"

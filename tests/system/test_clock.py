@@ -42,7 +42,7 @@ def test_stations_in_two_networks_of_one_radio_stay(lab, clock):
     assert [report for report in lab.reports() if report["log_type"] == 2] == []
 
 
-def test_restored_stations_that_nobody_confirms_are_swept_after_five_minutes(lab, clock):
+def test_unconfirmed_restored_stations_are_swept_after_five_minutes(lab, clock):
     for mac in (A, B):
         associate(lab, mac)
     wait_online(lab, A, B)

@@ -147,7 +147,7 @@ def test_a_command_can_be_run_in_a_running_demo(demo):
     assert status == 7
 
 
-def test_paths_count_from_where_the_caller_stands(demo, tmp_path):
+def test_paths_are_relative_to_the_callers_folder(demo, tmp_path):
     (tmp_path / "short.scn").write_text("# Short\n0s nothing\n")
     script = pathlib.Path(__file__).resolve().parents[2] / "demo"
     done = subprocess.run([script, "--check", "--scenario", "short.scn"], cwd=tmp_path, capture_output=True, text=True,

@@ -123,7 +123,7 @@ MANUAL = sorted(path for path in (ROOT / "docs/man").iterdir() if ".SH EXAMPLES"
 
 
 @pytest.mark.parametrize("path", MANUAL, ids=lambda path: path.name)
-def test_every_example_of_a_manual_page_names_the_test_that_tries_it_or_what_it_needs(path):
+def test_every_example_of_a_manual_page_names_its_test_or_what_it_needs(path):
     marker = re.search(r'^\.SH EXAMPLES\n\.\\" (?:tried: (\w+)|needs a device)$', path.read_text(encoding="utf-8"), re.MULTILINE)
     assert marker, "no test is named"
     assert not marker[1] or f"def {marker[1]}(" in pathlib.Path(__file__).read_text(encoding="utf-8")
@@ -135,7 +135,7 @@ MARKER = re.compile(r"<!-- (?:tried: (?P<test>\w+)|needs (?P<what>a device|a rel
 
 @pytest.mark.parametrize("path", [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *sorted((ROOT / "docs").glob("*.md"))],
                          ids=lambda path: path.name)
-def test_every_block_of_commands_names_the_test_that_tries_it_or_what_it_needs(path):
+def test_every_block_of_commands_names_its_test_or_what_it_needs(path):
     tests = "\n".join(file.read_text(encoding="utf-8") for file in (ROOT / "tests").rglob("*.py"))
     for fence in FENCE.finditer(path.read_text(encoding="utf-8")):
         marker = MARKER.fullmatch(fence["marker"] or "")

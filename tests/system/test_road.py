@@ -183,7 +183,7 @@ def test_an_event_of_another_kind_changes_nothing(running_lab, driver):
 
 # --- roaming between radios ---
 
-def test_a_move_to_the_other_radio_is_reported_as_roamed_and_then_as_on_line(running_lab):
+def test_a_move_to_the_other_radio_is_reported_as_roamed_and_then_as_online(running_lab):
     running_lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0")
     running_lab.wait_for_report(mac=MAC, log_type=1, radio_id=0)
     running_lab.apsim(f"assoc mac={MAC} ifname=ath1 radio=1")
@@ -219,7 +219,7 @@ def test_a_family_that_is_announced_late_completes_the_registration(lab):
     lab.wait_for_report(mac=MAC, log_type=1)
 
 
-def test_announcements_of_other_families_and_of_a_leaving_family_change_nothing(running_lab, driver):
+def test_announcements_of_other_or_leaving_families_change_nothing(running_lab, driver):
     before = running_lab.logged("Creat a new g_sta.")
     driver.send(announcement(0x77, name="TK_STAX"))
     driver.send(announcement(0x77, name="nl80211"))

@@ -41,7 +41,7 @@ def test_what_must_never_come_fails_when_it_did(lab):
         scenario.play(lab)
 
 
-def test_what_nobody_expected_fails_an_expectation_of_nothing_else(lab):
+def test_an_unexpected_event_fails_an_expectation_of_nothing_else(lab):
     scenario = Scenario.parse("""
         0s driver assoc mac=02:00:00:00:00:01 ifname=ath0 radio=0
         0s driver assoc mac=02:00:00:00:00:02 ifname=ath0 radio=0

@@ -47,7 +47,7 @@ def test_coming_roaming_and_leaving_are_due_in_this_order():
     assert (ledger.counts["due"], ledger.counts["received"]) == (4, 4)
 
 
-def test_who_leaves_for_another_access_point_or_an_interface_it_is_not_on_stays():
+def test_a_station_stays_when_it_roams_away_or_leaves_another_interface():
     ledger = Ledger()
     for event in (coming(A), leaving(A, 1), leaving(A, 0, is_reassoc=2), leaving(B)):
         ledger.told(event)
@@ -86,7 +86,7 @@ def test_a_leave_before_its_coming_is_out_of_order():
     assert settled(ledger) == (True, {"out of order": 1})
 
 
-def test_what_is_due_while_nobody_listens_is_nobodys_loss():
+def test_an_event_without_a_listener_counts_as_no_loss():
     ledger = Ledger()
     ledger.hearing = False
     ledger.told(coming(A))
@@ -94,7 +94,7 @@ def test_what_is_due_while_nobody_listens_is_nobodys_loss():
     assert ledger.table == {A: ("ath0", 0)}
 
 
-def test_only_stations_that_nobody_confirmed_since_a_restart_are_swept():
+def test_only_stations_unconfirmed_since_a_restart_are_swept():
     ledger = Ledger()
     for mac in (A, B):
         ledger.told(coming(mac))
@@ -108,7 +108,7 @@ def test_only_stations_that_nobody_confirmed_since_a_restart_are_swept():
     assert (set(ledger.table), ledger.dropped) == ({B}, {A})
 
 
-def test_in_a_whole_period_everybody_to_whom_nothing_happened_must_be_reported():
+def test_in_a_whole_period_each_station_without_an_event_must_be_reported():
     ledger = Ledger()
     for mac in (A, B):
         ledger.told(coming(mac))

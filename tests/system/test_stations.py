@@ -27,7 +27,7 @@ def test_without_a_lease_there_is_no_address_and_no_event(running_lab):
     assert [name for name, _ in watch.events if name == "ip_change"] == []
 
 
-def test_a_changed_lease_file_changes_name_and_address_of_a_station_on_line(running_lab):
+def test_a_changed_lease_file_changes_name_and_address_of_an_online_station(running_lab):
     write_leases(running_lab, (A, "192.168.10.20", "phone"))
     associate(running_lab, A)
     wait_online(running_lab, A)
@@ -77,7 +77,7 @@ def test_an_incomplete_event_is_dropped_after_one_line(running_lab, event, messa
     assert running_lab.online() == {}
 
 
-def test_a_dhcp_update_is_taken_and_reported_even_before_the_station_is_on_line(running_lab):
+def test_a_dhcp_update_is_taken_and_reported_before_the_station_is_online(running_lab):
     associate(running_lab, A)
     running_lab.bus("send", "dhcp_client_update", {"mac": A, "ip": "192.168.10.33", "hostName": "tv"})
     report = running_lab.wait_for_report(mac=A, log_type=1, ip="192.168.10.33")
@@ -139,7 +139,7 @@ def test_a_station_that_the_driver_has_forgotten_is_still_reported(running_lab):
 
 # --- persistence ---
 
-def test_the_backup_file_holds_one_line_of_24_fields_per_station_on_line(open_lab):
+def test_the_backup_file_holds_one_line_of_24_fields_per_online_station(open_lab):
     running_lab = open_lab(config={"sysinfo": "config sysinfo\n\toption forwardMode 'ROUTER'\n"}).start_all()
     write_leases(running_lab, (A, "192.168.10.20", "my-phone"))
     associate(running_lab, A, ssid="home net ")

@@ -40,7 +40,7 @@ def test_without_a_driver_the_log_says_that_no_station_can_be_seen(device):
     wait_for_notice(lab, "the driver has announced the family TK_STA")
 
 
-def test_without_a_collector_the_loss_is_said_once_and_its_return_with_the_count(device):
+def test_a_missing_collector_is_logged_once_and_its_return_with_the_count(device):
     lab = device()
     lab.start_apsim()
     lab.start_daemon(wait=False)

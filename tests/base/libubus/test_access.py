@@ -321,7 +321,7 @@ def test_user_has_a_limit_of_bytes_of_types_and_root_has_not(bus):
     assert [status_of(bus.root, ADD_OBJECT, third) for _ in range(5)] == [0] * 5
 
 
-def test_user_pays_for_a_type_whoever_made_it(bus):
+def test_each_user_of_a_type_is_charged_for_it(bus):
     user = bus.connect_as()
     third = attr(A_SIGNATURE, table("m", bytes(300000)))
     for status in (0, 0, 0, 6):

@@ -290,7 +290,7 @@ def test_send_statuses(other):
     assert send(string("id", ""), table("data")) == 0
 
 
-def test_event_reaches_each_object_once_in_order_of_patterns_but_not_the_sender(broker, other):
+def test_event_reaches_each_object_once_by_patterns_but_not_the_sender(broker, other):
     one = broker.connect()
     late, _ = one.listen("ip_change")
     early, _ = one.listen("ip_*")
