@@ -31,8 +31,7 @@ TEST(wsm_list, a_daemon_that_leads_in_a_circle_is_asked_no_more) {
     EXPECT_EQ(bus.questions.size(), 2U);
 }
 
-TEST(wsm_list,
-     a_station_is_known_by_its_address_of_the_record_or_the_first_that_reaches_further_than_the_link) {
+TEST(wsm_list, a_station_has_the_address_of_its_record_or_a_routable_one) {
     canned_bus bus;
     bus.answers = {content_of(R"({"stations":[
         {"mac":"a","ip":"10.0.0.1","addresses":[{"address":"10.0.0.9"}]},
@@ -48,7 +47,7 @@ TEST(wsm_list,
                         "d                                                         0   0      \n");
 }
 
-TEST(wsm_show, long_tables_of_values_go_on_in_the_next_line_and_no_line_is_wider_than_the_terminal) {
+TEST(wsm_show, long_tables_continue_on_the_next_line_within_the_terminal) {
     for (int width = 20; width < 60; ++width) {
         canned_bus bus;
         bus.answers = {
@@ -61,7 +60,7 @@ TEST(wsm_show, long_tables_of_values_go_on_in_the_next_line_and_no_line_is_wider
     }
 }
 
-TEST(wsm_show, units_stand_behind_figures) {
+TEST(wsm_show, units_follow_figures) {
     canned_bus bus;
     bus.answers = {content_of(R"({"signal":-50,"rx_bytes":12,"connected":3661,"private":true})")};
     const shown told = screen_of([&] { return show_station(bus.context(), {false, 80}, mac); });
@@ -70,7 +69,7 @@ TEST(wsm_show, units_stand_behind_figures) {
                         "1h01m\nprivate           yes\n");
 }
 
-TEST(wsm_show, a_station_that_may_be_asked_for_and_is_not_there_is_told_apart_from_having_no_right) {
+TEST(wsm_show, an_absent_station_differs_from_a_missing_right) {
     canned_bus bus;
     bus.answers = {{}, {}};
     bus.status = UBUS_STATUS_NOT_FOUND;

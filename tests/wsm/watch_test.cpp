@@ -59,7 +59,7 @@ TEST(wsm_watch, a_place_of_any_length_stays_within_its_line) {
     }
 }
 
-TEST(wsm_watch, a_gap_in_the_numbers_is_told) {
+TEST(wsm_watch, a_gap_in_the_numbers_is_printed) {
     const shown whole =
         watched({{"joined", content_of(R"({"seq":4})")}, {"left", content_of(R"({"seq":5})")}});
     EXPECT_EQ(whole.error, "wsm: wsmd has gone\n");
@@ -114,7 +114,7 @@ TEST(wsm_kick, departures_are_counted_even_by_a_daemon_that_counts_as_it_likes) 
     EXPECT_EQ(kicked(bus).out, "02:00:00:00:00:0a is disconnected\n");
 }
 
-TEST(wsm_kick, a_daemon_that_falls_silent_is_told_once_and_not_waited_for_again) {
+TEST(wsm_kick, a_silent_daemon_is_reported_once_and_not_waited_for_again) {
     canned_bus bus;
     bus.answers.assign(4, content_of(R"({"radio":1,"total":3})"));
     const shown told = kicked(bus);

@@ -75,7 +75,7 @@ std::string printed(std::initializer_list<const char *> cells, int width) {
     return screen_of(print).out;
 }
 
-TEST(wsm_table, columns_are_as_wide_as_what_is_in_them_and_numbers_stand_at_the_right) {
+TEST(wsm_table, columns_fit_their_content_and_numbers_are_right_aligned) {
     EXPECT_EQ(printed({"a", "some text", "x", "7", "bb", "", "y", "12345678"}, 80),
               "KEY  TEXT       LESS    NUMBER\n"
               "a    some text  x            7\n"

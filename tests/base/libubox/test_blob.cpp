@@ -91,7 +91,7 @@ TEST(blob_writing, a_freed_buffer_can_be_initialised_again) {
     EXPECT_EQ(m.buf.buflen, 256);
 }
 
-TEST(blob_writing, capacity_grows_in_steps_of_256_and_by_one_more_for_an_exact_need) {
+TEST(blob_writing, capacity_grows_by_256_and_once_more_for_an_exact_fit) {
     message m;
     blob_buf_init(m, 0);
     blob_new(m, 1, 256 - 8);
@@ -115,7 +115,7 @@ TEST(blob_writing, a_raw_attribute_is_taken_byte_for_byte_and_padded_by_the_next
     EXPECT_EQ(m.bytes(), "\0\0\0\x14\x01\0\0\x05x\0\0\0\x02\0\0\x05\x01\0\0\0"s);
 }
 
-TEST(blob_writing, the_gap_behind_a_raw_attribute_is_zero_in_a_used_buffer) {
+TEST(blob_writing, the_gap_after_a_raw_attribute_is_zero_in_a_used_buffer) {
     message m;
     blob_buf_init(m, 0);
     blob_put_string(m, 1, "xxxxxxxxxxxxxxxx");
@@ -272,7 +272,7 @@ TEST(blob_reading, no_attribute_has_no_children) {
     blob_for_each_attr (pos, none, rem) ADD_FAILURE();
 }
 
-TEST(blob_reading, a_walk_over_a_part_ends_with_what_lies_in_it) {
+TEST(blob_reading, a_walk_over_a_part_ends_with_its_last_attribute) {
     message m;
     blob_buf_init(m, 0);
     for (std::uint8_t i = 1; i <= 3; ++i) blob_put_u8(m, i, i);

@@ -61,7 +61,7 @@ TEST(blobmsg_writing, names_of_64_kib_are_refused) {
     EXPECT_EQ(blobmsg_name(member), longest);
 }
 
-TEST(blobmsg_writing, without_memory_members_and_containers_are_refused_and_the_message_stays) {
+TEST(blobmsg_writing, without_memory_members_are_refused_and_the_message_stays) {
     message m;
     m.buf.grow = [](blob_buf *b, int) {
         if (b->buf) return false;
@@ -100,7 +100,7 @@ TEST(blobmsg_writing, a_string_in_place_belongs_to_the_message_only_when_added) 
                          "abcd\0\0\0\0"s);
 }
 
-TEST(blobmsg_writing, a_string_in_place_that_lacks_its_nul_is_cut_at_the_end_of_the_buffer) {
+TEST(blobmsg_writing, a_string_in_place_without_nul_is_cut_at_the_buffers_end) {
     message m;
     blob_buf_init(m, 0);
     auto *text = static_cast<char *>(blobmsg_alloc_string_buffer(m, "s", 100));
@@ -129,7 +129,7 @@ TEST(blobmsg_writing, a_copied_member_keeps_type_name_and_value) {
     EXPECT_EQ(to.bytes(), from.bytes());
 }
 
-TEST(blobmsg_writing, a_copied_attribute_that_has_no_name_header_gets_an_empty_name) {
+TEST(blobmsg_writing, a_copied_attribute_without_a_name_gets_an_empty_one) {
     alignas(4) char null_value[] = "\0\0\0\x04";
     // Nothing behind the header that could be a name: the copy has just these four bytes.
     const std::unique_ptr<blob_attr, void (*)(void *)> alone{
@@ -214,7 +214,7 @@ protected:
     blob_attr *tb[members];
 };
 
-TEST_F(blobmsg_parsing, the_first_fitting_member_wins_and_an_unfitting_type_counts_as_absent) {
+TEST_F(blobmsg_parsing, the_first_member_of_the_right_type_wins_others_are_absent) {
     blobmsg_add_string(m, "n", "no number");
     blobmsg_add_u32(m, "n", 1);
     blobmsg_add_u32(m, "n", 2);
@@ -236,7 +236,7 @@ TEST_F(blobmsg_parsing, a_cast_takes_any_integer_and_unspec_anything) {
     ASSERT_NE(tb[ANY], nullptr);
 }
 
-TEST_F(blobmsg_parsing, entries_with_the_same_name_and_different_types_share_a_member_of_theirs) {
+TEST_F(blobmsg_parsing, entries_of_one_name_and_different_types_can_share_a_member) {
     const blobmsg_policy same[] = {
         {"v", BLOBMSG_TYPE_STRING}, {"v", BLOBMSG_TYPE_INT32}, {"v", BLOBMSG_TYPE_UNSPEC}};
     blob_attr *found[3];
@@ -273,7 +273,7 @@ TEST_F(blobmsg_parsing, names_count_in_full_length) {
     EXPECT_EQ(tb[NUMBER], nullptr);
 }
 
-TEST_F(blobmsg_parsing, policy_entries_without_a_name_or_with_one_of_256_bytes_find_nothing) {
+TEST_F(blobmsg_parsing, policy_entries_with_no_name_or_256_bytes_find_nothing) {
     const std::string just(255, 'n'), over(256, 'n');
     const blobmsg_policy odd[] = {{nullptr, BLOBMSG_TYPE_UNSPEC},
                                   {just.c_str(), BLOBMSG_TYPE_UNSPEC},

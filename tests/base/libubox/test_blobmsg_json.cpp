@@ -88,7 +88,7 @@ TEST_F(json_text, integers_of_all_sizes_are_signed_decimals_and_bytes_are_boolea
                       "\"f\":9223372036854775807,\"g\":0}");
 }
 
-TEST_F(json_text, control_characters_quotes_and_backslashes_are_escaped_and_all_else_is_kept) {
+TEST_F(json_text, only_control_characters_quotes_and_backslashes_are_escaped) {
     blobmsg_add_string(m, "k\"\n", "\b\n\t\r\f\"\\/\x01\x1f\x7f\xff\xc3\xa9");
     EXPECT_EQ(text(), "{\"k\\\"\\n\":\"\\b\\n\\t\\r\\u000c\\\"\\\\/\\u0001\\u001f\x7f\xff\xc3\xa9\"}");
 }
@@ -123,7 +123,7 @@ TEST_F(json_text, indentation_starts_at_the_given_level) {
     EXPECT_EQ(take_text(blobmsg_format_json_indent(m.buf.head, true, 100)), "{\n" + tabs + "\n" + tabs + "}");
 }
 
-TEST_F(json_text, the_hook_replaces_values_at_every_depth_but_not_the_outermost_brackets) {
+TEST_F(json_text, the_hook_replaces_all_values_except_the_outer_brackets) {
     blobmsg_add_json_from_string(m, "{\"n\":1,\"t\":{\"n\":2},\"l\":[3],\"s\":\"x\"}");
     int calls = 0;
     const auto hook = [](void *priv, blob_attr *attr) -> const char * {

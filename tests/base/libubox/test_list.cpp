@@ -38,7 +38,7 @@ TEST_F(list, starts_empty_and_points_to_itself) {
     EXPECT_EQ(names(&head), "");
 }
 
-TEST_F(list, add_puts_in_front_and_add_tail_behind) {
+TEST_F(list, add_inserts_first_and_add_tail_last) {
     list_add(&b.list, &head);
     list_add(&a.list, &head);
     list_add_tail(&c.list, &head);
@@ -146,7 +146,7 @@ TEST_F(list, walks_over_bare_links_go_both_ways) {
     EXPECT_EQ(seen, "abccba");
 }
 
-TEST_F(list, continued_walks_start_behind_and_before_the_given_entry) {
+TEST_F(list, continued_walks_start_after_and_before_the_given_entry) {
     fill({&a, &b, &c, &d}, &head);
     std::string seen;
     entry *e = &b;

@@ -15,7 +15,7 @@ namespace {
 class uloop_timers : public loop_test {};
 class uloop_descriptors : public loop_test {};
 
-TEST_F(uloop_timers, a_deadline_less_than_a_millisecond_earlier_stays_behind) {
+TEST_F(uloop_timers, a_deadline_less_than_a_millisecond_earlier_comes_later) {
     uloop_timeout a{}, b{}, c{}, d{};
     a.time = {.tv_sec = 1000000, .tv_usec = 1500};
     b.time = {.tv_sec = 1000000, .tv_usec = 900};
@@ -108,7 +108,7 @@ TEST_F(uloop_timers, a_timer_may_free_itself_and_others_of_the_same_pass) {
     EXPECT_EQ(seen, "self ");
 }
 
-TEST_F(uloop_timers, a_timer_that_rearms_itself_at_once_does_not_starve_descriptors) {
+TEST_F(uloop_timers, a_timer_rearmed_at_once_does_not_starve_descriptors) {
     pipe_pair p;
     timer t{[&] { uloop_timeout_set(&t, 0); }};
     watch u{p.r, [&](unsigned) { uloop_end(); }};
@@ -145,7 +145,7 @@ TEST_F(uloop_descriptors, a_callback_may_free_its_object_after_deletion) {
     EXPECT_EQ(seen, "x");
 }
 
-TEST_F(uloop_descriptors, an_edge_triggered_callback_may_free_its_object_after_deletion) {
+TEST_F(uloop_descriptors, an_edge_callback_may_free_its_object_after_deletion) {
     pipe_pair p;
     watch *u = new watch{p.r, [&](unsigned) {
                              seen += "x";
@@ -175,7 +175,7 @@ TEST_F(uloop_descriptors, after_a_hangup_the_callback_may_free_its_object_at_onc
     EXPECT_EQ(seen, "x");
 }
 
-TEST_F(uloop_descriptors, a_hangup_during_an_edge_triggered_callback_comes_after_it) {
+TEST_F(uloop_descriptors, a_hangup_during_an_edge_callback_comes_after_it) {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
     int depth = 0;
@@ -243,7 +243,7 @@ TEST_F(uloop_descriptors, adding_refuses_what_epoll_refuses_and_keeps_errno) {
 }
 
 std::string hook_calls;
-TEST_F(uloop_descriptors, the_hook_is_told_of_registrations_before_and_of_removals_at_their_start) {
+TEST_F(uloop_descriptors, the_hook_is_called_before_changes_of_registrations) {
     uloop_fd_set_cb = [](uloop_fd *u, unsigned flags) {
         hook_calls += std::to_string(flags) + (u->registered ? "r" : "u") + std::to_string(u->flags) + " ";
     };

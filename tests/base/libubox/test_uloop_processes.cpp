@@ -19,7 +19,7 @@ pid_t child_that_exits(int code) {
     return pid;
 }
 
-TEST_F(uloop_processes, all_who_watch_a_child_are_told_and_one_may_delete_another) {
+TEST_F(uloop_processes, all_watchers_of_a_child_are_called_and_can_delete_others) {
     const pid_t pid = child_that_exits(5);
     child third{pid, [&](int) { seen += "third "; }};
     child first{pid, [&](int status) {
@@ -115,7 +115,7 @@ TEST_F(uloop_signals, an_own_handler_is_put_back) {
     std::signal(SIGUSR2, SIG_DFL);
 }
 
-TEST_F(uloop_signals, of_two_watchers_the_first_one_deleted_puts_the_signal_back_for_good) {
+TEST_F(uloop_signals, deleting_one_of_two_watchers_restores_the_signal) {
     trap first{SIGUSR2, [] {}};
     trap second{SIGUSR2, [] {}};
     uloop_signal_add(&first);
@@ -150,7 +150,7 @@ TEST_F(uloop_signals, a_real_time_signal_tells_its_own_watchers_only) {
     uloop_signal_delete(&usr);
 }
 
-TEST_F(uloop_signals, a_blocking_call_is_interrupted_by_the_signal_that_ends_the_run) {
+TEST_F(uloop_signals, a_blocking_call_is_interrupted_by_the_ending_signal) {
     timer t{[] { raise(SIGTERM); }};
     uloop_timeout_set(&t, 1);
     EXPECT_EQ(uloop_run(), SIGTERM);

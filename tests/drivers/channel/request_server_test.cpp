@@ -93,7 +93,7 @@ TEST_F(request_server_socket, tells_the_result_alone_when_it_failed) {
     EXPECT_EQ(result, -EIO);
 }
 
-TEST_F(request_server_socket, answers_others_while_one_has_sent_half_a_request_and_hung_up) {
+TEST_F(request_server_socket, answers_others_after_one_hung_up_in_a_request) {
     ASSERT_EQ(server.listen(path.c_str()), 0);
     std::uint8_t buffer[8] = {};
     int result = 1;
@@ -123,7 +123,7 @@ TEST_F(request_server_socket, hangs_up_on_a_request_larger_than_any_may_be) {
     EXPECT_EQ(asked, 0);
 }
 
-TEST_F(request_server_socket, takes_the_place_of_a_socket_that_nobody_listens_at_and_of_nothing_else) {
+TEST_F(request_server_socket, replaces_only_a_socket_without_a_listener) {
     {
         request_server before(nullptr, nullptr);
         ASSERT_EQ(before.listen(path.c_str()), 0);

@@ -57,7 +57,7 @@ TEST(management_frame, of_an_authentication_has_transaction_and_status) {
     EXPECT_EQ(frame.status, 17);
 }
 
-TEST(management_frame, of_a_request_or_response_has_elements_behind_what_is_fixed) {
+TEST(management_frame, of_a_request_or_response_has_elements_after_its_fields) {
     management_frame frame{};
     const bytes elements{1, 1, 0x82};
     const struct {

@@ -162,7 +162,7 @@ TEST_F(hostapds_socket, is_emptied_at_once_however_much_it_says) {
     EXPECT_EQ(happened.size(), said);
 }
 
-TEST_F(hostapds_socket, that_has_died_silently_is_noticed_when_it_is_asked_and_found_again) {
+TEST_F(hostapds_socket, that_died_silently_is_noticed_at_a_command_and_found_again) {
     start();
     attach();
     stop();
@@ -174,7 +174,7 @@ TEST_F(hostapds_socket, that_has_died_silently_is_noticed_when_it_is_asked_and_f
     EXPECT_EQ(happened.back(), "attached with frames");
 }
 
-TEST_F(hostapds_socket, is_asked_for_a_sign_of_life_when_it_is_silent_and_given_up_when_it_stays_so) {
+TEST_F(hostapds_socket, is_pinged_when_silent_and_given_up_without_an_answer) {
     start();
     attach();
     for (int second = 1; second < 5; ++second) control->tend();

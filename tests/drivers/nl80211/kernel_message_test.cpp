@@ -139,7 +139,7 @@ TEST(kernel_message, of_an_interface_has_name_network_and_channel) {
     EXPECT_EQ(0, std::memcmp(one.ssid, "a\0b", 3)) << "any bytes";
 }
 
-TEST(kernel_message, of_an_interface_with_longer_texts_than_any_may_be_has_their_beginning) {
+TEST(kernel_message, of_an_interface_with_too_long_texts_has_their_beginning) {
     kernel_message one;
     const bytes whole =
         message(NL80211_CMD_NEW_INTERFACE, of_anna() + attribute(NL80211_ATTR_IFNAME, bytes(40, 'x')) +

@@ -164,7 +164,7 @@ TEST_F(station_life_of, a_client_that_joins_is_on_once_with_its_steps) {
     EXPECT_EQ(last.key_end_wall_ms, 1'700'000'001'040);
 }
 
-TEST_F(station_life_of, the_second_exchange_of_sae_does_not_begin_anew) {
+TEST_F(station_life_of, the_second_exchange_of_sae_starts_nothing_new) {
     received(network_a, frame_auth, 1);
     added(network_a);
     pass(30);
@@ -197,7 +197,7 @@ TEST_F(station_life_of, a_repeated_association_request_is_no_departure) {
     EXPECT_EQ(since(), told{"on a"});
 }
 
-TEST_F(station_life_of, without_hostapd_a_client_is_on_when_its_entry_is_authorised) {
+TEST_F(station_life_of, without_hostapd_a_client_is_on_once_authorised) {
     life.network(network_a, false, false);
     added(network_a);
     pass(700);
@@ -210,7 +210,7 @@ TEST_F(station_life_of, without_hostapd_a_client_is_on_when_its_entry_is_authori
     EXPECT_EQ(since(), told{"off a 307"});
 }
 
-TEST_F(station_life_of, a_deauthentication_by_the_client_is_told_with_the_final_figures) {
+TEST_F(station_life_of, a_deauthentication_by_the_client_has_the_final_figures) {
     is_on(network_a);
     received(network_a, frame_deauth);
     disconnected(network_a);
@@ -230,7 +230,7 @@ TEST_F(station_life_of, what_the_kernel_says_first_of_a_departure_is_told_the_sa
     EXPECT_EQ(since(), told{"off a 307"});
 }
 
-TEST_F(station_life_of, a_disassociation_by_the_client_is_one_departure_though_hostapd_cleans_up) {
+TEST_F(station_life_of, a_disassociation_and_hostapds_clean_up_are_one_departure) {
     is_on(network_a);
     received(network_a, frame_disassoc);
     disconnected(network_a);
@@ -265,7 +265,7 @@ TEST_F(station_life_of, who_is_sent_away_for_a_poor_link_has_that_reason) {
     EXPECT_EQ(since(), told{"off a 301"});
 }
 
-TEST_F(station_life_of, who_is_removed_without_a_frame_was_removed_by_hostapd_when_that_says_so) {
+TEST_F(station_life_of, a_removal_without_a_frame_is_hostapds_when_it_says_so) {
     is_on(network_a);
     removed(network_a);
     disconnected(network_a);
@@ -273,7 +273,7 @@ TEST_F(station_life_of, who_is_removed_without_a_frame_was_removed_by_hostapd_wh
     EXPECT_EQ(since(), told{"off a 309"});
 }
 
-TEST_F(station_life_of, without_the_clients_frames_that_is_most_likely_the_client_itself) {
+TEST_F(station_life_of, without_the_clients_frames_a_removal_is_the_clients) {
     life.network(network_a, true, false);
     is_on(network_a);
     disconnected(network_a);
@@ -282,7 +282,7 @@ TEST_F(station_life_of, without_the_clients_frames_that_is_most_likely_the_clien
     EXPECT_EQ(since(), told{"off a 307"});
 }
 
-TEST_F(station_life_of, who_is_removed_without_a_frame_or_a_word_was_removed_by_another_program) {
+TEST_F(station_life_of, a_removal_without_frame_or_message_is_another_programs) {
     is_on(network_a);
     removed(network_a);
     pass(900);
@@ -350,7 +350,7 @@ TEST_F(station_life_of, who_comes_back_without_having_left_is_on_again) {
     EXPECT_EQ(since(), told{"on a"}) << "with a new time, and no end before it";
 }
 
-TEST_F(station_life_of, who_comes_back_protected_stays_on_though_nobody_says_so) {
+TEST_F(station_life_of, a_client_that_comes_back_protected_stays_on) {
     is_on(network_a);
     received(network_a, frame_auth);
     received(network_a, frame_assoc_request); // answered with "try again later"
@@ -367,7 +367,7 @@ TEST_F(station_life_of, who_comes_back_protected_stays_on_though_nobody_says_so)
     EXPECT_EQ(since(), told{});
 }
 
-TEST_F(station_life_of, a_roaming_client_is_on_at_the_new_network_and_not_off_at_the_old) {
+TEST_F(station_life_of, a_roam_is_an_arrival_at_the_new_network_only) {
     is_on(network_a);
     received(network_b, frame_auth);
     added(network_b);
@@ -400,7 +400,7 @@ TEST_F(station_life_of, with_fast_transition_the_new_network_is_heard_first) {
     EXPECT_EQ(since(), told{"on b"});
 }
 
-TEST_F(station_life_of, a_slow_roam_is_told_in_the_same_order) {
+TEST_F(station_life_of, a_slow_roam_is_reported_in_the_same_order) {
     is_on(network_a);
     received(network_b, frame_auth);
     added(network_b);
@@ -443,7 +443,7 @@ TEST_F(station_life_of, a_roam_that_fails_is_a_departure) {
     EXPECT_EQ(since(), told{"off a 309"});
 }
 
-TEST_F(station_life_of, an_old_network_that_learns_nothing_does_not_win_its_client_back) {
+TEST_F(station_life_of, an_old_network_that_keeps_its_entry_does_not_get_it_back) {
     is_on(network_a);
     joins(network_b, frame_reassoc_request);
     EXPECT_EQ(since(), told{"on b"});
@@ -522,7 +522,7 @@ TEST_F(station_life_of, who_left_unheard_is_missed_by_the_next_list) {
     EXPECT_EQ(since(), told{"off a 310"});
 }
 
-TEST_F(station_life_of, who_left_while_the_kernel_gave_no_answer_is_asked_for_after_the_next_list) {
+TEST_F(station_life_of, a_client_gone_without_an_answer_is_queried_after_a_list) {
     is_on(network_a);
     kernel_answers = false;
     received(network_a, frame_deauth);
@@ -535,7 +535,7 @@ TEST_F(station_life_of, who_left_while_the_kernel_gave_no_answer_is_asked_for_af
     EXPECT_EQ(since(), told{"off a 307"});
 }
 
-TEST_F(station_life_of, who_came_unheard_is_found_by_the_next_list_in_place_of_where_it_was) {
+TEST_F(station_life_of, a_missed_arrival_is_found_by_the_next_list) {
     is_on(network_a);
     removed_silently(network_a);
     authorise(network_b);
@@ -544,7 +544,7 @@ TEST_F(station_life_of, who_came_unheard_is_found_by_the_next_list_in_place_of_w
     EXPECT_EQ(since(), told{"on b"});
 }
 
-TEST_F(station_life_of, a_forged_farewell_that_nobody_believes_is_forgotten) {
+TEST_F(station_life_of, a_forged_farewell_is_forgotten) {
     is_on(network_a);
     received(network_a, frame_deauth); // unprotected, while the client's frames are protected: ignored
     pass(60'000);
@@ -574,7 +574,7 @@ TEST_F(station_life_of, a_repeater_is_one_from_its_arrival_on) {
     EXPECT_TRUE(last.repeater);
 }
 
-TEST_F(station_life_of, who_turns_out_to_be_a_repeater_is_told_of_once_more) {
+TEST_F(station_life_of, a_client_found_to_be_a_repeater_is_reported_again) {
     is_on(network_a);
     EXPECT_FALSE(last.repeater);
     for (int i = 0; i < 2; ++i) life.is_repeater(network_a, client, now());
@@ -592,7 +592,7 @@ TEST_F(station_life_of, who_leaves_and_joins_again_before_it_is_seen_is_off_and_
     EXPECT_EQ(since(), (told{"off a 307", "on a"}));
 }
 
-TEST_F(station_life_of, who_was_told_of_before_a_restart_and_is_there_is_not_told_again) {
+TEST_F(station_life_of, a_client_reported_before_a_restart_is_not_reported_again) {
     is_on(network_a);
     station_life before;
     before.restore(*life.find(network_a, client));
@@ -604,7 +604,7 @@ TEST_F(station_life_of, who_was_told_of_before_a_restart_and_is_there_is_not_tol
     EXPECT_NE(before.find_on(client), nullptr);
 }
 
-TEST_F(station_life_of, who_was_told_of_before_a_restart_and_is_gone_is_off) {
+TEST_F(station_life_of, a_client_reported_before_a_restart_and_gone_is_off) {
     is_on(network_a);
     const station known = *life.find(network_a, client);
     entries.clear();
