@@ -25,6 +25,19 @@ def drained(whole, collectors):
     return sent
 
 
+def copied_alone(whole, reports):
+    """The floor: the same rows by one COPY into a table with the same indexes, without anything else."""
+    rows = whole.postgres.folder / "rows"
+    whole.psql(f"COPY (SELECT * FROM report) TO '{rows}' (FORMAT binary)")
+    whole.psql("CREATE TABLE copied (LIKE report INCLUDING ALL)")
+    begun = time.monotonic()
+    whole.psql(f"COPY copied FROM '{rows}' (FORMAT binary)")
+    took = time.monotonic() - begun
+    assert int(whole.psql("SELECT count(*) FROM copied")[0][0]) == reports
+    whole.psql("DROP TABLE copied")
+    print(f"COPY alone: {reports / took:.0f} per second")
+
+
 def size_of_what_is_stored(whole, reports):
     def megabytes(like):
         return int(whole.psql("SELECT coalesce(sum(pg_total_relation_size(oid)), 0) FROM pg_class WHERE relkind = 'r' AND "
@@ -36,7 +49,9 @@ def size_of_what_is_stored(whole, reports):
 
 
 def test_one_collector(whole):
-    size_of_what_is_stored(whole, drained(whole, 1))
+    reports = drained(whole, 1)
+    copied_alone(whole, reports)
+    size_of_what_is_stored(whole, reports)
     whole.end_and_compare("one collector")
 
 
