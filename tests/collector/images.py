@@ -30,7 +30,7 @@ def told(number, kind, since, after=0, **fields):
 
 
 def visit(number, since, seconds, **fields):
-    """A stay: on line, an update, and gone."""
+    """A stay: online, an update, and gone."""
     return (told(number, 1, since) + told(number, 3, since, seconds // 2, wifi_up=500, wifi_down=5000, ip="10.0.0.7") +
             told(number, 2, since, seconds, **{"wifi_up": 1000, "wifi_down": 10000, "reason": "OW_STA_DEAUTH_RECV",
                                                "reason_code": 307, **fields}))

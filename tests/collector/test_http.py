@@ -396,7 +396,7 @@ def scrape(one):
 
 
 def eventful(one):
-    # The departure is the last thing that happens: whoever sees it sees all.
+    # The departure is the last event: a client that has it has all of them.
     one.send(told(1, 1, NOON, ssid='Caf\xe9 "A"\\'), told(2, 3, NOON, 60, wifi_up=7, wifi_down=9, floornoise=-95, utilization=12),
              told(3, 1, NOON), told(4, 9, NOON), b"short", told(3, 2, NOON, 60, reason="OW_STA_TIMEOUT", reason_code=300))
     return wait(lambda: metric(text := scrape(one), "wsm_changes_total", kind="left") == 1 and text, "the departure")

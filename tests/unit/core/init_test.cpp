@@ -152,7 +152,7 @@ TEST_F(start, timers_and_channel_are_ready_when_it_returns) {
     EXPECT_EQ(end.status, 0);
 }
 
-// Each timer's first run happens before the loop: a restored station is on line and reported when the start is over.
+// Each timer's first run happens before the loop: a restored station is online and reported when the start is over.
 TEST_F(start, restored_station_goes_on_line_and_is_reported) {
     collector listening;
     write_file("/tmp/sta_sta.info", backup_line);
