@@ -424,7 +424,9 @@ void station_life::list_end(moment now) noexcept {
             one.in_kernel = false;
             one.leaving = true;
             one.left_at = now;
-            check_in(one, now, settle); // why it left may be in messages that are still unread
+            // The reason may be in messages that are still unread; before hostapd is heard there are none.
+            const network_state *state = state_of(one.network);
+            check_in(one, now, state && state->has_control ? settle : 0);
             continue;
         }
         if (one.on || !one.last.authorized) continue;
