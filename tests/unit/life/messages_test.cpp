@@ -195,9 +195,10 @@ TEST_F(channel_socket, crowd_that_leaves_at_once_is_gone_from_the_backup_file_wh
     const auto is_in_the_file = [](const char *mac) {
         return read_file("/tmp/sta_sta.info").find(mac) != std::string::npos;
     };
-    for (const std::uint8_t leaver : {3, 7, 11}) driver_sends(disassociation({of(leaver)}));
+    for (const std::uint8_t leaver : std::initializer_list<std::uint8_t>{3, 7, 11})
+        driver_sends(disassociation({of(leaver)}));
     driver_sends(association({of(30)}));
-    for (int message = 0; message < 3; ++message) g_sta_recv_msg(&sta_netlink_watcher, ULOOP_READ);
+    for (int turn = 0; turn < 3; ++turn) g_sta_recv_msg(&sta_netlink_watcher, ULOOP_READ);
     EXPECT_EQ(stations().size(), people - 3U);
     EXPECT_TRUE(is_in_the_file("02:00:00:00:00:03")) << "somebody waits";
     g_sta_recv_msg(&sta_netlink_watcher, ULOOP_READ);
