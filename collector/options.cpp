@@ -118,7 +118,7 @@ constexpr setting settings[] = {
      [](options &o, const std::string &v) { return o.names = v, verdict(); }},
     {"http", "ADDRESS:PORT", "serve the JSON interface, the stream of events and the page",
      [](options &o, const std::string &v) { return o.http = v, verdict(); }},
-    {"token-file", "FILE", "whoever asks needs the token in it; a must off loopback",
+    {"token-file", "FILE", "requests must carry the token in it; needed off loopback",
      [](options &o, const std::string &v) { return o.token_file = v, verdict(); }},
     {"web", "FOLDER", "the page's files (../share/wsmd/web, seen from the program's folder)",
      [](options &o, const std::string &v) { return o.web = v, verdict(); }},

@@ -52,7 +52,7 @@ std::string summary::text() const {
         std::string reasons;
         for (const auto &[reason, times] : known.reasons)
             reasons += (reasons.empty() ? "" : ", ") + std::to_string(times) + " " + reason;
-        text += (reasons.empty() ? "-" : reasons) + (known.online ? " (on line)\n" : "\n");
+        text += (reasons.empty() ? "-" : reasons) + (known.online ? " (online)\n" : "\n");
     }
     return text;
 }

@@ -1,5 +1,7 @@
 #include "model/station_index.h"
 
+#include "tools/spread.h"
+
 #include <cstdlib>
 #include <cstring>
 
@@ -28,11 +30,7 @@ static_assert(sizeof(mac_field) == 20);
 
 std::size_t home_of(const mac_field &mac) {
     const mac_words words{mac};
-    // A multiplication mixes bits upwards only, so the upper half is folded down and multiplied again.
-    constexpr std::uint64_t odd = 0x9e3779b97f4a7c15U;
-    std::uint64_t hash = (words.head ^ (words.tail << 1) ^ words.rest) * odd;
-    hash = (hash ^ (hash >> 32)) * odd;
-    return static_cast<std::size_t>(hash >> 32) & (room - 1);
+    return sta_spread(words.head ^ (words.tail << 1) ^ words.rest) & (room - 1);
 }
 
 void forget_all(const list_head *list) {

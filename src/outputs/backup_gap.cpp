@@ -86,10 +86,11 @@ bool may_end_with_note(const char *path) {
 
 // Whether the file with the temporary name is the complete one: a removal by copying was interrupted, and the other file is missing or
 // only a part of it. If a pass was interrupted instead, the temporary file is cut off at its end, and the other one is complete.
+// A file of another user is none of ours: the folder is open to everybody.
 bool lies_aside(const char *path, const char *temporary) {
     struct stat whole {
     }, part{};
-    if (lstat(temporary, &whole) != 0 || !S_ISREG(whole.st_mode)) return false;
+    if (lstat(temporary, &whole) != 0 || !S_ISREG(whole.st_mode) || whole.st_uid != geteuid()) return false;
     if (lstat(path, &part) != 0) return true;
     if (part.st_size >= whole.st_size) return false;
     const sta_file file{std::fopen(temporary, "re")};

@@ -10,6 +10,7 @@
 #include "base/cxx/ubus.h"
 #include "model/record.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -58,6 +59,8 @@ public:
     template <const auto &group> void add(const sta_info_t &sta) noexcept {
         static constexpr auto places = places_of<group>();
         static constexpr auto heads = heads_of<group>();
+        static_assert(
+            std::ranges::all_of(places, [](const place &its) { return its.head_size <= head_most; }));
         add(sta, places, heads.data());
     }
 

@@ -1,5 +1,7 @@
 #include "tools/mac_index.h"
 
+#include "tools/spread.h"
+
 #include <algorithm>
 #include <bit>
 
@@ -24,11 +26,7 @@ std::size_t hash_mac(const char *text) {
     std::uint64_t head = 0, tail = 0;
     std::memcpy(&head, text, sizeof(head));
     std::memcpy(&tail, text + mac_length - sizeof(tail), sizeof(tail));
-    // A multiplication mixes bits upwards only, so the upper half is folded down and multiplied again.
-    constexpr std::uint64_t odd = 0x9e3779b97f4a7c15U;
-    std::uint64_t hash = (head ^ std::rotl(tail, 32)) * odd;
-    hash = (hash ^ (hash >> 32)) * odd;
-    return static_cast<std::size_t>(hash >> 32);
+    return sta_spread(head ^ std::rotl(tail, 32));
 }
 
 } // namespace

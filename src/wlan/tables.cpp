@@ -6,6 +6,7 @@
 #include "protocol/driver_request.h"
 #include "tools/log.h"
 #include "tools/memory.h"
+#include "tools/spread.h"
 #include "tools/text.h"
 #include "wlan/driver_call.h"
 
@@ -94,13 +95,8 @@ private:
     std::uint64_t mask_ = 0;
 };
 
-// Where the search for a MAC begins among 2^n homes, of which `last` is the last.
-std::size_t home_of(std::uint64_t mac, std::size_t last) {
-    // A product spreads upwards only: its upper half comes down and spreads again.
-    constexpr std::uint64_t odd = 0x9e3779b97f4a7c15U;
-    mac *= odd;
-    return static_cast<std::size_t>((mac ^ mac >> 32) * odd >> 32) & last;
-}
+// Where the search for a MAC begins among 2^n places, of which `last` is the last.
+std::size_t home_of(std::uint64_t mac, std::size_t last) { return sta_spread(mac) & last; }
 
 // The first of the entries whose MAC begins so, or as many as there are. `mac_of` gives the MAC of an entry.
 template <class MacOf> std::size_t first_entry(const mac_prefix &prefix, std::size_t entries, MacOf mac_of) {

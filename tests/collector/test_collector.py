@@ -269,7 +269,7 @@ def test_the_summary_tells_each_stations_sessions_time_bytes_and_departures(coll
     assert heading.split() == ["station", "reports", "sessions", "roams", "seconds", "up", "bytes", "down", "bytes",
                                "departures"]
     assert first.split() == [anna, "5", "2", "0", "200", "21", "202", "2", "OW_STA_TIMEOUT"]
-    assert second.split() == [ben, "4", "2", "1", "11", "7", "0", "-", "(on", "line)"]
+    assert second.split() == [ben, "4", "2", "1", "11", "7", "0", "-", "(online)"]
 
 
 def test_raw_images_can_be_decoded_from_a_file_later(collector, build_dir, tmp_path):

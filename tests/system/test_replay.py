@@ -35,7 +35,7 @@ PASS_S = 5
 WHOLE_SECONDS = {"load_uptime": 2, "oltime": 2 + PASS_S}
 
 BUS = """
-# Addresses that come over the bus: from whoever publishes them, and from the DHCP monitor for bridged stations.
+# Addresses that come over the bus: from the program that publishes them, and from the DHCP monitor for bridged stations.
 lab dhcpmon
 let phone 02:00:00:00:00:01
 let guest 02:00:00:00:00:02

@@ -184,6 +184,14 @@ TEST_F(backup_gap, mending_leaves_a_pass_that_was_cut_off_alone) {
     }
 }
 
+TEST_F(backup_gap, mending_takes_no_file_of_another_user) {
+    const std::string own = write_in_a_pass(3);
+    write_file(aside, own + own);
+    if (chown(aside, 65534, 65534) != 0) GTEST_SKIP() << "only root gives a file away";
+    sta_backup_mend(file, aside);
+    EXPECT_EQ(read_file(file), own);
+}
+
 TEST_F(backup_gap, is_mended_before_stations_are_restored) {
     write_in_a_pass(6);
     EXPECT_TRUE(killed_after(150, mac_of(1)));
