@@ -3,9 +3,11 @@
 #include "was/was_request.h"
 #include "protocol/was_wire.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -38,14 +40,23 @@ connection::connection(const char *path) noexcept : fd(socket(AF_UNIX, SOCK_STRE
     fd = -1;
 }
 
-bool send_all(int fd, const void *data, std::size_t size) noexcept {
-    const auto *next = static_cast<const char *>(data);
-    while (size > 0) {
-        const ssize_t sent = send(fd, next, size, MSG_NOSIGNAL);
+// Both in one piece, so that the driver wakes up once.
+bool send_all(int fd, const void *head, std::size_t head_size, const void *data, std::size_t size) noexcept {
+    iovec parts[2] = {{const_cast<void *>(head), head_size}, {const_cast<void *>(data), size}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = 2;
+    while (parts[0].iov_len + parts[1].iov_len > 0) {
+        const ssize_t sent = sendmsg(fd, &message, MSG_NOSIGNAL);
         if (sent < 0 && errno == EINTR) continue;
         if (sent <= 0) return false;
-        next += sent;
-        size -= static_cast<std::size_t>(sent);
+        auto left = static_cast<std::size_t>(sent);
+        for (iovec &part : parts) {
+            const std::size_t gone = std::min(left, part.iov_len);
+            part.iov_base = static_cast<char *>(part.iov_base) + gone;
+            part.iov_len -= gone;
+            left -= gone;
+        }
     }
     return true;
 }
@@ -76,8 +87,7 @@ int was_request(const char *path, void *buf, int size, const char *ifname, int c
     std::memcpy(request + was_request_ifname, ifname, strnlen(ifname, was_ifname_size));
 
     const connection driver(path);
-    if (driver.fd < 0 || !send_all(driver.fd, request, sizeof(request)) || !send_all(driver.fd, buf, bytes))
-        return -1;
+    if (driver.fd < 0 || !send_all(driver.fd, request, sizeof(request), buf, bytes)) return -1;
 
     std::uint8_t answer[was_answer_header];
     if (!receive_all(driver.fd, answer, sizeof(answer))) return -1;

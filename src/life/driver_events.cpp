@@ -67,7 +67,7 @@ void g_sta_recv_msg(struct uloop_fd *watcher, unsigned int /*events*/) {
     }
     if (!watcher->registered) watch(watcher);
     // A crowd that leaves at once: the backup file is written for all of those that wait behind one another.
-    sta_backup_hold(true);
+    sta_backup_hold(true, sta_nl_has_more);
     sta_nl_handle(message, got);
     if (!sta_backup_holds_lines() || !sta_nl_has_more()) sta_backup_hold(false);
 }

@@ -166,6 +166,7 @@ template <class Write> bool replace_file(Write write) {
 }
 
 bool is_held = false;
+bool (*more_waits)() noexcept = nullptr;
 std::size_t held_lines = 0; // removed lines that are still in the file
 
 // Takes the removed lines out of the file: a single one in place, several by writing a new file; if that fails, for example on a full
@@ -174,13 +175,16 @@ void settle() {
     if (held_lines == 0) return;
     const bool several = held_lines > 1;
     held_lines = 0;
-    if (!known.is_still(backup_file)) return known.forget(); // another program has written it
-    if (several && replace_file([](std::FILE *to) { return write_known(to, known.size(), {}); })) {
-        known.pack();
-        return known.is_written(backup_file);
+    if (several) {
+        if (!known.is_still(backup_file)) return known.forget(); // another program has written it
+        if (replace_file([](std::FILE *to) { return write_known(to, known.size(), {}); })) {
+            known.pack();
+            return known.is_written(backup_file);
+        }
     }
     const descriptor file{open(backup_file, O_RDWR | O_NOFOLLOW | O_CLOEXEC)};
     bool well = known.is_still(file.get());
+    if (!well && !several) return known.forget();
     for (std::size_t i = known.size(); well && i-- > 0;) {
         if (!known.is_gone(i) || known.length(i) == 0) continue;
         well = sta_backup_close_gap(file.get(), static_cast<off_t>(known.place(i)),
@@ -213,7 +217,8 @@ bool remove_known(const char *mac) {
         tell_dropped(mac, "", false);
         known.remove(line);
         ++held_lines;
-        if (!is_held || held_lines == many)
+        const bool is_alone = held_lines == 1 && more_waits && !more_waits();
+        if (!is_held || is_alone || held_lines == many)
             settle();
         else
             mark_held(line);
@@ -286,8 +291,9 @@ void sta_sta_users_backup_update(sta_info_t *sta) {
     sta_sta_users_backup_add(sta);
 }
 
-void sta_backup_hold(bool held) noexcept {
+void sta_backup_hold(bool held, bool (*more)() noexcept) noexcept {
     is_held = held;
+    more_waits = more;
     if (!held) settle();
 }
 

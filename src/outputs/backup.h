@@ -36,8 +36,9 @@ void sta_sta_save_devc(void);
 
 // While lines are held (true), removed lines stay in the file, each with a NUL as its first byte, and a restore skips them. They are
 // taken out together when holding ends (false), when the file is needed, or when there are 64 of them. Used when several stations
-// leave at once: held as long as another message waits.
-void sta_backup_hold(bool held) noexcept;
+// leave at once: held as long as another message waits. `more`, if given, is asked before the first line is held: if nothing
+// waits, the line is taken out at once.
+void sta_backup_hold(bool held, bool (*more)() noexcept = nullptr) noexcept;
 bool sta_backup_holds_lines() noexcept;
 
 // One walk over the table that rewrites or removes the lines of many stations: the same bytes and log lines as calling

@@ -30,14 +30,18 @@ struct unix_address {
 };
 
 // While the collector's queue is full, the daemon waits here. A stop ends the wait, and after a stop there is no wait. A blocked
-// signal interrupts nothing, so it is looked for ten times a second.
+// signal interrupts nothing, so it is looked for ten times a second. The socket does not block at first: usually the queue has
+// room, and nothing has to be set up for a wait.
 int connect_until_stopped(int fd, const unix_address &server) {
+    int result = connect(fd, server.get(), server.size);
+    if (result == 0 || errno != EAGAIN) return result;
     constexpr timeval look{.tv_sec = 0, .tv_usec = 100'000};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &look, sizeof(look));
-    if (sta_stop_pending()) fcntl(fd, F_SETFL, O_NONBLOCK);
-    int result;
-    do result = connect(fd, server.get(), server.size);
-    while (result < 0 && (errno == EAGAIN || errno == EINTR) && !sta_stop_pending());
+    fcntl(fd, F_SETFL, 0);
+    while (result < 0 && !sta_stop_pending()) {
+        result = connect(fd, server.get(), server.size);
+        if (result < 0 && errno != EAGAIN && errno != EINTR) return result;
+    }
     return result;
 }
 
@@ -57,7 +61,7 @@ int sta_domain_socket_send(const sta_info_t *sta) {
         return -1;
     }
     const sta_stopwatch watch{sta_health.reports_slowest};
-    const descriptor report{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    const descriptor report{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
     if (report.get() < 0) {
         STA_LOG("domain socket error.\n");
         ++sta_health.reports_without_socket;
@@ -80,7 +84,7 @@ int sta_domain_socket_send(const sta_info_t *sta) {
     came_through();
     std::uint8_t image[station_report_size];
     station_report_encode(sta_report_of(*sta), image);
-    // Not tried again.
+    // Not tried again. It does not block: a new socket has room for one report.
     const bool written = write(report.get(), image, sizeof(image)) == static_cast<ssize_t>(sizeof(image));
     ++(written ? sta_health.reports_sent : sta_health.reports_not_written);
     return 0;

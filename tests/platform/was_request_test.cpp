@@ -71,6 +71,20 @@ TEST(was_request, the_request_on_the_wire_is_command_argument_size_interface_and
     EXPECT_EQ(seen, "\5\0\0\0\7\0\0\0\4\0\0\0ath0"s + std::string(32, '\0') + "abcd");
 }
 
+TEST(was_request, the_request_comes_in_one_piece) {
+    ssize_t first = 0;
+    char buffer[4] = {'a', 'b', 'c', 'd'};
+    {
+        const driver peer([&first](int fd) {
+            char piece[100];
+            first = recv(fd, piece, sizeof(piece), 0);
+            answer(fd, "\0\0\0\0\0\0\0\0"s);
+        });
+        EXPECT_EQ(was_request(peer.path.c_str(), buffer, 4, "ath0", 5, 7), 0);
+    }
+    EXPECT_EQ(first, 52);
+}
+
 TEST(was_request, the_answer_overwrites_the_front_of_the_buffer) {
     char buffer[8] = {'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x'};
     const driver peer([](int fd) {

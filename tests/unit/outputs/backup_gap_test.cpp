@@ -225,6 +225,24 @@ TEST_F(backup_gap, lines_that_are_held_go_together) {
     EXPECT_EQ(read_file(file), without_line_of(expected, mac_of(2)));
 }
 
+TEST_F(backup_gap, line_of_who_leaves_alone_is_not_held) {
+    const std::string before = write_in_a_pass(5);
+    sta_backup_hold(true, []() noexcept { return false; });
+    sta_sta_users_backup_del(mac_of(3).c_str());
+    EXPECT_FALSE(sta_backup_holds_lines());
+    EXPECT_EQ(read_file(file), without_line_of(before, mac_of(3)));
+    sta_backup_hold(false);
+}
+
+TEST_F(backup_gap, line_is_held_when_another_message_waits) {
+    const std::string before = write_in_a_pass(5);
+    sta_backup_hold(true, []() noexcept { return true; });
+    sta_sta_users_backup_del(mac_of(3).c_str());
+    EXPECT_TRUE(sta_backup_holds_lines());
+    sta_backup_hold(false);
+    EXPECT_EQ(read_file(file), without_line_of(before, mac_of(3)));
+}
+
 TEST_F(backup_gap, lines_that_are_held_are_not_restored) {
     write_in_a_pass(5);
     sta_backup_hold(true);

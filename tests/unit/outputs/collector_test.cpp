@@ -8,8 +8,20 @@
 #include <csignal>
 #include <gtest/gtest.h>
 #include <memory>
+#include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
+
+// Counts how often a socket is prepared for waiting.
+static int preparations = 0;
+extern "C" {
+int __real_setsockopt(int fd, int level, int name, const void *value, socklen_t size);
+int __wrap_setsockopt(int fd, int level, int name, const void *value, socklen_t size);
+int __wrap_setsockopt(int fd, int level, int name, const void *value, socklen_t size) {
+    ++preparations;
+    return __real_setsockopt(fd, level, name, value, size);
+}
+}
 
 namespace {
 
@@ -43,6 +55,14 @@ TEST_F(a_report, waits_no_longer_for_a_collector_once_a_stop_is_pending) {
     });
     EXPECT_TRUE(end.exited);
     EXPECT_EQ(end.status, 7);
+}
+
+TEST_F(a_report, prepares_no_wait_for_a_collector_that_has_room) {
+    collector box{1};
+    preparations = 0;
+    EXPECT_EQ(send_one(), 0);
+    EXPECT_EQ(preparations, 0);
+    EXPECT_EQ(box.reports().size(), 1U);
 }
 
 TEST_F(a_report, goes_to_a_collector_that_has_room_when_a_stop_is_pending) {
