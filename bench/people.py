@@ -4,7 +4,7 @@ import re
 import sys
 import time
 
-from builds import ROOT
+from builds import BUILD, ROOT
 
 sys.path.insert(0, str(ROOT / "lab"))
 
@@ -35,20 +35,20 @@ def spent_by_daemon(lab, seconds, each_second=lambda: None):
     return (after[0] - before[0]) / spent, (after[1] - before[1]) / 1e6 / spent
 
 
-def settle(lab, count):
+def settle(lab, count, start=lambda lab: lab.start_daemon(wait=False)):
     """Adds `count` people, and waits until all of them are online. Their time passes only with pass_second."""
     lab.start_ubusd()
     lab.start_apsim("--tick", "0")
     lab.start_collector()
-    lab.start_daemon(wait=False)
+    start(lab)
     lab.run(["ubus", "-t", "20", "wait_for", "sta"])
     time.sleep(2)
     lab.apsim(f"population n={count} seed=7")
     for _ in range(12):
         pass_second(lab)
         time.sleep(1)
-    asked = {"get_all_sta_status": "", "get_sta_count": "all"}
-    lab.wait(lambda: lab.bus("call", "sta", "get", asked)["count"] >= 0.95 * count, 60, "the people")
+    # Each pass writes how many are online.
+    lab.wait(lambda: int(lab.run(["cat", "/tmp/sta_devc.info"]).stdout.split()[-1]) >= 0.95 * count, 60, "the people")
     time.sleep(12)
 
 
@@ -57,26 +57,22 @@ def pass_second(lab):
     return int(lab.apsim("pass seconds=1").rpartition("events=")[2])
 
 
-def coming_and_going(build, sizes=SIZES):
-    """Figures for each number of people: first with changes, then with their time stopped."""
-    from wsmlab import Lab  # pylint: disable=import-outside-toplevel
+def floor_instead(build):
+    """Starts the floor in the daemon's place: bench/daemon/people_floor.cpp."""
+    def start(lab):
+        lab.daemon = lab.start("people_floor", [str(build / "bench/people_floor")])
+    return start
+
+
+def coming_and_going(build, sizes=SIZES, floor=None):
+    """Figures for each number of people: first with changes, then with their time stopped. `floor`: the build whose floor has the
+    same people in the daemon's place; its figures have "_floor" in their names."""
     figures = {}
     for count in sizes:
-        with Lab(build, config=QUIET, room_for=2 * count) as lab:
-            settle(lab, count)
-            before = last = pass_second(lab)
-
-            def live():
-                nonlocal last
-                last = pass_second(lab)  # pylint: disable=cell-var-from-loop
-            for kind, each_second in (("moving", live), ("resting", lambda: None)):
-                wakeups, cpu = spent_by_daemon(lab, PERIOD, each_second)
-                figures[f"{kind}_cpu_percent/{count}"] = cpu / 10
-                figures[f"{kind}_cpu_seconds_per_station_hour/{count}"] = cpu * 3.6 / count
-                figures[f"{kind}_wakeups_per_second/{count}"] = wakeups
-                figures[f"{kind}_private_kib/{count}"] = float(private_kib(lab))
-                time.sleep(10)  # until the work of the last second is done
-            figures[f"moving_events_per_second/{count}"] = (last - before) / PERIOD
+        figures.update(of_people(build, count))
+        if floor:
+            of_floor = of_people(build, count, floor_instead(floor))
+            figures.update({name.replace("/", "_floor/"): value for name, value in of_floor.items() if "_private_" not in name})
     if len(sizes) > 1:
         few, many = min(sizes), max(sizes)
         more = figures[f"moving_private_kib/{many}"] - figures[f"moving_private_kib/{few}"]
@@ -84,24 +80,30 @@ def coming_and_going(build, sizes=SIZES):
     return figures
 
 
-def floors_of_people(figures, works):
-    """What the least program would need for the same, put together of the floors of single works: the system calls of each event,
-    each pass, each report of the period, and each reading of the lease file; the file's writing for who leaves is left out."""
-    floors = {}
-    for name in figures:
-        if not name.startswith("moving_events_per_second/"):
-            continue
-        stations = name.partition("/")[2]
-        resting = (works[f"five_second_pass_floor/{stations}"] / 5 + works[f"log_up_floor/{stations}"] / 60) / 1e9
-        moving = resting + (figures[name] * works["association_event_floor"] +
-                            works[f"lease_refresh_floor/{stations}"] / 10) / 1e9
-        for kind, seconds in (("moving", moving), ("resting", resting)):
-            floors[f"{kind}_cpu_percent_floor/{stations}"] = 100 * seconds
-            floors[f"{kind}_cpu_seconds_per_station_hour_floor/{stations}"] = 3600 * seconds / int(stations)
-    return floors
+def of_people(build, count, *start):
+    from wsmlab import Lab  # pylint: disable=import-outside-toplevel
+    figures = {}
+    with Lab(build, config=QUIET, room_for=2 * count) as lab:
+        settle(lab, count, *start)
+        before = last = pass_second(lab)
+
+        def live():
+            nonlocal last
+            last = pass_second(lab)
+        for kind, each_second in (("moving", live), ("resting", lambda: None)):
+            reports = len(lab.reports())
+            wakeups, cpu = spent_by_daemon(lab, PERIOD, each_second)
+            figures[f"{kind}_cpu_percent/{count}"] = cpu / 10
+            figures[f"{kind}_reports_per_second/{count}"] = (len(lab.reports()) - reports) / PERIOD
+            figures[f"{kind}_cpu_seconds_per_station_hour/{count}"] = cpu * 3.6 / count
+            figures[f"{kind}_wakeups_per_second/{count}"] = wakeups
+            figures[f"{kind}_private_kib/{count}"] = float(private_kib(lab))
+            time.sleep(10)  # until the work of the last second is done
+        figures[f"moving_events_per_second/{count}"] = (last - before) / PERIOD
+    return figures
 
 
 if __name__ == "__main__":
-    # For another build than that of bench/run, for example one from before a change.
-    for name, value in coming_and_going(sys.argv[1], tuple(int(size) for size in sys.argv[2:]) or SIZES).items():
+    # For another build than that of bench/run, for example one from before a change; the floor is that of bench/run.
+    for name, value in coming_and_going(sys.argv[1], tuple(int(size) for size in sys.argv[2:]) or SIZES, BUILD).items():
         print(f"{name:44} {value:.4g}", flush=True)
