@@ -9,12 +9,12 @@ import pytest
 @pytest.fixture
 def findings(tree, tmp_path):
     """Checks a small tree of the given files (path to text); returns the lines printed."""
-    def check(files):
+    def check(files, *options):
         for name, text in files.items():
             path = tmp_path / name
             path.parent.mkdir(parents=True, exist_ok=True)
             path.write_text(text, encoding="utf-8")
-        done = subprocess.run([tree / "scripts/check_includes.py", tmp_path], capture_output=True, text=True, check=False)
+        done = subprocess.run([tree / "scripts/check_includes.py", *options, tmp_path], capture_output=True, text=True, check=False)
         lines = done.stdout.splitlines()
         assert done.returncode == (1 if lines else 0), done.stderr
         return lines
@@ -95,6 +95,12 @@ def test_what_the_cxx_runtime_library_is_needed_for_stays_in_the_lab(findings):
 
 def test_a_name_that_is_nowhere_is_found(findings):
     assert findings({"src/tools/a.cpp": '#include "tools/gone.h"\n'}) == ['src/tools/a.cpp:1: "tools/gone.h" is nowhere']
+
+
+def test_instead_of_levels_a_circle_is_printed(findings):
+    assert findings({
+        "src/fw/a.cpp": '#include "fw/b.h"\n', "src/fw/b.h": "", "src/fw/b.cpp": '#include "fw/a.h"\n', "src/fw/a.h": "",
+    }, "--floors") == ["src/fw/b.cpp:1: closes the circle src/fw/a > src/fw/b > src/fw/a"]
 
 
 def test_the_architecture_shows_the_rooms_as_they_stand(tree):
