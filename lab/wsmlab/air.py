@@ -162,6 +162,11 @@ class Air:
         finally:
             path.write_text(before)
 
+    def no_search_for_modules(self):
+        """While entered, the kernel starts no program that looks for a module when hostapd asks for an interface that is not there.
+        On the emulated processor each search takes hostapd a second, and clients give up."""
+        return self.setting("kernel/modprobe", "\n")
+
     @contextlib.contextmanager
     def small_netlink_buffer(self, name):
         """While entered, a program's socket for the kernel's wireless messages holds only a few. Gives a function that

@@ -136,7 +136,8 @@ def a_client_changes_the_network_name(air, anna, ben):
 @story()
 def a_client_has_a_vlan_of_its_own(air, anna, ben):
     since = len(air.reports())
-    ben.join("Own", "wlan1-own")
+    with air.no_search_for_modules():
+        ben.join("Own", "wlan1-own")
     report = air.wait_for_report(since, mac=ben.mac, log_type=1, ssid="Own")
     assert report["ifname"] == "wlan1-own", report
     interface, _ = air.kernel_list()[ben.mac]
@@ -166,8 +167,7 @@ def a_client_with_four_addresses_is_a_repeater(air, anna, ben):
 
 @story()
 def sixty_clients_come_and_leave_together(air, anna, ben):
-    # hostapd asks for each radio that is moved away by its name, and has a program look for a module of that name.
-    with air.setting("kernel/modprobe", "\n"):
+    with air.no_search_for_modules():  # hostapd asks for each radio that is moved away
         air.reload_radios(clients=60)
         crowd = Crowd(air)
         macs = sorted(station.mac for station in crowd.stations)
