@@ -12,6 +12,8 @@ namespace {
 // ms between tries while a listener's queue is full: short at first, since it may only be busy, then longer
 constexpr int retry_first = 1;
 constexpr int retry_last = 64;
+// A listener is gone when so many readings of the table, one right after the other, do not have it.
+constexpr int readings_max = 3;
 
 } // namespace
 
@@ -45,9 +47,27 @@ int event_channel::open() noexcept {
     return 0;
 }
 
+// The kernel's table is read in pieces. When it is made larger or smaller between two of them, a reading can leave a socket out or
+// have it twice; an event would be lost, or sent twice.
+bool event_channel::find_listeners(array<netlink_listener> &found) const noexcept {
+    const auto has = [&found](const netlink_listener &one) {
+        return std::find(found.begin(), found.end(), one) != found.end();
+    };
+    for (int readings = 0; readings < readings_max; ++readings) {
+        array<netlink_listener> there;
+        if (!settings_.find(own_port_, there)) return false;
+        for (const netlink_listener &one : there)
+            if (!has(one) && !found.push(one)) return false;
+        if (std::all_of(listeners_.begin(), listeners_.end(),
+                        [&has](const known &one) { return has(one.socket); }))
+            break;
+    }
+    return true;
+}
+
 void event_channel::look() noexcept {
     array<netlink_listener> there;
-    if (!find_netlink_listeners(own_port_, there)) return; // the next look tries again
+    if (!find_listeners(there)) return; // the next look tries again
     array<known> now;
     if (!now.reserve(there.size())) return;
     array<netlink_listener> came;

@@ -26,6 +26,9 @@ public:
         // Called for a new listener, after the announcement was sent to it.
         void (*came)(void *owner, const netlink_listener &listener) = nullptr;
         void *owner = nullptr;
+        // Reads the kernel's table of listeners.
+        bool (*find)(std::uint32_t own_port,
+                     array<netlink_listener> &found) noexcept = find_netlink_listeners;
     };
 
     explicit event_channel(const settings &how) noexcept;
@@ -36,6 +39,7 @@ public:
     int open() noexcept;
 
     // Looks for listeners; announces the family, if it has a number, to those that were not there at the last look.
+    // A listener is gone when three readings of the table, one right after the other, do not have it.
     void look() noexcept;
 
     // Announces the family `times` times, with a new number if `family` is not 0.
@@ -61,6 +65,7 @@ private:
         bool wanted;
     };
     struct message;
+    bool find_listeners(array<netlink_listener> &found) const noexcept;
     void queue(std::uint32_t port, std::span<const std::uint8_t> bytes) noexcept;
     bool send_now(std::uint32_t port, std::span<const std::uint8_t> bytes) noexcept;
     void send_queued() noexcept;
