@@ -2,7 +2,6 @@
 
 #include "channel/messages.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +21,16 @@ bool netlink_listener_in(const char *line, netlink_listener &found) noexcept {
     return true;
 }
 
+namespace {
+
+int by_inode(const void *a, const void *b) {
+    const unsigned long first = static_cast<const netlink_listener *>(a)->inode;
+    const unsigned long second = static_cast<const netlink_listener *>(b)->inode;
+    return first < second ? -1 : first > second;
+}
+
+} // namespace
+
 bool find_netlink_listeners(std::uint32_t own_port, array<netlink_listener> &found) noexcept {
     found.clear();
     std::FILE *table = std::fopen("/proc/net/netlink", "re");
@@ -33,7 +42,8 @@ bool find_netlink_listeners(std::uint32_t own_port, array<netlink_listener> &fou
         if (netlink_listener_in(line, one) && one.port != own_port && !found.push(one)) whole = false;
     }
     std::fclose(table);
-    std::sort(found.begin(), found.end(), [](const auto &a, const auto &b) { return a.inode < b.inode; });
+    // std::sort would be a kilobyte and a half of code.
+    if (found.size() > 1) std::qsort(found.begin(), found.size(), sizeof(netlink_listener), by_inode);
     return whole;
 }
 

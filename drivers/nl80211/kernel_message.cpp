@@ -8,6 +8,12 @@
 
 namespace {
 
+bool copy(const nlattr *from, void *to, std::size_t size) {
+    if (!from || static_cast<std::size_t>(nla_len(from)) < size) return false;
+    std::memcpy(to, nla_data(from), size);
+    return true;
+}
+
 // The attributes of one level, by number. Truncated and malformed ones are ignored; of two with the same number the
 // last counts.
 template <int Max> class attributes {
@@ -24,17 +30,9 @@ public:
     }
     // Reads the number. False when the attribute is missing or too short; `number` is then unchanged.
     template <class Number> bool read(int type, Number &number) const {
-        const std::span<const std::uint8_t> value = bytes(type);
-        if (value.size() < sizeof(Number)) return false;
-        std::memcpy(&number, value.data(), sizeof(Number));
-        return true;
+        return copy(found_[type], &number, sizeof(number));
     }
-    bool read(int type, mac_address &mac) const {
-        const std::span<const std::uint8_t> value = bytes(type);
-        if (value.size() < sizeof(mac.bytes)) return false;
-        mac = mac_address::at(value.data());
-        return true;
-    }
+    bool read(int type, mac_address &mac) const { return copy(found_[type], mac.bytes, sizeof(mac.bytes)); }
 
 private:
     nlattr *found_[std::size_t{Max} + 1] = {};
