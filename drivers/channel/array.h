@@ -63,6 +63,13 @@ public:
         if (size < size_) size_ = size;
     }
 
+    // The first one that passes the test; end() when none does. The library's find_if has its test four times in its code.
+    template <class Test> const T *find(Test &&test) const noexcept {
+        const T *at = begin();
+        while (at != end() && !test(*at)) ++at;
+        return at;
+    }
+
     std::size_t size() const noexcept { return size_; }
     bool empty() const noexcept { return size_ == 0; }
     T &operator[](std::size_t index) noexcept { return items_[index]; }

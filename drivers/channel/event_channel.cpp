@@ -51,16 +51,14 @@ int event_channel::open() noexcept {
 // have it twice; an event would be lost, or sent twice.
 bool event_channel::find_listeners(array<netlink_listener> &found) const noexcept {
     const auto has = [&found](const netlink_listener &one) {
-        return std::find(found.begin(), found.end(), one) != found.end();
+        return found.find([&one](const netlink_listener &other) { return other == one; }) != found.end();
     };
     for (int readings = 0; readings < readings_max; ++readings) {
         array<netlink_listener> there;
         if (!settings_.find(own_port_, there)) return false;
         for (const netlink_listener &one : there)
             if (!has(one) && !found.push(one)) return false;
-        if (std::all_of(listeners_.begin(), listeners_.end(),
-                        [&has](const known &one) { return has(one.socket); }))
-            break;
+        if (listeners_.find([&has](const known &one) { return !has(one.socket); }) == listeners_.end()) break;
     }
     return true;
 }
@@ -72,8 +70,7 @@ void event_channel::look() noexcept {
     if (!now.reserve(there.size())) return;
     array<netlink_listener> came;
     for (const netlink_listener &one : there) {
-        const known *before = std::find_if(listeners_.begin(), listeners_.end(),
-                                           [&one](const known &other) { return other.socket == one; });
+        const known *before = listeners_.find([&one](const known &other) { return other.socket == one; });
         const bool is_new = before == listeners_.end();
         const bool wanted =
             is_new ? !settings_.is_wanted || settings_.is_wanted(settings_.owner, one.port) : before->wanted;
