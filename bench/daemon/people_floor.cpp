@@ -176,7 +176,11 @@ void arrives(const station_event &event, std::uint16_t number) {
     struct sysinfo system {};
     sysinfo(&system);
     if (one.here && one.radio != event.radio_id) {
-        ask_driver(driver_roam_delete, one.ifname, 24);
+        auto *request = reinterpret_cast<std::uint8_t *>(table.data());
+        std::snprintf(table.data(), roam_delete_mac_size, "02:60:00:00:%02x:%02x", number >> 8U,
+                      number & 255U);
+        wire::put(request + roam_delete_radio_offset, one.radio);
+        ask_driver(driver_roam_delete, one.ifname, roam_delete_size);
         send_report();
     }
     send_report();
