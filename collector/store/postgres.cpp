@@ -57,8 +57,11 @@ parameters &parameters::add(std::string_view text) {
 
 parameters &parameters::add(const std::vector<std::int64_t> &values) {
     std::string array = "{";
-    for (const std::int64_t value : values) array += (array.size() > 1 ? "," : "") + std::to_string(value);
-    values_.push_back(array + "}");
+    for (const std::int64_t value : values) {
+        if (array.size() > 1) array += ',';
+        array += std::to_string(value);
+    }
+    values_.push_back(array + '}');
     return *this;
 }
 
