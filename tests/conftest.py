@@ -90,7 +90,7 @@ class GTestCase(pytest.Item):
     def runtest(self):
         environment = dict(os.environ, GTEST_BRIEF="1", GTEST_COLOR="no")
         done = subprocess.run([*self.command, f"--gtest_filter={self.name}"], capture_output=True, text=True,
-                              errors="replace", timeout=300, env=environment, check=False)
+                              errors="replace", timeout=900, env=environment, check=False)
         if "[  SKIPPED ]" in done.stdout and done.returncode == 0:
             reason = [line for line in done.stdout.splitlines() if line and not line.startswith("[")]
             pytest.skip(" ".join(reason[-1:]) or "skipped by the test itself")

@@ -56,7 +56,7 @@ def open_lab(build_dir, sanitized):
     labs = []
 
     def open_one(**options):
-        labs.append(Lab(build_dir, patience=4.0 if sanitized else 1.0, **options).__enter__())
+        labs.append(Lab(build_dir, patience=8.0 if sanitized else 4.0, **options).__enter__())
         return labs[-1]
 
     yield open_one

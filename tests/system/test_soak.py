@@ -8,9 +8,9 @@ from wsmlab.soak import Soak
 A, B = "02:00:00:00:00:0a", "02:00:00:00:00:0b"
 
 
-def test_hours_with_every_fault_lose_nothing_and_leave_nothing_behind(open_lab, patience):
+def test_hours_with_every_fault_lose_nothing_and_leave_nothing_behind(open_lab, sanitized):
     # With sanitizers, which keep freed memory, the daemon's size says nothing.
-    soak = Soak(open_lab(), stations=300, events=6000, minutes=240, seed=1, memory=patience == 1.0)
+    soak = Soak(open_lab(), stations=300, events=6000, minutes=240, seed=1, memory=not sanitized)
     soak.run()
     assert soak.complaints == [], soak.table()
     assert soak.ledger.counts["events"] >= 6000
