@@ -50,6 +50,8 @@ TESTS_PROBES=(
     command:udhcpc:udhcpc
     command:shellcheck:shellcheck
     command:groff:groff-base
+    command:man:man-db
+    command:file:file
     command:debootstrap:debootstrap
     command:mosquitto:mosquitto
     file:/usr/lib/postgresql/*/bin/initdb:postgresql

@@ -36,10 +36,11 @@ def test_512_stations_come_back_whole_after_a_kill(running_lab):
 def test_a_list_longer_than_a_bus_message_is_an_error_and_the_rest_goes_on(open_lab):
     lab = open_lab(capability='{"wireless":{"radiolist":[{"sta_limit_max":4000}]}}').start_all()
     burst(lab, 1200)
+    asked = {"get_all_sta_status": "", "get_sta_count": "all"}
+    lab.wait(lambda: lab.bus("call", "sta", "get", asked) == {"count": 1200}, 30, "1,200 stations")
     with pytest.raises(BusError) as refused:
         lab.online()
     assert refused.value.status == 11
-    assert lab.bus("call", "sta", "get", {"get_all_sta_status": "", "get_sta_count": "all"}) == {"count": 1200}
     associate(lab, A)
     assert set(lab.online(A)) == {A}
 
