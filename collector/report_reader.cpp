@@ -8,6 +8,7 @@
 #include <json-c/json.h>
 #include <limits>
 #include <memory>
+#include <new>
 
 namespace {
 
@@ -25,6 +26,7 @@ int hex_digit(char c) { return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <=
 // The reverse of escape::write. False for a text that escape::write cannot have made.
 bool unescape(std::string_view text, std::string &out) {
     for (std::size_t at = 0; at < text.size(); ++at) {
+        if (static_cast<unsigned char>(text[at]) < ' ') return false;
         if (text[at] != '\\') {
             out += text[at];
             continue;
@@ -125,19 +127,35 @@ bool read_boot(json_object *value, std::string &out) {
     });
 }
 
+using json_pointer = std::unique_ptr<json_object, freed>;
+
+// Null when the whole of `json` is not one value.
+json_pointer parsed(std::string_view json, int flags) {
+    constexpr int deepest = 4;
+    const std::unique_ptr<json_tokener, freed> parser(json_tokener_new_ex(deepest));
+    if (!parser) throw std::bad_alloc();
+    json_tokener_set_flags(parser.get(), flags);
+    json_pointer value(json_tokener_parse_ex(parser.get(), json.data(), static_cast<int>(json.size())));
+    if (json_tokener_get_parse_end(parser.get()) != json.size()) value.reset();
+    return value;
+}
+
+// json-c 0.18, when strict, takes every byte above 127 for a control character. A text with such bytes is strictly parsed
+// with a letter in place of each, and then as it is.
+json_pointer strictly_parsed(std::string_view json) {
+    const auto beyond_ascii = [](char c) { return static_cast<unsigned char>(c) > 127; };
+    if (std::none_of(json.begin(), json.end(), beyond_ascii)) return parsed(json, JSON_TOKENER_STRICT);
+    std::string ascii(json);
+    std::replace_if(ascii.begin(), ascii.end(), beyond_ascii, 'x');
+    return parsed(ascii, JSON_TOKENER_STRICT) ? parsed(json, JSON_TOKENER_VALIDATE_UTF8) : nullptr;
+}
+
 } // namespace
 
 std::string read_report(std::string_view json, std::string_view topic, received &out) {
     if (json.size() > most_report_json) return "longer than any report";
-    constexpr int deepest = 4;
-    const std::unique_ptr<json_tokener, freed> parser(json_tokener_new_ex(deepest));
-    if (!parser) return "no memory";
-    json_tokener_set_flags(parser.get(), JSON_TOKENER_STRICT | JSON_TOKENER_VALIDATE_UTF8);
-    const std::unique_ptr<json_object, freed> object(
-        json_tokener_parse_ex(parser.get(), json.data(), static_cast<int>(json.size())));
-    if (!object || json_tokener_get_parse_end(parser.get()) != json.size() ||
-        !json_object_is_type(object.get(), json_type_object))
-        return "no JSON object";
+    const json_pointer object = strictly_parsed(json);
+    if (!object || !json_object_is_type(object.get(), json_type_object)) return "no JSON object";
     const auto member = [&object](const char *name, json_object *&value) {
         return json_object_object_get_ex(object.get(), name, &value) != 0;
     };

@@ -114,6 +114,13 @@ TEST(report_reader, says_why_something_is_no_report) {
     EXPECT_EQ(why(replaced(good, "Lobby", "\\u0000")), "ssid has no value that it can have");
     EXPECT_EQ(why(replaced(good, "Lobby", "\\\\q")), "ssid has no value that it can have");
     EXPECT_EQ(why(replaced(good, "Lobby", "\xff")), "no JSON object");
+    EXPECT_EQ(why(replaced(good, "Lobby", "\\\xc3\xa9")), "no JSON object")
+        << "an escaped letter beyond ASCII";
+    EXPECT_EQ(why(replaced(good, R"("rssi":-50)", "\"rssi\":-50,\xc3\xa9")), "no JSON object");
+    EXPECT_EQ(why(replaced(good, "Lobby", "Lob\\nby")), "ssid has no value that it can have");
+    // Not every release of the JSON library refuses these itself.
+    for (const char *line_feed : {"Lob\nby", "Caf\xc3\xa9\nbar"})
+        EXPECT_NE(why(replaced(good, "Lobby", line_feed)), "");
     EXPECT_EQ(why(replaced(good, R"("received":1700000000.000000)", R"("received":-1.000000)")),
               "no time of receipt");
     EXPECT_EQ(why(replaced(good, R"("boot":"00c0ffee")", R"("boot":"a b")")), "no boot");
