@@ -1,9 +1,11 @@
 """The live view of ./demo on a terminal: a Board on the screen, its keys, and a Watcher behind it."""
 
+import codecs
 import curses
 import os
 import queue
 import signal
+import sys
 
 import urwid
 
@@ -53,7 +55,10 @@ class Page(urwid.Widget):
     def __init__(self, board):
         super().__init__()
         self._board = board
-        self._encode = str.encode if urwid.supports_unicode() else lambda text: ascii_only(text).encode("ascii")
+        # The library knows "ascii" by this name alone; Python has others for it.
+        unicode = codecs.lookup(sys.stdout.encoding).name == "utf-8"
+        urwid.set_encoding("utf-8" if unicode else "ascii")
+        self._encode = str.encode if unicode else lambda text: ascii_only(text).encode("ascii")
 
     def render(self, size, focus=False):
         width, height = size
