@@ -4,6 +4,7 @@ Every GoogleTest case is an item of its own, run in a process of its own. So pyt
 and no case can depend on what an earlier one left behind.
 """
 
+import collections
 import os
 import pathlib
 import shlex
@@ -45,6 +46,24 @@ def pytest_collect_file(parent, file_path):
     if file_path.name == "CMakeLists.txt" and "wsmd_gtest(" in file_path.read_text(encoding="utf-8"):
         return GTestFolder.from_parent(parent, path=file_path)
     return None
+
+
+def pytest_collection_modifyitems(config, items):
+    """Mixes the files when several processes share the tests, which are handed out by hundreds of neighbours: a file whose tests
+    take a minute each would keep one process when the others have nothing left to do. The quick ones in C++ come last."""
+    if not hasattr(config, "workerinput"):
+        return
+    files = collections.defaultdict(list)
+    for item in items:
+        files[item.path].append(item)
+    places = {}
+    for number, tests in enumerate(files.values()):
+        quick = isinstance(tests[0], GTestCase)
+        shared = not quick and any(definitions[-1].scope == "module" for item in tests
+                                   for definitions in item._fixtureinfo.name2fixturedefs.values())  # set up once for the file
+        for at, item in enumerate(tests):
+            places[item] = at / len(tests) if quick else (number / len(files) if shared else at / len(tests)) * 0.7
+    items.sort(key=places.get)
 
 
 def emulator(build):
