@@ -172,7 +172,7 @@ def test_however_it_ends_nothing_stays_behind(show, way, tmp_path):
     summary = "".join(terminal.lines)
     assert re.search(r"\d+ reports \(\d+ log on.*\d stations at the end; the daemon ended cleanly", summary)
     assert terminal.modes == terminal.modes_before
-    switches = re.findall(rb"\x1b\[\?(?:10)?47[hl]", terminal.raw)  # releases of the library have one or the other
+    switches = re.findall(rb"\x1b\[\?(?:47|1049)[hl]", terminal.raw)  # releases of the library have one or the other
     assert switches[0][-1:] == b"h" and switches[-1][-1:] == b"l"  # back on the ordinary page
     assert not terminal.screen.cursor.hidden
     assert not still_running(inside)
