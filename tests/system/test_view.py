@@ -20,7 +20,7 @@ COLOUR = re.compile(rb"\x1b\[[0-9;]*\b(3[0-7]|4[0-7]|9[0-7])[;m]")
 
 @pytest.fixture
 def show(build_dir, patience, tmp_path):
-    """Starts the demo on a terminal, with three clients that have arrived unless options say otherwise."""
+    """Starts the demo on a terminal, with three clients that have arrived and have names unless options say otherwise."""
     opened = []
 
     def start(*options, width=80, height=24, arrived=3, **environment):
@@ -33,6 +33,8 @@ def show(build_dir, patience, tmp_path):
         opened.append(terminal)
         if arrived:
             terminal.wait_for(f"{arrived} of {arrived} online")
+        if not options:
+            terminal.wait(lambda: all(re.match(r"\S+ +[^- ]", line) for line in rows(terminal)), "their names, which leases bring")
         return terminal
 
     yield start
@@ -40,9 +42,13 @@ def show(build_dir, patience, tmp_path):
         terminal.close()
 
 
+def rows(terminal):
+    """The stations' lines in the table, from the top."""
+    return [line for line in terminal.lines if re.match("([0-9a-f]{2}:){5}", line)]
+
+
 def macs(terminal):
-    """The MACs of the stations in the table, from the top."""
-    return [line[:17] for line in terminal.lines if re.match("([0-9a-f]{2}:){5}", line)]
+    return [line[:17] for line in rows(terminal)]
 
 
 def test_80_by_24_has_room_for_all_that_matters(show):
