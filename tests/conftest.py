@@ -10,6 +10,7 @@ import pathlib
 import shlex
 import signal
 import subprocess
+import tempfile
 
 import pytest
 
@@ -39,6 +40,20 @@ def pytest_ignore_collect(collection_path, config):
 def build_dir(request):
     """The folder of the build under test, with bin/, lib/ and tests/ in it."""
     return pathlib.Path(request.config.getoption("--build-dir")).resolve()
+
+
+@pytest.fixture(scope="session")
+def cache(build_dir):
+    """The settings of the build under test, by name."""
+    lines = (build_dir / "CMakeCache.txt").read_text(encoding="utf-8").splitlines()
+    settings = (line.split("=", 1) for line in lines if "=" in line and not line.startswith(("#", "//")))
+    return {name.split(":")[0]: value for name, value in settings}
+
+
+@pytest.fixture(scope="session")
+def sanitized(cache):
+    """True when the programs were built with the sanitizers."""
+    return cache.get("WSMD_SANITIZE") == "ON"
 
 
 def pytest_collect_file(parent, file_path):
@@ -107,9 +122,11 @@ class GTestCase(pytest.Item):
         self.command = command
 
     def runtest(self):
-        environment = dict(os.environ, GTEST_BRIEF="1", GTEST_COLOR="no")
-        done = subprocess.run([*self.command, f"--gtest_filter={self.name}"], capture_output=True, text=True,
-                              errors="replace", timeout=900, env=environment, check=False)
+        # Its temporary files are removed, also when it was killed and could not do that itself.
+        with tempfile.TemporaryDirectory(prefix="wsmd-test-", ignore_cleanup_errors=True) as folder:
+            environment = dict(os.environ, GTEST_BRIEF="1", GTEST_COLOR="no", TMPDIR=folder)
+            done = subprocess.run([*self.command, f"--gtest_filter={self.name}"], capture_output=True, text=True,
+                                  errors="replace", timeout=900, env=environment, check=False)
         if "[  SKIPPED ]" in done.stdout and done.returncode == 0:
             reason = [line for line in done.stdout.splitlines() if line and not line.startswith("[")]
             pytest.skip(" ".join(reason[-1:]) or "skipped by the test itself")

@@ -23,22 +23,9 @@ def feed():
 
 
 @pytest.fixture(scope="session")
-def cache(build_dir):
-    """The settings of the build under test, by name."""
-    lines = (build_dir / "CMakeCache.txt").read_text(encoding="utf-8").splitlines()
-    settings = (line.split("=", 1) for line in lines if "=" in line and not line.startswith(("#", "//")))
-    return {name.split(":")[0]: value for name, value in settings}
-
-
-@pytest.fixture(scope="session")
 def bundled(build_dir):
     """True when the base libraries are those of the tree."""
     return (build_dir / "bin" / "ubusd").exists()
-
-
-@pytest.fixture(scope="session")
-def sanitized(cache):
-    return cache.get("WSMD_SANITIZE") == "ON"
 
 
 @pytest.fixture(scope="session")

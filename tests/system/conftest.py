@@ -16,12 +16,6 @@ LABS = pytest.StashKey()
 
 
 @pytest.fixture(scope="session")
-def sanitized(build_dir):
-    cache = build_dir / "CMakeCache.txt"
-    return cache.exists() and "WSMD_SANITIZE:BOOL=ON" in cache.read_text()
-
-
-@pytest.fixture(scope="session")
 def patience(sanitized):
     """Factor for time limits: other work may have most of the processors, and sanitized programs are several times slower."""
     return 8.0 if sanitized else 4.0

@@ -481,10 +481,8 @@ std::map<int, int> live_all(int first, int count) {
         const pid_t pid = fork();
         if (pid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
-            char folder[] = "/tmp/bridge-life-XXXXXX";
-            if (!mkdtemp(folder)) _exit(3);
-            static std::string whole;
-            whole = folder;
+            static std::string whole = std::filesystem::temp_directory_path() / "bridge-life-XXXXXX";
+            if (!mkdtemp(whole.data())) _exit(3);
             std::atexit([] { std::filesystem::remove_all(whole); });
             SCOPED_TRACE("allocation " + std::to_string(nth));
             const one_life life(nth, whole);
