@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace {
 
@@ -37,6 +38,17 @@ bool grow() {
     return true;
 }
 
+// Rotates the entries, so that the oldest is the first. In three reversals: std::rotate would be half a kilobyte of code.
+void into_order_of_addition() {
+    const auto reverse = [](std::uint32_t first, std::uint32_t end) {
+        for (; first + 1 < end; ++first, --end) std::swap(ring.entries[first], ring.entries[end - 1]);
+    };
+    reverse(0, ring.oldest);
+    reverse(ring.oldest, ring.used);
+    reverse(0, ring.used);
+    ring.oldest = 0;
+}
+
 } // namespace
 
 const char *departure_cause_name(departure_cause cause) noexcept {
@@ -60,9 +72,7 @@ const char *departure_known_from(const station_departure &departure) noexcept {
 void sta_departures_keep(std::uint32_t entries) noexcept {
     entries = std::min(entries, departures_most);
     if (entries == ring.most) return;
-    if (ring.used > 0) // back into the order of addition
-        std::rotate(ring.entries, ring.entries + ring.oldest, ring.entries + ring.used);
-    ring.oldest = 0;
+    into_order_of_addition();
     if (ring.used > entries) {
         std::copy(ring.entries + (ring.used - entries), ring.entries + ring.used, ring.entries);
         ring.used = entries;
@@ -82,8 +92,7 @@ void sta_departures_add(const station_departure &departure) noexcept {
     ++ring.total;
     if (ring.used < ring.most && grow()) {
         // If the ring wrapped around because it could not grow earlier, the oldest entry is not the first.
-        std::rotate(ring.entries, ring.entries + ring.oldest, ring.entries + ring.used);
-        ring.oldest = 0;
+        into_order_of_addition();
         ring.entries[ring.used++] = departure;
     } else if (ring.used > 0) {
         ring.entries[ring.oldest] = departure;

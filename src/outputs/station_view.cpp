@@ -2,11 +2,13 @@
 
 #include "model/identity.h"
 #include "model/table.h"
+#include "tools/packed_texts.h"
 #include "tools/text.h"
 
 #include <bit>
 #include <iterator>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -169,6 +171,20 @@ constexpr view_field view_fields[] = {
 #undef PUT
 static_assert(std::size(view_fields) < 64, "a set of members is one word");
 constexpr std::size_t many = 2; // the last two members are lists
+constexpr auto names = pack_texts<view_fields, &view_field::name>();
+
+// Calls each function of the table by its name: a table of addresses would have to be relocated.
+template <std::size_t... At>
+void put_fields(const shown &to, station_fields fields, std::index_sequence<At...> /*all*/) {
+    ((fields >> At & 1 ? view_fields[At].put(to, names[At]) : void()), ...);
+}
+
+constexpr station_fields figures = [] {
+    station_fields set = 0;
+    for (std::size_t i = 0; i < std::size(view_fields); ++i)
+        if (view_fields[i].figure) set |= station_fields{1} << i;
+    return set;
+}();
 
 } // namespace
 
@@ -178,16 +194,11 @@ station_fields sta_view_page() noexcept { return (station_fields{1} << (std::siz
 
 station_fields sta_view_field(const char *name) noexcept {
     for (std::size_t i = 0; i < std::size(view_fields); ++i)
-        if (std::strcmp(view_fields[i].name, name) == 0) return station_fields{1} << i;
+        if (std::strcmp(names[i], name) == 0) return station_fields{1} << i;
     return 0;
 }
 
-station_fields sta_view_figures() noexcept {
-    station_fields figures = 0;
-    for (std::size_t i = 0; i < std::size(view_fields); ++i)
-        if (view_fields[i].figure) figures |= station_fields{1} << i;
-    return figures;
-}
+station_fields sta_view_figures() noexcept { return figures; }
 
 station_clock::station_clock() noexcept : monotonic(sta_monotonic_seconds()), wall(std::time(nullptr)) {}
 
@@ -195,8 +206,7 @@ void sta_view_put(struct blob_buf *buf, const sta_info_t *sta, station_fields fi
                   const station_clock &clock) noexcept {
     const shown to{buf, sta, clock};
     fields |= 1; // mac
-    for (std::size_t i = 0; i < std::size(view_fields); ++i)
-        if (fields >> i & 1) view_fields[i].put(to, view_fields[i].name);
+    put_fields(to, fields, std::make_index_sequence<std::size(view_fields)>());
 }
 
 bool sta_view_has_mac(const sta_info_t *sta) noexcept {

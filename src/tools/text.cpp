@@ -130,9 +130,10 @@ bool sta_mac_is_plain(const char *mac) noexcept {
 bool sta_read_mac(const char *text, std::uint8_t (&mac)[6]) noexcept {
     if (!text) return false;
     for (std::size_t i = 0; i < sizeof(mac); ++i, text += 3) {
-        if (!is_hex(text[0]) || !is_hex(text[1]) || text[2] != (i + 1 < sizeof(mac) ? ':' : '\0'))
-            return false;
-        (void)std::from_chars(text, text + 2, mac[i], 16);
+        const int high = nibble(text[0]);
+        const int low = high < 0 ? -1 : nibble(text[1]); // behind the terminator is no text
+        if (low < 0 || text[2] != (i + 1 < sizeof(mac) ? ':' : '\0')) return false;
+        mac[i] = static_cast<std::uint8_t>(high * 16 + low);
     }
     return true;
 }

@@ -1,6 +1,9 @@
 #include "wlan/reason.h"
 
+#include "tools/packed_texts.h"
+
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <iterator>
 #include <string_view>
@@ -12,7 +15,7 @@ struct sta_reason {
     const char *name;
 };
 
-// The driver's own spellings, letter for letter.
+// The driver's own spellings, letter for letter. The program has them packed.
 // clang-format off
 constexpr sta_reason sta_reasons[] = {
     {102, "OW_STA_AUTHE_FAILED"},
@@ -76,9 +79,18 @@ static_assert(std::ranges::adjacent_find(sta_reasons, std::ranges::greater_equal
                   std::end(sta_reasons),
               "the look-up needs ascending codes, each once");
 
+constexpr auto codes = [] {
+    std::array<std::uint16_t, std::size(sta_reasons)> all = {};
+    std::ranges::transform(sta_reasons, all.begin(),
+                           [](const sta_reason &one) { return static_cast<std::uint16_t>(one.code); });
+    return all;
+}();
+constexpr auto names = pack_texts<sta_reasons, &sta_reason::name>();
+
 constexpr const char *reason_name(int code) {
-    const auto *const at = std::ranges::lower_bound(sta_reasons, code, {}, &sta_reason::code);
-    return at != std::end(sta_reasons) && at->code == code ? at->name : "OW_STA_SUCCESS";
+    const auto *const at = std::ranges::lower_bound(codes, code);
+    return at != codes.end() && *at == code ? names[static_cast<std::size_t>(at - codes.begin())]
+                                            : "OW_STA_SUCCESS";
 }
 static_assert(std::string_view{reason_name(112)} == "OW_STA_DUPLICATE_AUTH");
 static_assert(std::string_view{reason_name(113)} == "OW_STA_SUCCESS", "a gap is not an error");

@@ -269,6 +269,22 @@ TEST(put_mac, what_it_writes_can_be_read_back) {
     EXPECT_EQ(std::memcmp(back, mac, sizeof(mac)), 0);
 }
 
+TEST(read_mac, pairs_of_either_case_become_octets) {
+    std::uint8_t mac[6] = {};
+    ASSERT_TRUE(sta_read_mac("0A:fF:90:09:Bc:01", mac));
+    EXPECT_EQ(std::memcmp(mac, "\x0a\xff\x90\x09\xbc\x01", sizeof(mac)), 0);
+}
+
+TEST(read_mac, anything_but_six_pairs_with_colons_is_refused) {
+    std::uint8_t mac[6];
+    EXPECT_FALSE(sta_read_mac(nullptr, mac));
+    for (const char *text :
+         {"", "0", "0a", "0a:", "0a:ff:90:09:bc", "0a:ff:90:09:bc:", "0a:ff:90:09:bc:0", "0a:ff:90:09:bc:01 ",
+          "0a:ff:90:09:bc:01:02", "0a-ff-90-09-bc-01", "g0:ff:90:09:bc:01", "0g:ff:90:09:bc:01",
+          "a:ff:90:09:bc:01", " 0a:ff:90:09:bc:01", "+1:ff:90:09:bc:01"})
+        EXPECT_FALSE(sta_read_mac(text, mac)) << text;
+}
+
 TEST(put_text, field_is_terminated_and_zeroed_behind_the_text) {
     char field[8] = "zzzzzzz";
     sta_put_text(field, "ab");
