@@ -143,45 +143,51 @@ void sta_put_mac(char (&text)[18], const std::uint8_t (&mac)[6]) noexcept {
                         mac[4], mac[5]);
 }
 
-void sta_expand_format(char *dst, std::size_t size, const char *src, std::size_t limit) noexcept {
+void sta_expand_format(char *dst, std::size_t size, std::string_view src, std::size_t limit) noexcept {
     constexpr std::string_view flags = "-+ #0'";
     constexpr std::string_view lengths = "hljztLq";
     constexpr std::string_view numbers = "diouxXeEfFgGaAp";
     constexpr std::string_view silent = "scn";
-    const auto skip = [](const char *at, std::string_view set) {
-        while (*at != '\0' && set.find(*at) != std::string_view::npos) ++at;
-        return at;
-    };
-    const auto skip_count = [](const char *at) { // digits, or the "*" of a count that was not given
-        if (*at == '*') return at + 1;
-        while (is_digit(*at)) ++at;
-        return at;
-    };
     const std::size_t most = std::min(limit, size - 1);
-    std::size_t used = 0;
+    std::size_t from = std::min(src.find('%'), src.size()); // nearly every text has no sign
+    std::size_t used = std::min(from, most);
+    std::memcpy(dst, src.data(), used);
+    const auto char_at = [&](std::size_t at) { return at < src.size() ? src[at] : '\0'; };
+    const auto is_one_of = [&](std::size_t at, std::string_view set) {
+        return at < src.size() && set.find(src[at]) != std::string_view::npos;
+    };
+    const auto skip = [&](std::size_t at, std::string_view set) {
+        while (is_one_of(at, set)) ++at;
+        return at;
+    };
+    const auto skip_count = [&](std::size_t at) { // digits, or the "*" of a count that was not given
+        if (char_at(at) == '*') return at + 1;
+        while (is_digit(char_at(at))) ++at;
+        return at;
+    };
     const auto add = [&](char c) {
         if (used < most) dst[used++] = c;
     };
-    while (*src != '\0') {
-        if (*src != '%') {
-            add(*src++);
+    while (from < src.size()) {
+        if (src[from] != '%') {
+            add(src[from++]);
             continue;
         }
-        if (src[1] == '%') {
+        if (char_at(from + 1) == '%') {
             add('%');
-            src += 2;
+            from += 2;
             continue;
         }
-        const char *at = skip_count(skip(src + 1, flags));
-        if (*at == '.') at = skip_count(at + 1);
+        std::size_t at = skip_count(skip(from + 1, flags));
+        if (char_at(at) == '.') at = skip_count(at + 1);
         at = skip(at, lengths);
-        if (*at != '\0' && numbers.find(*at) != std::string_view::npos) {
+        if (is_one_of(at, numbers)) {
             add('0');
-            src = at + 1;
-        } else if (*at != '\0' && silent.find(*at) != std::string_view::npos) {
-            src = at + 1;
+            from = at + 1;
+        } else if (is_one_of(at, silent)) {
+            from = at + 1;
         } else {
-            add(*src++); // not a conversion: the sign is copied
+            add(src[from++]); // not a conversion: the sign is copied
         }
     }
     std::memset(dst + used, 0, size - used);

@@ -90,10 +90,10 @@ template <std::size_t N> void sta_put_number(char (&dst)[N], int number) noexcep
 // arguments, at most `limit` characters: "%%" becomes "%", a conversion that prints a number becomes "0", one
 // that prints a text (or nothing) vanishes, anything else is copied. Never reads or writes outside
 // the given bytes. Deliberate: the driver means its texts as format texts, so that "100%%" has one per cent sign.
-void sta_expand_format(char *dst, std::size_t size, const char *src, std::size_t limit) noexcept;
+void sta_expand_format(char *dst, std::size_t size, std::string_view src, std::size_t limit) noexcept;
 
 template <std::size_t N>
-void sta_put_expanded(char (&dst)[N], const char *src, std::size_t limit = N - 1) noexcept {
+void sta_put_expanded(char (&dst)[N], std::string_view src, std::size_t limit = N - 1) noexcept {
     sta_expand_format(dst, N, src, limit);
 }
 

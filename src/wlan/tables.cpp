@@ -41,57 +41,52 @@ bool is_believable(const char *ifname, std::int32_t count) {
 
 constexpr std::size_t mac_size = 6;
 
-std::uint64_t as_word(const std::uint8_t (&bytes)[8]) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, bytes, sizeof(word));
-    return word;
-}
+constexpr unsigned mac_digits = 2 * mac_size;
 
-// The MAC of entry `index` of a table.
+// The MAC of entry `index` of a table, as a number.
 std::uint64_t mac_of_entry(const std::uint8_t *table, std::size_t index) {
-    std::uint8_t bytes[8] = {};
-    std::memcpy(bytes, table + table_header_size + index * table_basic_size + basic_mac_offset, mac_size);
-    return as_word(bytes);
+    std::uint64_t word = 0; // and two bytes behind it, which belong to the entry
+    std::memcpy(&word, table + table_header_size + index * table_basic_size + basic_mac_offset, sizeof(word));
+    return be64_to_cpu(word) >> (8 * (sizeof(word) - mac_size));
 }
 
-// The beginning of a MAC, from its lower-case colon text, for comparing with the words of a table.
+// The beginning of a MAC, from its lower-case colon text, for comparing with the MACs of a table.
 class mac_prefix {
 public:
     explicit mac_prefix(const char *text) {
-        std::uint8_t given[8] = {}, meant[8] = {};
-        for (std::size_t i = 0; text[i] != '\0'; ++i) {
-            const char c = text[i];
-            if (i >= 3 * mac_size - 1) return;
-            if (i % 3 == 2) {
-                if (c != ':') return;
-                continue;
-            }
-            const int value = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-            if (value < 0) return;
-            const int shift = i % 3 == 0 ? 4 : 0;
-            given[i / 3] = static_cast<std::uint8_t>(given[i / 3] | value << shift);
-            meant[i / 3] = static_cast<std::uint8_t>(meant[i / 3] | 0xf << shift);
+        std::uint64_t mac = 0;
+        unsigned digits = 0;
+        for (; *text != '\0'; ++text) {
+            const unsigned digit = value_of(*text);
+            if (digit > 0xf || digits == mac_digits) return;
+            mac = mac << 4 | digit;
+            if (++digits % 2 == 0 && digits < mac_digits && text[1] != '\0' && *++text != ':') return;
         }
-        bytes_ = as_word(given);
-        mask_ = as_word(meant);
+        const unsigned missing = 4 * (mac_digits - digits);
+        mac_ = mac << missing;
+        mask_ = whole >> missing << missing;
     }
 
     // False for a text that cannot begin a MAC, and for an empty text, which would match the first entry.
     bool is_one() const { return mask_ != 0; }
 
-    bool begins(std::uint64_t mac) const { return (mac & mask_) == bytes_; }
+    bool begins(std::uint64_t mac) const { return (mac & mask_) == mac_; }
 
     // Whether it is a whole MAC, and which.
-    bool is_whole() const { return mask_ == whole(); }
-    std::uint64_t mac() const { return bytes_; }
+    bool is_whole() const { return mask_ == whole; }
+    std::uint64_t mac() const { return mac_; }
 
 private:
-    static std::uint64_t whole() {
-        std::uint8_t meant[8] = {};
-        std::memset(meant, 0xff, mac_size);
-        return as_word(meant);
+    static constexpr std::uint64_t whole = (std::uint64_t{1} << 8 * mac_size) - 1;
+
+    // More than 15 for a character that is not a digit.
+    static unsigned value_of(char c) {
+        const unsigned digit = static_cast<unsigned char>(c) - unsigned{'0'};
+        const unsigned letter = static_cast<unsigned char>(c) - unsigned{'a'};
+        return digit < 10 ? digit : letter < 6 ? letter + 10 : 16;
     }
-    std::uint64_t bytes_ = 0;
+
+    std::uint64_t mac_ = 0;
     std::uint64_t mask_ = 0;
 };
 
@@ -105,7 +100,19 @@ template <class MacOf> std::size_t first_entry(const mac_prefix &prefix, std::si
     return index;
 }
 
-void copy_basic(sta_info_t *sta, const driver_basic &from) {
+#define FIGURE(type, field, off) type field;
+#define NO_TEXT(field, off, len)
+// The figures of a basic entry: its texts are known from the station's event.
+struct basic_figures {
+    DRIVER_BASIC_FIELDS(FIGURE, NO_TEXT)
+};
+#undef FIGURE
+
+void copy_basic(sta_info_t *sta, const std::uint8_t *entry) {
+#define FIGURE(type, field, off) wire::get<type>(entry + (off)),
+    const basic_figures from{DRIVER_BASIC_FIELDS(FIGURE, NO_TEXT)};
+#undef FIGURE
+#undef NO_TEXT
     sta->time_delay = from.tx_time / 1000;
     sta->floornoise = from.floornoise;
     sta->utilization = from.utilization; // Deliberate: unscaled, unlike the event's
@@ -117,11 +124,15 @@ void copy_basic(sta_info_t *sta, const driver_basic &from) {
     sta->rssi = from.rssi; // Deliberate: not clamped, unlike the event's
 }
 
-void copy_extended(sta_info_t *sta, const driver_extended &from) {
-    sta_take_capabilities(sta, from);
-    sta_take_counters(sta, from);
-    sta_take_request_texts(sta, from, driver_text_limit);
-    sta_take_key_texts(sta, from, driver_text_limit);
+// An extended entry's fields are all the record's.
+void copy_extended(sta_info_t *sta, const std::uint8_t *entry) {
+#define TAKE_NUMBER(type, field, off) sta->field = wire::get<type>(entry + (off));
+#define TAKE_TEXT(field, off, len)                                                                           \
+    sta_put_expanded(sta->field, {text + (off), strnlen(text + (off), len)}, driver_text_limit);
+    const char *text = reinterpret_cast<const char *>(entry);
+    DRIVER_EXTENDED_FIELDS(TAKE_NUMBER, TAKE_TEXT)
+#undef TAKE_NUMBER
+#undef TAKE_TEXT
 }
 
 // sta_sta_get_ioctl; `find` gives the entry of a MAC, or as many as there are.
@@ -143,13 +154,11 @@ int read_station(sta_info_t *sta, sta_configuration &configuration, const std::u
     const std::size_t index = find(prefix, entries);
     if (index == entries) return 1;
 
-    const driver_basic found = driver_basic_decode(basic + index * table_basic_size);
-    copy_basic(sta, found);
+    copy_basic(sta, basic + index * table_basic_size);
     if (mask & table_extended)
-        copy_extended(
-            sta, driver_extended_decode(basic + entries * table_basic_size + index * table_extended_size));
+        copy_extended(sta, basic + entries * table_basic_size + index * table_extended_size);
     sta_take_vlanid(sta, configuration);
-    sta_take_power(sta, found.rssi);
+    sta_take_power(sta, sta->rssi);
     STA_LOG_AS(function, "wifi_up = %llu flow_rateup = %ld channel = %d sta_power = %s txtime = %d\n",
                static_cast<unsigned long long>(sta->wifi_up), static_cast<long>(sta->flow_rateup),
                sta->channel, sta->power, sta->time_delay);
