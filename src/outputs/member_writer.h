@@ -1,21 +1,21 @@
-// member_writer.h - members of bus messages out of station records, written from heads that the compiler has made ready.
+// member_writer.h - members of bus messages out of station records, written into an image that the compiler has made ready.
 //
-// Hundreds of stations with fifty members each are one answer. The library measures and copies a name for each of them; here the
-// bytes in front of a value (length, type, name, gap) are copied as they are, and many members go into the message at once.
+// Hundreds of stations with fifty members each are one answer. The library measures and copies a name for each of them; here
+// everything in front of a text (lengths, types, names, gaps, places of numbers) is copied at once, and then the numbers are put into
+// their places.
 //
 // Format: as blobmsg_add_string, _u16, _u32 and _u64 write the same, byte for byte.
-// Memory: none of its own. What the message has no memory for is left out.
+// Memory: that of the message. Without memory for all of the members none is written.
 #pragma once
 
 #include "base/cxx/ubus.h"
 #include "model/record.h"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
-#include <span>
 #include <string_view>
 #include <type_traits>
 
@@ -27,8 +27,8 @@ enum class sta_kept : std::uint8_t { s8, u8, s16, u16, s32, u32, u64, text, poin
 struct sta_member {
     std::string_view key;
     sta_bus_type type;
-    sta_kept kept; // a null pointer leaves the member out, and so does an empty text_or_none
-    std::uint16_t offset;
+    sta_kept kept;              // a null pointer leaves the member out, and so does an empty text_or_none
+    std::uint16_t offset, size; // of the field
 };
 
 template <class Field> consteval sta_kept sta_kept_as() {
@@ -50,28 +50,15 @@ template <class Field> consteval sta_kept sta_kept_as() {
 
 class sta_member_writer {
 public:
-    explicit sta_member_writer(blob_buf *to) noexcept : to_(to) {}
-    ~sta_member_writer() { flush(); }
-    sta_member_writer(const sta_member_writer &) = delete;
-    sta_member_writer &operator=(const sta_member_writer &) = delete;
-
-    // Appends the members of `group`, an array of sta_member.
-    template <const auto &group> void add(const sta_info_t &sta) noexcept {
-        static constexpr auto places = places_of<group>();
-        static constexpr auto heads = heads_of<group>();
-        static_assert(
-            std::ranges::all_of(places, [](const place &its) { return its.head_size <= head_most; }));
-        add(sta, places, heads.data());
+    // Appends the members of `groups`, arrays of sta_member, to the open table.
+    template <const auto &...groups> static void write(blob_buf *to, const sta_info_t &sta) noexcept {
+        char *at = begin(to, (most_of<groups>() + ...), sta);
+        if (!at) return;
+        ((at = put<groups>(at, sta)), ...);
+        end(to, at);
     }
 
 private:
-    struct place { // what is left of a member once its head is ready
-        std::uint16_t offset;
-        std::uint8_t head_size;
-        sta_bus_type type;
-        sta_kept kept;
-    };
-    static constexpr std::size_t head_most = 32; // copied at once; no head is longer
     static constexpr std::size_t id_and_length = 4, name_length = 2;
 
     static constexpr std::size_t padded(std::size_t bytes) { return (bytes + 3) & ~std::size_t{3}; }
@@ -84,6 +71,10 @@ private:
                : type == sta_bus_type::i64 ? 8
                                            : 0;
     }
+    // A member without its text.
+    static constexpr std::size_t image_size(const sta_member &member) {
+        return head_size(member) + padded(value_size(member.type));
+    }
     static constexpr std::uint32_t id_of(sta_bus_type type) {
         const int id = type == sta_bus_type::text  ? BLOBMSG_TYPE_STRING
                        : type == sta_bus_type::i16 ? BLOBMSG_TYPE_INT16
@@ -92,42 +83,112 @@ private:
         return BLOB_ATTR_EXTENDED | static_cast<std::uint32_t>(id) << BLOB_ATTR_ID_SHIFT;
     }
 
-    template <const auto &group> static consteval auto places_of() {
-        std::array<place, std::size(group)> places{};
-        for (std::size_t i = 0; i < places.size(); ++i)
-            places[i] = {group[i].offset, static_cast<std::uint8_t>(head_size(group[i])), group[i].type,
-                         group[i].kept};
-        return places;
-    }
-
-    template <const auto &group> static consteval std::size_t size_of_heads() {
+    // Where member `index` of the group begins in the image.
+    template <const auto &group> static consteval std::size_t place_of(std::size_t index) {
         std::size_t size = 0;
-        for (const sta_member &member : group) size += head_size(member);
+        for (std::size_t i = 0; i < index; ++i) size += image_size(group[i]);
+        return size;
+    }
+    template <const auto &group> static consteval std::size_t next_text(std::size_t index) {
+        while (index < std::size(group) && group[index].type != sta_bus_type::text) ++index;
+        return index;
+    }
+    // Of the group in a message; texts of a pointer are empty.
+    template <const auto &group> static consteval std::size_t most_of() {
+        std::size_t size = place_of<group>(std::size(group));
+        for (const sta_member &member : group)
+            if (member.type == sta_bus_type::text) size += padded(member.size);
         return size;
     }
 
-    template <const auto &group> static consteval auto heads_of() {
-        std::array<char, size_of_heads<group>() + head_most> heads{};
+    // The group's members one after the other, numbers 0, texts left out.
+    template <const auto &group> static consteval auto image_of() {
+        std::array<char, place_of<group>(std::size(group))> image{};
         std::size_t at = 0;
         const auto put = [&](std::uint32_t value, std::size_t bytes) {
-            while (bytes-- > 0) heads[at++] = static_cast<char>(value >> (8 * bytes) & 0xff);
+            while (bytes-- > 0) image[at++] = static_cast<char>(value >> (8 * bytes) & 0xff);
         };
         for (const sta_member &member : group) {
-            const std::size_t end = at + head_size(member);
+            const std::size_t end = at + image_size(member);
             put(id_of(member.type) | static_cast<std::uint32_t>(head_size(member) + value_size(member.type)),
                 id_and_length);
             put(static_cast<std::uint32_t>(member.key.size()), name_length);
-            for (const char c : member.key) heads[at++] = c;
+            for (const char c : member.key) image[at++] = c;
             at = end;
         }
-        return heads;
+        return image;
+    }
+    template <const auto &group> static constexpr auto image = image_of<group>();
+
+    // Writes the group, or what is left of it from member `first` on. Returns its end.
+    template <const auto &group> [[gnu::noinline]] static char *put(char *to, const sta_info_t &sta) {
+        return put_from<group, 0>(to, reinterpret_cast<const char *>(&sta));
+    }
+    template <const auto &group, std::size_t first>
+    [[gnu::always_inline]] static char *put_from(char *to, const char *sta) {
+        constexpr std::size_t text = next_text<group>(first), begin = place_of<group>(first),
+                              last = std::size(group);
+        constexpr std::size_t size = place_of<group>(text < last ? text + 1 : last) - begin;
+        std::memcpy(to, image<group>.data() + begin, size);
+        put_numbers<group, first>(to - begin, sta, std::make_index_sequence<text - first>{});
+        to += size;
+        if constexpr (text < last) {
+            to = put_text(to, head_size(group[text]), text_at<group[text].kept>(sta + group[text].offset));
+            if constexpr (text + 1 < last) to = put_from<group, text + 1>(to, sta);
+        }
+        return to;
+    }
+    template <const auto &group, std::size_t first, std::size_t... i>
+    [[gnu::always_inline]] static void
+    put_numbers([[maybe_unused]] char *to, [[maybe_unused]] const char *sta, std::index_sequence<i...> /**/) {
+        (put_number<group[first + i].type>(to + place_of<group>(first + i) + head_size(group[first + i]),
+                                           number_at<group[first + i].kept>(sta + group[first + i].offset)),
+         ...);
     }
 
-    void add(const sta_info_t &sta, std::span<const place> places, const char *heads) noexcept;
-    void add_text(const char *text, const char *head, std::size_t head_size) noexcept;
-    void flush() noexcept;
+    template <class Field> [[gnu::always_inline]] static std::int64_t value_at(const char *at) {
+        Field value{};
+        std::memcpy(&value, at, sizeof(value));
+        return static_cast<std::int64_t>(value);
+    }
+    template <sta_kept kept> [[gnu::always_inline]] static std::int64_t number_at(const char *at) {
+        switch (kept) {
+        case sta_kept::s8: return value_at<std::int8_t>(at);
+        case sta_kept::u8: return value_at<std::uint8_t>(at);
+        case sta_kept::s16: return value_at<std::int16_t>(at);
+        case sta_kept::u16: return value_at<std::uint16_t>(at);
+        case sta_kept::s32: return value_at<std::int32_t>(at);
+        case sta_kept::u32: return value_at<std::uint32_t>(at);
+        default: return value_at<std::int64_t>(at);
+        }
+    }
+    template <class Word> [[gnu::always_inline]] static void put_word(char *to, Word word) {
+        std::memcpy(to, &word, sizeof(word));
+    }
+    // The value and its gap.
+    template <sta_bus_type type>
+    [[gnu::always_inline]] static void put_number(char *to, std::int64_t number) {
+        const auto bits = static_cast<std::uint64_t>(number);
+        if constexpr (type == sta_bus_type::i16)
+            put_word(to, cpu_to_be32(static_cast<std::uint32_t>(bits << 16)));
+        else if constexpr (type == sta_bus_type::i32)
+            put_word(to, cpu_to_be32(static_cast<std::uint32_t>(bits)));
+        else
+            put_word(to, cpu_to_be64(bits));
+    }
 
-    blob_buf *to_;
-    std::size_t used_ = 0;
-    alignas(4) char image_[2048];
+    // Null when there is none.
+    template <sta_kept kept> [[gnu::always_inline]] static const char *text_at(const char *at) {
+        if (kept == sta_kept::text_or_none) return *at != '\0' ? at : nullptr;
+        if (kept == sta_kept::text) return at;
+        const char *text = nullptr;
+        std::memcpy(&text, at, sizeof(text));
+        return text;
+    }
+
+    // Where the members begin; null without room for them.
+    static char *begin(blob_buf *to, std::size_t most, const sta_info_t &sta) noexcept;
+    static void end(blob_buf *to, char *at) noexcept;
+    // Completes a member by its text, for which its head is in front of `to` already, or takes the head back if there is no text. Returns the end.
+    static char *put_text(char *to, std::size_t head_size, const char *text) noexcept;
 };

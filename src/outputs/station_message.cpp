@@ -12,14 +12,15 @@ namespace {
 // A field of the record as a member of the message.
 #define FIELD(key, as, field)                                                                                \
     sta_member {                                                                                             \
-        key, sta_bus_type::as, sta_kept_as<decltype(sta_info_t::field)>(), offsetof(sta_info_t, field)       \
+        key, sta_bus_type::as, sta_kept_as<decltype(sta_info_t::field)>(), offsetof(sta_info_t, field),      \
+            sizeof(sta_info_t::field)                                                                        \
     }
 #define NUM(key, as, field) FIELD(key, as, field)
 #define TEXT(key, field) FIELD(key, text, field)
 #define SECONDS(key, clock)                                                                                  \
     sta_member {                                                                                             \
         key, sta_bus_type::i64, sta_kept_as<decltype(sta_clock::sec)>(),                                     \
-            offsetof(sta_info_t, clock) + offsetof(sta_clock, sec)                                           \
+            offsetof(sta_info_t, clock) + offsetof(sta_clock, sec), sizeof(sta_clock::sec)                   \
     }
 
 // clang-format off
@@ -58,7 +59,7 @@ constexpr sta_member counter_members[] = {
 };
 constexpr sta_member short_rate_member[] = {NUM("maxRate", i16, maxRate)};
 constexpr sta_member interface_member[] = {
-    {"ssid_ifname", sta_bus_type::text, sta_kept::text_or_none, offsetof(sta_info_t, ifname)},
+    {"ssid_ifname", sta_bus_type::text, sta_kept::text_or_none, offsetof(sta_info_t, ifname), sizeof(sta_info_t::ifname)},
 };
 // clang-format on
 #undef FIELD
@@ -102,14 +103,8 @@ void log_steps(const char *function, const sta_info_t *sta) {
 
 void ubus_server_get_all_online_sta_info(struct blob_buf *buf, const sta_info_t *sta) {
     if (!buf || !sta) return;
-    sta_member_writer to{buf};
-    to.add<identity_members>(*sta);
-    to.add<quality_members>(*sta);
-    to.add<rate_member>(*sta);
-    to.add<place_members>(*sta);
-    to.add<repeater_member>(*sta);
-    to.add<counter_members>(*sta);
-    to.add<interface_member>(*sta);
+    sta_member_writer::write<identity_members, quality_members, rate_member, place_members, repeater_member,
+                             counter_members, interface_member>(buf, *sta);
     STA_LOG("mac %s, ip %s, name %s, ssid %s, power %s, stauts %d, online_ts %d, oltime %d, offline_ts %d, "
             "radio_id %d, "
             "ifname %s\n",
@@ -123,18 +118,11 @@ void ubus_server_get_all_online_sta_info(struct blob_buf *buf, const sta_info_t 
 
 void sta_encode_json_sta_log_table_info(struct blob_buf *buf, sta_info_t *sta) {
     if (!buf || !sta) return;
-    sta_member_writer to{buf};
-    to.add<identity_members>(*sta);
-    to.add<reason_members>(*sta);
-    to.add<quality_members>(*sta);
-    to.add<place_members>(*sta);
-    to.add<before_ip_member>(*sta);
-    to.add<counter_members>(*sta);
     constexpr std::uint32_t rate_max = 2000;
     if (sta->maxRate > rate_max) sta->maxRate = 0;
-    to.add<short_rate_member>(*sta);
-    to.add<interface_member>(*sta);
-    to.add<repeater_member>(*sta);
+    sta_member_writer::write<identity_members, reason_members, quality_members, place_members,
+                             before_ip_member, counter_members, short_rate_member, interface_member,
+                             repeater_member>(buf, *sta);
     STA_LOG("mac %s, ip %s, before_ip %s, name %s, ssid %s, power %s, status %d, radio_id %d, ifname %s\n",
             sta->mac, sta->ip, sta->before_ip, sta_or_null(sta->name), sta->ssid, sta->power, sta->status,
             sta->radio_id, ifname_or_null(sta));
