@@ -38,9 +38,9 @@ blob_buf &out_buffer();
 // ---- io.cpp
 
 // Sends a message, waiting until all of it is written; closes `fd`. False if it could not be sent or `root`
-// is null; the connection is lost if it broke within the message.
+// is null; the connection is lost if it broke within the message. `end` as in ubus_wire::send_some.
 bool send(ubus_context *ctx, ubus_msg_type type, std::uint16_t seq, std::uint32_t peer, const blob_attr *root,
-          int fd = -1);
+          int fd = -1, const ubus_wire::apart &end = {});
 // Reads and dispatches one message if there is one. `closed` also for a malformed stream.
 ubus_wire::progress read_one(ubus_context *ctx);
 // Delivers the messages that arrived during synchronous calls, if no such call is running.

@@ -80,13 +80,13 @@ blob_buf &out_buffer() {
 }
 
 bool send(ubus_context *ctx, ubus_msg_type type, std::uint16_t seq, std::uint32_t peer, const blob_attr *root,
-          int fd) {
+          int fd, const ubus_wire::apart &end) {
     const ubus_msghdr hdr = ubus_wire::make_header(type, seq, peer);
     const std::size_t size = root ? ubus_wire::frame_size(root) : 0;
     std::size_t sent = 0;
     bool good = root && ctx->sock.fd >= 0;
     while (good && sent < size) {
-        const ssize_t n = ubus_wire::send_some(ctx->sock.fd, hdr, root, sent, fd);
+        const ssize_t n = ubus_wire::send_some(ctx->sock.fd, hdr, root, sent, fd, end);
         if (n >= 0) {
             sent += static_cast<std::size_t>(n);
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {

@@ -187,8 +187,10 @@ int ubus_remove_object(ubus_context *ctx, ubus_object *obj) {
 
 int ubus_send_reply(ubus_context *ctx, ubus_request_data *req, blob_attr *msg) {
     builder b(out_buffer());
-    b.u32(UBUS_ATTR_OBJID, req->object).content(UBUS_ATTR_DATA, msg);
-    return send(ctx, UBUS_MSG_DATA, req->seq, req->peer, b.root()) ? UBUS_STATUS_OK : UBUS_STATUS_NO_DATA;
+    // Answers can be long: the content is sent from where the program has put it together.
+    const ubus_wire::apart data = b.u32(UBUS_ATTR_OBJID, req->object).content_apart(UBUS_ATTR_DATA, msg);
+    return send(ctx, UBUS_MSG_DATA, req->seq, req->peer, b.root(), -1, data) ? UBUS_STATUS_OK
+                                                                             : UBUS_STATUS_NO_DATA;
 }
 
 void ubus_complete_deferred_request(ubus_context *ctx, ubus_request_data *req, int ret) {

@@ -216,14 +216,24 @@ int inbox_take_fd(inbox &in) {
 
 bool fits(const blob_attr *body) { return blob_pad_len(body) <= UBUS_MSG_LIMIT; }
 
-ssize_t send_some(int sock, const ubus_msghdr &hdr, const blob_attr *body, std::size_t sent, int fd) {
-    const std::size_t head = std::min(sent, sizeof hdr);
-    iovec parts[2] = {
-        {const_cast<char *>(reinterpret_cast<const char *>(&hdr)) + head, sizeof hdr - head},
-        {const_cast<char *>(reinterpret_cast<const char *>(body)) + (sent - head),
-         blob_raw_len(body) - (sent - head)},
+ssize_t send_some(int sock, const ubus_msghdr &hdr, const blob_attr *body, std::size_t sent, int fd,
+                  const apart &end) {
+    static constexpr char gap[BLOB_ATTR_ALIGN] = {};
+    const std::size_t end_size = (end.size + sizeof gap - 1) / sizeof gap * sizeof gap;
+    const std::pair<const void *, std::size_t> whole[] = {
+        {&hdr, sizeof hdr},
+        {body, blob_raw_len(body) - end_size},
+        {end.data, end.size},
+        {gap, end_size - end.size},
     };
-    return send_parts(sock, parts, sent == 0 ? fd : -1);
+    iovec parts[std::size(whole)];
+    std::size_t n = 0, skip = sent;
+    for (const auto &[data, size] : whole) {
+        if (skip < size)
+            parts[n++] = {const_cast<char *>(static_cast<const char *>(data)) + skip, size - skip};
+        skip -= std::min(skip, size);
+    }
+    return send_parts(sock, {parts, n}, sent == 0 ? fd : -1);
 }
 
 ssize_t send_bytes(int sock, const void *data, std::size_t size, int fd) {

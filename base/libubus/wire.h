@@ -70,9 +70,18 @@ int inbox_take_fd(inbox &in);
 // True if a message with this root may be sent.
 bool fits(const blob_attr *body);
 
+// The end of a root whose last attribute has been left out of it, because it is somewhere else: bytes, and up to three of the gap
+// behind them.
+struct apart {
+    const char *data = nullptr;
+    std::size_t size = 0;
+};
+
 // Sends bytes [sent, size of the frame) of a message without waiting, and `fd` with the first one (-1 = none;
-// it stays the caller's). Returns how many were sent, or -1 (errno EAGAIN: the socket is full).
-ssize_t send_some(int sock, const ubus_msghdr &hdr, const blob_attr *body, std::size_t sent, int fd);
+// it stays the caller's). The last bytes of the frame are those of `end`. Returns how many were sent, or -1 (errno EAGAIN: the
+// socket is full).
+ssize_t send_some(int sock, const ubus_msghdr &hdr, const blob_attr *body, std::size_t sent, int fd,
+                  const apart &end = {});
 // The same for contiguous bytes; `fd` goes with the first of them.
 ssize_t send_bytes(int sock, const void *data, std::size_t size, int fd);
 
@@ -116,6 +125,19 @@ public:
     // For nested attributes and fields: those who add through it report failures by fail().
     blob_buf *raw() { return &buf_; }
     void fail() { good_ = false; }
+
+    // The same, but the bytes stay where they are, and are sent from there; for the last attribute. The root's length counts them.
+    apart content_apart(int id, const blob_attr *from) {
+        const std::size_t size = from ? blob_len(from) : 0, most = UBUS_MSG_LIMIT;
+        good_ = good_ && size <= most && blob_put(&buf_, id, nullptr, 0);
+        if (!good_) return {};
+        auto *last =
+            reinterpret_cast<blob_attr *>(reinterpret_cast<char *>(blob_next(buf_.head)) - sizeof(blob_attr));
+        blob_set_raw_len(last, static_cast<unsigned>(sizeof(blob_attr) + size));
+        blob_set_raw_len(buf_.head, static_cast<unsigned>(blob_raw_len(buf_.head) + blob_pad_len(last) -
+                                                          sizeof(blob_attr)));
+        return {size > 0 ? static_cast<const char *>(blob_data(from)) : nullptr, size};
+    }
 
     // Null if memory ran out or the message is too large to be sent.
     const blob_attr *root() const { return good_ && fits(buf_.head) ? buf_.head : nullptr; }

@@ -362,6 +362,55 @@ TEST_F(requests, beyond_the_message_limit_are_refused_before_they_are_sent) {
     EXPECT_EQ(served, 0);
 }
 
+// The bytes of a reply to request 9 of peer 77, from object 101.
+bytes reply_with(const bytes &content) {
+    bytes frame = {0, UBUS_MSG_DATA, 0, 9, 0, 0, 0, 77};
+    const auto put_head = [&](std::uint8_t id, std::size_t length) {
+        for (const int shift : {16, 8, 0}) {
+            if (shift == 16) frame.push_back(id);
+            frame.push_back(static_cast<std::uint8_t>(length >> shift));
+        }
+    };
+    put_head(0, 4 + 8 + 4 + (content.size() + 3) / 4 * 4);
+    put_head(UBUS_ATTR_OBJID, 8);
+    frame.insert(frame.end(), {0, 0, 0, 101});
+    put_head(UBUS_ATTR_DATA, 4 + content.size());
+    frame.insert(frame.end(), content.begin(), content.end());
+    while (frame.size() % 4 != 0) frame.push_back(0);
+    return frame;
+}
+
+TEST_F(requests, are_answered_with_the_content_as_it_is_and_a_gap_of_zeros_behind_it) {
+    bytes content;
+    for (std::uint32_t i = 0; i < 900003; ++i) // of the longest; more than a socket takes at once
+        content.push_back(static_cast<std::uint8_t>(i * i >> 3 | 1));
+    std::vector<bytes> contents;
+    for (const std::size_t size : {0U, 1U, 2U, 3U, 4U, 5U, 8U, 65533U, 900000U, 900001U, 900003U})
+        contents.emplace_back(content.begin(), content.begin() + static_cast<std::ptrdiff_t>(size));
+
+    scripted_broker broker([&](conversation &c) {
+        c.greet();
+        for (const bytes &one : contents) EXPECT_TRUE(c.hear() == reply_with(one)) << one.size();
+        EXPECT_TRUE(c.hear() == reply_with({})); // to no content at all
+        EXPECT_TRUE(c.is_left());
+    });
+    ubus_context *ctx = ubus_connect(broker.socket().c_str());
+    ASSERT_NE(ctx, nullptr);
+    ubus_request_data request{};
+    request.object = 101;
+    request.peer = 77;
+    request.seq = 9;
+    for (const bytes &one : contents) {
+        std::vector<std::uint32_t> message(2 + one.size() / 4);
+        auto *head = reinterpret_cast<blob_attr *>(message.data());
+        blob_set_raw_len(head, static_cast<unsigned>(sizeof(blob_attr) + one.size()));
+        std::copy(one.begin(), one.end(), reinterpret_cast<std::uint8_t *>(message.data() + 1));
+        EXPECT_EQ(ubus_send_reply(ctx, &request, head), 0) << one.size();
+    }
+    EXPECT_EQ(ubus_send_reply(ctx, &request, nullptr), 0);
+    ubus_free(ctx);
+}
+
 TEST_F(requests, get_an_error_from_a_reply_beyond_the_limit_and_the_connection_lives) {
     client callee(bus()), caller(bus());
     service s("s", [](ubus_context *ctx, ubus_request_data *req, const char *, blob_attr *) {
