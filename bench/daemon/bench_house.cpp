@@ -132,6 +132,21 @@ void populate(int count) {
     }
 }
 
+void ask_driver() {
+    static std::vector<std::uint8_t> table(driver_count_size);
+    for (const char *ifname : {"ath0", "ath1"}) {
+        was_ext_ioctl_msg(table.data(), driver_count_size, ifname, driver_station_count, 0);
+        const auto count =
+            static_cast<std::uint32_t>(sta_number(reinterpret_cast<const char *>(table.data())));
+        const std::size_t size = table_header_size + count * (table_basic_size + table_extended_size);
+        if (table.size() < size) table.resize(size);
+        wire::put(table.data() + table_num_offset, count);
+        wire::put(table.data() + table_mask_offset, std::uint32_t{table_basic | table_extended});
+        was_ext_ioctl_msg(table.data(), static_cast<int>(size), ifname, driver_station_table, 0);
+        benchmark::DoNotOptimize(table.data());
+    }
+}
+
 std::size_t driver_list_bytes() {
     std::size_t bytes = 0;
     for (const std::vector<driver_basic> &radio : driver_stations)

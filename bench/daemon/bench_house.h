@@ -17,6 +17,10 @@ void open_bench_house();
 // Empties the table and fills it with `count` stations on two radios, all online, all listed by the driver.
 void populate(int count);
 
+// Asks the driver for the number and the table of both radios' stations, into memory that is kept: what any program must do whose
+// answer has the figures of this moment.
+void ask_driver();
+
 // The size of the driver's ready tables on the heap.
 std::size_t driver_list_bytes();
 

@@ -16,9 +16,10 @@ constexpr int patience_ms = 10000;
 
 struct ubus_context *bus = nullptr;
 struct blob_buf message = {};
-std::vector<std::uint8_t> ready_answer; // its members, as received
+std::vector<std::uint8_t> ready_answer; // as received
 const char *bare_method = nullptr;
-bool answer_is_new = false; // the bare server has another
+void (*bare_work)() = nullptr; // for each call; null: the answer is put together once
+bool answer_is_new = false;    // the bare server has another
 
 [[noreturn]] void give_up(const char *what) {
     std::fprintf(stderr, "benchmark of the bus: %s\n", what);
@@ -26,8 +27,8 @@ bool answer_is_new = false; // the bare server has another
 }
 
 void keep(struct ubus_request * /*req*/, int /*type*/, struct blob_attr *msg) {
-    const auto *data = static_cast<const std::uint8_t *>(blob_data(msg));
-    ready_answer.assign(data, data + blob_len(msg));
+    const auto *bytes = reinterpret_cast<const std::uint8_t *>(msg);
+    ready_answer.assign(bytes, bytes + blob_pad_len(msg));
 }
 
 void drop(struct ubus_request *req, int /*type*/, struct blob_attr *msg) {
@@ -38,16 +39,10 @@ int answer_with_ready_bytes(struct ubus_context *ctx, struct ubus_object * /*obj
                             struct ubus_request_data *req, const char * /*method*/,
                             struct blob_attr * /*msg*/) {
     static struct blob_buf answer = {};
-    if (!answer.head) {
+    if (bare_work) bare_work();
+    if (!answer.head || bare_work) {
         blob_buf_init(&answer, 0);
-        const auto *next = ready_answer.data();
-        // Member by member: the library has no other function.
-        for (std::size_t left = ready_answer.size(); left > 0;) {
-            const auto *member = reinterpret_cast<const struct blob_attr *>(next);
-            blob_put_raw(&answer, member, static_cast<unsigned>(blob_pad_len(member)));
-            next += blob_pad_len(member);
-            left -= blob_pad_len(member);
-        }
+        put_together(answer, reinterpret_cast<const struct blob_attr *>(ready_answer.data()));
     }
     ubus_send_reply(ctx, req, answer.head);
     return 0;
@@ -140,10 +135,37 @@ void call(benchmark::State &state, std::uint32_t id, const char *method, pid_t s
 }
 
 void call_bare_server(benchmark::State &state, const char *method) {
-    bare_method = method;
+    call_working_server(
+        state, method, [] {}, nullptr);
+}
+
+void call_working_server(benchmark::State &state, const char *method, const std::function<void()> &prepare,
+                         void (*work)()) {
     static pid_t server = 0;
-    if (server != 0 && answer_is_new) end_beside(server, "bare");
-    if (answer_is_new) server = start_beside(serve_ready_bytes);
+    if (server == 0 || answer_is_new || bare_work != work) {
+        if (server != 0) end_beside(server, "bare");
+        bare_method = method;
+        bare_work = work;
+        server = start_beside([&] {
+            prepare();
+            serve_ready_bytes();
+        });
+    }
     answer_is_new = false;
     call(state, wait_for_object("bare"), method, server);
+}
+
+void put_together(blob_buf &buf, const blob_attr *answer) {
+    const struct blob_attr *member = nullptr, *entry = nullptr;
+    std::size_t rest = 0, entries = 0;
+    blobmsg_for_each_attr (member, answer, rest) {
+        if (blobmsg_type(member) != BLOBMSG_TYPE_ARRAY) {
+            blob_put_raw(&buf, member, static_cast<unsigned>(blob_pad_len(member)));
+            continue;
+        }
+        void *array = blobmsg_open_array(&buf, blobmsg_name(member));
+        blobmsg_for_each_attr (entry, member, entries)
+            blob_put_raw(&buf, entry, static_cast<unsigned>(blob_pad_len(entry)));
+        blobmsg_close_array(&buf, array);
+    }
 }

@@ -4,6 +4,8 @@
 // call and the processor time of the answering process. All processes end with the caller.
 #pragma once
 
+#include "base/cxx/ubox.h"
+
 #include <benchmark/benchmark.h>
 #include <cstdint>
 #include <functional>
@@ -30,3 +32,11 @@ void call(benchmark::State &state, std::uint32_t id, const char *method, pid_t s
 
 // The same with the bare server, which answers with the last kept answer.
 void call_bare_server(benchmark::State &state, const char *method);
+
+// The same with a server that, after `prepare`, does `work` for each call and then puts the kept answer together anew, from the
+// ready bytes of each entry of its lists.
+void call_working_server(benchmark::State &state, const char *method, const std::function<void()> &prepare,
+                         void (*work)());
+
+// Puts the content of `answer` into `buf`, which has been reset, member by member; of an array entry by entry.
+void put_together(blob_buf &buf, const blob_attr *answer);
