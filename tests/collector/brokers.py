@@ -49,7 +49,7 @@ class Broker:
         self.count = 0
         (folder / "mosquitto.conf").write_text(
             f"listener {self.port} 127.0.0.1\nallow_anonymous true\npersistence true\npersistence_location {folder}/\n"
-            f"max_queued_messages 0\nuser {'root' if os.geteuid() == 0 else ''}\n{more}")
+            f"max_queued_messages 0\n{'' if os.geteuid() else 'user root'}\n{more}")
         self.run()
 
     def run(self):

@@ -48,7 +48,7 @@ def test_a_list_longer_than_a_bus_message_is_an_error_and_the_rest_goes_on(open_
 def test_a_full_disk_stops_no_report_and_loses_no_station(running_lab):
     associate(running_lab, A)
     wait_online(running_lab, A)
-    running_lab.run(["mount", "-o", "remount,size=2M", "/tmp"])
+    running_lab.run(["mount", "-t", "tmpfs", "-o", "remount,size=2M", "tmpfs", "/tmp"])
     running_lab.run(["sh", "-c", "cat /dev/zero > /tmp/all-of-it"], check=False)
     associate(running_lab, B)
     wait_online(running_lab, A, B)

@@ -168,7 +168,7 @@ def test_with_a_full_tmp_stations_are_served_and_kept_as_soon_as_there_is_room(d
     lab.start_collector()
     lab.start_daemon(wait=False)
     wait_for_notice(lab, "the driver has announced the family TK_STA")
-    lab.run(["sh", "-c", "mount -o remount,size=2m /tmp && ! dd if=/dev/zero of=/tmp/filler bs=4096 2>&1"])
+    lab.run(["sh", "-c", "mount -t tmpfs -o remount,size=2m tmpfs /tmp && ! dd if=/dev/zero of=/tmp/filler bs=4096 2>&1"])
     lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0")
     lab.wait_for_report(log_type=3, timeout=30)
     lab.wait(lambda: MAC in lab.online(), 20, "the station")

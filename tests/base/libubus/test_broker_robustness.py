@@ -372,12 +372,8 @@ def test_monitor_gets_the_largest_message_without_its_content(broker, bystander)
 
 
 def test_clients_beyond_the_descriptor_limit_are_turned_away(build_dir, tmp_path):
-    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
-    resource.setrlimit(resource.RLIMIT_NOFILE, (32, hard))
-    try:
-        bus = Broker(build_dir / "bin" / "ubusd", tmp_path)
-    finally:
-        resource.setrlimit(resource.RLIMIT_NOFILE, (soft, hard))
+    bus = Broker(build_dir / "bin" / "ubusd", tmp_path)
+    resource.prlimit(bus.process.pid, resource.RLIMIT_NOFILE, (32, 32))
     inside, outside = [], 0
     for _ in range(60):
         sock = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
