@@ -118,7 +118,7 @@ inline driver_extended driver_extended_decode(const std::uint8_t *entry) noexcep
 #undef DRIVER_TEXT
 
 #define DRIVER_NUM(type, field, off) wire::put<type>(entry + (off), value.field);
-#define DRIVER_TEXT(field, off, len) std::memcpy(entry + (off), value.field, strnlen(value.field, (len)));
+#define DRIVER_TEXT(field, off, len) wire::put_text(entry + (off), value.field, len);
 // The reverse, for programs that act as the driver; `entry` points to zeroed bytes of the entry's size.
 inline void driver_basic_encode(const driver_basic &value, std::uint8_t *entry) noexcept {
     std::memcpy(entry + basic_mac_offset, value.mac, sizeof(value.mac));

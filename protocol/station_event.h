@@ -100,8 +100,7 @@ inline void station_event_encode(const station_event &event,
     std::memset(bytes.data(), 0, bytes.size());
     std::memcpy(bytes.data() + station_event_mac_offset, event.mac, sizeof(event.mac));
 #define STATION_EVENT_NUM(type, field, off) wire::put<type>(bytes.data() + (off), event.field);
-#define STATION_EVENT_TEXT(field, off, len)                                                                  \
-    std::memcpy(bytes.data() + (off), event.field, strnlen(event.field, (len)));
+#define STATION_EVENT_TEXT(field, off, len) wire::put_text(bytes.data() + (off), event.field, len);
     STATION_EVENT_FIELDS(STATION_EVENT_NUM, STATION_EVENT_TEXT)
 #undef STATION_EVENT_NUM
 #undef STATION_EVENT_TEXT
