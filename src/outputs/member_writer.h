@@ -52,6 +52,7 @@ class sta_member_writer {
 public:
     // Appends the members of `groups`, arrays of sta_member, to the open table.
     template <const auto &...groups> static void write(blob_buf *to, const sta_info_t &sta) noexcept {
+        static_assert((only_the_name_is_outside<groups>() && ...));
         char *at = begin(to, (most_of<groups>() + ...), sta);
         if (!at) return;
         ((at = put<groups>(at, sta)), ...);
@@ -93,11 +94,12 @@ private:
         while (index < std::size(group) && group[index].type != sta_bus_type::text) ++index;
         return index;
     }
-    // Of the group in a message; texts of a pointer are empty.
+    // Of the group in a message, without the name.
     template <const auto &group> static consteval std::size_t most_of() {
         std::size_t size = place_of<group>(std::size(group));
         for (const sta_member &member : group)
-            if (member.type == sta_bus_type::text) size += padded(member.size);
+            if (member.type == sta_bus_type::text && member.kept != sta_kept::pointer)
+                size += padded(member.size);
         return size;
     }
 
@@ -119,6 +121,12 @@ private:
         return image;
     }
     template <const auto &group> static constexpr auto image = image_of<group>();
+    // begin() makes room for no other text outside the record.
+    template <const auto &group> static consteval bool only_the_name_is_outside() {
+        for (const sta_member &member : group)
+            if (member.kept == sta_kept::pointer && member.offset != offsetof(sta_info_t, name)) return false;
+        return true;
+    }
 
     // Writes the group, or what is left of it from member `first` on. Returns its end.
     template <const auto &group> [[gnu::noinline]] static char *put(char *to, const sta_info_t &sta) {

@@ -46,6 +46,7 @@ constexpr unsigned mac_digits = 2 * mac_size;
 // The MAC of entry `index` of a table, as a number.
 std::uint64_t mac_of_entry(const std::uint8_t *table, std::size_t index) {
     std::uint64_t word = 0; // and two bytes behind it, which belong to the entry
+    static_assert(basic_mac_offset + sizeof(word) <= table_basic_size);
     std::memcpy(&word, table + table_header_size + index * table_basic_size + basic_mac_offset, sizeof(word));
     return be64_to_cpu(word) >> (8 * (sizeof(word) - mac_size));
 }
