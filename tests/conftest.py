@@ -124,6 +124,7 @@ class GTestCase(pytest.Item):
     def runtest(self):
         # Its temporary files are removed, also when it was killed and could not do that itself.
         with tempfile.TemporaryDirectory(prefix="wsmd-test-", ignore_cleanup_errors=True) as folder:
+            os.chmod(folder, 0o711)  # some give up their rights in it
             environment = dict(os.environ, GTEST_BRIEF="1", GTEST_COLOR="no", TMPDIR=folder)
             done = subprocess.run([*self.command, f"--gtest_filter={self.name}"], capture_output=True, text=True,
                                   errors="replace", timeout=900, env=environment, check=False)
