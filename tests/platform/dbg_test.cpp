@@ -1,7 +1,7 @@
 // The log library without its bus and configuration: dbg_configured_threshold is this file's own.
 #include "debug/dbg.h"
 #include "debug/dbg_modules.h"
-#include "temporary_folder.h"
+#include "tests/temporary_folder.h"
 
 #include <algorithm>
 #include <cerrno>

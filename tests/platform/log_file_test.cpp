@@ -1,5 +1,5 @@
 #include "debug/log_file.h"
-#include "temporary_folder.h"
+#include "tests/temporary_folder.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "temporary_folder.h"
+#include "tests/temporary_folder.h"
 #include "was/was_request.h"
 
 #include <cerrno>

@@ -1,3 +1,5 @@
+#include "tests/temporary_folder.h"
+
 #include <gtest/gtest.h>
 #include <libubox/utils.h>
 
@@ -133,9 +135,8 @@ TEST(ring_buffer, is_a_page_at_least) {
 
 class make_directories : public testing::Test {
 protected:
-    make_directories() { base = mkdtemp(base.data()); }
-    ~make_directories() override { std::filesystem::remove_all(base); }
-    std::string base = (std::filesystem::temp_directory_path() / "utils-XXXXXX").string();
+    const temporary_folder folder;
+    const std::string &base = folder.path;
 };
 
 TEST_F(make_directories, creates_parents_and_restores_the_text) {

@@ -40,14 +40,6 @@ bool is_readable(int fd) {
 
 } // namespace
 
-temporary_folder::temporary_folder() {
-    char name[] = "/tmp/ubus-test-XXXXXX";
-    if (!mkdtemp(name)) std::abort();
-    path_ = name;
-}
-
-temporary_folder::~temporary_folder() { std::filesystem::remove_all(path_); }
-
 broker_process::broker_process(std::string socket) : pid_(fork()) {
     if (pid_ == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that crashes leaves no broker behind

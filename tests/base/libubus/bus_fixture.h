@@ -2,9 +2,10 @@
 #ifndef BUS_FIXTURE_H
 #define BUS_FIXTURE_H
 
+#include "tests/temporary_folder.h"
+
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -14,18 +15,6 @@
 #include <gtest/gtest.h>
 
 #include <libubus.h>
-
-// A folder that is removed when the object ends.
-class temporary_folder {
-public:
-    temporary_folder();
-    ~temporary_folder();
-    temporary_folder(temporary_folder &&) = delete;
-    std::string file(const std::string &name) const { return (path_ / name).string(); }
-
-private:
-    std::filesystem::path path_;
-};
 
 // A broker in a process of its own.
 class broker_process {

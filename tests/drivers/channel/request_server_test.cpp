@@ -1,9 +1,9 @@
 // Our libwas asks, on a thread of its own, as the daemon does.
 #include "channel/request_server.h"
+#include "tests/temporary_folder.h"
 #include "was/was_request.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -18,18 +18,8 @@ namespace {
 
 class request_server_socket : public testing::Test {
 protected:
-    void SetUp() override {
-        char name[] = "/tmp/request-server.XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        folder = name;
-        path = folder + "/was.sock";
-        ASSERT_EQ(uloop_init(), 0);
-    }
-    void TearDown() override {
-        uloop_done();
-        unlink(path.c_str());
-        rmdir(folder.c_str());
-    }
+    void SetUp() override { ASSERT_EQ(uloop_init(), 0); }
+    void TearDown() override { uloop_done(); }
     // Runs the loop while `asker` asks; it ends the loop.
     void while_serving(const std::function<void()> &asker) {
         std::thread thread([&] {
@@ -57,7 +47,8 @@ protected:
         return fd;
     }
 
-    std::string folder, path;
+    const temporary_folder folder;
+    const std::string path = folder.file("was.sock");
     int asked = 0;
     int pipe_[2] = {-1, -1};
     request_server server{[](void *self, was_question &question) {
@@ -137,7 +128,7 @@ TEST_F(request_server_socket, replaces_only_a_socket_without_a_listener) {
     ASSERT_EQ(bind(dead, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
     close(dead);
     EXPECT_EQ(server.listen(path.c_str()), 0);
-    EXPECT_EQ(request_server(nullptr, nullptr).listen(folder.c_str()), ENOTSOCK);
+    EXPECT_EQ(request_server(nullptr, nullptr).listen(folder.path.c_str()), ENOTSOCK);
     EXPECT_EQ(request_server(nullptr, nullptr).listen(std::string(108, 'x').c_str()), ENAMETOOLONG);
 }
 

@@ -1,7 +1,7 @@
 // hostapd is played by a datagram socket.
 #include "nl80211/hostapd_control.h"
+#include "tests/temporary_folder.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -16,11 +16,6 @@ namespace {
 class hostapds_socket : public testing::Test {
 protected:
     void SetUp() override {
-        char name[] = "/tmp/hostapd-control.XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        folder = name;
-        path = folder + "/wlan0";
-        global = folder + "/global";
         ASSERT_EQ(uloop_init(), 0);
         control = std::make_unique<hostapd_control>(
             hostapd_control::handlers{
@@ -34,13 +29,12 @@ protected:
                                                                                       : "attached");
                 },
                 this},
-            hostapd_control::place{7, "wlan0", folder.c_str(), global.c_str()});
+            hostapd_control::place{7, "wlan0", folder.path.c_str(), global.c_str()});
     }
     void TearDown() override {
         control.reset();
         stop();
         uloop_done();
-        rmdir(folder.c_str());
     }
     // hostapd has its global socket alone.
     void start_global() {
@@ -105,7 +99,9 @@ protected:
         say(frames);
     }
 
-    std::string folder, path, global;
+    const temporary_folder folder;
+    std::string path = folder.file("wlan0");
+    const std::string global = folder.file("global");
     int hostapd = -1;
     sockaddr_un client{};
     socklen_t length = 0;

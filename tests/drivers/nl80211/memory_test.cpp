@@ -1,6 +1,7 @@
 #include "nl80211/memory.h"
+#include "tests/temporary_folder.h"
 
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
@@ -10,17 +11,12 @@ namespace {
 
 class bridge_memory_file : public testing::Test {
 protected:
-    void SetUp() override {
-        char name[] = "/tmp/bridge-memory.XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        folder = name;
-        path = folder + "/stations";
-    }
     void TearDown() override {
         unlink(path.c_str());
-        EXPECT_EQ(rmdir(folder.c_str()), 0) << "nothing else is left";
+        EXPECT_TRUE(std::filesystem::is_empty(folder.path)) << "nothing else is left";
     }
-    std::string folder, path;
+    const temporary_folder folder;
+    const std::string path = folder.file("stations");
     bridge_memory loaded{};
 };
 
@@ -53,7 +49,7 @@ TEST_F(bridge_memory_file, that_is_not_there_cut_or_of_something_else_is_empty) 
 }
 
 TEST_F(bridge_memory_file, that_cannot_be_written_is_no_harm) {
-    EXPECT_FALSE(memory_save((folder + "/none/stations").c_str(), {}));
+    EXPECT_FALSE(memory_save(folder.file("none/stations").c_str(), {}));
 }
 
 } // namespace

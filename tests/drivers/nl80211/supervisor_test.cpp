@@ -1,5 +1,6 @@
 // The supervisor is played by a datagram socket.
 #include "nl80211/supervisor.h"
+#include "tests/temporary_folder.h"
 
 #include <cstddef>
 #include <cstdlib>
@@ -19,10 +20,7 @@ public:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         name.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        if (name[0] == '@')
-            address.sun_path[0] = '\0';
-        else
-            path_ = name;
+        if (name[0] == '@') address.sun_path[0] = '\0';
         EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr *>(&address),
                        static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size())),
                   0);
@@ -31,7 +29,6 @@ public:
     ~supervisors_socket() {
         unsetenv("NOTIFY_SOCKET");
         close(fd_);
-        if (!path_.empty()) unlink(path_.c_str());
     }
     std::string sign() const {
         char text[64];
@@ -41,7 +38,6 @@ public:
 
 private:
     int fd_;
-    std::string path_;
 };
 
 TEST(supervisor, is_told_of_the_start_and_that_the_bridge_is_alive) {
@@ -54,7 +50,8 @@ TEST(supervisor, is_told_of_the_start_and_that_the_bridge_is_alive) {
 }
 
 TEST(supervisor, may_have_a_socket_with_a_file) {
-    const supervisors_socket told("/tmp/wsm-bridge-supervisor-" + std::to_string(getpid()));
+    const temporary_folder folder;
+    const supervisors_socket told(folder.file("supervisor"));
     supervisor_started();
     EXPECT_EQ(told.sign(), "READY=1");
 }

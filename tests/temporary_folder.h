@@ -8,7 +8,7 @@
 #include <string>
 
 struct temporary_folder {
-    temporary_folder() : path((std::filesystem::temp_directory_path() / "platform-XXXXXX").string()) {
+    temporary_folder() : path((std::filesystem::temp_directory_path() / "test-XXXXXX").string()) {
         if (!mkdtemp(path.data())) std::abort();
     }
     ~temporary_folder() { std::filesystem::remove_all(path); }
