@@ -1,5 +1,6 @@
 """The lab itself: its files, that it is cut off from the machine, and that nothing of it stays behind."""
 
+import contextlib
 import os
 import pathlib
 import shutil
@@ -26,6 +27,21 @@ def namespaces():
             except OSError:
                 pass
     return found
+
+
+class KeptNamespace:
+    """A namespace of a process by its `name`, which stays its own as long as this is open: the kernel gives the number of one that
+    has gone to the next, maybe of another test's lab."""
+
+    def __init__(self, pid, kind):
+        self._open = open(f"/proc/{pid}/ns/{kind}", "rb")
+        self.name = os.readlink(f"/proc/self/fd/{self._open.fileno()}")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self._open.close()
 
 
 def wait_until(predicate, limit=10):
@@ -158,13 +174,14 @@ def test_waiting_in_vain_says_for_what(lab):
 def test_a_closed_lab_leaves_no_process_mount_or_namespace(build_dir):
     before = namespaces()
     mounts = pathlib.Path("/proc/mounts").read_text()
-    with Lab(build_dir) as lab:
-        lab.client("phone", "02:00:00:00:00:10")
-        lab.start("sleeper", ["sleep", "1000"])
-        lab.run(["sh", "-c", "setsid sleep 1000 & :"])
-        inside = {os.readlink(f"/proc/{lab.space.init_pid}/ns/{kind}") for kind in ("mnt", "net", "pid")}
-        assert not inside & before
-    assert not inside & namespaces()
+    with contextlib.ExitStack() as kept:
+        with Lab(build_dir) as lab:
+            lab.client("phone", "02:00:00:00:00:10")
+            lab.start("sleeper", ["sleep", "1000"])
+            lab.run(["sh", "-c", "setsid sleep 1000 & :"])
+            inside = {kept.enter_context(KeptNamespace(lab.space.init_pid, kind)).name for kind in ("mnt", "net", "pid")}
+            assert not inside & before
+        assert not inside & namespaces()
     assert pathlib.Path("/proc/mounts").read_text() == mounts
 
 
@@ -180,11 +197,10 @@ def test_a_lab_ends_with_the_program_that_opened_it(build_dir, how):
             time.sleep(1000)""")
     with subprocess.Popen([sys.executable, "-c", program], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
                           text=True) as owner:
-        init = pathlib.Path("/proc", owner.stdout.readline().strip())
-        inside = os.readlink(init / "ns/pid")
-        owner.send_signal(how)
-        owner.wait(10)
-    wait_until(lambda: inside not in namespaces())
+        with KeptNamespace(owner.stdout.readline().strip(), "pid") as inside:
+            owner.send_signal(how)
+            owner.wait(10)
+            wait_until(lambda: inside.name not in namespaces())
 
 
 def test_what_a_sanitizer_writes_fails_the_test(build_dir):
