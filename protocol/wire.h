@@ -3,6 +3,7 @@
 // caller's layout table does, once, at compile time.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -10,27 +11,28 @@
 
 namespace wire {
 
-// Signed numbers go through the unsigned ones, so that a build for size has one function for both.
-template <class Int> Int get(const std::uint8_t *at) noexcept {
+// From the host's byte order to the layout's, and back.
+template <class Int> constexpr Int ordered(Int value) noexcept {
     static_assert(std::is_integral_v<Int>);
-    if constexpr (std::is_signed_v<Int>) {
-        return static_cast<Int>(get<std::make_unsigned_t<Int>>(at));
-    } else {
-        Int value = 0;
-        for (std::size_t i = sizeof(Int); i-- > 0;)
-            value = static_cast<Int>((static_cast<std::uint64_t>(value) << 8) | at[i]);
+    if constexpr (std::endian::native == std::endian::little || sizeof(Int) == 1)
         return value;
-    }
+    else if constexpr (sizeof(Int) == 2)
+        return static_cast<Int>(__builtin_bswap16(static_cast<std::uint16_t>(value)));
+    else if constexpr (sizeof(Int) == 4)
+        return static_cast<Int>(__builtin_bswap32(static_cast<std::uint32_t>(value)));
+    else
+        return static_cast<Int>(__builtin_bswap64(static_cast<std::uint64_t>(value)));
+}
+
+template <class Int> Int get(const std::uint8_t *at) noexcept {
+    Int value{};
+    std::memcpy(&value, at, sizeof(value));
+    return ordered(value);
 }
 
 template <class Int> void put(std::uint8_t *at, Int value) noexcept {
-    static_assert(std::is_integral_v<Int>);
-    if constexpr (std::is_signed_v<Int>) {
-        put(at, static_cast<std::make_unsigned_t<Int>>(value));
-    } else {
-        auto rest = static_cast<std::uint64_t>(value);
-        for (std::size_t i = 0; i < sizeof(Int); ++i, rest >>= 8) at[i] = static_cast<std::uint8_t>(rest);
-    }
+    value = ordered(value);
+    std::memcpy(at, &value, sizeof(value));
 }
 
 // A text field: N bytes, the text ends at the first NUL or at the end of the field. The copy is always
