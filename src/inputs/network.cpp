@@ -130,6 +130,7 @@ private:
     unsigned loads = 0;
 };
 
+constexpr const char *wireless_function = STA_NAME_OF(sta_uci_get_wireless_element);
 config_file wireless;
 config_file sysinfo;
 
@@ -192,22 +193,31 @@ void sta_uci_get_param(const char *path, char *destination, std::size_t size) {
 
 int sta_configuration::wireless_element(const char *value, const char *match, const char *device,
                                         const char *wanted, char *destination, std::size_t size) noexcept {
-    constexpr const char *function = STA_NAME_OF(sta_uci_get_wireless_element);
     if (!value || !match || !wanted || !destination) {
-        STA_LOG_AS(function, "param is NULL!\n");
+        STA_LOG_AS(wireless_function, "param is NULL!\n");
         return -1;
     }
+    const answer *found = nullptr;
+    if (!find(value, match, device, wanted, found)) return -1;
+    if (found) copy_value(destination, found->text, size);
+    return 0;
+}
+
+bool sta_configuration::find(const char *value, const char *match, const char *device, const char *wanted,
+                             const answer *&found) noexcept {
+    constexpr const char *function = wireless_function;
+    found = nullptr;
     STA_LOG_AS(function, "sta_uci_get_wireless_element:%s\n", g_path);
     ++sta_health.configuration_lookups;
     const uci_package *package = wireless.load(wireless_seen, function, g_path, "Not wireless file");
-    if (!package) return -1;
+    if (!package) return false;
     for (const answer &one : answers) {
         if (one.load != wireless.load_count() || one.match != match || one.device != device ||
             one.wanted != wanted || std::strcmp(one.value, value) != 0)
             continue;
         STA_LOG_AS(function, "value=%s name=%s\n", one.value, value);
-        copy_value(destination, one.text, size);
-        return 0;
+        found = &one;
+        return true;
     }
     uci_context *context = wireless.get();
     uci_element *element = nullptr;
@@ -216,16 +226,18 @@ int sta_configuration::wireless_element(const char *value, const char *match, co
         if (!has_type(section, "wifi-iface")) continue;
         if (device && !option_is(context, section, "device", device)) continue;
         if (!option_is(context, section, match, value)) continue;
-        const char *found = option_text(context, section, match);
-        STA_LOG_AS(function, "value=%s name=%s\n", found, value);
+        const char *matching = option_text(context, section, match);
+        STA_LOG_AS(function, "value=%s name=%s\n", matching, value);
         const char *text = option_text(context, section, wanted);
-        if (!text) return -1;
-        answers[next_answer++ % std::size(answers)] = {
-            wireless.load_count(), match, device, wanted, found, text};
-        copy_value(destination, text, size);
-        return 0;
+        if (!text) return false;
+        char number[value_size] = "";
+        copy_value(number, text, sizeof(number) - 1);
+        answer &one = answers[next_answer++ % std::size(answers)];
+        one = {wireless.load_count(), match, device, wanted, matching, text, sta_number(number)};
+        found = &one;
+        return true;
     }
-    return 0;
+    return true;
 }
 
 int sta_configuration::sysinfo_element(char *destination, std::size_t size) noexcept {
@@ -247,7 +259,7 @@ int sta_configuration::sysinfo_element(char *destination, std::size_t size) noex
         if (!has_type(section, "sysinfo")) continue;
         const char *text = option_text(sysinfo.get(), section, "forwardMode");
         if (!text) return -1;
-        forward_mode = {sysinfo.load_count(), nullptr, nullptr, nullptr, nullptr, text};
+        forward_mode = {sysinfo.load_count(), nullptr, nullptr, nullptr, nullptr, text, 0};
         copy_value(destination, text, size);
         return 0;
     }
@@ -255,24 +267,24 @@ int sta_configuration::sysinfo_element(char *destination, std::size_t size) noex
 }
 
 // Option `wanted` of the station's "wifi-iface" section. Logs in the name of `function`.
-int sta_configuration::element_of(const char *function, const sta_info_t *sta, const char *wanted,
-                                  char *destination, std::size_t size) noexcept {
+bool sta_configuration::element_of(const char *function, const sta_info_t *sta, const char *wanted,
+                                   const answer *&found) noexcept {
     const std::string_view family = chip.get(chip_seen);
-    if (family == "mtk") return wireless_element(sta->ifname, "ifname", nullptr, wanted, destination, size);
+    if (family == "mtk") return find(sta->ifname, "ifname", nullptr, wanted, found);
     if (family == "qca") {
         const char *device = std::strncmp(sta->ifname, "ath0", 4) == 0 ? "wifi0" : "wifi1";
-        return wireless_element(sta->ssid, "ssid", device, wanted, destination, size);
+        return find(sta->ssid, "ssid", device, wanted, found);
     }
     STA_LOG_AS(function, "uci unrecognize.\n");
-    return -1;
+    return false;
 }
 
 std::int32_t sta_configuration::vlan_of(const sta_info_t *sta) noexcept {
     constexpr const char *function = STA_NAME_OF(sta_sta_get_vlanid);
     if (!is_placed(sta)) return -1;
-    char text[value_size] = "";
-    if (element_of(function, sta, "vlanid", text, sizeof(text) - 1) == -1) return -1;
-    const int vlanid = sta_number(text);
+    const answer *found = nullptr;
+    if (!element_of(function, sta, "vlanid", found)) return -1;
+    const int vlanid = found ? found->number : 0;
     STA_LOG_AS(function, "uci get vlanid=%d\n", vlanid);
     return vlanid;
 }
@@ -284,8 +296,10 @@ bool sta_configuration::is_bridged(const sta_info_t *sta) noexcept {
     if (sysinfo_element(mode, sizeof(mode) - 1) == -1) return false;
     STA_LOG_AS(function, "sysinfo: %s\n", mode);
     if (std::string_view{mode} != "AP") return false;
+    const answer *found = nullptr;
+    if (!element_of(function, sta, "network", found)) return false;
     char network[value_size] = "";
-    if (element_of(function, sta, "network", network, sizeof(network) - 1) == -1) return false;
+    if (found) copy_value(network, found->text, sizeof(network) - 1);
     STA_LOG_AS(function, "uci get brmode=%s\n", network);
     return std::string_view{network} != "lan";
 }

@@ -59,13 +59,17 @@ public:
     int sysinfo_element(char *destination, std::size_t size) noexcept;  // sta_uci_get_sysinfo_element
 
 private:
-    int element_of(const char *function, const sta_info_t *sta, const char *wanted, char *destination,
-                   std::size_t size) noexcept;
     // What was found in a file, good until the file is loaded anew. Walks ask the same for station after station.
     struct answer {
         unsigned load; // of the file; 0: no answer
         const char *match, *device, *wanted, *value, *text;
+        std::int32_t number; // that of the text
     };
+    // False on failure, null without a section.
+    bool find(const char *value, const char *match, const char *device, const char *wanted,
+              const answer *&found) noexcept;
+    bool element_of(const char *function, const sta_info_t *sta, const char *wanted,
+                    const answer *&found) noexcept;
     answer answers[4] = {}; // two radios, two options
     unsigned next_answer = 0;
     answer forward_mode = {};
