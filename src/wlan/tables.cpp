@@ -54,18 +54,9 @@ std::uint64_t mac_of_entry(const std::uint8_t *table, std::size_t index) {
 // The beginning of a MAC, from its lower-case colon text, for comparing with the MACs of a table.
 class mac_prefix {
 public:
-    explicit mac_prefix(const char *text) {
-        std::uint64_t mac = 0;
-        unsigned digits = 0;
-        for (; *text != '\0'; ++text) {
-            const unsigned digit = value_of(*text);
-            if (digit > 0xf || digits == mac_digits) return;
-            mac = mac << 4 | digit;
-            if (++digits % 2 == 0 && digits < mac_digits && text[1] != '\0' && *++text != ':') return;
-        }
-        const unsigned missing = 4 * (mac_digits - digits);
-        mac_ = mac << missing;
-        mask_ = whole >> missing << missing;
+    explicit mac_prefix(const char (&text)[sizeof(sta_info_t::mac)]) {
+        if (take_whole(text)) return;
+        take_beginning(text);
     }
 
     // False for a text that cannot begin a MAC, and for an empty text, which would match the first entry.
@@ -85,6 +76,34 @@ private:
         const unsigned digit = static_cast<unsigned char>(c) - unsigned{'0'};
         const unsigned letter = static_cast<unsigned char>(c) - unsigned{'a'};
         return digit < 10 ? digit : letter < 6 ? letter + 10 : 16;
+    }
+
+    // What nearly every text is.
+    bool take_whole(const char *text) {
+        std::uint64_t mac = 0;
+        unsigned wrong = 0;
+        for (std::size_t i = 0; i < mac_size; ++i, text += 3) {
+            const unsigned high = value_of(text[0]), low = value_of(text[1]);
+            wrong |= ((high | low) & 16) | static_cast<unsigned>(text[2] ^ (i + 1 < mac_size ? ':' : '\0'));
+            mac = mac << 8 | high << 4 | low;
+        }
+        if (wrong != 0) return false;
+        mac_ = mac;
+        mask_ = whole;
+        return true;
+    }
+    void take_beginning(const char *text) {
+        std::uint64_t mac = 0;
+        unsigned digits = 0;
+        for (; *text != '\0'; ++text) {
+            const unsigned digit = value_of(*text);
+            if (digit > 0xf || digits == mac_digits) return;
+            mac = mac << 4 | digit;
+            if (++digits % 2 == 0 && digits < mac_digits && text[1] != '\0' && *++text != ':') return;
+        }
+        const unsigned missing = 4 * (mac_digits - digits);
+        mac_ = mac << missing;
+        mask_ = whole >> missing << missing;
     }
 
     std::uint64_t mac_ = 0;
@@ -113,7 +132,6 @@ void copy_basic(sta_info_t *sta, const std::uint8_t *entry) {
 #define FIGURE(type, field, off) wire::get<type>(entry + (off)),
     const basic_figures from{DRIVER_BASIC_FIELDS(FIGURE, NO_TEXT)};
 #undef FIGURE
-#undef NO_TEXT
     sta->time_delay = from.tx_time / 1000;
     sta->floornoise = from.floornoise;
     sta->utilization = from.utilization; // Deliberate: unscaled, unlike the event's
@@ -125,16 +143,42 @@ void copy_basic(sta_info_t *sta, const std::uint8_t *entry) {
     sta->rssi = from.rssi; // Deliberate: not clamped, unlike the event's
 }
 
+#define NO_NUMBER(type, field, off)
+#define OFFSET(field, off, len) off,
+constexpr std::size_t text_offsets[] = {DRIVER_EXTENDED_FIELDS(NO_NUMBER, OFFSET)};
+#undef OFFSET
+#define SAME_PLACE(field, off, len)                                                                          \
+    static_assert((off)-text_offsets[0] ==                                                                   \
+                      offsetof(sta_info_t, field) - offsetof(sta_info_t, ap_auth_req) &&                     \
+                  (len) == sizeof(sta_info_t::field));
+DRIVER_EXTENDED_FIELDS(NO_NUMBER, SAME_PLACE)
+#undef SAME_PLACE
+
+// True if taking the entry's texts would change nothing, as it is for as long as a station stays: the record has the same bytes, none
+// begins a conversion, and none is behind the limit.
+bool has_texts(const sta_info_t *sta, const std::uint8_t *entry) {
+    const char *kept = reinterpret_cast<const char *>(sta) + offsetof(sta_info_t, ap_auth_req);
+    constexpr std::size_t size = std::size(text_offsets) * sizeof(sta_info_t::ap_auth_req);
+#define IS_CUT(field, off, len) &&sta->field[driver_text_limit] == '\0'
+    return std::memcmp(kept, entry + text_offsets[0], size) == 0 &&
+           !std::memchr(kept, '%', size) DRIVER_EXTENDED_FIELDS(NO_NUMBER, IS_CUT);
+#undef IS_CUT
+}
+
 // An extended entry's fields are all the record's.
 void copy_extended(sta_info_t *sta, const std::uint8_t *entry) {
 #define TAKE_NUMBER(type, field, off) sta->field = wire::get<type>(entry + (off));
+    DRIVER_EXTENDED_FIELDS(TAKE_NUMBER, NO_TEXT)
+#undef TAKE_NUMBER
+    if (has_texts(sta, entry)) return;
 #define TAKE_TEXT(field, off, len)                                                                           \
     sta_put_expanded(sta->field, {text + (off), strnlen(text + (off), len)}, driver_text_limit);
     const char *text = reinterpret_cast<const char *>(entry);
-    DRIVER_EXTENDED_FIELDS(TAKE_NUMBER, TAKE_TEXT)
-#undef TAKE_NUMBER
+    DRIVER_EXTENDED_FIELDS(NO_NUMBER, TAKE_TEXT)
 #undef TAKE_TEXT
 }
+#undef NO_NUMBER
+#undef NO_TEXT
 
 // sta_sta_get_ioctl; `find` gives the entry of a MAC, or as many as there are.
 template <class Find>
@@ -264,7 +308,7 @@ void sta_radio_tables::slot::index() noexcept {
     indexed = true;
     const auto all = static_cast<std::size_t>(count);
     std::size_t room = 16;
-    while (room < 2 * all) room *= 2;
+    while (room < 4 * all) room *= 2;
     if (!macs.reserve(all) || !homes.assign(room, 0)) return;
     for (std::size_t i = 0; i < all; ++i) {
         const std::uint64_t mac = mac_of_entry(table, i);

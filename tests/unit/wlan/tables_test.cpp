@@ -306,6 +306,18 @@ TEST_F(table_reading, takes_the_drivers_texts_as_format_texts) {
     EXPECT_STREQ(sta->ap_assoc_req, "0|%");
 }
 
+TEST_F(table_reading, takes_a_format_text_that_the_record_has_already_and_cuts_a_long_one) {
+    std::strcpy(sta->ap_auth_req, times(31, 'a').c_str()); // an event's has one more
+    read(table_entry(first_mac).extended_text(64, times(31, 'a')));
+    EXPECT_EQ(std::string(sta->ap_auth_req), times(30, 'a'));
+    sta_put_text(sta->ap_auth_req, "100%%");
+    read(table_entry(first_mac).extended_text(64, "100%%"));
+    EXPECT_STREQ(sta->ap_auth_req, "100%");
+    read(table_entry(first_mac).extended_text(64, "100"));
+    read(table_entry(first_mac).extended_text(64, "100"));
+    EXPECT_STREQ(sta->ap_auth_req, "100");
+}
+
 TEST_F(table_reading, leaves_nothing_of_an_older_text_behind) {
     read(table_entry(first_mac).extended_text(192, "a long text of before"));
     read(table_entry(first_mac).extended_text(192, "new"));
