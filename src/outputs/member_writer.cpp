@@ -14,9 +14,8 @@ void sta_member_writer::end(blob_buf *to, char *at) noexcept {
     blob_set_raw_len(to->head, static_cast<unsigned>(at - reinterpret_cast<char *>(to->head)));
 }
 
-char *sta_member_writer::put_text(char *to, std::size_t head_size, const char *text) noexcept {
+char *sta_member_writer::put_long_text(char *to, std::size_t head_size, const char *text) noexcept {
     char *head = to - head_size;
-    if (!text) return head;
     const std::size_t length = std::strlen(text) + 1, room = padded(length);
     std::uint32_t id_len = 0; // that of a member without a text
     std::memcpy(&id_len, head, sizeof(id_len));
@@ -24,4 +23,9 @@ char *sta_member_writer::put_text(char *to, std::size_t head_size, const char *t
     put_word(to + room - sizeof(std::uint32_t), std::uint32_t{0}); // for the gap
     std::memcpy(to, text, length);
     return to + room;
+}
+
+// The C library's copy is twice as fast as the loop that a compiler writes where it knows a large size.
+void sta_member_writer::copy(char *to, const char *from, std::size_t bytes) noexcept {
+    std::memcpy(to, from, bytes);
 }

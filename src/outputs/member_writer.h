@@ -53,14 +53,15 @@ public:
     // Appends the members of `groups`, arrays of sta_member, to the open table.
     template <const auto &...groups> static void write(blob_buf *to, const sta_info_t &sta) noexcept {
         static_assert((only_the_name_is_outside<groups>() && ...));
-        char *at = begin(to, (most_of<groups>() + ...), sta);
+        char *at = begin(to, (most_of<groups>() + ...) + gap, sta);
         if (!at) return;
         ((at = put<groups>(at, sta)), ...);
         end(to, at);
     }
 
 private:
-    static constexpr std::size_t id_and_length = 4, name_length = 2;
+    static constexpr std::size_t id_and_length = 4, name_length = 2, gap = 4;
+    static constexpr std::size_t most_moved = 32; // bytes, for which a call would take longer than the copy
 
     static constexpr std::size_t padded(std::size_t bytes) { return (bytes + 3) & ~std::size_t{3}; }
     static constexpr std::size_t head_size(const sta_member &member) {
@@ -137,11 +138,14 @@ private:
         constexpr std::size_t text = next_text<group>(first), begin = place_of<group>(first),
                               last = std::size(group);
         constexpr std::size_t size = place_of<group>(text < last ? text + 1 : last) - begin;
-        std::memcpy(to, image<group>.data() + begin, size);
+        if constexpr (size <= most_moved)
+            std::memcpy(to, image<group>.data() + begin, size);
+        else
+            copy(to, image<group>.data() + begin, size);
         put_numbers<group, first>(to - begin, sta, std::make_index_sequence<text - first>{});
         to += size;
         if constexpr (text < last) {
-            to = put_text(to, head_size(group[text]), text_at<group[text].kept>(sta + group[text].offset));
+            to = put_text<group, text>(to, sta + group[text].offset);
             if constexpr (text + 1 < last) to = put_from<group, text + 1>(to, sta);
         }
         return to;
@@ -185,18 +189,30 @@ private:
             put_word(to, cpu_to_be64(bits));
     }
 
-    // Null when there is none.
-    template <sta_kept kept> [[gnu::always_inline]] static const char *text_at(const char *at) {
-        if (kept == sta_kept::text_or_none) return *at != '\0' ? at : nullptr;
-        if (kept == sta_kept::text) return at;
-        const char *text = nullptr;
-        std::memcpy(&text, at, sizeof(text));
-        return text;
+    // Completes member `index` by its text, for which its head is in front of `to` already, or takes the head back if there is no
+    // text. Returns the end.
+    template <const auto &group, std::size_t index>
+    [[gnu::always_inline]] static char *put_text(char *to, const char *field) {
+        constexpr const sta_member &member = group[index];
+        constexpr std::size_t head = head_size(member);
+        if constexpr (member.kept == sta_kept::pointer) {
+            const char *text = nullptr;
+            std::memcpy(&text, field, sizeof(text));
+            return text ? put_long_text(to, head, text) : to - head;
+        } else {
+            if (member.kept == sta_kept::text_or_none && *field == '\0') return to - head;
+            if constexpr (member.size > most_moved) return put_long_text(to, head, field);
+            const std::size_t length = std::strlen(field) + 1;
+            put_word(to - head, cpu_to_be32(id_of(member.type) | static_cast<std::uint32_t>(head + length)));
+            std::memcpy(to, field, member.size);     // whatever is behind the text
+            put_word(to + length, std::uint32_t{0}); // the gap, and what the next member begins with
+            return to + padded(length);
+        }
     }
 
     // Where the members begin; null without room for them.
     static char *begin(blob_buf *to, std::size_t most, const sta_info_t &sta) noexcept;
     static void end(blob_buf *to, char *at) noexcept;
-    // Completes a member by its text, for which its head is in front of `to` already, or takes the head back if there is no text. Returns the end.
-    static char *put_text(char *to, std::size_t head_size, const char *text) noexcept;
+    static char *put_long_text(char *to, std::size_t head_size, const char *text) noexcept; // of any length
+    static void copy(char *to, const char *from, std::size_t bytes) noexcept;
 };
