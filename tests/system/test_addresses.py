@@ -20,14 +20,14 @@ for word in sys.argv[1:]:
         talker.sendto(b"hello", (word, 9))
 """
 
-# Asks for 10.99.0.1 in the name of a thousand addresses.
+# Asks for 10.99.0.1 in the name of two hundred addresses.
 _SPOOF = """
 import socket, sys
 mac = bytes.fromhex(sys.argv[1].replace(":", ""))
 with socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as liar:
     liar.bind(("eth0", 0))
-    for number in range(1000):
-        sender = bytes((10, 99, 1 + number // 250, 1 + number % 250))
+    for number in range(200):
+        sender = bytes((10, 99, 1, 1 + number))
         liar.send(b"\\xff" * 6 + mac + bytes.fromhex("0806" "0001" "0800" "0604" "0001") + mac + sender + bytes(6) + bytes((10, 99, 0, 1)))
 """
 
@@ -124,11 +124,16 @@ def test_an_address_from_the_dhcp_server_is_known_by_its_lease(running_lab):
     assert addresses(lab)[address] == "lease", "the better way of knowing stays"
 
 
-def test_who_claims_a_thousand_addresses_keeps_eight(client):
+def test_who_claims_two_hundred_addresses_keeps_eight(client):
     lab = client.lab
     lab.run(["ip", "address", "add", "10.99.0.1/16", "dev", network.BRIDGE])
-    client.run(["/usr/bin/python3", "-c", _SPOOF, MAC])
-    lab.wait(lambda: health(lab, "addresses")["refused"] >= 400, 20, "most of the claims to be refused")
+
+    def refused():
+        # The kernel keeps a thousand neighbours of all namespaces together: those of other tests may leave no place for a moment.
+        client.run(["/usr/bin/python3", "-c", _SPOOF, MAC])
+        return health(lab, "addresses")["refused"]
+
+    lab.wait(lambda: refused() >= 150, 20, "most of the claims to be refused")
     assert len(addresses(lab)) == 8
     assert health(lab, "addresses")["kept"] == 8
     lab.apsim(f"disassoc mac={MAC} reason=307")
