@@ -112,7 +112,8 @@ def fresh_root(build_dir, tmp_path, packages):
         site = mirror()
         if site is None:
             pytest.skip("no package mirror can be reached")
-        run("debootstrap", "--variant=minbase", f"--include={needed}", RELEASE, root, site)
+        # It mounts folders of the root meanwhile, which is nobody else's business.
+        run("unshare", "--mount", "debootstrap", "--variant=minbase", f"--include={needed}", RELEASE, root, site)
         new = archive.with_suffix(".new")
         run("tar", "-C", root, "--exclude=./proc/*", "--exclude=./dev/*", "--exclude=./var/cache/apt/archives/*.deb",
             "-cf", new, ".")
