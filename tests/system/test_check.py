@@ -17,9 +17,9 @@ def check(request, build_dir):
     if request.param == "busybox":
         shell.append("sh")
 
-    def run(lab, *options):
+    def run(lab, *options, libraries=""):
         return lab.run([*shell, "-s", "--", *options], stdin=CHECK.read_bytes(), check=False,
-                       environment={"LD_LIBRARY_PATH": str(build_dir / "lib")})
+                       environment={"LD_LIBRARY_PATH": f"{libraries}:{build_dir / 'lib'}"})
     return run
 
 
@@ -74,10 +74,61 @@ def test_before_anything_runs_each_missing_part_is_named(open_lab, check):
     assert lines["note"]["collector"].startswith("nobody listens at /tmp/sta_server_domain")
 
 
-@pytest.mark.parametrize("capability", ["{", '{"wireless":{}}', '{"wireless":{"radiolist":[{"name":"wifi0"}]}}'])
-def test_a_capability_file_without_limits_is_as_good_as_none(open_lab, check, capability):
-    done = check(open_lab(capability=capability))
-    assert found(done)["MISSING"]["capability file"].endswith("names no radio with sta_limit_max: wsmd keeps no station")
+RADIOS_WITHOUT_A_LIMIT = '{"wireless":{"radiolist":[{"name":"wifi0"}]}}'
+LIMITS_ELSEWHERE = """{"sta_limit_max": 7, "wireless": {
+  "old": {"radiolist": [{"sta_limit_max": 9}]}, "sta_limit_max": 5,
+  "radiolist": [{"na\\\\\\"me": "}", "sta_limit_max" : 64}, {"sta_limit_max": "12", "more": {"sta_limit_max": 8}}]},
+"radiolist": [{"sta_limit_max": 3}]}"""
+
+
+@pytest.mark.parametrize("capability", [
+    "{", "", '{"wireless":{}}', '{"wireless":{"radiolist":{"sta_limit_max":4}}}', '{"wireless":{"radiolist":[{"sta_limit_max":4}',
+    '{"wireless":{},"radiolist":[{"sta_limit_max":4}]}'],
+    ids=["cut off", "empty", "no list", "no list but a table", "cut off after the limit", "the list elsewhere"])
+def test_a_capability_file_without_radios_is_as_good_as_none(open_lab, check, capability):
+    lab = open_lab(capability=capability).start_all()
+    assert lab.bus("call", "wsmd", "health")["stations"]["limit"] == 0
+    assert found(check(lab))["MISSING"]["capability file"].endswith("has no list wireless.radiolist: wsmd keeps no station")
+
+
+@pytest.mark.parametrize("capability", [
+    RADIOS_WITHOUT_A_LIMIT, '{"wireless":{"radiolist":[]}}', '{"wireless":{"radiolist":[{"sta_limit_max":0}]}}',
+    '{"wireless":{"radiolist":[{"sta_limit_max":-3}]}}', LIMITS_ELSEWHERE],
+    ids=["no limits", "no radios", "a limit of 0", "a limit below 0", "limits elsewhere"])
+def test_the_room_for_stations_is_that_of_the_daemon(open_lab, check, capability):
+    lab = open_lab(capability=capability).start_all()
+    limit = lab.bus("call", "wsmd", "health")["stations"]["limit"]
+    done = check(lab)
+    assert (done.status, found(done)["ok"]["capability file"]) == (0, f"room for {limit} stations")
+
+
+@pytest.fixture
+def kernel_driver_lab(open_lab):
+    """An access point whose driver has announced itself to the daemon, and cannot be seen at its socket or by `genl`."""
+    lab = open_lab()
+    lab.run(["sh", "-c", "mkdir /run/driver && ln -s driver/was.sock /run/was.sock"])
+    lab.start_ubusd()
+    lab.start("apsim", ["apsim", "--socket", "/run/../run/driver/was.sock"])
+    lab.wait(lambda: lab.run(["test", "-S", "/run/driver/was.sock"], check=False).status == 0, 10, "the driver")
+    lab.start_collector()
+    lab.start_daemon()
+    lab.wait_for_family()
+    lab.run(["rm", "/run/driver/was.sock"])
+    genl = shutil.which("genl", path=lab.space.environment["PATH"])
+    if genl:
+        lab.run(["mount", "--bind", "/dev/null", genl])
+    return lab
+
+
+def test_a_makers_driver_is_found_without_the_program_genl(kernel_driver_lab, check):
+    (kernel_driver_lab.root / "run/maker").mkdir()
+    (kernel_driver_lab.root / "run/maker/libwas.so").touch()
+    done = check(kernel_driver_lab, libraries="/run/maker")
+    assert (done.status, found(done)["ok"]["driver"]) == (0, "the kernel has announced the family TK_STA to wsmd")
+
+
+def test_a_bridge_that_has_gone_is_missing_although_the_daemon_knew_it(kernel_driver_lab, check):
+    assert found(check(kernel_driver_lab))["MISSING"]["driver"].startswith("nobody answers at /var/run/was.sock: start wsm-bridge")
 
 
 @pytest.mark.parametrize("package, text, said", [
