@@ -11,7 +11,8 @@ for line in sys.stdin:
     report = json.loads(line)
     mac = report["mac"]
     name = names.setdefault(mac, mac)
-    at = time.strftime("%H:%M:%S", time.localtime(report["received"]))
+    received = report["received"]  # a report of a raw file has no time
+    at = "?" if received is None else time.strftime("%H:%M:%S", time.localtime(received))
     if report["log_type"] == CAME:
         print(f"{at} {name} came to {report['ssid']!r} on {report['ifname']}, {report['rssi']} dBm", flush=True)
     elif report["log_type"] == ROAMED:

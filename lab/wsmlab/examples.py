@@ -157,22 +157,22 @@ neigh add 2001:db8::a lladdr {_MAC} dev {network.BRIDGE} nud permanent
 
 def _conversation(life, text):
     result = ""
-    for command, documented in _turns(text):
+    for command, documented in turns(text):
         printed = life.run(command)
         result += f"$ {command}\n{_fitted(documented, printed) or printed}"
     return result
 
 
-def _turns(text):
+def turns(text):
     """A conversation's commands, each with what is printed: (command, text)."""
-    turns = []
+    result = []
     for line in text.splitlines(keepends=True):
         if line.startswith("$ "):
-            turns.append((line[2:].rstrip("\n"), ""))
+            result.append((line[2:].rstrip("\n"), ""))
         else:
-            command, printed = turns.pop()
-            turns.append((command, printed + line))
-    return turns
+            command, printed = result.pop()
+            result.append((command, printed + line))
+    return result
 
 
 def _fitted(documented, printed):
@@ -204,7 +204,7 @@ def shape(text):
         value = json.loads(text)
     except ValueError:
         if text.startswith("$ "):
-            return [(command, shape(printed)) for command, printed in _turns(text)]
+            return [(command, shape(printed)) for command, printed in turns(text)]
         text = re.sub(r"^ +", "", re.sub(r"@[0-9a-f]{8}", "@ID", text), flags=re.MULTILINE)
         return re.sub(r"-?\b\d+", "N", text)
     return _kinds(value)

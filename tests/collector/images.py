@@ -1,19 +1,11 @@
 """Reports for the collector's tests, written out by hand."""
 
-import struct
-
 import formats
 
 NOON = 1700000000
 
 
-def image(**fields):
-    """A report with these fields; texts as str or bytes."""
-    data = bytearray(formats.REPORT_SIZE)
-    for name, value in fields.items():
-        offset, form = formats.REPORT[name]
-        struct.pack_into(form, data, offset, value.encode() if isinstance(value, str) else value)
-    return bytes(data)
+image = formats.report_image
 
 
 def mac(number):

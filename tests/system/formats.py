@@ -86,6 +86,15 @@ def announcement(identifier, name=FAMILY, cmd=1):
                    attribute(2, name.encode() + b"\0") + attribute(1, struct.pack("=H", identifier)))
 
 
+def report_image(**fields):
+    """A report with these fields; texts as str or bytes."""
+    data = bytearray(REPORT_SIZE)
+    for name, value in fields.items():
+        offset, form = REPORT[name]
+        struct.pack_into(form, data, offset, value.encode() if isinstance(value, str) else value)
+    return bytes(data)
+
+
 def report_fields(image):
     """The report's fields by name; texts end at their first zero byte and stay bytes if they are not ASCII."""
     assert len(image) == REPORT_SIZE

@@ -3,8 +3,10 @@
 import pathlib
 import re
 import shutil
+import subprocess
 import sys
 
+import formats
 import pytest
 
 from wsmlab import examples
@@ -63,6 +65,13 @@ def test_the_consumer_of_reports_says_who_comes_roams_and_leaves(running_lab):
     assert texts[0] == f"{MAC} came to 'Lobby' on ath0, -48 dBm"
     assert f"{MAC} leaves ath0 for another radio" in texts
     assert re.fullmatch(rf"{MAC} left: OW_STA_DEAUTH_RECV, after \d+ s", texts[-1])
+
+
+def test_the_consumer_of_reports_has_no_time_for_those_of_a_raw_file(build_dir):
+    image = formats.report_image(mac=MAC, status=1, log_type=1, ssid="Lobby", ifname="ath0", rssi=-48)
+    report = subprocess.run([build_dir / "bin/wsm-collector", "--json", "-"], input=image, capture_output=True, timeout=60, check=True)
+    said = subprocess.run([sys.executable, EXAMPLES / "presence.py"], input=report.stdout, capture_output=True, timeout=60, check=True)
+    assert said.stdout.decode() == f"? {MAC} came to 'Lobby' on ath0, -48 dBm\n"
 
 
 def test_the_consumer_of_notifications_says_who_leaves_and_why(running_lab):
