@@ -1,6 +1,7 @@
 """What an operator sees of each fault in the log of a device with the default log level."""
 
 import pathlib
+import re
 import signal
 
 import pytest
@@ -10,6 +11,7 @@ from wsmlab.overflow import overflow
 
 DEFAULTS = {"debug": None}  # no /etc/config/debug: the threshold is the library's
 MAC = "02:00:00:00:00:01"
+OPERATIONS = pathlib.Path(__file__).resolve().parents[2] / "docs/operations.md"
 
 
 def notices(lab):
@@ -189,16 +191,44 @@ def test_a_healthy_start_says_only_that_the_driver_came(device):
                             "the driver has announced the family TK_STA"]
 
 
+def documented_commands():
+    """The commands that raise the level: at once, from the next start on, and for that start now."""
+    text = OPERATIONS.read_text(encoding="utf-8")
+    return re.search(r"test_the_documented_commands_raise_the_level -->\n```sh\n(.*?)```", text, re.DOTALL)[1].splitlines()
+
+
 def test_the_documented_commands_raise_the_level(device):
+    lab = device()
+    reload_config = lab.root / "run/lab/bin/reload_config"  # a lab has no service manager
+    reload_config.write_text("#!/bin/sh\ntouch /run/reloaded\n")
+    reload_config.chmod(0o755)
+    lab.start_apsim()
+    lab.start_daemon(wait=False)
+    wait_for_notice(lab, "the driver has announced the family TK_STA")
+    at_once, *later = documented_commands()
+    lab.run(["sh", "-c", at_once])
+    lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0")
+    lab.wait(lambda: any(MAC in line and "main 7: " in line for line in lab.log_lines()), 20, "a line of level 7")
+    lab.run(["sh", "-ec", "\n".join(later)])
+    assert (lab.root / "run/reloaded").exists()
+    lab.daemon.stop()
+    before = len(lab.log_lines())
+    lab.start_daemon(wait=False)
+    lab.wait(lambda: any("main 7: " in line for line in lab.log_lines()[before:]), 20, "a line of level 7")
+
+
+def test_messages_that_found_no_room_are_counted_and_then_named(device):
     lab = device()
     lab.start_apsim()
     lab.start_daemon(wait=False)
     wait_for_notice(lab, "the driver has announced the family TK_STA")
-    lab.run(["sh", "-c", "ubus call sta.debug set '{\"module\":\"main\",\"level\":7}'"])
-    lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0")
-    lab.wait(lambda: any(MAC in line and "main 7: " in line for line in lab.log_lines()), 20, "a line of level 7")
-    lab.daemon.stop()
-    lab.run(["sh", "-c", "touch /etc/config/debug; uci set debug.main=debug; uci set debug.main.level=7; uci commit debug"])
-    before = len(lab.log_lines())
-    lab.start_daemon(wait=False)
-    lab.wait(lambda: any("main 7: " in line for line in lab.log_lines()[before:]), 20, "a line of level 7")
+    lab.run(["sh", "-c", "mount -t tmpfs -o remount,size=2m tmpfs /tmp && ! dd if=/dev/zero of=/tmp/filler bs=4096 2>&1"])
+    lab.bus("call", "sta.debug", "set", {"level": 7})
+
+    def lost():
+        lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0")
+        return lab.bus("call", "sta.debug", "get")["lost"]
+    lab.wait(lost, 30, "a message without room")
+    lab.run(["rm", "/tmp/filler"])
+    said = re.compile(r" [1-9]\d* messages lost$")
+    lab.wait(lambda: lost() and any(said.search(line) for line in lab.log_lines()), 30, "their number in the log")
