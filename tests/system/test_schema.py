@@ -50,6 +50,23 @@ def test_the_schema_is_one():
     jsonschema.Draft202012Validator.check_schema(SCHEMA)
 
 
+def members_in(part, path="$defs"):
+    """Every member of an object in the schema, at any depth: (path, its schema)."""
+    if isinstance(part, list):
+        part = dict(enumerate(part))
+    if isinstance(part, dict):
+        for name, member in part.get("properties", {}).items():
+            yield f"{path}/{name}", member
+        for name, inner in part.items():
+            yield from members_in(inner, f"{path}/{name}")
+
+
+def test_every_member_in_the_schema_has_a_description():
+    described = {name for name, part in (SCHEMA["$defs"] | SCHEMA["$defs"]["members"]).items() if part.get("description")}
+    assert [path for path, member in members_in(SCHEMA["$defs"])
+            if not member.get("description") and member.get("$ref", "").rsplit("/", 1)[-1] not in described] == []
+
+
 def test_every_message_of_a_station_s_life_is_as_the_schema_says(lived):
     lab, watch = lived
     assert {report["log_type"] for report in lab.reports()} == {1, 2, 3, 4}
