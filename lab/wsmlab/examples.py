@@ -21,7 +21,7 @@ from .overflow import overflow
 DOCS = pathlib.Path(__file__).resolve().parents[2] / "docs"
 _EXAMPLE = re.compile(r"<!-- example: (?P<command>.*?) -->\n```[a-z]*\n(?P<text>.*?)```", re.DOTALL)
 _MEMBERS = re.compile(r"<!-- members: (?P<kind>.*?) -->\n(?P<table>(?:\|.*\n)*)")
-_MAC = "02:00:00:00:00:01"
+_MAC = "02:60:00:00:00:01"  # one that ./demo has as well, so that the commands can be tried there
 _CONVERSATION, _LEFT_OUT = "conversation", "..."
 _ADDRESSES = """ubus call wsmd stations '{"fields":["ip","addresses","names"]}'"""
 _RECORDING = "/tmp/fault.wsr"

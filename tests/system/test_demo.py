@@ -4,13 +4,16 @@ import json
 import os
 import pathlib
 import re
+import shlex
 import signal
 import subprocess
 import sys
+import time
 
 import pytest
 
 from leftovers import processes_below, still_running
+from wsmlab import examples
 
 LAB_FOLDER = pathlib.Path(__file__).resolve().parents[2] / "lab"
 
@@ -159,6 +162,49 @@ def test_a_command_can_be_run_in_a_running_demo(demo):
     assert "sta" in listed
     assert "count" in answer
     assert status == 7
+
+
+def paths(value, at=""):
+    """The members of a JSON value at any depth, those of all entries of a list together."""
+    if isinstance(value, dict):
+        return {f"{at}/{name}" for name in value}.union(*(paths(member, f"{at}/{name}") for name, member in value.items()))
+    return set().union(*(paths(one, at) for one in value)) if isinstance(value, list) else set()
+
+
+def documented_calls():
+    """The calls of the bus in the documents' examples, each with what it printed."""
+    for _, command, text in examples.in_documents():
+        for call, printed in examples.turns(text) if command == "conversation" else [(command, text)]:
+            if call.startswith("ubus call ") and " | " not in call:
+                yield shlex.split(call.removesuffix(" 2>/dev/null || true")), json.loads(printed or "{}")
+
+
+def test_every_documented_call_is_answered_in_a_running_demo(demo, patience):
+    def execute(words):
+        with demo("--exec", *words, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as visitor:
+            out, _ = visitor.communicate(timeout=demo.limit)
+        return visitor.returncode, json.loads(out or "{}")
+
+    def send_away():
+        _, station = execute(["ubus", "call", "wsmd", "station", '{"mac":"02:60:00:00:00:01"}'])
+        if station.get("state") == "online":
+            execute(["ubus", "call", "sta", "delete", json.dumps({"mac": station["mac"], "radio": station["radio"]})])
+
+    def answered(words):
+        if words[2:4] == ["wsmd", "departed"]:  # of somebody of whom all is known
+            send_away()
+        status, answer = execute(words)
+        return status, paths(answer)
+    calls = list(documented_calls())
+    assert len(calls) >= 15
+    with demo("--stations", "4", "--seconds", str(2 * demo.limit), stdout=subprocess.DEVNULL) as process:
+        for words, documented in calls:
+            expected = (256 - 2 if "error" in documented else 0, paths(documented))  # `ubus` ends with minus the status
+            end = time.monotonic() + 15 * patience
+            while (got := answered(words)) != expected:  # the client may be between two visits
+                assert time.monotonic() < end, (words, got[0], got[1] ^ expected[1])
+        process.send_signal(signal.SIGINT)
+        assert process.wait(timeout=demo.limit) == 0
 
 
 def test_paths_are_relative_to_the_callers_folder(demo, tmp_path):
