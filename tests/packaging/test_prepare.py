@@ -26,6 +26,14 @@ def test_the_readme_names_the_packages_that_a_build_needs():
     assert line.split() == packages("BUILD_PROBES")
 
 
+def test_the_readmes_command_begins_a_build(tmp_path):
+    line = re.search(r"^cmake -S \. .*? && cmake --build build\b", (ROOT / "README.md").read_text(encoding="utf-8"), re.MULTILINE)[0]
+    line = line.replace(" build", f" {tmp_path}/tree") + " -- -n"  # it only says what it would do: to do it takes minutes
+    done = subprocess.run(["sh", "-c", line], cwd=ROOT, capture_output=True, text=True, check=False)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert re.search(r"\[\d+/\d+\]", done.stdout.splitlines()[-1])
+
+
 def test_each_command_installs_no_more_than_it_needs():
     build, demo, tests = (set(packages(f"{name}_PROBES")) for name in ("BUILD", "DEMO", "TESTS"))
     assert build < demo < tests

@@ -90,6 +90,43 @@ def test_the_consumer_of_notifications_says_who_leaves_and_why(running_lab):
     monitor.stop()
 
 
+def transcript(text, command):
+    """What a block of lab.md that begins with this command shows as printed."""
+    return next(block.split("\n", 1) for block in re.findall(r"```\n\$ (.*?)```", text, re.DOTALL) if block.startswith(command))
+
+
+def test_the_simulators_commands_in_the_labs_page_are_answered_as_shown(running_lab):
+    command, shown = transcript((ROOT / "docs/lab.md").read_text(encoding="utf-8"), "printf 'assoc")
+    assert running_lab.run(["sh", "-c", command]).stdout == shown
+
+
+def test_the_collectors_line_in_the_labs_page_is_as_it_prints_it(lab):
+    command, shown = transcript((ROOT / "docs/lab.md").read_text(encoding="utf-8"), "wsm-collector")
+    lab.start_ubusd()
+    lab.start_apsim()
+    collector = lab.start("wsm-collector", ["sh", "-c", command])
+    lab.wait(lambda: (lab.files / "sta_server_domain").is_socket(), 10, "the collector's socket")
+    lab.start_daemon()
+    lab.wait_for_family()
+    lab.apsim(f"assoc mac={MAC} ifname=ath0 radio=0 rssi=-48")
+    lab.wait(lambda: examples.shape(collector.text()).startswith(examples.shape(shown)), 10, "the line as in the page")
+
+
+def test_the_calls_of_the_daemons_page_are_answered(running_lab):
+    page = (ROOT / "docs/man/wsmd.8").read_text(encoding="utf-8")
+    calls = [line.replace(r"\(dq", '"') for line in re.findall(r'^\.BI "(ubus call .*)"$', page, re.MULTILINE)]
+    assert len(calls) == 4
+    for call in calls:
+        assert running_lab.run(["sh", "-c", call], check=False).status == 0, call
+
+
+def test_the_commands_for_debian_are_those_of_the_page():
+    page = (ROOT / "docs/on-your-access-point.md").read_text(encoding="utf-8")
+    lines = re.findall(r"^ {6}(\S.*)$", (ROOT / "packaging/debian/README.Debian").read_text(encoding="utf-8"), re.MULTILINE)
+    assert len(lines) == 5
+    assert [line for line in lines if line not in page and line != "wsm"] == []
+
+
 def manual_example(page):
     """The commands of a manual page's examples, as one types them."""
     examples = (ROOT / f"docs/man/{page}").read_text(encoding="utf-8").split(".SH EXAMPLES\n")[1]
@@ -129,26 +166,38 @@ def test_the_example_of_the_fleets_page_publishes_an_hour_of_a_small_fleet(lab):
     assert int(count) > 5 * 20 * 60
 
 
-MANUAL = sorted(path for path in (ROOT / "docs/man").iterdir() if ".SH EXAMPLES" in path.read_text(encoding="utf-8"))
+COMMANDS = re.compile(r"^(\$ |(ubus|uci|wsm-[a-z-]+|rabbitmqctl|opkg|apt-get|cmake|cpack|systemctl|python3|\./(demo|test)|bench/\w+) )",
+                      re.MULTILINE)
+SECTION = re.compile(r"^\.SH (?P<name>[^\n]*)\n(?P<text>.*?)(?=^\.SH |\Z)", re.DOTALL | re.MULTILINE)
+FENCE = re.compile(r"(?P<marker><!-- [^\n]* -->\n)?```(?P<language>\w*)\n(?P<text>.*?)```", re.DOTALL)
+MARKER = re.compile(r"(?:tried: (?P<tests>\w+(?:, \w+)*)|example: .*|needs (?:a device|a release|a person|a fleet|a quiet machine))")
 
 
-@pytest.mark.parametrize("path", MANUAL, ids=lambda path: path.name)
-def test_every_example_of_a_manual_page_names_its_test_or_what_it_needs(path):
-    marker = re.search(r'^\.SH EXAMPLES\n\.\\" (?:tried: (\w+)|needs a device)$', path.read_text(encoding="utf-8"), re.MULTILINE)
-    assert marker, "no test is named"
-    assert not marker[1] or f"def {marker[1]}(" in pathlib.Path(__file__).read_text(encoding="utf-8")
-
-
-FENCE = re.compile(r"(?P<marker><!-- [^\n]* -->\n)?```sh\n(?P<text>.*?)```", re.DOTALL)
-MARKER = re.compile(r"<!-- (?:tried: (?P<test>\w+)|needs (?P<what>a device|a release|a person)) -->\n")
-
-
-@pytest.mark.parametrize("path", [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *sorted((ROOT / "docs").glob("*.md"))],
-                         ids=lambda path: path.name)
-def test_every_block_of_commands_names_its_test_or_what_it_needs(path):
+def check_marker(marker, text):
+    """`marker` says which tests try the commands of `text`, or why none does."""
+    found = MARKER.fullmatch(marker)
+    assert found, f"no test is named for:\n{text}"
     tests = "\n".join(file.read_text(encoding="utf-8") for file in (ROOT / "tests").rglob("*.py"))
+    for test in (found["tests"] or "").split(", "):
+        assert not test or f"def {test}(" in tests, f"there is no {test}"
+
+
+@pytest.mark.parametrize("path", sorted((ROOT / "docs/man").iterdir()), ids=lambda path: path.name)
+def test_every_example_of_a_manual_page_names_its_test_or_what_it_needs(path):
+    for section in SECTION.finditer(path.read_text(encoding="utf-8")):
+        if section["name"] == "EXAMPLES" or '.BI "ubus call' in section["text"]:
+            first = section["text"].split("\n", 1)[0]
+            check_marker(first.removeprefix(r'.\" '), section["text"])
+
+
+def pages():
+    """Every page of this tree, but not of folders in which it is built."""
+    folders = [path for path in ROOT.iterdir() if path.is_dir() and not path.name.startswith((".", "build"))]
+    return [*sorted(ROOT.glob("*.md")), *sorted(path for folder in folders for path in folder.rglob("*.md"))]
+
+
+@pytest.mark.parametrize("path", pages(), ids=lambda path: str(path.relative_to(ROOT)))
+def test_every_block_of_commands_names_its_test_or_what_it_needs(path):
     for fence in FENCE.finditer(path.read_text(encoding="utf-8")):
-        marker = MARKER.fullmatch(fence["marker"] or "")
-        assert marker, f"no test is named for:\n{fence['text']}"
-        if marker["test"]:
-            assert f"def {marker['test']}(" in tests, f"there is no {marker['test']}"
+        if fence["language"] in ("sh", "bash", "console") or COMMANDS.search(fence["text"]):
+            check_marker((fence["marker"] or "").removeprefix("<!-- ").removesuffix(" -->\n"), fence["text"])
