@@ -49,12 +49,12 @@ endmacro()
 
 wsmd_package(daemon wsmd "${daemon_depends}"
   "${PROJECT_DESCRIPTION}"
-  "Keeps one record for every wireless client of an access point, reports its"
-  "coming, going and figures to a collector, and answers for it on the bus.")
+  "Keeps one record for every wireless client of an access point, reports"
+  "arrivals, departures and figures to a collector, and answers queries on the bus.")
 wsmd_package(bridge wsm-bridge "${tools_depends}"
   "Wireless driver of mac80211 radios for wsmd"
-  "Tells the daemon of stations that come, go and roam at an access point with"
-  "hostapd, and answers its driver requests, with the program wsm-bridge.")
+  "Reports to wsmd the stations that associate, roam or leave an access point with"
+  "hostapd, and answers the daemon's driver requests.")
 set(CPACK_DEBIAN_BRIDGE_PACKAGE_RECOMMENDS wsmd)
 wsmd_package(base wsmd-base ""
   "Base libraries, bus broker and configuration tools below wsmd"

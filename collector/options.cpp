@@ -69,7 +69,7 @@ constexpr setting settings[] = {
     {"subscribe", "URL",
      "take reports from a broker instead: mqtt[s]://host/prefix, amqp[s]://host,host/vhost?queue=NAME",
      [](options &o, const std::string &v) { return parse_subscribe_url(v, o.subscribe); }},
-    {"subscribe-ca", "FILE", "certificates that this broker's is checked against",
+    {"subscribe-ca", "FILE", "certificates to check that broker's against",
      [](options &o, const std::string &v) { return o.subscribe.ca = v, verdict(); }},
     {"subscribe-cert", "FILE", "our own certificate",
      [](options &o, const std::string &v) { return o.subscribe.certificate = v, verdict(); }},
@@ -82,7 +82,7 @@ constexpr setting settings[] = {
          o.subscribe.group = v;
          return {};
      }},
-    {"client-id", "NAME", "MQTT: ours within the group, always the same (wsm-collector-HOSTNAME)",
+    {"client-id", "NAME", "MQTT: this collector in the group, always the same (wsm-collector-HOSTNAME)",
      [](options &o, const std::string &v) { return o.subscribe.client_id = v, verdict(); }},
     {"prefetch", "N", "reports that the broker hands over before they must be stored (2000)",
      [](options &o, const std::string &v) -> verdict {
@@ -92,25 +92,25 @@ constexpr setting settings[] = {
      [](options &o, const std::string &v) -> verdict {
          return number<std::size_t>(v, 1, 10'000'000, o.queue) ? "" : "a whole number above 0";
      }},
-    {"grace", "SECONDS", "who comes back within this time has not left (30)",
+    {"grace", "SECONDS", "a station that comes back within this time has not left (30)",
      [](options &o, const std::string &v) { return set_seconds(v, 0, o.rules.grace); }},
-    {"silence", "SECONDS", "who is not reported for this time has left (900)",
+    {"silence", "SECONDS", "a station without a report for this time has left (900)",
      [](options &o, const std::string &v) { return set_seconds(v, 1, o.rules.silence); }},
     {"store", "STORE", "keep stays, events and time series: sqlite:FILE or postgresql://...",
      [](options &o, const std::string &v) { return parse_store(v, o.store.url, o.store.path); }},
-    {"commit", "SECONDS", "between two writes of the store; a power cut costs as much (1)",
+    {"commit", "SECONDS", "time between two writes of the store; a power cut loses up to that (1)",
      [](options &o, const std::string &v) -> verdict {
          return number(v, 0, 86400, o.store.commit) ? "" : "whole seconds";
      }},
-    {"sample", "SECONDS", "between two points of a time series in the store (60)",
+    {"sample", "SECONDS", "time between two points of a time series in the store (60)",
      [](options &o, const std::string &v) -> verdict {
          return number(v, 0, 86400, o.store.sample) ? "" : "whole seconds";
      }},
-    {"keep", "DAYS", "how long the store remembers, 0 for ever (30)",
+    {"keep", "DAYS", "how long the store keeps data, 0 for ever (30)",
      [](options &o, const std::string &v) -> verdict {
          return number(v, 0, 36500, o.store.keep_days) ? "" : "whole days";
      }},
-    {"size", "MEGABYTES", "how large the store may become, 0 for no bound (1024)",
+    {"size", "MEGABYTES", "how large the store may become, 0 for no limit (1024)",
      [](options &o, const std::string &v) -> verdict {
          return number<std::int64_t>(v, 0, 1 << 30, o.store.most_mb) ? "" : "whole megabytes";
      }},
@@ -118,7 +118,7 @@ constexpr setting settings[] = {
      [](options &o, const std::string &v) { return o.names = v, verdict(); }},
     {"http", "ADDRESS:PORT", "serve the JSON interface, the stream of events and the page",
      [](options &o, const std::string &v) { return o.http = v, verdict(); }},
-    {"token-file", "FILE", "requests must carry the token in it; needed off loopback",
+    {"token-file", "FILE", "requests must have the token in it; required for other addresses than loopback",
      [](options &o, const std::string &v) { return o.token_file = v, verdict(); }},
     {"web", "FOLDER", "the page's files (../share/wsmd/web, seen from the program's folder)",
      [](options &o, const std::string &v) { return o.web = v, verdict(); }},
@@ -130,7 +130,7 @@ constexpr setting settings[] = {
      }},
     {"publish", "URL", "send to an MQTT broker: mqtt[s]://[user[:password]@]host[:port][/prefix]",
      [](options &o, const std::string &v) { return parse_mqtt_url(v, o.mqtt); }},
-    {"publish-ca", "FILE", "certificates that the broker's is checked against",
+    {"publish-ca", "FILE", "certificates to check the broker's against",
      [](options &o, const std::string &v) { return o.mqtt.ca = v, verdict(); }},
     {"publish-cert", "FILE", "our own certificate",
      [](options &o, const std::string &v) { return o.mqtt.certificate = v, verdict(); }},
@@ -142,7 +142,7 @@ constexpr setting settings[] = {
                     ? ""
                     : "a whole number above 0";
      }},
-    {"spool-dir", "FOLDER", "they wait there instead, and survive our end",
+    {"spool-dir", "FOLDER", "they wait there instead, and survive a restart",
      [](options &o, const std::string &v) { return o.mqtt.spool.folder = v, verdict(); }},
     {"spool-size", "MEGABYTES", "how large it may become before the oldest is dropped (64)",
      [](options &o, const std::string &v) -> verdict {
