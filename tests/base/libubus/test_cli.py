@@ -249,6 +249,14 @@ def test_handler_that_returns_minus_two_prints_the_usage(ubus, build_dir, broker
     peer.done()
 
 
+def test_monitor_takes_no_arguments(ubus):
+    assert ubus("monitor", "x").finish() == (254, "", USAGE)
+
+
+def test_a_call_looks_for_the_object_before_it_reads_the_message(ubus, sta):
+    assert ubus("call", "nope", "get", "{bad").finish() == (4, "", "Command failed: Not found\n")
+
+
 @pytest.mark.parametrize("args", [["-m", "nonsense", "monitor"], ["-M", "x", "monitor"]])
 def test_unknown_monitor_filter_prints_the_usage(ubus, args):
     assert ubus(*args).finish() == (1, "", USAGE)

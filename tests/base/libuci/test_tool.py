@@ -116,6 +116,11 @@ def test_a_batch_goes_on_behind_each_kind_of_error(uci):
     )
 
 
+def test_a_parse_error_of_a_batch_counts_all_lines_before_it(uci):
+    done = uci("batch", input="# a remark\n\nget network.lan\nget 'open\n")
+    assert done.stderr == "uci: Parse error (EOF with unterminated ') at line 4, byte 10\n"
+
+
 def test_a_batch_sees_what_its_lines_have_changed(uci):
     lines = "add network route\nset network.@route[-1].target=x\nrename network.@route[0]=r\ncommit\nshow network.r\n"
     done = uci("batch", input=lines)
