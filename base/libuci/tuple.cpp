@@ -31,22 +31,30 @@ std::optional<indexed_section> parse_indexed(const char *text) {
     return indexed_section{{type, static_cast<std::size_t>(bracket - type)}, index};
 }
 
+// Most types differ in the first byte, so that most sections cost no call.
 bool matches(uci_element *e, std::string_view type) {
-    return type.empty() || type == uci_to_section(e)->type;
+    const char *own = uci_to_section(e)->type;
+    return type.empty() || (*own == type.front() && std::strncmp(own, type.data(), type.size()) == 0 &&
+                            own[type.size()] == '\0');
 }
 
+// From that end from which the index counts.
 uci_section *find_indexed(uci_package *p, const indexed_section &want) {
-    long index = want.index;
-    uci_element *e;
-    if (index < 0) {
-        long count = 0;
-        uci_foreach_element (&p->sections, e) count += matches(e, want.type);
-        index += count;
-    }
-    uci_foreach_element (&p->sections, e) {
-        if (matches(e, want.type) && index-- == 0) return uci_to_section(e);
+    const bool backwards = want.index < 0;
+    long others = backwards ? -(want.index + 1) : want.index; // to pass over
+    uci_list &head = p->sections;
+    for (uci_list *at = &head; (at = backwards ? at->prev : at->next) != &head;) {
+        uci_element *e = list_to_element(at);
+        if (matches(e, want.type) && others-- == 0) return uci_to_section(e);
     }
     return nullptr;
+}
+
+// The text up to the next dot, which is overwritten; null behind the last part. Half of what strsep costs.
+char *cut_part(char **rest) {
+    char *part = *rest;
+    if (part && (*rest = std::strchr(part, '.'))) *(*rest)++ = '\0';
+    return part;
 }
 
 uci_type depth(const uci_ptr *ptr) {
@@ -105,10 +113,11 @@ int split_tuple(uci_ptr *ptr, char *str) {
     *ptr = {};
     char *value = std::strchr(str, '=');
     if (value) *value++ = '\0';
-    char *package = strsep(&str, ".");
-    char *section = strsep(&str, ".");
-    char *option = strsep(&str, ".");
-    if (str || *package == '\0' || (option && !is_name(option)) || (value && !uci_validate_text(value)))
+    char *rest = str;
+    char *package = cut_part(&rest);
+    char *section = cut_part(&rest);
+    char *option = cut_part(&rest);
+    if (rest || *package == '\0' || (option && !is_name(option)) || (value && !uci_validate_text(value)))
         return UCI_ERR_PARSE;
     ptr->package = package;
     ptr->section = section;

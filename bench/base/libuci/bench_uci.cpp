@@ -90,17 +90,28 @@ void ask_for_one_value(benchmark::State &state) {
 }
 BENCHMARK(ask_for_one_value);
 
-void look_up_in_a_loaded_package(benchmark::State &state) {
+void look_up(benchmark::State &state, const char *what) {
     uci_context *ctx = place.context();
     if (uci_load(ctx, "wireless", nullptr) != UCI_OK) state.SkipWithError("the package cannot be loaded");
+    char tuple[64];
+    uci_ptr ptr;
     for (auto _ : state) {
-        char tuple[] = "wireless.@wifi-iface[-1].ssid";
-        uci_ptr ptr;
+        strcpy(tuple, what); // a look-up cuts its text
         benchmark::DoNotOptimize(uci_lookup_ptr(ctx, &ptr, tuple, true));
     }
+    if (!(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE)) state.SkipWithError("there is no such thing");
     uci_free_context(ctx);
 }
+
+void look_up_in_a_loaded_package(benchmark::State &state) { look_up(state, "wireless.@wifi-iface[-1].ssid"); }
 BENCHMARK(look_up_in_a_loaded_package);
+
+// Of sixteen sections of the type, counted from the beginning and from the end.
+void look_up_the_last_by_index(benchmark::State &state) { look_up(state, "wireless.@wifi-iface[15]"); }
+BENCHMARK(look_up_the_last_by_index);
+
+void look_up_the_first_from_the_end(benchmark::State &state) { look_up(state, "wireless.@wifi-iface[-16]"); }
+BENCHMARK(look_up_the_first_from_the_end);
 
 void floor_write_as_one_piece(benchmark::State &state) {
     const std::string text = wireless();

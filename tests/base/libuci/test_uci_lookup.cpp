@@ -67,6 +67,8 @@ INSTANTIATE_TEST_SUITE_P(
         tuple_case{"wireless.@wifi-iface[]", true, UCI_OK, complete | extended, 3, "cfg023579", nullptr},
         tuple_case{"wireless.@wifi-iface[ +1]", true, UCI_OK, complete | extended, 3, "guest0", nullptr},
         tuple_case{"wireless.@wifi-iface[3]", true, UCI_OK, done | extended, 3, nullptr, nullptr},
+        tuple_case{"wireless.@wifi-ifac[0]", true, UCI_OK, done | extended, 3, nullptr, nullptr},
+        tuple_case{"wireless.@wifi-iface0[0]", true, UCI_OK, done | extended, 3, nullptr, nullptr},
         tuple_case{"wireless.@wifi-iface[-4]", true, UCI_OK, done | extended, 3, nullptr, nullptr},
         tuple_case{"wireless.@wifi-iface[99999999999999999999]", true, UCI_OK, done | extended, 3, nullptr,
                    nullptr},
