@@ -226,7 +226,8 @@ void open_calls(benchmark::State &state) {
     uloop_done();
 }
 
-// Memory of the broker for each of so many clients that have sent something and are now idle.
+// Memory of the broker for so many clients that have sent something and are now idle. It has no floor: a program that only keeps
+// as many sockets writes no memory of its own for them.
 void broker_memory(benchmark::State &state) {
     const auto count = static_cast<std::size_t>(state.range(0));
     for (auto _ : state) {
@@ -246,51 +247,116 @@ void broker_memory(benchmark::State &state) {
 
 constexpr std::size_t call_size = 100; // about the size of such a call, in each direction
 
-void pass_on(int from, int to) {
-    char data[4096];
+// As much as a socket holds: with less at once each end wakes the next more often, which costs more than the copying.
+std::size_t pass_on(int from, int to) {
+    static char data[256 * 1024];
     const ssize_t n = recv(from, data, sizeof data, 0);
     if (n <= 0 || send(to, data, static_cast<std::size_t>(n), 0) != n) _exit(1);
+    return static_cast<std::size_t>(n);
 }
 
-void bounce(benchmark::State &state, int fd) {
-    char data[call_size] = {};
-    for (auto _ : state)
-        if (send(fd, data, sizeof data, 0) != sizeof data ||
-            recv(fd, data, sizeof data, MSG_WAITALL) != sizeof data)
-            std::abort();
+void send_all(int fd, const std::vector<char> &data) {
+    if (send(fd, data.data(), data.size(), 0) != static_cast<ssize_t>(data.size())) std::abort();
 }
 
-void make_pair(int (&ends)[2]) {
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends)) std::abort();
+void receive_all(int fd, std::vector<char> &data) {
+    if (recv(fd, data.data(), data.size(), MSG_WAITALL) != static_cast<ssize_t>(data.size())) std::abort();
 }
+
+void there_and_back(int fd, std::vector<char> &data) {
+    send_all(fd, data);
+    receive_all(fd, data);
+}
+
+class socket_pair {
+public:
+    socket_pair() {
+        if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends)) std::abort();
+    }
+    ~socket_pair() {
+        close(ends[0]);
+        close(ends[1]);
+    }
+    socket_pair(socket_pair &&) = delete;
+    int ends[2];
+};
+
+// A process in the place of the broker, which only passes on what comes, and one that answers.
+class relay {
+public:
+    explicit relay(const std::function<void(int)> &answer)
+        : answering_([&] {
+              for (;;) answer(far_.ends[1]);
+          }),
+          relaying_([this] {
+              for (;;) {
+                  pollfd fds[] = {{near_.ends[1], POLLIN, 0}, {far_.ends[0], POLLIN, 0}};
+                  poll(fds, 2, -1);
+                  if (fds[0].revents) pass_on(near_.ends[1], far_.ends[0]);
+                  if (fds[1].revents) pass_on(far_.ends[0], near_.ends[1]);
+              }
+          }) {}
+    int fd() const { return near_.ends[0]; }
+    // Processor time of all three.
+    double seconds() const {
+        return process::seconds_of(CLOCK_PROCESS_CPUTIME_ID) + answering_.seconds() + relaying_.seconds();
+    }
+
+private:
+    socket_pair near_, far_;
+    process answering_, relaying_;
+};
 
 // Floor: to another process and back.
 void bare_sockets(benchmark::State &state) {
-    int ends[2];
-    make_pair(ends);
+    const socket_pair line;
     const process answering([&] {
-        for (;;) pass_on(ends[1], ends[1]);
+        for (;;) pass_on(line.ends[1], line.ends[1]);
     });
-    bounce(state, ends[0]);
+    std::vector<char> data(call_size);
+    for (auto _ : state) there_and_back(line.ends[0], data);
 }
 
 // Floor: the same with a third process in the middle.
 void bare_sockets_with_a_relay(benchmark::State &state) {
-    int near[2], far[2];
-    make_pair(near);
-    make_pair(far);
-    const process answering([&] {
-        for (;;) pass_on(far[1], far[1]);
+    const relay r([](int fd) { pass_on(fd, fd); });
+    std::vector<char> data(call_size);
+    for (auto _ : state) there_and_back(r.fd(), data);
+}
+
+// Floor of a large call: as many bytes, which are answered when all are there.
+void large_sockets_with_a_relay(benchmark::State &state) {
+    std::vector<char> data(large_size), answer(large_size);
+    const relay r([&](int fd) {
+        receive_all(fd, answer);
+        send_all(fd, answer);
     });
-    const process relay([&] {
-        for (;;) {
-            pollfd fds[] = {{near[1], POLLIN, 0}, {far[0], POLLIN, 0}};
-            poll(fds, 2, -1);
-            if (fds[0].revents) pass_on(near[1], far[0]);
-            if (fds[1].revents) pass_on(far[0], near[1]);
+    for (auto _ : state) {
+        const double before = r.seconds();
+        there_and_back(r.fd(), data);
+        state.SetIterationTime(r.seconds() - before);
+    }
+}
+
+// Floor of open calls: each call and each answer leaves at once, and what has come together is read and passed on together.
+void open_sockets_with_a_relay(benchmark::State &state) {
+    const std::vector<char> call(call_size);
+    std::vector<char> answers(call_size * static_cast<std::size_t>(state.range(0)));
+    std::vector<char> calls(answers.size());
+    const relay r([&](int fd) {
+        const ssize_t n = recv(fd, calls.data(), calls.size(), 0);
+        if (n <= 0) _exit(1);
+        for (auto left = static_cast<std::size_t>(n); left > 0; left -= call_size) send_all(fd, call);
+    });
+    constexpr int batch = 9984; // a multiple of 64
+    while (state.KeepRunningBatch(batch)) {
+        const double before = r.seconds();
+        for (std::int64_t done = 0; done < batch; done += state.range(0)) {
+            for (std::int64_t i = 0; i < state.range(0); ++i) send_all(r.fd(), call);
+            receive_all(r.fd(), answers);
         }
-    });
-    bounce(state, near[0]);
+        state.SetIterationTime(r.seconds() - before);
+    }
 }
 
 } // namespace
@@ -302,4 +368,6 @@ BENCHMARK(open_calls)->Arg(1)->Arg(64)->UseManualTime();
 BENCHMARK(broker_memory)->Arg(200)->Iterations(1);
 BENCHMARK(bare_sockets)->UseRealTime();
 BENCHMARK(bare_sockets_with_a_relay)->UseRealTime();
+BENCHMARK(large_sockets_with_a_relay)->UseManualTime();
+BENCHMARK(open_sockets_with_a_relay)->Arg(1)->Arg(64)->UseManualTime();
 BENCHMARK_MAIN();
