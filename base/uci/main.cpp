@@ -133,7 +133,6 @@ int batch(uci_context *ctx, const cli::settings &set) {
 
 // False for an option that does not exist or lacks its argument.
 bool parse_options(uci_context *ctx, cli::settings *set, int argc, char **argv) {
-    opterr = 0;
     for (int c = 0; (c = getopt(argc, argv, "c:C:d:f:mnNp:P:qsSt:X")) != -1;) {
         int rc = UCI_OK;
         switch (c) {

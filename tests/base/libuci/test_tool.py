@@ -33,11 +33,20 @@ def uci(build_dir, tmp_path):
     return run
 
 
-@pytest.mark.parametrize("argv", [["help"], ["-z", "get", "network.lan"], ["-c"], ["HELP"]])
-def test_help_and_wrong_options_print_the_usage(uci, argv):
-    done = uci(*argv)
+@pytest.mark.parametrize("word", ["help", "HELP"])
+def test_help_prints_the_usage(uci, word):
+    done = uci(word)
     assert (done.returncode, done.stdout) == (0, "")
     assert done.stderr.startswith("Usage: uci [<options>] <command> [<arguments>]\n")
+
+
+@pytest.mark.parametrize("argv, said", [
+    (["-z", "get", "network.lan"], "invalid option -- 'z'"), (["get", "network.lan", "-q", "-z"], "invalid option -- 'z'"),
+    (["-c"], "option requires an argument -- 'c'")])
+def test_a_wrong_option_is_named_before_the_usage(uci, argv, said):
+    done = uci(*argv)
+    assert (done.returncode, done.stdout) == (0, "")
+    assert done.stderr.startswith(f"uci: {said}\nUsage: uci [<options>] <command> [<arguments>]\n")
 
 
 @pytest.mark.parametrize("argv", [["batch", "x"], ["add", "network"], ["show", "a", "b"], ["-m", "import"], ["set"]])
@@ -179,3 +188,16 @@ def test_sections_of_many_types_are_shown_with_their_places(uci):
     (uci.folder / "etc/many").write_text("".join(f"config t{number % 700}\n" for number in range(2100)))
     assert uci("show", "many").stdout.splitlines() == [f"many.@t{number % 700}[{number // 700}]=t{number % 700}"
                                                        for number in range(2100)]
+
+
+@pytest.mark.parametrize("argv, said", [
+    (["reorder", "network.lan.proto=2"], "uci: Entry not found\n"), (["add_list", "network.lan=v"], "uci: Invalid argument\n")])
+def test_a_command_for_another_kind_of_entry_changes_nothing(uci, argv, said):
+    done = uci(*argv)
+    assert (done.returncode, done.stdout, done.stderr) == (1, "", said)
+    assert not (uci.folder / "save").exists()
+
+
+def test_a_commit_of_the_private_folder_does_not_look_for_the_package(uci):
+    done = uci("-P", "private", "commit", "nosuch")
+    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
