@@ -108,6 +108,7 @@ void sta_associate(const station_change &change, sta_configuration &configuratio
     EVENT_LOG("up success sta->ap_mac = %s\n", sta->ap_mac);
     EVENT_LOG("maxRate1=%u\n", sta->maxRate);
     sta_put_text(sta->version, figures.version, 5);
+    sta_put_text(sta->protocol, figures.version, 5);
     sta_put_expanded(sta->ifname, figures.ifname);
     sta_take_vlanid(sta, configuration);
     sta->load_uptime = sta_uptime_seconds();

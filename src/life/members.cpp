@@ -23,6 +23,8 @@ void merge(sta_info_t *known, sta_info_t *sta) {
         sta_sta_users_backup_update(sta); // Deliberate: the line shows the incoming values
     sta_state_move(known, station_step::returned, sta);
     known->radio_id = sta->radio_id;
+    sta_put_text(known->protocol, sta->protocol);
+    known->driver_rate = sta->driver_rate;
     if (sta->ifname[0] != '\0') sta_put_text(known->ifname, sta->ifname);
 }
 

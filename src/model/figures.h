@@ -17,6 +17,7 @@
 #define STATION_TAKE(field) sta->field = from.field;
 template <class From> void sta_take_place(sta_info_t *sta, const From &from) noexcept {
     STATION_PLACE(STATION_TAKE)
+    sta->driver_rate = from.maxRate;
 }
 template <class From> void sta_take_capabilities(sta_info_t *sta, const From &from) noexcept {
     STATION_CAPABILITIES(STATION_TAKE)

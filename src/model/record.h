@@ -3,7 +3,7 @@
 // Owns:   `name` (from the counting allocator, may be null). Everything else is in the block.
 // Units:  clocks and *_ts seconds and nanoseconds, oltime seconds, maxRate Mbit/s, wifi_* and uplink_* bytes,
 //         rssi dBm; the other figures are the driver's own.
-// Texts:  always terminated. On 32-bit hosts with 8-byte alignment of 64-bit words the record lies in memory as
+// Texts:  always terminated. On 32-bit hosts with 8-byte alignment of 64-bit words the record begins in memory as
 //         the collector's image (outputs/report.cpp proves it field by field).
 #pragma once
 
@@ -94,4 +94,7 @@ struct sta_info_t {
     char key_start[32];
     char key_msg2[32];
     char key_end[32];
+    // Not in the image; shown by the object `wsmd` alone.
+    char protocol[8];          // of the network where the station is now: `version` stays that of the first
+    std::uint32_t driver_rate; // Mbit/s, from the driver: a notification may set `maxRate` to 0
 };

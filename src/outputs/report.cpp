@@ -4,15 +4,14 @@
 
 namespace {
 
-// Where pointers have 4 bytes and 64-bit words are aligned to 8 (a device), the record itself is the image.
-// 32-bit x86 aligns 64-bit words to 4: the offsets are the same, but there is no padding at the end.
+// Where pointers have 4 bytes and 64-bit words are aligned to 8 (a device), the record begins with the image.
 #define REPORT_SAME(type, field, off)                                                                        \
     static_assert(sizeof(sta_info_t::field) == sizeof(type) &&                                               \
                       (sizeof(void *) != 4 || offsetof(sta_info_t, field) == (off)),                         \
                   #field " has moved or changed its size");
 STATION_REPORT_FIELDS(REPORT_SAME)
 #undef REPORT_SAME
-static_assert(sizeof(void *) != 4 || alignof(sta_info_t) != 8 || sizeof(sta_info_t) == station_report_size);
+static_assert(sizeof(void *) != 4 || offsetof(sta_info_t, protocol) <= station_report_size);
 
 template <class Int> void take(Int &to, const Int &from) noexcept { to = from; }
 void take(report_clock &to, const sta_clock &from) noexcept { to = {from.sec, from.nsec}; }

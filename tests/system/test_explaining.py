@@ -77,6 +77,18 @@ def test_a_station_s_life_is_told_in_order_and_its_end_explained(told):
     assert (gone["ip"], gone["interface"]) == ("192.168.10.50", "ath1")
 
 
+def test_the_protocol_after_a_roam_is_that_of_the_new_radio(told):
+    told.lab.apsim(f"assoc mac={A} ifname=ath0 radio=0")
+    told.lab.apsim(f"roam mac={A} ifname=ath1 radio=1")
+    told.next("roamed", mac=A)
+    assert told.lab.bus("call", "wsmd", "station", {"mac": A})["protocol"] == "11ac"
+
+
+def test_a_rate_above_2000_is_told_when_a_station_joins(told):
+    told.lab.apsim(f"assoc mac={A} ifname=ath1 radio=1 maxRate=2402")
+    assert told.next("joined", mac=A)["station"]["max_rate"] == 2402000000
+
+
 def test_a_station_that_was_kicked_left_by_a_kick(running_lab):
     running_lab.apsim(f"assoc mac={A} ifname=ath0 radio=0")
     running_lab.wait_for_report(mac=A, log_type=1)

@@ -66,7 +66,7 @@ sta_info_t *full_station() {
     sta_put_text(sta->ip, "10.0.0.1");
     sta->name = sta_strdup("phone");
     sta_put_text(sta->ap_mac, "02:54:4b:00:00:01\n");
-    sta_put_text(sta->version, "11ax");
+    sta_put_text(sta->protocol, "11ax");
     sta->online_clock.sec = sta_monotonic_seconds() - 7;
     sta->online_ts.sec = 1700000000;
     sta->radio_id = 1;
@@ -78,7 +78,7 @@ sta_info_t *full_station() {
     sta->floornoise = -96;
     sta->flow_rateup = 200 * 1024;
     sta->flow_ratedown = 300 * 1024;
-    sta->maxRate = 4804;
+    sta->driver_rate = 4804;
     sta->wifi_up = 0x123456789ULL;
     sta->wifi_down = 22;
     sta->onesecrxbyte = 23;
