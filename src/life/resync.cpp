@@ -246,7 +246,8 @@ std::uint32_t comparison::arrive(sta_configuration &configuration) {
             std::uint8_t bytes[station_event_size];
             station_event_encode(event, bytes);
             station_change change;
-            station_change_decode("sta_resync", bytes, change);
+            station_change_decode(STA_NAME_OF(sta_resync), bytes, change);
+            change.utilization = entry.utilization; // per cent; an event has a share of 255
             sta_associate(change, configuration);
             ++come;
         }

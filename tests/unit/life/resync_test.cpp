@@ -65,7 +65,7 @@ TEST_F(comparing, a_station_that_is_not_listed_any_more_departs_for_a_reason_unk
 
 TEST_F(comparing, a_station_that_is_listed_and_not_known_arrives_with_the_drivers_figures) {
     driver_lists({{"ath0", {}},
-                  {"ath1", {listed(third_mac, "ath1").basic32(120, 36).basic8(125, -60).basic32(128, 100)}}});
+                  {"ath1", {listed(third_mac, "ath1").basic32(120, 36).basic8(125, -60).basic32(128, 100).basic32(84, 50)}}});
     sta_resync();
     ASSERT_THAT(macs(), ElementsAre(third_mac));
     const sta_info_t *sta = stations().at(0);
@@ -74,6 +74,7 @@ TEST_F(comparing, a_station_that_is_listed_and_not_known_arrives_with_the_driver
     EXPECT_EQ(sta->radio_id, 1);
     EXPECT_EQ(sta->channel, 36);
     EXPECT_EQ(sta->rssi, -60);
+    EXPECT_EQ(sta->utilization, 50);
     EXPECT_NEAR(static_cast<double>(sta->online_ts.sec), static_cast<double>(std::time(nullptr) - 100), 5);
     EXPECT_EQ(sta->status, sta_status_added);
     EXPECT_THAT(gone(), IsEmpty());
