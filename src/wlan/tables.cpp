@@ -30,13 +30,18 @@ constexpr std::int32_t always_believed = 8192;
 
 // A driver that counts more stations than possible is wrong, and would make us ask for gigabytes.
 bool is_believable(const char *ifname, std::int32_t count) {
-    static bool said = false;
+    static char said[sizeof(sta_info_t::ifname)] = ""; // the first interface that is wrong
     const std::int32_t most = std::max(sta_max_num, always_believed);
-    if (count > most && sta_first(said))
+    if (count <= most) {
+        if (std::strcmp(said, ifname) == 0) said[0] = '\0';
+        return true;
+    }
+    if (said[0] == '\0') {
+        sta_put_text(said, ifname);
         STA_NOTICE("the driver counts %d stations on %s, more than %d: its table is not read\n", count,
                    ifname, most);
-    if (count <= most) said = false;
-    return count <= most;
+    }
+    return false;
 }
 
 constexpr std::size_t mac_size = 6;

@@ -150,6 +150,25 @@ TEST_F(table_fetch, of_more_stations_than_there_can_be_is_said_once) {
     EXPECT_EQ(std::count(said.begin(), said.end(), unbelievable), 2);
 }
 
+TEST_F(table_fetch, of_more_stations_than_there_can_be_is_said_once_beside_a_radio_that_is_right) {
+    for (const char *ifname : {"ath0", "ath1"}) { // the earlier error has been logged already
+        count_is("8192");
+        sta_get_ioctl_stainfo(sta, &table, ifname, 1);
+        sta_free(table);
+    }
+    forget_log();
+    for (int i = 0; i < 3; ++i) {
+        count_is("8193");
+        sta_get_ioctl_stainfo(sta, &table, "ath0", 1);
+        count_is("1");
+        sta_get_ioctl_stainfo(sta, &table, "ath1", 1);
+        sta_free(table);
+    }
+    table = nullptr;
+    const lines said = log_lines();
+    EXPECT_EQ(std::count(said.begin(), said.end(), unbelievable), 1);
+}
+
 TEST_F(table_fetch, of_as_many_stations_as_the_device_may_have_is_asked_for) {
     sta_max_num = 9000;
     count_is("9000");
