@@ -34,12 +34,14 @@ int handle_get(ubus_context *bus, ubus_object *, ubus_request_data *request, con
     return status;
 }
 
-// The parser treats a module that is not a text as missing, and without a module all thresholds would be set.
+// Also true for a member that is broken. The parser treats a module that is not a text as missing, and without a module all thresholds would be set.
 bool has_module_of_another_type(blob_attr *message, const blob_attr *parsed) {
     blob_attr *member = nullptr;
     std::size_t rest = 0;
-    blobmsg_for_each_attr (member, message, rest)
+    blobmsg_for_each_attr (member, message, rest) {
+        if (!blobmsg_check_attr(member, true)) return true; // the parser has looked no further
         if (std::strcmp(blobmsg_name(member), "module") == 0) return parsed == nullptr;
+    }
     return false;
 }
 

@@ -16,6 +16,19 @@ int dbg_configured_threshold(const char *module, int otherwise) noexcept {
 }
 
 namespace {
+std::time_t seconds_passed = 0; // that the clocks are ahead
+}
+
+extern "C" {
+int __real_clock_gettime(clockid_t clock, timespec *now);
+int __wrap_clock_gettime(clockid_t clock, timespec *now) {
+    const int status = __real_clock_gettime(clock, now);
+    now->tv_sec += seconds_passed;
+    return status;
+}
+}
+
+namespace {
 
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -165,6 +178,30 @@ TEST_F(dbg, an_error_that_repeats_is_written_once_and_counted_when_another_comes
     EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 3);
     EXPECT_THAT(all, HasSubstr("quiet 3: last message repeated 3 times\n"));
     EXPECT_THAT(all, EndsWith("quiet 3: another\n"));
+}
+
+TEST_F(dbg, an_error_that_goes_on_repeating_is_counted_once_a_minute) {
+    dbg_printf(quiet, 3, "no lease file\n");
+    for (int i = 0; i < 3; ++i) dbg_printf(quiet, 3, "no lease file\n");
+    seconds_passed += 61;
+    dbg_printf(quiet, 3, "no lease file\n");
+    dbg_printf(quiet, 3, "no lease file\n");
+    const std::string all = text();
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 2);
+    EXPECT_THAT(all, EndsWith("quiet 3: last message repeated 4 times\n"));
+}
+
+TEST_F(dbg, the_time_follows_a_change_of_the_time_zone) {
+    ASSERT_EQ(setenv("TZ", "UTC0", 1), 0);
+    dbg_printf(quiet, 3, "one\n");
+    ASSERT_EQ(setenv("TZ", "EAST-5", 1), 0);
+    ++seconds_passed; // the calendar is computed once a second
+    dbg_printf(quiet, 3, "two\n");
+    unsetenv("TZ");
+    const std::string all = text();
+    const auto hour = [](const std::string &line) { return std::stoi(line.substr(11, 2)); };
+    const int east = hour(all.substr(all.find('\n') + 1)) - hour(all);
+    EXPECT_TRUE(east == 5 || east == 6 || east == -19 || east == -18) << all; // an hour may have ended between them
 }
 
 TEST_F(dbg, messages_that_differ_in_level_module_or_text_are_all_written) {
