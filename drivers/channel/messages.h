@@ -15,6 +15,7 @@ inline constexpr std::uint32_t netlink_controller_group = 0x8000;
 // The family's number for all programs that act as the driver. The kernel gives its own families numbers up to 1023, so
 // no other family can have this one, and messages that the daemon sends to it reach nobody.
 inline constexpr std::uint16_t driver_family = 2000;
+inline constexpr std::uint16_t lowest_family = 1024; // that the kernel never gives
 
 // netlink header 16 + generic netlink header 4 + family name 4 + 8 + identifier 4 + 4
 inline constexpr std::size_t announcement_size = 40;

@@ -76,7 +76,7 @@ options parse(int argc, char **argv) {
                 number(optarg, std::numeric_limits<std::int64_t>::max(), "--seed: not a whole number"));
             break;
         case family:
-            chosen.family = static_cast<std::uint16_t>(number(optarg, 65535, "--family: 1 to 65535"));
+            chosen.family = static_cast<std::uint16_t>(number(optarg, 65535, "--family: 1024 to 65535"));
             break;
         case tick:
             chosen.tick = static_cast<int>(number(optarg, 3'600'000, "--tick: milliseconds, up to an hour"));
@@ -90,7 +90,7 @@ options parse(int argc, char **argv) {
         }
     }
     if (optind < argc) wrong_usage("no arguments are expected");
-    if (chosen.family == 0) wrong_usage("--family: 1 to 65535");
+    if (chosen.family < lowest_family) wrong_usage("--family: 1024 to 65535");
     return chosen;
 }
 

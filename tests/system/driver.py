@@ -2,7 +2,7 @@
 
 from formats import announcement, event_message
 
-FAMILY_ID = 0x2A
+FAMILY_ID = 2001  # the kernel gives its own families the numbers 16 to 1023
 MAC = "02:00:5e:10:00:ab"
 
 ASSOCIATION = dict(
