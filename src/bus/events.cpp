@@ -204,7 +204,7 @@ int sta_ubus_json_parse(const char *text) {
         dhcpmon_client client{};
         if (!dhcpmon_client_read(index < length ? json_object_array_get_idx(list, index) : nullptr, client))
             return -1;
-        char mac[20], ip[17], host_name[32];
+        char mac[20], ip[17], host_name[sta_name_size];
         sta_put_text(mac, client.mac);
         sta_put_text(ip, client.ip);
         sta_put_text(host_name, client.hostName);

@@ -11,7 +11,7 @@ struct dhcpmon_entry {
     struct list_head list;
     char ip[17];
     char mac[20];
-    char hostName[32];
+    char hostName[sta_name_size];
 };
 
 extern "C" {

@@ -225,8 +225,8 @@ void sta_sta_load_users() {
         STA_LOG("sta user info is null.\n");
         return;
     }
-    sta_execute("cp /tmp/sta_sta.info /tmp/sta_tmp.info");
-    sta_execute("cat /dev/null > /tmp/sta_sta.info");
+    sta_execute("cp %s %s", backup_file, copy_file);
+    sta_execute("cat /dev/null > %s", backup_file);
     const sta_file file{std::fopen(copy_file, "re")};
     if (!file) return;
     const std::int32_t uptime = sta_uptime_seconds();
