@@ -22,6 +22,7 @@ struct time_text {
     char text[32] = "";
     time_text() {
         const std::time_t now = std::time(nullptr);
+        tzset(); // ctime_r may not do this itself
         ctime_r(&now, text);
     }
 };
