@@ -1,5 +1,5 @@
-// The daemon's repeating work at growing numbers of stations, each compared with a floor: a program that writes
-// the same ready bytes to the same files and sockets.
+// The daemon's repeating work at growing numbers of stations, each compared with a floor: a program that asks
+// the driver the same and writes the same ready bytes to the same files and sockets.
 
 #include "bench_house.h"
 
@@ -13,10 +13,30 @@
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <sys/sysinfo.h>
+#include <vector>
 
 namespace {
 
 int stations(const benchmark::State &state) { return static_cast<int>(state.range(0)); }
+
+// What a sleep of five seconds does to the caches, in which others run.
+void forget_caches() {
+    static std::vector<char> other(std::size_t{64} << 20);
+    for (std::size_t at = 0; at < other.size(); at += 64) ++other[at];
+    benchmark::ClobberMemory();
+}
+
+void five_second_pass_cold(benchmark::State &state) {
+    populate(stations(state));
+    sta_sta_flow_count_proc();
+    for (auto _ : state) {
+        state.PauseTiming();
+        forget_caches();
+        state.ResumeTiming();
+        sta_sta_flow_count_proc();
+    }
+    report_per_station(state);
+}
 
 void five_second_pass(benchmark::State &state) {
     populate(stations(state));
@@ -25,19 +45,30 @@ void five_second_pass(benchmark::State &state) {
     report_per_station(state);
 }
 
-void five_second_pass_floor(benchmark::State &state) {
+// With `reading`, a program that reads its file back, as one must that keeps no lines of it.
+void pass_floor(benchmark::State &state, bool reading, bool cold) {
     populate(stations(state));
     sta_sta_flow_count_proc();
     const std::string backup = read_whole("/tmp/sta_sta.info");
     const std::string counters = read_whole("/tmp/sta_devc.info");
     for (auto _ : state) {
-        benchmark::DoNotOptimize(read_whole("/tmp/sta_sta.info"));
+        if (cold) {
+            state.PauseTiming();
+            forget_caches();
+            state.ResumeTiming();
+        }
+        ask_driver();
+        if (reading) benchmark::DoNotOptimize(read_whole("/tmp/sta_sta.info"));
         write_whole("/tmp/sta_sta_tmp.info", backup);
         if (std::rename("/tmp/sta_sta_tmp.info", "/tmp/sta_sta.info") != 0) state.SkipWithError("rename");
         write_whole("/tmp/sta_devc.info", counters);
     }
     report_per_station(state);
 }
+
+void five_second_pass_floor(benchmark::State &state) { pass_floor(state, true, false); }
+void five_second_pass_bare_floor(benchmark::State &state) { pass_floor(state, false, false); }
+void five_second_pass_cold_floor(benchmark::State &state) { pass_floor(state, true, true); }
 
 void log_up(benchmark::State &state) {
     populate(stations(state));
@@ -48,8 +79,10 @@ void log_up(benchmark::State &state) {
 void log_up_floor(benchmark::State &state) {
     populate(stations(state));
     const std::uint8_t image[station_report_size] = {};
-    for (auto _ : state)
+    for (auto _ : state) {
+        ask_driver();
         for (int i = 0; i < stations(state); ++i) send_ready_report(image);
+    }
     report_per_station(state);
 }
 
@@ -115,7 +148,6 @@ void lease_refresh_of_names_floor(benchmark::State &state) {
     const std::string backup = read_whole("/tmp/sta_sta.info");
     for (auto _ : state) {
         benchmark::DoNotOptimize(read_whole("/tmp/dhcp.leases"));
-        benchmark::DoNotOptimize(read_whole("/tmp/sta_sta.info"));
         write_whole("/tmp/sta_sta.info", backup);
     }
     report_per_station(state);
@@ -137,6 +169,9 @@ void silenced_log_call_floor(benchmark::State &state) {
 
 BENCHMARK(five_second_pass)->Apply(growing_sizes);
 BENCHMARK(five_second_pass_floor)->Apply(growing_sizes);
+BENCHMARK(five_second_pass_bare_floor)->Apply(growing_sizes);
+BENCHMARK(five_second_pass_cold)->Arg(128)->Arg(512)->Arg(2048)->Unit(benchmark::kMicrosecond);
+BENCHMARK(five_second_pass_cold_floor)->Arg(128)->Arg(512)->Arg(2048)->Unit(benchmark::kMicrosecond);
 BENCHMARK(log_up)->Apply(growing_sizes);
 BENCHMARK(log_up_floor)->Apply(growing_sizes);
 BENCHMARK(early_reports)->Apply(growing_sizes);

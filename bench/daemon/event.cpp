@@ -16,7 +16,9 @@
 #include <fcntl.h>
 #include <linux/genetlink.h>
 #include <linux/netlink.h>
+#include <numeric>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
@@ -63,15 +65,18 @@ void send_event(int number, bool comes = true) {
         std::abort();
 }
 
-void read_bytes(const char *path, char *bytes, std::size_t size) {
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
-    if (read(file, bytes, size) != static_cast<ssize_t>(size)) std::abort();
-    close(file);
-}
+constexpr const char *backup_file = "/tmp/sta_sta.info";
 
-void write_bytes(const char *path, const char *bytes, std::size_t size) {
-    const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (write(file, bytes, size) != static_cast<ssize_t>(size)) std::abort();
+// Makes the file hold `bytes`, of which it has the first `same` already. As the daemon's, it can be mended after a kill at any moment:
+// a note is behind its end until the bytes have moved.
+void shorten_file(const std::string &bytes, std::size_t same, std::size_t old_size) {
+    constexpr char note[20] = {};
+    const std::size_t rest = bytes.size() - same;
+    const int file = open(backup_file, O_RDWR | O_CLOEXEC);
+    if (pwrite(file, note, sizeof(note), static_cast<off_t>(old_size)) != sizeof(note) ||
+        pwrite(file, bytes.data() + same, rest, static_cast<off_t>(same)) != static_cast<ssize_t>(rest) ||
+        ftruncate(file, static_cast<off_t>(bytes.size())) != 0)
+        std::abort();
     close(file);
 }
 
@@ -103,8 +108,10 @@ void take_event_of_floor() {
     const std::uint8_t image[station_report_size] = {};
     std::uint8_t message[2068];
     if (recv(sta_nl.socket, message, sizeof(message), 0) <= 0) std::abort();
-    read_file("/etc/config/wifiinfo");
-    read_file("/etc/config/wireless");
+    struct stat file {};
+    for (const char *place :
+         {"/etc/config/wireless", "/etc/config/wifiinfo", "/var/run/config/wifiinfo", "/tmp/.uci/wifiinfo"})
+        (void)stat(place, &file); // whether the configuration has changed
     send_ready_report(image);
 }
 
@@ -147,28 +154,32 @@ void leave(benchmark::State &state, int at_once) {
     report_per_station(state);
 }
 
-// The system calls of each event, and the file read and written without the lines, once for those that left at once.
+// The system calls of each event, and what is behind their lines moved up from memory, once for those that left at once.
 void leave_floor(benchmark::State &state, int at_once) {
     const auto count = static_cast<int>(state.range(0));
     populate(count);
     sta_sta_flow_count_proc();
-    const std::string whole = read_whole("/tmp/sta_sta.info");
+    const std::string whole = read_whole(backup_file);
     const std::size_t line = whole.size() / static_cast<std::size_t>(count);
-    std::string old(whole.size(), '\0');
     for (auto _ : state) {
         state.PauseTiming();
-        write_bytes("/tmp/sta_sta.info", whole.data(), whole.size());
-        std::size_t left = whole.size();
+        write_whole(backup_file, whole);
+        std::vector<int> left(static_cast<std::size_t>(count));
+        std::iota(left.begin(), left.end(), 0);
         for (int turn = 0; turn < count;) {
             const int waiting = std::min(at_once, count - turn);
-            for (int i = 0; i < waiting; ++i) send_event(leaver(turn++, count), false);
+            const std::size_t old_size = line * left.size();
+            std::size_t same = left.size();
+            for (int i = 0; i < waiting; ++i) {
+                const auto gone = std::ranges::lower_bound(left, leaver(turn, count));
+                same = std::min(same, static_cast<std::size_t>(gone - left.begin()));
+                left.erase(gone);
+                send_event(leaver(turn++, count), false);
+            }
+            const std::string rest = whole.substr(0, line * left.size());
             state.ResumeTiming();
             for (int i = 0; i < waiting; ++i) take_event_of_floor();
-            if (std::rename("/tmp/sta_sta.info", "/tmp/sta_sta_tmp.info") != 0) std::abort();
-            read_bytes("/tmp/sta_sta_tmp.info", old.data(), left);
-            left -= line * static_cast<std::size_t>(waiting);
-            write_bytes("/tmp/sta_sta.info", old.data(), left);
-            unlink("/tmp/sta_sta_tmp.info");
+            shorten_file(rest, line * same, old_size);
             state.PauseTiming();
         }
         state.ResumeTiming();

@@ -201,7 +201,8 @@ TEST_F(dbg, the_time_follows_a_change_of_the_time_zone) {
     const std::string all = text();
     const auto hour = [](const std::string &line) { return std::stoi(line.substr(11, 2)); };
     const int east = hour(all.substr(all.find('\n') + 1)) - hour(all);
-    EXPECT_TRUE(east == 5 || east == 6 || east == -19 || east == -18) << all; // an hour may have ended between them
+    EXPECT_TRUE(east == 5 || east == 6 || east == -19 || east == -18)
+        << all; // an hour may have ended between them
 }
 
 TEST_F(dbg, messages_that_differ_in_level_module_or_text_are_all_written) {
