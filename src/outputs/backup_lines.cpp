@@ -6,7 +6,8 @@
 #include <cstring>
 
 bool backup_lines::read(std::FILE *file) noexcept {
-    return sta_read_all(file, bytes, none - 1) && add_pieces(0);
+    constexpr std::size_t most = 8 << 20; // a larger one is not ours
+    return sta_read_all(file, bytes, most) && add_pieces(0);
 }
 
 bool backup_lines::make_room(std::size_t length) noexcept {

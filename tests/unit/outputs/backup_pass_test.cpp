@@ -317,6 +317,13 @@ TEST_F(backup_pass, leaves_the_old_file_whole_when_the_disk_is_full) {
     EXPECT_FALSE(file_exists("/tmp/sta_sta_tmp.info"));
 }
 
+TEST_F(backup_pass, over_a_file_too_large_to_keep_works_line_by_line) {
+    make_stations(2);
+    std::string large;
+    while (large.size() <= 8 << 20) large += line_of("02:99:00:00:00:01", 200);
+    same_over(large + line_of(mac_of(1)));
+}
+
 TEST_F(backup_pass, without_memory_for_the_file_works_line_by_line) {
     make_stations(5);
     const std::string before =
