@@ -1,5 +1,6 @@
 #include "inputs/leases.h"
 
+#include "inputs/snoop_copy.h"
 #include "model/record.h"
 #include "tools/command.h"
 #include "tools/file.h"
@@ -12,12 +13,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr const char *lease_file = "/tmp/dhcp.leases";
-constexpr const char *snoop_file = "/tmp/snoop_ip_bak";
+constexpr const char *snoop_file = sta_snoop_copy::path;
 
 // What follows the MAC and one separator in `line`; null when the MAC is not in the line or ends it.
 const char *after_mac(const char *line, const char *mac) {
@@ -52,9 +54,15 @@ struct sta_lease_snapshot::file {
         const sta_file leases{std::fopen(lease_file, "re")};
         if (!leases)
             known = outcome::missing;
-        else if (sta_read_all(leases.get(), bytes, most))
+        else if (fstat(fileno(leases.get()), &status) == 0 && sta_read_all(leases.get(), bytes, most))
             known = outcome::whole;
         return known;
+    }
+
+    // Whether reading it again would give the same.
+    bool is_still() const noexcept {
+        struct stat now {};
+        return known == outcome::whole && stat(lease_file, &now) == 0 && sta_same_file(now, status);
     }
 
     // Calls `visit` with the offset of each occurrence of `mac`, in file order, until it returns true.
@@ -89,23 +97,46 @@ private:
     bool tried = false;
     bool indexed = false;
     outcome known = outcome::unread;
+    struct stat status {};
     unsigned searches = 0;
     sta_mac_index macs;
 };
 
 sta_lease_snapshot::file *sta_lease_snapshot::current = nullptr;
 
-sta_lease_snapshot::sta_lease_snapshot() noexcept {
-    if (current) return;
+sta_lease_snapshot::file *sta_lease_snapshot::kept = nullptr;
+
+sta_lease_snapshot::file *sta_lease_snapshot::make() noexcept {
     void *room = std::malloc(sizeof(file)); // without memory every call reads the file itself
-    mine = current = room ? new (room) file : nullptr;
+    return room ? new (room) file : nullptr;
+}
+
+void sta_lease_snapshot::free(file *copy) noexcept {
+    if (!copy) return;
+    copy->~file();
+    std::free(copy);
+}
+
+sta_lease_snapshot::sta_lease_snapshot() noexcept {
+    if (!current) mine = current = make();
+}
+
+sta_lease_snapshot::sta_lease_snapshot(of_events /*kind*/) noexcept {
+    if (current) return;
+    if (kept && !kept->is_still()) forget_kept();
+    if (!kept) kept = make();
+    mine = current = kept;
+}
+
+void sta_lease_snapshot::forget_kept() noexcept {
+    free(kept);
+    kept = nullptr;
 }
 
 sta_lease_snapshot::~sta_lease_snapshot() {
     if (!mine) return;
     current = nullptr;
-    mine->~file();
-    std::free(mine);
+    if (mine != kept) free(mine);
 }
 
 namespace {
@@ -204,11 +235,18 @@ char *sta_get_name_by_dhcp_mac(const char *mac) {
 
 int sta_get_ipaddr_by_snoop_mac(const char *mac, char *out) {
     if (!mac || *mac == '\0' || !out) return -1;
-    if (access(snoop_file, F_OK) != 0) {
+    using outcome = sta_snoop_copy::outcome;
+    const bool plain = sta_mac_is_plain(mac); // or it must not become part of a command
+    char address[16];
+    const sta_snoop_copy *shared = sta_snoop_copy::shared();
+    const outcome known = shared && plain ? shared->find(mac, address) : outcome::unknown;
+    if (known == outcome::found) std::memcpy(out, address, sizeof(address));
+    if (known == outcome::found || known == outcome::absent) return known == outcome::found ? 0 : -1;
+    if (known == outcome::missing || access(snoop_file, F_OK) != 0) {
         STA_LOG("%s file no exist!\n", snoop_file);
         return -1;
     }
-    if (!sta_mac_is_plain(mac)) return -1; // it becomes part of a command
+    if (!plain) return -1;
     char command[100];
     std::snprintf(command, sizeof(command), "cat %s | grep -iw %s | awk '{print $3}'", snoop_file, mac);
     char *line = sta_execute_buf("%s", command);

@@ -18,7 +18,7 @@ int sta_get_ipaddr_by_dhcp_mac(char *out, const char *mac);
 char *sta_get_name_by_dhcp_mac(const char *mac);
 
 // Copies the snooped address of `mac` into `out` (16 bytes) and returns 0; otherwise -1, and `out` is unchanged. Runs
-// a shell.
+// a shell, if the walk has no copy of the table (inputs/snoop_copy).
 int sta_get_ipaddr_by_snoop_mac(const char *mac, char *out);
 
 // "-" in a 32-byte block, to be freed with sta_free; null when there is no memory.
@@ -36,6 +36,14 @@ public:
     struct file;
 
     sta_lease_snapshot() noexcept;
+
+    // Of one event of several that come together: the copy is kept for the next, for as long as the file is the same.
+    struct of_events {};
+    explicit sta_lease_snapshot(of_events /*kind*/) noexcept;
+
+    // Gives the kept copy back. To be called when the loop has handled what came together.
+    static void forget_kept() noexcept;
+
     ~sta_lease_snapshot();
     sta_lease_snapshot(const sta_lease_snapshot &) = delete;
     sta_lease_snapshot &operator=(const sta_lease_snapshot &) = delete;
@@ -44,6 +52,10 @@ public:
     static file *shared() noexcept { return current; }
 
 private:
-    file *mine = nullptr; // null when an outer object owns the copy
+    static file *make() noexcept;
+    static void free(file *copy) noexcept;
+
+    file *mine = nullptr; // null when an outer object has the copy
+    static file *kept;
     static file *current;
 };

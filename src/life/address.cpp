@@ -3,6 +3,7 @@
 #include "fw/iptables.h"
 #include "inputs/leases.h"
 #include "inputs/network.h"
+#include "inputs/snoop_copy.h"
 #include "model/identity.h"
 #include "model/table.h"
 #include "outputs/backup.h"
@@ -88,6 +89,14 @@ void refresh_snooped_address(sta_info_t *sta) {
     sta_learn_address(sta, sta->ip, station_origin::snoop);
 }
 
+// Events that come together share one reading of the lease file.
+struct uloop_timeout after_events = {};
+
+void keep_leases_for_this_turn() {
+    after_events.cb = [](struct uloop_timeout * /*timer*/) { sta_lease_snapshot::forget_kept(); };
+    if (!after_events.pending) uloop_timeout_set(&after_events, 0);
+}
+
 void refresh_names(refresh &shared) {
     for_each_online([&](sta_info_t *sta) { refresh_name(sta, shared); });
 }
@@ -114,7 +123,10 @@ void sta_sta_update_online_status_ip_by_dhcp() {
     refresh_leased_addresses(shared);
 }
 
-void sta_sta_update_online_status_ip() { for_each_online(refresh_snooped_address); }
+void sta_sta_update_online_status_ip() {
+    const sta_snoop_copy snooped;
+    for_each_online(refresh_snooped_address);
+}
 
 void sta_sta_update_ip_by_ip_change_event(const char *mac, const char *before_ip, const char *changed_ip) {
     STA_LOG("mac=%s, before_ip=%s, changed_ip=%s\n", sta_or_null(mac), sta_or_null(before_ip),
@@ -138,6 +150,8 @@ void sta_sta_update_ip_by_ip_change_event(const char *mac, const char *before_ip
             STA_LOG("MAC don't match: mac=%s, list_mac=%s.\n", mac, sta->mac);
             continue;
         }
+        const sta_lease_snapshot leases{sta_lease_snapshot::of_events{}};
+        keep_leases_for_this_turn();
         char leased[sizeof(sta->ip)] = "";
         if (sta_get_ipaddr_by_dhcp_mac(leased, sta->mac) == 0) {
             STA_LOG("IP address is obtained from DHCP.\n");

@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <memory>
 #include <random>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 namespace {
 
@@ -183,6 +185,31 @@ TEST_F(lease_snapshot, inside_of_another_sees_what_that_one_saw) {
     write_file(file, line_of(asked[0], "10.0.0.1", "inner"));
     { const sta_lease_snapshot inner; }
     EXPECT_EQ(name_of(asked[0]).out, "outer");
+}
+
+std::string name_for_an_event(const std::string &mac) {
+    const sta_lease_snapshot event{sta_lease_snapshot::of_events{}};
+    return name_of(mac).out;
+}
+
+TEST_F(lease_snapshot, of_events_that_come_together_is_read_once) {
+    write_file(file, line_of(asked[0], "10.0.0.1", "one"));
+    const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    ASSERT_GE(inotify_add_watch(watch, file, IN_OPEN | IN_CLOSE), 0); // equal events in a row become one
+    for (int event = 0; event < 3; ++event) EXPECT_EQ(name_for_an_event(asked[0]), "one");
+    inotify_event opened[4];
+    EXPECT_EQ(read(watch, opened, sizeof(opened)), static_cast<ssize_t>(2 * sizeof(inotify_event)));
+    EXPECT_EQ(read(watch, opened, sizeof(opened)), -1);
+    close(watch);
+    sta_lease_snapshot::forget_kept();
+}
+
+TEST_F(lease_snapshot, of_events_sees_a_change_of_the_file) {
+    write_file(file, line_of(asked[0], "10.0.0.1", "one"));
+    EXPECT_EQ(name_for_an_event(asked[0]), "one");
+    write_file(file, line_of(asked[0], "10.0.0.1", "another"));
+    EXPECT_EQ(name_for_an_event(asked[0]), "another");
+    sta_lease_snapshot::forget_kept();
 }
 
 TEST_F(lease_snapshot, of_what_cannot_be_read_finds_nothing_as_a_single_lookup) {
