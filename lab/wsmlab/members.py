@@ -7,13 +7,27 @@ SCHEMA = pathlib.Path(__file__).resolve().parents[2] / "docs/schema/wsmd.schema.
 _MESSAGES = json.loads(SCHEMA.read_text(encoding="utf-8"))["$defs"]
 
 
+def _properties(message):
+    """Of any kind of the message."""
+    return set(message.get("properties", ())).union(*map(_properties, message.get("anyOf", ())))
+
+
 def _of(*messages):
-    return {name for message in messages for name in _MESSAGES[message]["properties"]}
+    return set().union(*(_properties(_MESSAGES[message]) for message in messages))
 
 
 # The members that an expectation of a scenario may name; an event may come from any program and have any members.
 OF = {"report": _of("report"), "notify": _of("sta notification", "sta period request"), "event": None}
 STATION = _of("station")
+
+
+def of_answer(object_name, method):
+    """The members of a call's answer; None if it is not a call that the schema describes."""
+    call = f"{object_name} {method}"
+    if call == "wsmd station":
+        return _of(call, "wsmd refusal")
+    answer = f"{call} answer"
+    return _of(answer) if answer in _MESSAGES else None
 
 
 def table(message):

@@ -24,6 +24,7 @@ NEVER = "never"
 NO_OTHER = ["no", "other"]
 AS_EXPECTED = "as expected"
 STOPPED = "stopped before its end"
+TAKES_PROGRAM = ("start", "stop", "kill", "runs", "ended")
 PROGRAMS = {"daemon": "wsmd", "collector": "wsm-collector", "broker": "ubusd", "driver": "apsim", "dhcpmon": "dhcpmon"}
 # 5s, 1m30s, +2s
 TIME = re.compile(r"(\+?)(?:(\d{1,6})m)?(?:(\d{1,6}(?:\.\d{1,6})?)s)?")
@@ -109,6 +110,8 @@ class Scenario:
                 if not verb or verb[0] not in verbs:
                     raise ScenarioError(f"{place}: expected one of {', '.join(verbs)}, "
                                         f"not {' '.join(rest) or 'nothing'}")
+                if verb[0] in TAKES_PROGRAM:
+                    _check_program(verb[1:], place)
                 if expects:
                     _check_names(verb, place)
                 elif verb[0] == "station":
@@ -173,12 +176,26 @@ def _comparisons(words):
     return compared
 
 
+def _members_of(words):
+    """What an expectation compares, its comparisons, and the members that can be compared; None: any."""
+    if words[0] == "bus" and "gives" in words:
+        question, answer = words[1:words.index("gives")], words[words.index("gives") + 1:]
+        return " ".join(question[:2]), answer, members.of_answer(*question[:2]) if len(question) > 1 else None
+    known = {"stations": members.STATION, "ended": {"status"}, "file": {"lines", "size"}, **members.OF}.get(words[0])
+    return words[0], words[1:] if words[2:3] != ["has"] else [], known
+
+
 def _check_names(words, place):
     """Refuses a member that such a message never has: an expectation would always fail, and a `never` always hold."""
-    known = members.OF.get(words[0])
-    for match in map(COMPARISON.fullmatch, words[1:]):
-        if known and match and match[1] not in known:
-            raise ScenarioError(f"{place}: {words[0]} has no member {match[1]!r}; it has {', '.join(sorted(known))}")
+    what, compared, known = _members_of(words)
+    for match in map(COMPARISON.fullmatch, compared):
+        if known is not None and match and match[1] not in known:
+            raise ScenarioError(f"{place}: {what} has no member {match[1]!r}; it has {', '.join(sorted(known))}")
+
+
+def _check_program(words, place):
+    if not words or words[0] not in PROGRAMS:
+        raise ScenarioError(f"{place}: which program? One of {', '.join(PROGRAMS)}")
 
 
 def _check_station(words, known, place):
@@ -313,8 +330,11 @@ class Player:
         """The compared members of the last happening."""
         source = line.words[0]
         names = [match[1] for match in map(COMPARISON.fullmatch, line.words) if match]
-        came = [self._values(source, values) for values in self.came[source]] if source in self.came else self.seen
-        shown = [_shown(values, names) for values in came[-5:]]
+        if source in self.came:
+            came = [self._values(source, values) for values in self.came[source][-5:]]
+        else:
+            came = self.seen[:5]  # the first one is what the others sum up to
+        shown = [_shown(values, names) for values in came]
         return "\n".join(f"  came: {one}" for one in shown) or "  came: nothing"
 
     # --- what can be done ---
@@ -345,35 +365,28 @@ class Player:
     def _run(self, words):
         self.lab.run(["sh", "-c", " ".join(words)])
 
-    def _process(self, program):
-        if process := self.lab.process(PROGRAMS[program]):
+    def _process(self, words):
+        if process := self.lab.process(PROGRAMS[words[0]]):
             return process
-        raise LabError(f"{program} has not been started")
+        raise LabError(f"{words[0]} has not been started")
 
     def _start(self, words):
         def daemon():
             if self.clock:
                 self.clock.hold()
             self.lab.start_daemon(environment=self.clock.environment if self.clock else None)
-        program = self._program(words)
         self._look()
-        if program == "daemon":
+        if words[0] == "daemon":
             daemon(*words[1:])
         else:
-            getattr(self.lab, f"start_{PROGRAMS[program].removeprefix('wsm-')}")(*words[1:])
+            getattr(self.lab, f"start_{PROGRAMS[words[0]].removeprefix('wsm-')}")(*words[1:])
         self.happenings.restarted(words[0])
 
     def _stop(self, words):
-        self._process(self._program(words)).stop()
+        self._process(words).stop()
 
     def _kill(self, words):
-        self._process(self._program(words)).kill()
-
-    @staticmethod
-    def _program(words):
-        if not words or words[0] not in PROGRAMS:
-            raise ScenarioError(f"which program? One of {', '.join(PROGRAMS)}")
-        return words[0]
+        self._process(words).kill()
 
     ACTIONS = {"station": _station, "driver": _driver, "bus": _bus, "run": _run, "start": _start, "stop": _stop, "kill": _kill,
                "clock": _clock, "nothing": lambda self, words: None}
@@ -449,10 +462,10 @@ class Player:
         return matches(self.seen[0], _comparisons(words[1:]))
 
     def _runs(self, words):
-        return self._process(self._program(words)).running
+        return self._process(words).running
 
     def _ended(self, words):
-        process = self._process(self._program(words))
+        process = self._process(words)
         self.seen = [{"status": process.status}]
         return not process.running and matches(self.seen[0], _comparisons(words[1:]))
 

@@ -64,6 +64,16 @@ def test_an_expectation_that_is_not_met_says_what_came(lab, expectation, came):
     assert f"  came: {came}" in str(failed.value)
 
 
+def test_a_number_of_stations_that_is_not_met_says_how_many_there_are(lab):
+    scenario = Scenario.parse("0s driver burst n=6\n+1s -> report x6 log_type=1\n+1s -> stations 3 ssid=*")
+    with pytest.raises(Failed, match=r"came: stations=6\n  came: ssid="):
+        scenario.play(lab)
+
+
+def test_a_text_in_a_file_may_look_like_a_comparison():
+    assert Scenario.parse("0s -> file /tmp/x has lnes=3").lines
+
+
 def test_the_clock_moves_only_where_the_scenario_has_one(lab):
     with pytest.raises(ScenarioError, match="needs a line `lab clock`"):
         Scenario.parse("0s clock +5m").play(lab)
@@ -94,7 +104,13 @@ def test_a_command_that_the_driver_refuses_fails_with_its_line(lab):
     ("lab stations anna\n0s station", "station and one of come, roam"),
     ("0s station come anna 1", "a line `lab stations anna` is missing"),
     ("0s -> report log_tpye=1", "report has no member 'log_tpye'; it has FCAP, "),
-    ("0s -> never notify log_typ=1", "notify has no member 'log_typ'")])
+    ("0s -> never notify log_typ=1", "notify has no member 'log_typ'"),
+    ("0s -> stations 1 satus=1", "stations has no member 'satus'"), ("0s -> never stations 1 chanel=6", "has no member 'chanel'"),
+    ("0s -> bus sta get x=y gives cuont=1", "sta get has no member 'cuont'; it has count, online_list"),
+    ("0s -> never bus wsmd station mac=x gives chanel=6", "wsmd station has no member 'chanel'"),
+    ("0s -> ended daemon staus=1", "ended has no member 'staus'; it has status"),
+    ("0s -> file /tmp/x lnes=3", "file has no member 'lnes'; it has lines, size"),
+    ("0s kill dameon", "which program. One of daemon, "), ("0s -> runs", "which program. One of daemon, ")])
 def test_a_line_that_cannot_be_read_is_named(text, fault):
     with pytest.raises(ScenarioError, match=fault):
         Scenario.parse(text)
