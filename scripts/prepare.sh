@@ -3,11 +3,11 @@
 #
 #   prepare_packages SET... [PROBE...]   the packages of the sets build, demo and tests, and those of further probes
 #   prepare_cross ARCHITECTURE           compiler, libraries and emulator for another architecture of Debian
-#   prepare_fleet                        the brokers of a cluster, without starting them as services
+#   prepare_fleet                        the brokers of a cluster
 #   prepare_browser FOLDER               chromium, and in FOLDER/browser the packages of tests/browser/package.json
 #   prepare_build FOLDER [CMAKE-OPTION...]   builds everything, or TARGETS if that is set
 #
-# A probe is "kind:what:package": the package is installed if `what` is missing.
+# A probe is "kind:what:package": the package is installed if `what` is missing. No service of it is started.
 
 PATH=$PATH:/usr/local/sbin:/usr/sbin:/sbin # ip and iptables are not in an ordinary user's PATH
 PYTHON=/usr/bin/python3                    # the system's Python has the packaged modules
@@ -105,10 +105,23 @@ prepare_packages() {
         return 1
     fi
     echo "installing ${missing[*]}"
+    install_packages "${missing[@]}"
+}
+
+POLICY=/usr/sbin/policy-rc.d # asked before a package starts its service
+
+# Installing a broker or a database would start it; the tests start their own.
+install_packages() { # package...
+    local ours='' status=0
     export DEBIAN_FRONTEND=noninteractive
-    apt-get install -y -q --no-install-recommends "${missing[@]}" >/dev/null 2>&1 && return
+    if [ ! -e "$POLICY" ]; then
+        printf '#!/bin/sh\nexit 101\n' >"$POLICY" && chmod +x "$POLICY" && ours=1
+    fi
     # The package lists of a newly installed machine are empty or old.
-    quietly apt-get update -q && quietly apt-get install -y -q --no-install-recommends "${missing[@]}"
+    apt-get install -y -q --no-install-recommends "$@" >/dev/null 2>&1 ||
+        { quietly apt-get update -q && quietly apt-get install -y -q --no-install-recommends "$@"; } || status=1
+    [ -z "$ours" ] || rm -f "$POLICY"
+    return "$status"
 }
 
 prepare_cross() {
@@ -126,15 +139,7 @@ prepare_cross() {
 }
 
 prepare_fleet() {
-    # Installing a service may start it. The tests start their own.
-    local policy=/usr/sbin/policy-rc.d ours=
-    if [ "$(id -u)" -eq 0 ] && [ ! -e "$policy" ]; then
-        printf '#!/bin/sh\nexit 101\n' >"$policy" && chmod +x "$policy" && ours=1
-    fi
-    local status=0
-    prepare_packages tests command:rabbitmqctl:rabbitmq-server python:pika:python3-pika || status=1
-    [ -z "$ours" ] || rm -f "$policy"
-    return "$status"
+    prepare_packages tests command:rabbitmqctl:rabbitmq-server python:pika:python3-pika
 }
 
 prepare_browser() { # folder
@@ -183,7 +188,8 @@ ninja_lines() { # folder
         printf '%s\n' "$line" >>"$log"
         [[ $line =~ ^\[([0-9]+)/([0-9]+)\] ]] || continue
         if [ $((SECONDS - last)) -ge 20 ]; then
-            echo "building $1: ${BASH_REMATCH[1]} of ${BASH_REMATCH[2]}"
+            # Who reads this may have seen enough (| head); the build goes on.
+            (trap '' PIPE && echo "building $1: ${BASH_REMATCH[1]} of ${BASH_REMATCH[2]}") 2>/dev/null || true
             last=$SECONDS
         fi
     done || status=1

@@ -48,6 +48,32 @@ def test_who_is_not_root_is_told_in_one_line_what_to_install(tmp_path):
     assert errors == "missing packages; install them as root: apt-get install no-such-package\n"
 
 
+def program(folder, name, script):
+    (folder / name).write_text(f"#!/bin/sh\n{script}\n")
+    (folder / name).chmod(0o755)
+
+
+def test_a_service_that_is_installed_is_not_started(tmp_path):
+    policy = tmp_path / "policy"
+    program(tmp_path, "id", "echo 0")
+    program(tmp_path, "apt-get", f"{policy}; echo $? >{tmp_path}/answer")
+    status, out, errors = prepare(f"POLICY={policy}; PATH={tmp_path}:$PATH; prepare_packages command:no-such-program:a-broker")
+    assert (status, out, errors) == (0, "installing a-broker\n", "")
+    assert (tmp_path / "answer").read_text() == "101\n"  # no service may be started
+    assert not policy.exists()
+
+
+def test_a_build_goes_on_when_its_reader_has_seen_enough(tmp_path):
+    program(tmp_path, "ninja", f"for i in 1 2 3 4; do echo [$i/4] part; done; echo done >{tmp_path}/built")
+    reader, writer = os.pipe()
+    os.close(reader)  # as of `| head`
+    done = subprocess.run(["bash", "-c", f". {ROOT}/scripts/prepare.sh; PATH={tmp_path}:$PATH; ninja_lines build"],
+                          stdout=writer, stderr=subprocess.PIPE, check=False)
+    os.close(writer)
+    assert (done.returncode, done.stderr) == (0, b"")
+    assert (tmp_path / "built").exists()
+
+
 def test_a_build_folder_of_a_tree_that_was_moved_is_named(tmp_path):
     (tmp_path / "build").mkdir()
     (tmp_path / "build/CMakeCache.txt").write_text("CMAKE_HOME_DIRECTORY:INTERNAL=/somewhere/else\n")
