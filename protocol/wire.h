@@ -25,9 +25,7 @@ template <class Int> constexpr Int ordered(Int value) noexcept {
 }
 
 // A number at any address. When optimising for size GCC calls memcpy for it on MIPS, which has instructions for it.
-template <class Int> struct [[gnu::packed, gnu::may_alias]] unaligned {
-    Int value;
-};
+template <class Int> struct [[gnu::packed, gnu::may_alias]] unaligned { Int value; };
 
 template <class Int> Int get(const std::uint8_t *at) noexcept {
     return ordered(reinterpret_cast<const unaligned<Int> *>(at)->value);

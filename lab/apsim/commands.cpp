@@ -77,7 +77,8 @@ std::string commands::run(std::string_view line) {
 }
 
 std::string commands::announce(words &given) {
-    const auto id = given.take_number("id", lowest_family, std::numeric_limits<std::uint16_t>::max()).value_or(0);
+    const auto id =
+        given.take_number("id", lowest_family, std::numeric_limits<std::uint16_t>::max()).value_or(0);
     const auto times = given.take_number("times", 1, announcements_max).value_or(1);
     given.finish();
     air_.channel.announce(static_cast<std::uint16_t>(id), static_cast<int>(times));

@@ -64,8 +64,10 @@ TEST_F(comparing, a_station_that_is_not_listed_any_more_departs_for_a_reason_unk
 }
 
 TEST_F(comparing, a_station_that_is_listed_and_not_known_arrives_with_the_drivers_figures) {
-    driver_lists({{"ath0", {}},
-                  {"ath1", {listed(third_mac, "ath1").basic32(120, 36).basic8(125, -60).basic32(128, 100).basic32(84, 50)}}});
+    driver_lists(
+        {{"ath0", {}},
+         {"ath1",
+          {listed(third_mac, "ath1").basic32(120, 36).basic8(125, -60).basic32(128, 100).basic32(84, 50)}}});
     sta_resync();
     ASSERT_THAT(macs(), ElementsAre(third_mac));
     const sta_info_t *sta = stations().at(0);
