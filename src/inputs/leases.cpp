@@ -235,14 +235,15 @@ char *sta_get_name_by_dhcp_mac(const char *mac) {
 
 int sta_get_ipaddr_by_snoop_mac(const char *mac, char *out) {
     if (!mac || *mac == '\0' || !out) return -1;
-    using outcome = sta_snoop_copy::outcome;
+    using answer = sta_snoop_copy::outcome;
     const bool plain = sta_mac_is_plain(mac); // or it must not become part of a command
     char address[16];
     const sta_snoop_copy *shared = sta_snoop_copy::shared();
-    const outcome known = shared && plain ? shared->find(mac, address) : outcome::unknown;
-    if (known == outcome::found) std::memcpy(out, address, sizeof(address));
-    if (known == outcome::found || known == outcome::absent) return known == outcome::found ? 0 : -1;
-    if (known == outcome::missing || access(snoop_file, F_OK) != 0) {
+    const answer known = shared && plain ? shared->find(mac, address) : answer::unknown;
+    if (known == answer::found) std::memcpy(out, address, sizeof(address));
+    if (known == answer::found) return 0;
+    if (known == answer::absent) return -1;
+    if (known == answer::missing || access(snoop_file, F_OK) != 0) {
         STA_LOG("%s file no exist!\n", snoop_file);
         return -1;
     }

@@ -85,10 +85,8 @@ void life::take_reports() {
     for (const collected_report &one : listener.reports()) EXPECT_EQ(one.image.size(), 696U);
 }
 
-bus_message::bus_message(std::span<const std::uint8_t> content) {
-    const auto length =
-        static_cast<std::uint32_t>(4 + content.size()); // of the attribute, its header included
-    for (const int shift : {24, 16, 8, 0}) bytes.push_back(static_cast<std::uint8_t>(length >> shift));
-    bytes.insert(bytes.end(), content.begin(), content.end());
-    bytes.shrink_to_fit();
+bus_message::bus_message(std::span<const std::uint8_t> content) : bytes(4 + content.size()) {
+    const auto length = static_cast<std::uint32_t>(bytes.size()); // of the attribute, its header included
+    for (std::size_t i = 0; i < 4; ++i) bytes[i] = static_cast<std::uint8_t>(length >> (24 - 8 * i));
+    std::ranges::copy(content, bytes.begin() + 4);
 }

@@ -261,7 +261,6 @@ TEST_F(backup_pass, removes_as_single_removals_do) {
 TEST_F(backup_pass, that_only_removes_makes_no_file) {
     forget_log();
     {
-        sta_configuration configuration;
         sta_backup_pass pass;
         pass.remove("02:00:00:00:00:01");
     }
