@@ -74,8 +74,7 @@ sta_snoop_copy::outcome sta_snoop_copy::find(const char *mac, char (&address)[16
     if (state != outcome::found) return state;
     char wanted[32];
     const std::size_t length = std::strlen(mac);
-    if (length >= sizeof(wanted) || std::strchr(mac, '.'))
-        return outcome::unknown; // '.' is any character
+    if (length >= sizeof(wanted) || std::strchr(mac, '.')) return outcome::unknown; // '.' is any character
     std::transform(mac, mac + length + 1, wanted, fold);
     const std::size_t at = first_line_with(wanted);
     if (at == none) return outcome::absent;
