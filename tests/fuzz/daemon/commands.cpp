@@ -3,14 +3,22 @@
 #include "support/files.h"
 #include "tools/command.h"
 
+#include <cstdarg>
+#include <cstdio>
 #include <string_view>
 
 extern "C" {
-int __wrap_sta_execute(const char *format, ...); // the linker leads the daemon's calls here (--wrap)
+// The linker leads the daemon's calls here (--wrap).
+__attribute__((format(printf, 1, 2))) int __wrap_sta_execute(const char *format, ...);
 
 int __wrap_sta_execute(const char *format, ...) {
     constexpr int not_found = 127;
-    const std::string_view command = format;
+    char text[512];
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof(text), format, arguments);
+    va_end(arguments);
+    const std::string_view command = text;
     if (command == "cp /tmp/sta_sta.info /tmp/sta_tmp.info")
         write_file("/tmp/sta_tmp.info", read_file("/tmp/sta_sta.info"));
     else if (command == "cat /dev/null > /tmp/sta_sta.info")
