@@ -1,12 +1,12 @@
 // The bus object of the log library, called as libubus calls it.
-#include "base/cxx/ubox.h"
-#include "debug/dbg.h"
-#include "debug/dbg_modules.h"
-#include "tests/temporary_folder.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
+
+#include "base/cxx/ubox.h" // its C headers have macros that the C++ library's headers do not survive
+#include "debug/dbg.h"
+#include "debug/dbg_modules.h"
+#include "tests/temporary_folder.h"
 
 extern "C" {
 #include <libubus.h>
